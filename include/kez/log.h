@@ -1,0 +1,103 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "kez_global.h"
+#include "logger.h"
+#include "loggerlevel.h"
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class Properties;
+
+/// The process's logging: one default logger and further loggers by name.
+///
+/// *Threads*: any thread may log, once the instance exists. Creating the instance and adding or
+/// removing named loggers are for one thread, at start-up and shut-down.
+/// *Owns*: shares its loggers.
+/// *Fails*: the level methods throw Exception (LogNotInitialized) without a default logger; the
+/// constructor with a file name throws as Logger's does.
+class KEZ_EXPORT Log : public QObject {
+    Q_OBJECT
+
+public:
+    /// Each constructor makes the new object the process's instance, in place of the one before,
+    /// which is not destroyed. `tee` counts, whatever the logger's own start value.
+    Log();
+    Log(const QString& fileName, bool tee, quint64 maxSize, quint32 kept, quint32 timeout,
+        LoggerLevel::LogLevel filter, LogFormatter formatter = nullptr);
+
+    /// The default logger becomes a copy of `logger`: both write the same files, under the same
+    /// lock, and follow each other's rotations. Settings changed later are each one's own.
+    explicit Log(Logger& logger);
+
+    /// The process is without an instance afterwards, if this was it.
+    ~Log() override;
+
+    /// The instance, made by the constructor with the same arguments when there is none; otherwise
+    /// the arguments are ignored.
+    static Log* initInstance(const QString& fileName, bool tee, quint64 maxSize, quint32 kept,
+                             quint32 timeout, LoggerLevel::LogLevel filter,
+                             LogFormatter formatter = nullptr);
+    static Log* initInstance(Logger& logger);
+    static Log* initInstance();
+
+    /// Never null: without an instance, one that logs to Qt's message output is made.
+    static Log* getInstance();
+
+    /// The languages for which the library has a bundle of its own: "en_US", "fr_FR".
+    static QStringList languages();
+
+    /// The default logger.
+    std::shared_ptr<Logger> log() const;
+    std::shared_ptr<Logger> logger() const;
+
+    /// The logger registered under `name`, or the default logger.
+    std::shared_ptr<Logger> logger(const QString& name) const;
+    bool containsLogger(const QString& name) const;
+
+    /// The default logger's settings, as in Logger.
+    LoggerLevel::LogLevel filter() const;
+    LogFormatter formatter() const;
+    bool isTeeEnabled() const;
+    LoggerLevel::LogLevel setFilter(LoggerLevel::LogLevel filter);
+    LogFormatter setFormatter(LogFormatter formatter);
+    void enableTee();
+    void disableTee();
+
+    /// Log through the default logger; `const char*` is UTF-8. critical() writes at level error.
+    void debug(const QString& msg);
+    void debug(const char* msg);
+    void info(const QString& msg);
+    void info(const char* msg);
+    void warning(const QString& msg);
+    void warning(const char* msg);
+    void critical(const QString& msg);
+    void critical(const char* msg);
+    void fatal(const QString& msg);
+    void fatal(const char* msg);
+
+    /// The default logger's banner, as in Logger.
+    void logBanner(const QString& title, const QString& version,
+                   const Properties* properties = nullptr);
+    void logBanner(const QString& title, const QString& version,
+                   const QMap<QString, QString>* map);
+
+    /// Registers a logger; false when the name is empty or taken. The name is spelled so.
+    bool insertLoggger(const QString& name, std::shared_ptr<Logger> logger);
+
+    /// Lets go of a named logger and returns it; an empty pointer when there is none.
+    std::shared_ptr<Logger> removeLogger(const QString& name);
+
+private:
+    Logger& defaultLogger(const char* signature) const;
+
+    std::shared_ptr<Logger> _spLogger;
+    QMap<QString, std::shared_ptr<Logger>> _loggers;
+};
