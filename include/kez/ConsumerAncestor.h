@@ -36,7 +36,7 @@ Q_SIGNALS:
     void requestForFiles(const QString& id);
 
 private:
-    QString _id;
+    QString _identifier;
 };
 
 /// A consumer as a queue knows it. The consumer is not owned and must outlive the queue.

@@ -41,5 +41,4 @@ private:
 
     QString _fileName;
     QList<bool> _uptakeFlags;
-    int _count;
 };

@@ -10,9 +10,11 @@
 #include <QDir>
 #include <QHash>
 #include <QList>
+#include <QMutex>
 #include <QObject>
-#include <QRecursiveMutex>
 #include <QString>
+
+#include <atomic>
 
 class QFileSystemWatcher;
 class QJsonArray;
@@ -126,14 +128,15 @@ Q_SIGNALS:
 
 private:
     struct Changes;
+    class Locker;
 
     void loadEntries();
-    void purgeDirectory();
+    void purgeDirectory() const;
     void appendEntry(const QString& fileName);
-    void appendNewEntries(const QFileInfoList& listing, QList<QString>& appended);
+    QList<QString> appendNewEntries(const QFileInfoList& listing);
     Changes classifyEntries(const QFileInfoList& listing) const;
+    void deleteFiles(const QList<QString>& names) const;
     void dropEntries(const Changes& changes);
-    void deleteConsumedFiles(const QList<QString>& names) const;
     void connectConsumer(const ConsumerAncestor* consumer);
 
     QDir _path;
@@ -142,9 +145,8 @@ private:
     QTimer* _timer = nullptr;
     QList<ConsumerEntry> _consumers;
     QList<FileEntry*> _entries;
+    QMutex _lock;
 
-    // Recursive, so that a slot connected directly to queueUpdated() may call the queue back.
-    QRecursiveMutex _lock;
-
-    QHash<QString, qsizetype> _positions; // of the entries, by file name
+    std::atomic<Qt::HANDLE> _lockHolder = nullptr;
+    QHash<QString, int> _positions; // of the entries, by file name
 };

@@ -31,7 +31,7 @@ public:
     /// which is not destroyed. `tee` counts, whatever the logger's own start value.
     Log();
     Log(const QString& fileName, bool tee, quint64 maxSize, quint32 kept, quint32 timeout,
-        LoggerLevel::LogLevel filter, LogFormatter formatter = nullptr);
+        LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
 
     /// The default logger becomes a copy of `logger`: both write the same files, under the same
     /// lock, and follow each other's rotations. Settings changed later are each one's own.
@@ -44,7 +44,7 @@ public:
     /// the arguments are ignored.
     static Log* initInstance(const QString& fileName, bool tee, quint64 maxSize, quint32 kept,
                              quint32 timeout, LoggerLevel::LogLevel filter,
-                             LogFormatter formatter = nullptr);
+                             LogFormatter lineFormatter = nullptr);
     static Log* initInstance(Logger& logger);
     static Log* initInstance();
 
@@ -67,7 +67,7 @@ public:
     LogFormatter formatter() const;
     bool isTeeEnabled() const;
     LoggerLevel::LogLevel setFilter(LoggerLevel::LogLevel filter);
-    LogFormatter setFormatter(LogFormatter formatter);
+    LogFormatter setFormatter(LogFormatter lineFormatter);
     void enableTee();
     void disableTee();
 
@@ -86,8 +86,7 @@ public:
     /// The default logger's banner, as in Logger.
     void logBanner(const QString& title, const QString& version,
                    const Properties* properties = nullptr);
-    void logBanner(const QString& title, const QString& version,
-                   const QMap<QString, QString>* map);
+    void logBanner(const QString& title, const QString& version, const QMap<QString, QString>* map);
 
     /// Registers a logger; false when the name is empty or taken. The name is spelled so.
     bool insertLoggger(const QString& name, std::shared_ptr<Logger> logger);

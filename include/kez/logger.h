@@ -6,8 +6,8 @@
 #include "kez_global.h"
 #include "loggerlevel.h"
 
-#include <QFile>
-#include <QMutex>
+#include <QIODevice>
+#include <QList>
 #include <QString>
 
 #include <atomic>
@@ -16,13 +16,15 @@
 
 class QJsonDocument;
 class QJsonObject;
+class QMutex;
 class Properties;
 
 /// One log destination: a ring of numbered files, with an optional echo of every line to Qt's
 /// message output ("tee"), and that output as the fall-back whenever the file cannot take a line.
 ///
 ///     app-0.log  app-1.log  app-2.log   the highest index is the newest, and the one written to
-///     app-0.log <- app-1.log <- new     a full ring drops its oldest file and moves the others down
+///     app-0.log <- app-1.log <- new     a full ring drops its oldest file and moves the others
+///     down
 ///
 /// A line is in the kernel, by one write, when the call that logs it returns. A file is left before
 /// the line that would make it reach the size limit, and once it is as old as the age limit.
@@ -51,13 +53,13 @@ public:
     /// `maxSize`: bytes that no file reaches; 0 means 1048576.
     /// `kept`: number of files; 0 means 5.
     /// `timeout`: days after which a file is left; 0 means before every line.
-    /// `formatter`: null means Logger::formatter.
+    /// `lineFormatter`: null means Logger::formatter.
     ///
     /// The tee is ON afterwards.
     ///
     /// Throws Exception: DirAccessFailure, FileAppendFailure, FileCreatingFailure.
     Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
-           LoggerLevel::LogLevel filter, LogFormatter formatter = nullptr);
+           LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
 
     /// Closes the file, unless a copy of the logger that the facade made still writes to it.
     ~Logger();
@@ -78,8 +80,8 @@ public:
 
     /// A logger as the objects in the array `"log"` describe it, later ones overriding earlier
     /// ones: "fileName", "maxSize", "timeout", "kept", "filter", "tee", "banner". A member of
-    /// another JSON type, or out of range, is ignored. The process's default logger when there is no
-    /// such array, and, with a message, when the file cannot be opened or is not named.
+    /// another JSON type, or out of range, is ignored. The process's default logger when there is
+    /// no such array, and, with a message, when the file cannot be opened or is not named.
     static std::shared_ptr<Logger> buildLog(const QJsonObject& json);
 
     /// The default formatter: "dd/MM/yyyy HH:mm:ss,zzz <LEVEL> message" in local time, the level as
@@ -132,15 +134,15 @@ public:
 
     /// Returns the formatter before. Null resets to the default; any other value changes nothing:
     /// a logger's own formatter is fixed when it is built, and callers rely on that.
-    LogFormatter setFormatter(LogFormatter formatter);
+    LogFormatter setFormatter(LogFormatter lineFormatter);
     void enableTee();
     void disableTee();
 
     /// Closes the file and the duplicated stream. Later lines go to Qt's message output.
     void close();
 
-    /// Opens a stdio stream ("r+") on a copy of the file's descriptor, closed on exec; when there is
-    /// one already, makes it write to the current file. Does nothing without a file.
+    /// Opens a stdio stream ("r+") on a copy of the file's descriptor, closed on exec; when there
+    /// is one already, makes it write to the current file. Does nothing without a file.
     ///
     /// Throws Exception with the system's error text.
     void duplicateLogFile();
@@ -171,36 +173,27 @@ public:
 private:
     friend class Log;
     struct Ring;
-    enum class Outcome;
 
     Logger(const Logger& other);
 
+    bool appendToFile(LoggerLevel::LogLevel level, QString& line);
     QString ringFileName(unsigned int index) const;
     bool openRingFile(unsigned int index, QIODevice::OpenMode mode);
-    void leaveCurrentFile();
+    unsigned int startRingFile(unsigned int index, unsigned int statusOnFailure);
     unsigned int shiftRing() const;
-    unsigned int startRingFile(unsigned int index, int statusOnFailure);
-    bool isTooOld() const;
+    QList<unsigned int> indexesDownwards() const;
     bool isTooOldOrReaches(qint64 extraBytes) const;
-    void followRing();
-    Outcome writeLine(LoggerLevel::LogLevel level, QString& line);
-
-    static LogFormatter formatterOrDefault(LogFormatter formatter);
-    void writeBannerHead(const QString& title, const QString& version);
 
     std::atomic<LogFormatter> _formatter;
-    std::shared_ptr<QFile> _spFile;
     std::shared_ptr<QString> _spFileName;
     quint64 _maxSize = 0;
     quint32 _timeout = 0;
     quint32 _kept = 0;
-    quint32 _last = 0;
     std::atomic<bool> _tee = true;
     std::atomic<LoggerLevel::LogLevel> _filter = LoggerLevel::debug;
     std::shared_ptr<QMutex> _spMutex;
     QString _bannerTitle;
     bool _recordConfigurationData = false;
-    FILE* _duplicatedStream = nullptr;
 
-    std::shared_ptr<Ring> _spRing;
+    std::shared_ptr<Ring> _spRing; // what a logger and its copies share, guarded by the mutex
 };

@@ -1,0 +1,108 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/initlib.h"
+#include "frame/qtmessage_p.h"
+#include "i18n/systemlanguage_p.h"
+#include "kez/exception.h"
+#include "kez/langbundle.h"
+#include "kez/log.h"
+#include "kez/translator.h"
+
+#include <QCoreApplication>
+#include <QString>
+#include <QStringList>
+
+#include <mutex>
+
+namespace {
+
+// Set-up may run inside the construction of this unit's static objects (see the pre-routine below),
+// so it may only use what needs no construction at run time.
+constinit bool INITIALIZED = false;
+constinit std::once_flag INIT_FLAG;
+
+QString libraryModule()
+{
+    return QStringLiteral("kez");
+}
+QString fallbackLanguage()
+{
+    return QStringLiteral("en_US");
+}
+QString bundleDirectory()
+{
+    return QStringLiteral(":resources/lang");
+}
+
+QString userLanguage()
+{
+    const QString lang = QString::fromUtf8(qgetenv("LANG"));
+    if (lang.isEmpty()) return systemLanguage();
+    return lang.left(lang.lastIndexOf(QLatin1Char('.')));
+}
+
+void loadLibraryBundle(const QString& lang)
+{
+    try {
+        Translator::getInstance()->insertBundle(
+            LangBundle::load(bundleDirectory(), libraryModule(), lang));
+    } catch (const Exception& e) {
+        // What load() throws is a pointer, which passes by here: see its declaration.
+        reportCritical(QStringLiteral(
+            "Echec de chargement de la ressource de langue par défaut de la librairie kez"));
+        reportCritical(e.detail());
+    }
+}
+
+void setUp()
+{
+    INITIALIZED = true;
+    qInitResources_kez();
+
+    QString lang = userLanguage();
+    if (!Log::languages().contains(lang)) lang = fallbackLanguage();
+    Translator::getInstance()->setDefaultBundleKey(libraryModule(), lang);
+    loadLibraryBundle(lang);
+}
+
+} // namespace
+
+void kezInit()
+{
+    std::call_once(INIT_FLAG, setUp);
+}
+
+void KezAutoInit()
+{
+    kezInit();
+}
+
+void kezEnsureInit()
+{
+    static bool initialized = false;
+    if (!initialized) {
+        initialized = true;
+        kezInit();
+    }
+}
+
+void kezCleanup()
+{
+    if (INITIALIZED) INITIALIZED = false;
+}
+
+namespace {
+
+// Qt runs a pre-routine when the core application object is constructed, and at once when there is
+// one already.
+const bool preRoutineAdded = [] {
+    qAddPreRoutine(KezAutoInit);
+    return true;
+}();
+
+const struct cleanup {
+    ~cleanup() { kezCleanup(); }
+} cleanup;
+
+} // namespace

@@ -1,0 +1,176 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/translator.h"
+#include "frame/failure_p.h"
+#include "frame/qtmessage_p.h"
+#include "i18n/systemlanguage_p.h"
+#include "kez/exception.h"
+
+namespace {
+
+QString bundleKey(const QString& module, const QString& lang)
+{
+    return module + QLatin1Char('.') + lang;
+}
+
+QString bracketed(const QString& key)
+{
+    return QLatin1Char('[') + key + QLatin1Char(']');
+}
+
+} // namespace
+
+Translator::Translator() : _defaultModule(QStringLiteral("kez")), _defaultLang(systemLanguage())
+{}
+
+Translator::~Translator() = default;
+
+Translator* Translator::getInstance()
+{
+    static Translator instance;
+    return &instance;
+}
+
+QString Translator::defaultLang() const
+{
+    return _defaultLang;
+}
+
+QString Translator::defaultBundleKey() const
+{
+    return bundleKey(_defaultModule, _defaultLang);
+}
+
+std::shared_ptr<LangBundle> Translator::defaultBundle() const
+{
+    return _bundles.value(defaultBundleKey());
+}
+
+std::shared_ptr<LangBundle> Translator::bundle(const QString& module, const QString& lang) const
+{
+    return _bundles.value(bundleKey(module, lang));
+}
+
+std::shared_ptr<LangBundle> Translator::bundle(const QString& key) const
+{
+    for (const auto& bundle : _bundles) {
+        if (bundle->contains(key)) return bundle;
+    }
+    return nullptr;
+}
+
+QString Translator::string(const QString& key) const
+{
+    for (const auto& bundle : _bundles) {
+        if (bundle->_lang != _defaultLang) continue;
+        if (const QString* const text = bundle->find(key)) return *text;
+    }
+    return bracketed(key);
+}
+
+QString Translator::string(const QString& key, const QString& module) const
+{
+    return string(key, module, _defaultLang);
+}
+
+QString Translator::string(const QString& key, const QString& module, const QString& lang) const
+{
+    const auto found = _bundles.constFind(bundleKey(module, lang));
+    return found == _bundles.cend() ? bracketed(key) : (*found)->text(key);
+}
+
+bool Translator::contains(const QString& key) const
+{
+    return bundle(key) != nullptr;
+}
+
+bool Translator::contains(const QString& module, const QString& lang, const QString& key) const
+{
+    const auto found = _bundles.constFind(bundleKey(module, lang));
+    return found != _bundles.cend() && (*found)->contains(key);
+}
+
+int Translator::size() const
+{
+    return static_cast<int>(_bundles.size());
+}
+
+Translator::const_iterator Translator::begin() const
+{
+    return _bundles.cbegin();
+}
+
+Translator::const_iterator Translator::end() const
+{
+    return _bundles.cend();
+}
+
+Translator::key_iterator Translator::keyBegin() const
+{
+    return _bundles.keyBegin();
+}
+
+Translator::key_iterator Translator::keyEnd() const
+{
+    return _bundles.keyEnd();
+}
+
+QString Translator::toString() const
+{
+    QString result;
+    for (auto it = _bundles.cbegin(); it != _bundles.cend(); ++it)
+        result += QStringLiteral("%1 : %2\n").arg(it.key(), QString::number((*it)->size()));
+    return result;
+}
+
+void Translator::setDefaultBundleKey(const QString& module, const QString& lang)
+{
+    _defaultModule = module;
+    _defaultLang = lang;
+}
+
+bool Translator::insertBundle(std::shared_ptr<LangBundle> bundle)
+{
+    if (!bundle) return false;
+    const QString key = bundleKey(bundle->_module, bundle->_lang);
+    if (_bundles.contains(key)) return false;
+    _bundles.insert(key, std::move(bundle));
+    return true;
+}
+
+bool Translator::insertBundle(const QString& path, const QString& module, const QString& lang)
+{
+    if (_bundles.contains(bundleKey(module, lang))) return false;
+    try {
+        return insertBundle(LangBundle::load(path, module, lang));
+    } catch (const Exception& e) {
+        // What load() throws is a pointer, which passes by here: see its declaration.
+        reportCritical(QStringLiteral("Echec de chargement du module ") + module +
+                       QStringLiteral(" pour la langue ") + lang +
+                       QStringLiteral(" sur le chemin ") + path + QStringLiteral(" - ") +
+                       e.detail());
+        throw;
+    }
+}
+
+void Translator::changeLang(const QString& module, const QString& oldLang, const QString& newLang)
+{
+    const QString oldKey = bundleKey(module, oldLang);
+    const std::shared_ptr<LangBundle> oldBundle = _bundles.value(oldKey);
+    if (!oldBundle) {
+        // No separator after the signature, which names two arguments in every form.
+        throw Exception(
+            QStringLiteral("void Translator::changeLang(const QString&, const QString&)") +
+                QStringLiteral("Le module de langue %1 n'est pas chargé").arg(oldKey),
+            nullptr);
+    }
+    auto newBundle = LangBundle::load(oldBundle->_path, module, newLang);
+    _bundles.remove(oldKey);
+    _bundles.insert(bundleKey(module, newLang), std::move(newBundle));
+}
+
+void Translator::changeLang(const QString& module, const QString& newLang)
+{
+    changeLang(module, defaultLang(), newLang);
+}
