@@ -1,0 +1,249 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/configuration.h"
+#include "frame/failure_p.h"
+#include "frame/keyvalue_p.h"
+#include "frame/lines_p.h"
+#include "kez/loggerconfigcontroller.h"
+#include "log/banner_p.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QFile>
+#include <QMetaType>
+
+namespace {
+
+constexpr const char* BuildSignature = "shared_ptr<Log> Config::buildFileSystemLogger(Config&)";
+
+const int configMetaType = qRegisterMetaType<Config>();
+
+QString versionKey()
+{
+    return QStringLiteral("app.version");
+}
+
+QString logFileNameKey()
+{
+    return QStringLiteral("log.filename");
+}
+
+/// The value of a numeric key, or `fallback` when it is absent.
+template <typename Number>
+Number number(const Properties& properties, const QString& key, Number fallback,
+              Number (QString::*parse)(bool*, int) const)
+{
+    if (!properties.contains(key)) return fallback;
+    const QString value = properties.value(key);
+    bool parsed = false;
+    const Number result = (value.*parse)(&parsed, 10);
+    if (!parsed)
+        Failure::raise(BuildSignature,
+                       Failure::message("ConfParamInvalid", key + QLatin1Char('=') + value));
+    return result;
+}
+
+LoggerLevel::LogLevel filterLevel(const Properties& properties)
+{
+    const QString key = QStringLiteral("log.filter");
+    if (!properties.contains(key)) return LoggerLevel::warning;
+    const QString name = properties.value(key).toLower();
+    if (name == QLatin1String("fatal")) return LoggerLevel::fatal;
+    if (name == QLatin1String("error")) return LoggerLevel::error;
+    if (name == QLatin1String("warning")) return LoggerLevel::warning;
+    if (name == QLatin1String("info")) return LoggerLevel::info;
+    return LoggerLevel::debug;
+}
+
+bool isTeeOn(const Properties& properties)
+{
+    const QString key = QStringLiteral("log.tee");
+    return properties.contains(key) && properties.value(key) == QLatin1String("1");
+}
+
+void checkLoggerKeys(const Properties& properties)
+{
+    Properties checked(properties);
+    LoggerConfigController controller;
+    if (!controller.isLegalConfiguration(&checked))
+        Failure::raise(BuildSignature, controller.errorsToString(QStringLiteral("\n")));
+}
+
+} // namespace
+
+Config::Config(const QString& version, QObject* parent)
+    : QObject(parent), _properties(std::make_shared<Properties>())
+{
+    setVersion(version.isEmpty() ? QStringLiteral("0.0.0") : version);
+}
+
+Config::Config(const Config& other, QObject* parent)
+    : QObject(parent), _properties(other._properties), _logger(other._logger)
+{}
+
+Config::~Config() = default;
+
+std::shared_ptr<Config> Config::load(const QString& path, const QString& version)
+{
+    constexpr const char* signature =
+        "shared_ptr<Config> Config::load(const QString&, const QString&)";
+    QFile file(path);
+    if (!file.exists()) Failure::raise(signature, Failure::message("FileDoesntExist", path));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text | QIODevice::ExistingOnly))
+        Failure::raise(signature, Failure::message("FileNotReadable", path));
+
+    auto config = std::make_shared<Config>();
+    Properties& properties = *config->_properties;
+    forEachLine(file, 0, [&properties](const QString& line) {
+        if (line.startsWith(QLatin1Char('#'))) return;
+        const auto pair = splitAtFirstEquals(line);
+        if (!pair) return;
+        const QString key = pair->key.toString();
+        if (!properties.contains(key)) properties.insert(key, pair->value.toString(), false);
+    });
+    if (!version.isEmpty()) config->setVersion(version);
+    return config;
+}
+
+std::shared_ptr<Config> Config::load(const Properties& properties, const QString& version)
+{
+    auto config = std::make_shared<Config>();
+    for (auto it = properties.begin(); it != properties.end(); ++it)
+        config->_properties->insert(it.key(), it.value(), false);
+    if (!version.isEmpty()) config->setVersion(version);
+    return config;
+}
+
+std::shared_ptr<Logger> Config::buildFileSystemLogger(const Properties& properties)
+{
+    checkLoggerKeys(properties);
+    const auto maxSize = number<qulonglong>(properties, QStringLiteral("log.maxsize"), 1048576,
+                                            &QString::toULongLong);
+    const auto kept = number<uint>(properties, QStringLiteral("log.kept"), 10, &QString::toUInt);
+    const auto timeout =
+        number<uint>(properties, QStringLiteral("log.timeout"), 7, &QString::toUInt);
+
+    auto logger = std::make_shared<Logger>(properties.value(logFileNameKey()), maxSize, kept,
+                                           timeout, filterLevel(properties), nullptr);
+    if (isTeeOn(properties))
+        logger->enableTee();
+    else
+        logger->disableTee();
+    return logger;
+}
+
+QString Config::homePath()
+{
+    return QDir::homePath();
+}
+
+QString Config::userAccount()
+{
+    const QString user = qEnvironmentVariable("USER");
+    return user.isEmpty() ? qEnvironmentVariable("USERNAME") : user;
+}
+
+std::shared_ptr<Properties> Config::properties() const
+{
+    return _properties;
+}
+
+std::shared_ptr<Logger> Config::logger() const
+{
+    return _logger;
+}
+
+QString Config::value(const QString& key) const
+{
+    return _properties->value(key);
+}
+
+bool Config::existsKey(const QString& key) const
+{
+    return _properties->contains(key);
+}
+
+QString Config::logBannerTitle() const
+{
+    const QString key = QStringLiteral("log.banner.title");
+    const QString title = existsKey(key) ? value(key).trimmed() : QString();
+    return title.isEmpty() ? Failure::message("DefaultLogTitle") : title;
+}
+
+bool Config::displayPropertiesWithinBanner() const
+{
+    const QString key = QStringLiteral("log.banner.properties");
+    if (!existsKey(key)) return true;
+    const QString choice = value(key).trimmed().toLower();
+    return choice != QLatin1String("0") && choice != QLatin1String("false") &&
+           choice != QLatin1String("faux");
+}
+
+std::shared_ptr<Logger> Config::getOrbuildFileSystemLogger() const
+{
+    return _logger ? _logger : buildFileSystemLogger(*_properties);
+}
+
+void Config::logBanner(const QString& titleFormat, const QString& titleArgument,
+                       bool withProperties, const QString& trailer) const
+{
+    if (!_logger) return;
+    const BannerFilter bannerFilter(*_logger);
+    writeBannerBox(*_logger, Failure::completed(titleFormat, titleArgument));
+    _logger->info(trailer);
+    if (withProperties) {
+        // Padded on the left, unlike the banner of Logger.
+        writeBannerProperties(*_logger, *_properties, [](const QString& key, qsizetype width) {
+            return key.rightJustified(width, QLatin1Char(' '));
+        });
+    }
+}
+
+bool Config::isLegalConfiguration(IConfigController* controller)
+{
+    return controller && controller->isLegalConfiguration(_properties.get());
+}
+
+void Config::setLogger(std::shared_ptr<Logger> logger)
+{
+    _logger = std::move(logger);
+}
+
+void Config::forgetLogger()
+{
+    _logger.reset();
+}
+
+void Config::setVersion(const QString& version)
+{
+    _properties->insert(versionKey(), version, true);
+}
+
+QDataStream& operator<<(QDataStream& stream, const Config& config)
+{
+    const std::shared_ptr<const Properties> properties = config.properties();
+    for (auto it = properties->begin(); it != properties->end(); ++it)
+        stream << QString(it.key() + QLatin1Char('=') + it.value());
+    return stream;
+}
+
+QDataStream& operator>>(QDataStream& stream, Config& config)
+{
+    auto properties = std::make_shared<Properties>();
+    while (!stream.atEnd()) {
+        QString text;
+        stream >> text;
+        if (stream.status() != QDataStream::Ok) return stream;
+        const auto pair = splitAtFirstEquals(text);
+        if (pair)
+            properties->insert(pair->key.toString(), pair->value.toString(), true);
+        else
+            properties->insert(text, QString(), true);
+    }
+    config._properties = properties;
+    config._logger = properties->contains(logFileNameKey())
+                         ? Config::buildFileSystemLogger(*properties)
+                         : std::make_shared<Logger>();
+    return stream;
+}

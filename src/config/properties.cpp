@@ -1,0 +1,185 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/properties.h"
+#include "config/propertiesreader_p.h"
+#include "frame/failure_p.h"
+
+#include <QFile>
+#include <QTextStream>
+
+namespace {
+
+[[noreturn]] void raiseNotFound(const char* signature, const QString& key)
+{
+    Failure::raise(signature, Failure::libraryMessage("PropertyNotFound", key));
+}
+
+constexpr const char* SaveSignature =
+    "void Properties::saveProperties(const QString&, QMap<QString,QString>&, bool)";
+
+void makeRoomFor(const QString& path, bool overwrite)
+{
+    if (!QFile::exists(path)) return;
+    if (!overwrite)
+        Failure::raise(SaveSignature, Failure::libraryMessage("FileAlreadyExists", path));
+    if (!QFile::remove(path))
+        Failure::raise(SaveSignature, Failure::libraryMessage("CannotDeleteFile", path));
+}
+
+} // namespace
+
+Properties::Properties() : _spMap(std::make_shared<Dictionnary>())
+{}
+
+Properties::Properties(const QMap<QString, QString>& map)
+    : _spMap(std::make_shared<Dictionnary>(map))
+{}
+
+Properties::Properties(const Properties& other) : Properties(*other._spMap)
+{}
+
+Properties& Properties::operator=(const Properties& other)
+{
+    *_spMap = *other._spMap;
+    return *this;
+}
+
+Properties::~Properties() = default;
+
+std::shared_ptr<Properties> Properties::loadProperties(const QString& path, qint64 maxLineLength)
+{
+    auto properties = std::make_shared<Properties>();
+    readPropertiesFile(path, maxLineLength, "Properties Properties::loadProperties(const QString&)",
+                       [&properties](const QString& key, const QString& value) {
+                           properties->insert(key, value, false);
+                       });
+    return properties;
+}
+
+void Properties::saveProperties(const QString& path, const QMap<QString, QString>& map,
+                                bool overwrite)
+{
+    makeRoomFor(path, overwrite);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        Failure::raise(SaveSignature, Failure::libraryMessage("FileCreatingFailure", path));
+
+    QTextStream stream(&file);
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
+        const QString line = it.key() + QLatin1Char('=') + it.value();
+        stream << line << Qt::endl;
+        if (stream.status() != QTextStream::Ok)
+            Failure::raise(SaveSignature, Failure::libraryMessage("CannotWriteLine", line));
+    }
+}
+
+std::shared_ptr<Properties> Properties::toProperties(const QMap<QString, QString>& map)
+{
+    auto properties = std::make_shared<Properties>();
+    properties->insert(map, false);
+    return properties;
+}
+
+bool Properties::contains(const QString& key) const
+{
+    return _spMap->contains(key);
+}
+
+QString Properties::value(const QString& key) const
+{
+    const auto found = _spMap->constFind(key);
+    if (found == _spMap->cend()) raiseNotFound("QString Properties::value(const QString&)", key);
+    return *found;
+}
+
+qsizetype Properties::size() const
+{
+    return _spMap->size();
+}
+
+bool Properties::empty() const
+{
+    return _spMap->isEmpty();
+}
+
+Properties::iterator Properties::begin()
+{
+    return _spMap->begin();
+}
+
+Properties::iterator Properties::end()
+{
+    return _spMap->end();
+}
+
+Properties::const_iterator Properties::begin() const
+{
+    return _spMap->cbegin();
+}
+
+Properties::const_iterator Properties::end() const
+{
+    return _spMap->cend();
+}
+
+Properties::key_iterator Properties::keyBegin() const
+{
+    return _spMap->keyBegin();
+}
+
+Properties::key_iterator Properties::keyEnd() const
+{
+    return _spMap->keyEnd();
+}
+
+std::shared_ptr<Dictionnary> Properties::toDictionnary() const
+{
+    return _spMap;
+}
+
+void Properties::saveProperties(const QString& path, bool overwrite) const
+{
+    saveProperties(path, *_spMap, overwrite);
+}
+
+QString Properties::setValue(const QString& key, const QString& value)
+{
+    const auto found = _spMap->find(key);
+    if (found == _spMap->end())
+        raiseNotFound("QString Properties::setValue(const QString&, const QString&)", key);
+    return std::exchange(*found, value);
+}
+
+void Properties::insert(const QString& key, const QString& value, bool overwrite)
+{
+    if (!overwrite && _spMap->contains(key))
+        Failure::raise("void Properties::insert(const QString&, const QString&)",
+                       Failure::libraryMessage("DuplicateProperty", key));
+    _spMap->insert(key, value);
+}
+
+void Properties::insert(const QMap<QString, QString>& map, bool overwrite)
+{
+    const QMap<QString, QString> entries = map; // it may be this object's own
+    for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
+        if (!overwrite && _spMap->contains(it.key()))
+            Failure::raise("void Properties::insert(QMap<QString,QString>&)",
+                           Failure::libraryMessage("PropertyAlreadyExists", it.key()));
+        _spMap->insert(it.key(), it.value());
+    }
+}
+
+QString Properties::remove(const QString& key)
+{
+    const auto found = _spMap->find(key);
+    if (found == _spMap->end()) raiseNotFound("QString Properties::remove(const QString&)", key);
+    const QString value = *found;
+    _spMap->erase(found);
+    return value;
+}
+
+void Properties::clear()
+{
+    _spMap->clear();
+}
