@@ -1,0 +1,265 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/logger.h"
+#include "frame/failure_p.h"
+#include "log/logring_p.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QMessageLogger>
+#include <QMutex>
+
+#include <chrono>
+#include <mutex>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto LockWait = 300ms;
+
+constexpr const char* ConstructorSignature =
+    "Logger::Logger(const QString&, quint64, quint32, quint32, LogLevel, LogFormatter)";
+
+LogFormatter orDefault(LogFormatter formatter)
+{
+    return formatter ? formatter : static_cast<LogFormatter>(&Logger::formatter);
+}
+
+void checkDirectory(const QString& path)
+{
+    const QFileInfo directory(path);
+    if (!directory.exists() || !directory.isDir() || !directory.isReadable() ||
+        !directory.isWritable())
+        Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", path));
+}
+
+/// `<directory>/<base>-%d.log`, in a directory that can be used.
+QString ringPattern(const QString& fileName)
+{
+    const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
+    const QString directory = slash < 0 ? QDir::homePath() : fileName.left(slash);
+    checkDirectory(slash == 0 ? QStringLiteral("/") : directory);
+
+    QString base = fileName.sliced(slash + 1);
+    if (base.endsWith(QLatin1String(".log"))) base.chop(4);
+    return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
+}
+
+} // namespace
+
+Logger::Logger()
+    : _formatter(orDefault(nullptr)),
+      _spMutex(std::make_shared<QMutex>()),
+      _spRing(std::make_shared<Ring>())
+{}
+
+Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
+               LoggerLevel::LogLevel filter, LogFormatter lineFormatter)
+    : _formatter(orDefault(lineFormatter)),
+      _spFileName(std::make_shared<QString>(ringPattern(fileName))),
+      _maxSize(maxSize == 0 ? 1048576 : maxSize),
+      _timeout(timeout),
+      _kept(kept == 0 ? 5 : kept),
+      _filter(filter),
+      _spMutex(std::make_shared<QMutex>()),
+      _spRing(std::make_shared<Ring>())
+{
+    const unsigned int index = lookForLastFile();
+    const QString path = ringFileName(index);
+    _spRing->last = index;
+    if (QFile::exists(path)) {
+        if (!openRingFile(index, QIODevice::NotOpen))
+            Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
+        duplicateLogFile();
+        if (needsRotate()) _spRing->last = rotation(index);
+    } else if (!openRingFile(index, QIODevice::NewOnly)) {
+        Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
+    }
+}
+
+Logger::Logger(const Logger& other)
+    : _formatter(other._formatter.load()),
+      _spFileName(other._spFileName),
+      _maxSize(other._maxSize),
+      _timeout(other._timeout),
+      _kept(other._kept),
+      _tee(other._tee.load()),
+      _filter(other._filter.load()),
+      _spMutex(other._spMutex),
+      _bannerTitle(other._bannerTitle),
+      _recordConfigurationData(other._recordConfigurationData),
+      _spRing(other._spRing)
+{}
+
+Logger::~Logger() = default;
+
+LoggerLevel::LogLevel Logger::filter() const
+{
+    return _filter.load(std::memory_order_relaxed);
+}
+
+LogFormatter Logger::formatter() const
+{
+    return _formatter.load(std::memory_order_relaxed);
+}
+
+bool Logger::isTeeEnabled() const
+{
+    return _tee.load(std::memory_order_relaxed);
+}
+
+QString Logger::bannerTitle() const
+{
+    return _bannerTitle;
+}
+
+bool Logger::recordConfigurationData() const
+{
+    return _recordConfigurationData;
+}
+
+void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
+{
+    if (level < filter()) return;
+    std::unique_lock lock(*_spMutex, std::defer_lock);
+    if (!lock.try_lock_for(LockWait)) {
+        QString line;
+        formatter()(level, msg, line);
+        QMessageLogger().debug().noquote().nospace()
+            << "Logger::writeTrace DEADLOCK >> stdout - " << line;
+        return;
+    }
+    QString& line = _spRing->freshLine();
+    formatter()(level, msg, line);
+    if (!_spRing->file || !_spRing->file->isOpen()) {
+        writeConsole(level, line);
+        return;
+    }
+    const bool isTeed = isTeeEnabled();
+    if (isTeed) {
+        line += QStringLiteral(" [Tee]"); // the file receives it too
+        writeConsole(level, line);
+    }
+    // A line that did not reach the file is shown once the others can go on.
+    const auto showLostLine = [&] {
+        const QString lost = line + QStringLiteral(" [>>]");
+        lock.unlock();
+        if (!isTeed) writeConsole(level, lost);
+    };
+    try {
+        if (!appendToFile(level, line)) showLostLine();
+    } catch (const Exception& e) {
+        showLostLine();
+        throw Exception(e);
+    } catch (...) {
+        showLostLine();
+        Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
+                       QStringLiteral("catch(...) ?"));
+    }
+}
+
+void Logger::debug(const QString& msg)
+{
+    writeTrace(LoggerLevel::debug, msg);
+}
+
+void Logger::info(const QString& msg)
+{
+    writeTrace(LoggerLevel::info, msg);
+}
+
+void Logger::warning(const QString& msg)
+{
+    writeTrace(LoggerLevel::warning, msg);
+}
+
+void Logger::critical(const QString& msg)
+{
+    writeTrace(LoggerLevel::error, msg);
+}
+
+void Logger::fatal(const QString& msg)
+{
+    writeTrace(LoggerLevel::fatal, msg);
+}
+
+void Logger::writeConsole(LoggerLevel::LogLevel level, const QString& line) const
+{
+    switch (level) {
+    case LoggerLevel::info:
+        QMessageLogger().info() << line;
+        return;
+    case LoggerLevel::warning:
+        QMessageLogger().warning() << line;
+        return;
+    case LoggerLevel::error:
+        QMessageLogger().critical() << line;
+        return;
+    case LoggerLevel::fatal: {
+        QString quoted;
+        QDebug(&quoted).nospace() << line; // fatal messages have no stream before Qt 6.5
+        QMessageLogger().fatal("%s", qUtf8Printable(quoted));
+    }
+    case LoggerLevel::debug:
+        break;
+    }
+    QMessageLogger().debug() << line;
+}
+
+LoggerLevel::LogLevel Logger::setFilter(LoggerLevel::LogLevel filter)
+{
+    return _filter.exchange(filter);
+}
+
+LogFormatter Logger::setFormatter(LogFormatter lineFormatter)
+{
+    // Only ever a reset to the default: see the declaration.
+    return lineFormatter ? formatter() : _formatter.exchange(orDefault(nullptr));
+}
+
+void Logger::enableTee()
+{
+    _tee = true;
+}
+
+void Logger::disableTee()
+{
+    _tee = false;
+}
+
+void Logger::close()
+{
+    if (_spRing->file && _spRing->file->isOpen()) _spRing->file->close();
+    closeDuplicatedHandle();
+}
+
+void Logger::duplicateLogFile()
+{
+    if (_spRing->file) _spRing->duplicate();
+}
+
+FILE* Logger::duplicatedDescriptor() const
+{
+    return _spRing->stream;
+}
+
+void Logger::closeDuplicatedHandle()
+{
+    _spRing->closeStream();
+}
+
+/// False when the file did not take the line. A rotation that leaves no file is no such case: the
+/// line is shown with the reason, and that is what becomes of it.
+bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
+{
+    const QByteArray& bytes = _spRing->encoded(line);
+    if (isTooOldOrReaches(bytes.size() + (_spRing->endsInsideLine ? 1 : 0)))
+        _spRing->last = rotation(_spRing->last);
+    if (_spRing->file) return _spRing->append(bytes);
+    line += QLatin1Char(' ') + Failure::message("LogRotationFailure");
+    writeConsole(level, line);
+    return true;
+}

@@ -1,0 +1,99 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/loggerconfigcontroller.h"
+#include "frame/failure_p.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+namespace {
+
+bool isInteger(const QString& text)
+{
+    bool isSigned = false;
+    bool isUnsigned = false;
+    text.toLongLong(&isSigned, 10);
+    text.toULongLong(&isUnsigned, 10);
+    return isSigned || isUnsigned;
+}
+
+bool isUsableDirectory(const QString& path)
+{
+    const QFileInfo directory(path);
+    return directory.isReadable() && directory.isWritable();
+}
+
+/// "%1" is the only place marker that a banner title can use.
+bool holdsForeignMarker(const QString& title)
+{
+    static const QRegularExpression marker(QStringLiteral("%L?([0-9]{1,2})"));
+    auto matches = marker.globalMatch(title);
+    while (matches.hasNext()) {
+        if (matches.next().captured(1) != QLatin1String("1")) return true;
+    }
+    return false;
+}
+
+} // namespace
+
+LoggerConfigController::LoggerConfigController(QObject* parent) : IConfigController(parent)
+{}
+
+LoggerConfigController::~LoggerConfigController() = default;
+
+bool LoggerConfigController::isLegalConfiguration(Properties* properties)
+{
+    if (!properties) {
+        insertError(Failure::message("UndefinedConfig"));
+        return false;
+    }
+    const qsizetype errorsBefore = errors().size();
+    checkFileName(*properties);
+    checkIntegers(*properties);
+    checkBannerTitle(*properties);
+    checkFilter(*properties);
+    return errors().size() == errorsBefore;
+}
+
+void LoggerConfigController::checkFileName(const Properties& properties)
+{
+    const QString key = QStringLiteral("log.filename");
+    const QString fileName = properties.contains(key) ? properties.value(key) : QString();
+    if (fileName.isEmpty() || !isUsableDirectory(QFileInfo(fileName).absoluteDir().path()))
+        insertInvalid(key, fileName);
+}
+
+void LoggerConfigController::checkIntegers(const Properties& properties)
+{
+    for (const char* name :
+         {"log.maxsize", "log.kept", "log.timeout", "log.tee", "log.banner.properties"}) {
+        const QString key = QString::fromLatin1(name);
+        if (properties.contains(key) && !isInteger(properties.value(key)))
+            insertInvalid(key, properties.value(key));
+    }
+}
+
+void LoggerConfigController::checkBannerTitle(const Properties& properties)
+{
+    const QString key = QStringLiteral("log.banner.title");
+    if (properties.contains(key) && holdsForeignMarker(properties.value(key)))
+        insertInvalid(key, properties.value(key), QStringLiteral(" -> %1 = version"));
+}
+
+void LoggerConfigController::checkFilter(const Properties& properties)
+{
+    const QString key = QStringLiteral("log.filter");
+    if (!properties.contains(key)) return;
+    static const QStringList names = {QStringLiteral("debug"), QStringLiteral("info"),
+                                      QStringLiteral("warning"), QStringLiteral("error"),
+                                      QStringLiteral("fatal")};
+    if (!names.contains(properties.value(key))) insertInvalid(key, properties.value(key));
+}
+
+void LoggerConfigController::insertInvalid(const QString& key, const QString& value,
+                                           const QString& hint)
+{
+    insertError(Failure::message("InvalidParameter", key, value) + hint);
+}

@@ -1,0 +1,147 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "frame/failure_p.h"
+#include "log/logring_p.h"
+
+#include <QDateTime>
+#include <QStringConverter>
+
+#include <cerrno>
+#include <ctime>
+#include <limits>
+#include <system_error>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// Above this the buffers of one long line are given back instead of being kept for the next one.
+constexpr qsizetype KeptBufferSize = 64 * 1024;
+
+qint64 millisecondsNow()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<qint64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+qint64 tooOldAt(const QFile& file, quint32 timeoutDays)
+{
+    QDateTime birth = file.fileTime(QFileDevice::FileBirthTime);
+    if (!birth.isValid()) birth = file.fileTime(QFileDevice::FileModificationTime);
+    const QDateTime end = birth.addDays(timeoutDays);
+    return end.isValid() ? end.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
+}
+
+rlim_t processLimit()
+{
+    rlimit limit{};
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
+}
+
+[[noreturn]] void raiseDuplicationFailure(int error)
+{
+    Failure::raise("void Logger::duplicateLogFile()",
+                   QString::fromLocal8Bit(std::generic_category().message(error).c_str()));
+}
+
+} // namespace
+
+void Logger::Ring::setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays)
+{
+    file = std::move(opened);
+    endsInsideLine = false;
+    _tooOldAt = tooOldAt(*file, timeoutDays);
+    _processLimit = processLimit();
+}
+
+qint64 Logger::Ring::size() const
+{
+    if (!file->isOpen()) return file->size();
+    // Cheaper than fstat, and harmless: whatever is written goes to the end of the file.
+    const off_t end = lseek(file->handle(), 0, SEEK_END);
+    return end < 0 ? 0 : end;
+}
+
+bool Logger::Ring::isTooOld() const
+{
+    return millisecondsNow() >= _tooOldAt;
+}
+
+QString& Logger::Ring::freshLine()
+{
+    if (_line.capacity() > KeptBufferSize) _line = QString();
+    _line.resize(0);
+    return _line;
+}
+
+const QByteArray& Logger::Ring::encoded(const QString& line)
+{
+    if (_bytes.capacity() > KeptBufferSize) _bytes = QByteArray();
+    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+    _bytes.resize(encoder.requiredSpace(line.size()) + 1);
+    char* end = encoder.appendToBuffer(_bytes.data(), line);
+    *end++ = '\n';
+    _bytes.resize(end - _bytes.constData());
+    return _bytes;
+}
+
+bool Logger::Ring::append(const QByteArray& line)
+{
+    if (exceedsProcessLimit(line.size() + 1)) return false;
+    if (endsInsideLine && !writeAll("\n", 1)) return false;
+    return writeAll(line.constData(), line.size());
+}
+
+void Logger::Ring::duplicate()
+{
+    const int descriptor = file->handle();
+    if (streamIsOpen) {
+        // The stream may be in somebody's hands: it stays, and its descriptor changes files. What
+        // it still buffers belongs to the file that it was written for.
+        std::fflush(stream);
+        if (dup3(descriptor, fileno(stream), O_CLOEXEC) < 0) raiseDuplicationFailure(errno);
+        return;
+    }
+    const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) raiseDuplicationFailure(errno);
+    stream = fdopen(copy, "r+");
+    if (!stream) {
+        const int error = errno;
+        ::close(copy);
+        raiseDuplicationFailure(error);
+    }
+    streamIsOpen = true;
+}
+
+void Logger::Ring::closeStream()
+{
+    if (!streamIsOpen) return;
+    streamIsOpen = false;
+    std::fclose(stream);
+}
+
+/// A write beyond the process's limit would not only fail: its signal ends the process.
+bool Logger::Ring::exceedsProcessLimit(qint64 extraBytes)
+{
+    if (_processLimit == RLIM_INFINITY) return false;
+    const auto sizeAfter = static_cast<rlim_t>(size() + extraBytes);
+    if (sizeAfter <= _processLimit) return false;
+    _processLimit = processLimit();
+    return sizeAfter > _processLimit;
+}
+
+bool Logger::Ring::writeAll(const char* data, qint64 length)
+{
+    while (length > 0) {
+        const ssize_t written = write(file->handle(), data, static_cast<size_t>(length));
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        length -= written;
+        endsInsideLine = data[-1] != '\n';
+    }
+    return true;
+}
