@@ -1,0 +1,432 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/FilesQueue.h"
+#include "frame/failure_p.h"
+#include "kez/exception.h"
+#include "kez/log.h"
+
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSet>
+#include <QThread>
+#include <QTimer>
+
+namespace {
+
+constexpr QDir::Filters FileFilters = QDir::Files | QDir::Readable | QDir::Writable;
+
+constexpr const char* ConstructorSignature =
+    "FilesQueue::FilesQueue(const QString&, QList<ConsumerEntry>, int, QObject*)";
+constexpr const char* JsonSignature = "FilesQueue* FilesQueue::initFilesQueue(const QJsonObject&)";
+constexpr const char* ConsumedSignature =
+    "void FilesQueue::consumed(const QString&, const QString&)";
+
+/// Writes a trace; its text is only composed when the log wants it.
+template <typename... Arguments>
+void trace(const QString& text, const Arguments&... arguments)
+{
+    Log* const log = Log::getInstance();
+    if (log->filter() <= LoggerLevel::debug) log->debug(Failure::completed(text, arguments...));
+}
+
+bool isUsableDirectory(const QString& path)
+{
+    const QFileInfo info(path);
+    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
+}
+
+QString unknownFile(const QString& fileName)
+{
+    return QStringLiteral("Le fichier [%1] n'existe pas dans la file d'attente").arg(fileName);
+}
+
+QString unknownConsumer(const QString& id)
+{
+    return QStringLiteral("L'identifiant de consommateur %1 n'existe pas").arg(id);
+}
+
+/// Refuses the first consumer whose identifier another one has as well.
+void checkIdentifiers(const QList<ConsumerEntry>& consumers)
+{
+    QHash<QString, int> uses;
+    for (const ConsumerEntry& consumer : consumers)
+        ++uses[consumer.id];
+    for (const ConsumerEntry& consumer : consumers) {
+        if (uses.value(consumer.id) > 1) {
+            Failure::raise(
+                ConstructorSignature,
+                QStringLiteral("La liste des consommateurs comporte un doublon : ID = %1")
+                    .arg(consumer.id));
+        }
+    }
+}
+
+struct Description {
+    QString path;
+    int period = 10000;
+    bool keep = true;
+};
+
+[[noreturn]] void raiseIllegal(const QString& key, const char* reasonKey)
+{
+    Failure::raise(JsonSignature,
+                   Failure::message("IllegalParameter", key, Failure::message(reasonKey)));
+}
+
+void applyPath(const QJsonValue& value, Description& description)
+{
+    if (!value.isString()) return;
+    const QString path = value.toString();
+    if (!isUsableDirectory(path))
+        Failure::raise(JsonSignature, Failure::message("DirAccessFailure", path));
+    description.path = path;
+}
+
+void applyPeriod(const QJsonValue& value, const QString& key, Description& description)
+{
+    if (!value.isDouble()) raiseIllegal(key, "NotAnInteger");
+    description.period = value.toInt(description.period);
+}
+
+void applyKeep(const QJsonValue& value, const QString& key, Description& description)
+{
+    if (!value.isBool()) raiseIllegal(key, "NotABoolean");
+    description.keep = value.toBool();
+}
+
+void apply(const QJsonObject& members, Description& description)
+{
+    for (auto it = members.begin(); it != members.end(); ++it) {
+        const QString key = it.key();
+        if (key == QLatin1String("path"))
+            applyPath(it.value(), description);
+        else if (key == QLatin1String("period"))
+            applyPeriod(it.value(), key, description);
+        else if (key == QLatin1String("keep"))
+            applyKeep(it.value(), key, description);
+    }
+}
+
+} // namespace
+
+/// Holds the queue's lock. Taken again by the thread that holds it, it does nothing, so that a slot
+/// that is connected directly to queueUpdated() may call the queue back.
+class FilesQueue::Locker {
+public:
+    explicit Locker(FilesQueue& queue)
+        : _queue(queue), _isHolder(queue._lockHolder != QThread::currentThreadId())
+    {
+        if (_isHolder) {
+            _queue._lock.lock();
+            _queue._lockHolder = QThread::currentThreadId();
+        }
+    }
+    ~Locker()
+    {
+        if (_isHolder) {
+            _queue._lockHolder = nullptr;
+            _queue._lock.unlock();
+        }
+    }
+    Locker(const Locker&) = delete;
+    Locker& operator=(const Locker&) = delete;
+
+private:
+    FilesQueue& _queue;
+    bool _isHolder;
+};
+
+/// What a re-scan found about the entries: a file may be in both lists.
+struct FilesQueue::Changes {
+    QList<QString> deleted;
+    QList<QString> consumed;
+};
+
+FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
+                       int interval, QObject* parent)
+    : QObject(parent), _scrutationInterval(interval)
+{
+    if (!isUsableDirectory(path)) {
+        Failure::raise(ConstructorSignature,
+                       QStringLiteral("Le répertoire %1 est invalide").arg(path));
+    }
+    _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);
+    checkIdentifiers(consumerList);
+    _consumers = std::move(consumerList);
+    if (keep)
+        loadEntries();
+    else
+        purgeDirectory();
+}
+
+FilesQueue::~FilesQueue()
+{
+    if (_watcher) _watcher->deleteLater();
+    if (_timer) _timer->deleteLater();
+    qDeleteAll(_entries);
+}
+
+FilesQueue* FilesQueue::initFilesQueue(const QJsonArray& description)
+{
+    Description settings;
+    for (const QJsonValue& element : description)
+        apply(element.toObject(), settings);
+    if (settings.path.isNull())
+        Failure::raise(JsonSignature, Failure::message("PropertyNotFound", QStringLiteral("path")));
+    return new FilesQueue(settings.path, {}, settings.keep, settings.period, nullptr);
+}
+
+QDir FilesQueue::path() const
+{
+    return _path;
+}
+
+int FilesQueue::size() const
+{
+    return static_cast<int>(_entries.size());
+}
+
+int FilesQueue::index(const QString& id) const
+{
+    for (int i = 0; i < _consumers.size(); ++i) {
+        if (_consumers.at(i).id == id) return i;
+    }
+    return -1;
+}
+
+int FilesQueue::fileIndex(const QString& fileName) const
+{
+    return _positions.value(fileName, -1);
+}
+
+FileEntry* FilesQueue::entryFromFileName(const QString& fileName) const
+{
+    const int position = fileIndex(fileName);
+    return position < 0 ? nullptr : _entries.at(position);
+}
+
+bool FilesQueue::existsFileEntry(const QString& fileName) const
+{
+    return _positions.contains(fileName);
+}
+
+bool FilesQueue::isConsumedFromAll(const QString& fileName) const
+{
+    const FileEntry* const entry = entryFromFileName(fileName);
+    if (!entry)
+        Failure::raise("bool FilesQueue::allConsumed(const QString&)", unknownFile(fileName));
+    return entry->allConsumed();
+}
+
+int FilesQueue::scrutationIntervall() const
+{
+    return _scrutationInterval;
+}
+
+void FilesQueue::setScrutationIntervall(int interval)
+{
+    _scrutationInterval = interval;
+    if (!_timer) return;
+    const bool wasActive = _timer->isActive();
+    if (wasActive) _timer->stop();
+    if (interval <= 0) return;
+    _timer->setInterval(interval);
+    if (wasActive) enableScrutationMode();
+}
+
+bool FilesQueue::enableScrutationMode()
+{
+    if (_scrutationInterval <= 0) {
+        if (_timer) _timer->stop();
+        return false;
+    }
+    if (!_timer) {
+        _timer = new QTimer(this);
+        connect(_timer, &QTimer::timeout, this, &FilesQueue::onDirectoryChanged);
+    }
+    _timer->setSingleShot(false);
+    _timer->start(_scrutationInterval);
+    return true;
+}
+
+void FilesQueue::disableScrutationMode()
+{
+    if (_timer && _timer->isActive()) _timer->stop();
+}
+
+void FilesQueue::appendConsumer(ConsumerAncestor* consumer)
+{
+    if (!consumer) return;
+    const Locker locker(*this);
+    _consumers.append({consumer->id(), consumer});
+    for (FileEntry* const entry : std::as_const(_entries))
+        entry->appendConsumerFlag();
+    connectConsumer(consumer);
+}
+
+void FilesQueue::onProcess()
+{
+    trace(QStringLiteral("Thread onProcess : ID = 0x%1 (_path=%2)"),
+          QStringLiteral("%1").arg(reinterpret_cast<quintptr>(QThread::currentThreadId()), 16, 16,
+                                   QLatin1Char('0')),
+          _path.absolutePath());
+    {
+        const Locker locker(*this);
+        for (const ConsumerEntry& consumer : std::as_const(_consumers))
+            connectConsumer(consumer.consumer);
+    }
+    _watcher = new QFileSystemWatcher(this);
+    _watcher->addPath(_path.absolutePath());
+    connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
+    enableScrutationMode();
+}
+
+void FilesQueue::onQuit()
+{
+    trace(QStringLiteral("> [FilesQueue] : Demande d'arrêt du thread d'affinité %1"),
+          thread()->objectName());
+    thread()->quit();
+}
+
+void FilesQueue::onDirectoryChanged()
+{
+    const Locker locker(*this);
+    // A fresh directory object: _path would answer from what it remembers of the last listing.
+    const QFileInfoList listing =
+        QDir(_path.path()).entryInfoList(FileFilters | QDir::NoDotAndDotDot, QDir::Name);
+    trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
+                         "(%1 fichiers)"),
+          QString::number(listing.size()));
+
+    const QList<QString> appended = appendNewEntries(listing);
+    const Changes changes = classifyEntries(listing);
+    deleteFiles(changes.consumed);
+    dropEntries(changes);
+
+    if (!appended.isEmpty() || !changes.deleted.isEmpty()) Q_EMIT
+    queueUpdated(appended, changes.deleted);
+    trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
+                         "taille de la file = %4"),
+          QString::number(appended.size()), QString::number(changes.deleted.size()),
+          QString::number(changes.consumed.size()), QString::number(_entries.size()));
+}
+
+void FilesQueue::onConsumed(const QString& id, const QString& fileName)
+{
+    trace(QStringLiteral("> consummed : Fichier %1 utilisé par le consommateur %2"), fileName, id);
+    const Locker locker(*this);
+    const int consumer = index(id);
+    // A pointer here and a value below: see the declaration.
+    if (consumer < 0)
+        throw new Exception(Failure::text(ConsumedSignature, unknownConsumer(id)), nullptr);
+    FileEntry* const entry = entryFromFileName(fileName);
+    if (!entry) Failure::raise(ConsumedSignature, unknownFile(fileName));
+    entry->enableUptakeFlag(consumer);
+}
+
+void FilesQueue::onRequestForFiles(const QString& id)
+{
+    trace(QStringLiteral("> requestForFiles : Demande de la liste des fichiers en attente pour le "
+                         "consommateur %1"),
+          id);
+    QList<QString> names;
+    bool isKnown = false;
+    {
+        const Locker locker(*this);
+        const int consumer = index(id);
+        isKnown = consumer >= 0;
+        for (const FileEntry* const entry : std::as_const(_entries)) {
+            if (isKnown && !entry->isConsumed(consumer)) names.append(entry->fileName());
+        }
+    }
+    if (!isKnown) names.append(unknownConsumer(id));
+    Q_EMIT
+    filesNotConsumed(names, !isKnown);
+}
+
+void FilesQueue::loadEntries()
+{
+    for (const QFileInfo& file : _path.entryInfoList()) {
+        if (file.isFile() && file.isWritable()) appendEntry(file.fileName());
+    }
+}
+
+void FilesQueue::purgeDirectory() const
+{
+    for (const QFileInfo& file : _path.entryInfoList())
+        QFile::remove(file.absoluteFilePath());
+}
+
+void FilesQueue::appendEntry(const QString& fileName)
+{
+    _positions.insert(fileName, static_cast<int>(_entries.size()));
+    _entries.append(new FileEntry(fileName, static_cast<int>(_consumers.size())));
+}
+
+QList<QString> FilesQueue::appendNewEntries(const QFileInfoList& listing)
+{
+    QList<QString> appended;
+    for (const QFileInfo& file : listing) {
+        const QString name = file.fileName();
+        if (!file.isFile() || !file.isReadable() || !file.isWritable()) {
+            trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), name);
+        } else if (!_positions.contains(name)) {
+            appended.append(name);
+            appendEntry(name);
+        }
+    }
+    return appended;
+}
+
+FilesQueue::Changes FilesQueue::classifyEntries(const QFileInfoList& listing) const
+{
+    QSet<QString> listed;
+    listed.reserve(listing.size());
+    for (const QFileInfo& file : listing)
+        listed.insert(file.fileName());
+
+    Changes changes;
+    for (const FileEntry* const entry : _entries) {
+        if (!listed.contains(entry->fileName())) changes.deleted.append(entry->fileName());
+        if (!_consumers.isEmpty() && entry->allConsumed())
+            changes.consumed.append(entry->fileName());
+    }
+    return changes;
+}
+
+void FilesQueue::deleteFiles(const QList<QString>& names) const
+{
+    const QString directory = _path.absolutePath() + QLatin1Char('/');
+    for (const QString& name : names)
+        QFile::remove(directory + name);
+}
+
+void FilesQueue::dropEntries(const Changes& changes)
+{
+    if (changes.deleted.isEmpty() && changes.consumed.isEmpty()) return;
+    QSet<QString> leaving(changes.deleted.begin(), changes.deleted.end());
+    leaving.unite(QSet<QString>(changes.consumed.begin(), changes.consumed.end()));
+
+    QList<FileEntry*> staying;
+    _positions.clear();
+    for (FileEntry* const entry : std::as_const(_entries)) {
+        const QString name = entry->fileName();
+        if (leaving.contains(name)) {
+            delete entry;
+        } else {
+            _positions.insert(name, static_cast<int>(staying.size()));
+            staying.append(entry);
+        }
+    }
+    _entries.swap(staying);
+}
+
+void FilesQueue::connectConsumer(const ConsumerAncestor* consumer)
+{
+    if (!consumer) return;
+    connect(consumer, &ConsumerAncestor::consumed, this, &FilesQueue::onConsumed);
+    connect(consumer, &ConsumerAncestor::requestForFiles, this, &FilesQueue::onRequestForFiles);
+}
