@@ -29,3 +29,12 @@
 #include "ConsumerAncestor.h"
 #include "FileEntry.h"
 #include "FilesQueue.h"
+
+// 9. Text and utilities
+#include "datewatcher.h"
+#include "filehelper.h"
+#include "memory.h"
+#include "regexprovider.h"
+#include "timehelper.h"
+#include "timestamphelper.h"
+#include "urlhelper.h"

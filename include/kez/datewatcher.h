@@ -1,0 +1,40 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "kez_global.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QTimer>
+
+/// Signals when a date and time is reached. Long waits are checked again every minute, so that a
+/// change of the system clock is noticed.
+///
+/// *Threads*: the object's thread.
+/// *Owns*: its timer.
+/// *Fails*: never.
+class KEZ_EXPORT DateWatcher : public QObject {
+    Q_OBJECT
+
+public:
+    explicit DateWatcher(QObject* parent = nullptr);
+    ~DateWatcher() override;
+
+    /// Watches for `target`, in place of the target before; an invalid one ends the watch. A target
+    /// in the past is signalled at once.
+    void watch(const QDateTime& target);
+
+public Q_SLOTS:
+    /// Signals a target that is reached, else waits on.
+    void check();
+
+Q_SIGNALS:
+    /// Emitted once per target. The watcher is idle by then: a slot may set a new target.
+    void timestampReached(const QDateTime& target);
+
+private:
+    QTimer _timer;
+    QDateTime _target; // invalid while nothing is watched
+};
