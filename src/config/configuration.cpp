@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/configuration.h"
+#include "config/numberproperty_p.h"
 #include "frame/failure_p.h"
 #include "frame/keyvalue_p.h"
 #include "frame/lines_p.h"
@@ -29,19 +30,10 @@ QString logFileNameKey()
     return QStringLiteral("log.filename");
 }
 
-/// The value of a numeric key, or `fallback` when it is absent.
-template <typename Number>
-Number number(const Properties& properties, const QString& key, Number fallback,
-              Number (QString::*parse)(bool*, int) const)
+[[noreturn]] void raiseInvalid(const QString& key, const QString& value)
 {
-    if (!properties.contains(key)) return fallback;
-    const QString value = properties.value(key);
-    bool parsed = false;
-    const Number result = (value.*parse)(&parsed, 10);
-    if (!parsed)
-        Failure::raise(BuildSignature,
-                       Failure::message("ConfParamInvalid", key + QLatin1Char('=') + value));
-    return result;
+    Failure::raise(BuildSignature,
+                   Failure::message("ConfParamInvalid", key + QLatin1Char('=') + value));
 }
 
 LoggerLevel::LogLevel filterLevel(const Properties& properties)
@@ -118,11 +110,11 @@ std::shared_ptr<Config> Config::load(const Properties& properties, const QString
 std::shared_ptr<Logger> Config::buildFileSystemLogger(const Properties& properties)
 {
     checkLoggerKeys(properties);
-    const auto maxSize = number<qulonglong>(properties, QStringLiteral("log.maxsize"), 1048576,
-                                            &QString::toULongLong);
-    const auto kept = number<uint>(properties, QStringLiteral("log.kept"), 10, &QString::toUInt);
+    const auto maxSize =
+        numberOr<quint64>(properties, QStringLiteral("log.maxsize"), 1048576, raiseInvalid);
+    const auto kept = numberOr<quint32>(properties, QStringLiteral("log.kept"), 10, raiseInvalid);
     const auto timeout =
-        number<uint>(properties, QStringLiteral("log.timeout"), 7, &QString::toUInt);
+        numberOr<quint32>(properties, QStringLiteral("log.timeout"), 7, raiseInvalid);
 
     auto logger = std::make_shared<Logger>(properties.value(logFileNameKey()), maxSize, kept,
                                            timeout, filterLevel(properties), nullptr);

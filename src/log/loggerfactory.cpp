@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "config/numberproperty_p.h"
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
 #include "kez/exception.h"
@@ -64,19 +65,9 @@ QString valueOr(const Properties& properties, const QString& key, const QString&
     return properties.contains(key) ? properties.value(key) : fallback;
 }
 
-/// The number under `key`, or `fallback` when it is absent.
-template <typename Number>
-Number number(const Properties& properties, const char* name, Number fallback,
-              Number (QString::*parse)(bool*, int) const)
+[[noreturn]] void raiseInvalid(const QString& key, const QString& value)
 {
-    const QString key = QString::fromLatin1(name);
-    if (!properties.contains(key)) return fallback;
-    const QString value = properties.value(key);
-    bool parsed = false;
-    const Number result = (value.*parse)(&parsed, 10);
-    if (!parsed)
-        Failure::raise(PropertiesSignature, Failure::message("InvalidParameter", key, value));
-    return result;
+    Failure::raise(PropertiesSignature, Failure::message("InvalidParameter", key, value));
 }
 
 LoggerLevel::LogLevel propertiesFilter(const Properties& properties)
@@ -96,9 +87,11 @@ Settings settingsFrom(const Properties& properties)
     settings.isTeeOn =
         valueOr(properties, QStringLiteral("log.tee"), QStringLiteral("0")) != QLatin1String("0");
     // One byte by default, a new file before every line: see the declaration.
-    settings.maxSize = number<qulonglong>(properties, "log.maxsize", 1, &QString::toULongLong);
-    settings.kept = number<uint>(properties, "log.kept", settings.kept, &QString::toUInt);
-    settings.timeout = number<uint>(properties, "log.timeout", settings.timeout, &QString::toUInt);
+    settings.maxSize =
+        numberOr<quint64>(properties, QStringLiteral("log.maxsize"), 1, raiseInvalid);
+    settings.kept = numberOr(properties, QStringLiteral("log.kept"), settings.kept, raiseInvalid);
+    settings.timeout =
+        numberOr(properties, QStringLiteral("log.timeout"), settings.timeout, raiseInvalid);
     settings.filter = propertiesFilter(properties);
     return settings;
 }

@@ -400,8 +400,9 @@ FilesQueue::Changes FilesQueue::classifyEntries(const QFileInfoList& listing) co
 void FilesQueue::deleteFiles(const QList<QString>& names) const
 {
     const QString directory = _path.absolutePath() + QLatin1Char('/');
-    for (const QString& name : names)
-        QFile::remove(directory + name);
+    for (const QString& name : names) {
+        if (QFile::exists(directory + name)) QFile::remove(directory + name);
+    }
 }
 
 void FilesQueue::dropEntries(const Changes& changes)
