@@ -13,8 +13,8 @@
 /// "log.banner.title" must hold no place marker but "%1" (the version), and "log.filter" must be
 /// one of debug, info, warning, error, fatal.
 ///
-/// Logger::buildLog reads other spellings of some of these (a tee that is any text, a filter "warn",
-/// banner keys without "log."); callers rely on both as they are.
+/// Logger::buildLog reads other spellings of some of these (a tee that is any text, a filter
+/// "warn", banner keys without "log."); callers rely on both as they are.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: its list of errors.
@@ -34,6 +34,5 @@ private:
     void checkIntegers(const Properties& properties);
     void checkBannerTitle(const Properties& properties);
     void checkFilter(const Properties& properties);
-    void insertInvalid(const QString& key, const QString& value,
-                       const QString& hint = QString());
+    void insertInvalid(const QString& key, const QString& value, const QString& hint = QString());
 };

@@ -39,8 +39,8 @@ public:
 
     /// Reads a properties file (UTF-8).
     ///
-    /// `maxLineLength`: the most characters taken as one line, the rest being taken as a line of its
-    /// own; 0 for no limit.
+    /// `maxLineLength`: the most characters taken as one line, the rest being taken as a line of
+    /// its own; 0 for no limit.
     ///
     /// Throws Exception: FileDoesntExist, FileNotReadable, FileNotWritable (for a file that cannot
     /// be opened: callers rely on that key), DuplicateProperty for a key that comes twice.
@@ -84,7 +84,8 @@ public:
     /// Exception (PropertyNotFound).
     QString setValue(const QString& key, const QString& value);
 
-    /// Adds the key; replaces its value when `overwrite`, else throws Exception (DuplicateProperty).
+    /// Adds the key; replaces its value when `overwrite`, else throws Exception
+    /// (DuplicateProperty).
     void insert(const QString& key, const QString& value, bool overwrite = false);
 
     /// Inserts every entry of `map` in key order. Without `overwrite`, throws Exception

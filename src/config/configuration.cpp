@@ -39,12 +39,17 @@ QString logFileNameKey()
 LoggerLevel::LogLevel filterLevel(const Properties& properties)
 {
     const QString key = QStringLiteral("log.filter");
-    if (!properties.contains(key)) return LoggerLevel::warning;
+    if (!properties.contains(key))
+        return LoggerLevel::warning;
     const QString name = properties.value(key).toLower();
-    if (name == QLatin1String("fatal")) return LoggerLevel::fatal;
-    if (name == QLatin1String("error")) return LoggerLevel::error;
-    if (name == QLatin1String("warning")) return LoggerLevel::warning;
-    if (name == QLatin1String("info")) return LoggerLevel::info;
+    if (name == QLatin1String("fatal"))
+        return LoggerLevel::fatal;
+    if (name == QLatin1String("error"))
+        return LoggerLevel::error;
+    if (name == QLatin1String("warning"))
+        return LoggerLevel::warning;
+    if (name == QLatin1String("info"))
+        return LoggerLevel::info;
     return LoggerLevel::debug;
 }
 
@@ -81,20 +86,25 @@ std::shared_ptr<Config> Config::load(const QString& path, const QString& version
     constexpr const char* signature =
         "shared_ptr<Config> Config::load(const QString&, const QString&)";
     QFile file(path);
-    if (!file.exists()) Failure::raise(signature, Failure::message("FileDoesntExist", path));
+    if (!file.exists())
+        Failure::raise(signature, Failure::message("FileDoesntExist", path));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text | QIODevice::ExistingOnly))
         Failure::raise(signature, Failure::message("FileNotReadable", path));
 
     auto config = std::make_shared<Config>();
     Properties& properties = *config->_properties;
     forEachLine(file, 0, [&properties](const QString& line) {
-        if (line.startsWith(QLatin1Char('#'))) return;
+        if (line.startsWith(QLatin1Char('#')))
+            return;
         const auto pair = splitAtFirstEquals(line);
-        if (!pair) return;
+        if (!pair)
+            return;
         const QString key = pair->key.toString();
-        if (!properties.contains(key)) properties.insert(key, pair->value.toString(), false);
+        if (!properties.contains(key))
+            properties.insert(key, pair->value.toString(), false);
     });
-    if (!version.isEmpty()) config->setVersion(version);
+    if (!version.isEmpty())
+        config->setVersion(version);
     return config;
 }
 
@@ -103,7 +113,8 @@ std::shared_ptr<Config> Config::load(const Properties& properties, const QString
     auto config = std::make_shared<Config>();
     for (auto it = properties.begin(); it != properties.end(); ++it)
         config->_properties->insert(it.key(), it.value(), false);
-    if (!version.isEmpty()) config->setVersion(version);
+    if (!version.isEmpty())
+        config->setVersion(version);
     return config;
 }
 
@@ -166,7 +177,8 @@ QString Config::logBannerTitle() const
 bool Config::displayPropertiesWithinBanner() const
 {
     const QString key = QStringLiteral("log.banner.properties");
-    if (!existsKey(key)) return true;
+    if (!existsKey(key))
+        return true;
     const QString choice = value(key).trimmed().toLower();
     return choice != QLatin1String("0") && choice != QLatin1String("false") &&
            choice != QLatin1String("faux");
@@ -180,7 +192,8 @@ std::shared_ptr<Logger> Config::getOrbuildFileSystemLogger() const
 void Config::logBanner(const QString& titleFormat, const QString& titleArgument,
                        bool withProperties, const QString& trailer) const
 {
-    if (!_logger) return;
+    if (!_logger)
+        return;
     const BannerFilter bannerFilter(*_logger);
     writeBannerBox(*_logger, Failure::completed(titleFormat, titleArgument));
     _logger->info(trailer);
@@ -226,7 +239,8 @@ QDataStream& operator>>(QDataStream& stream, Config& config)
     while (!stream.atEnd()) {
         QString text;
         stream >> text;
-        if (stream.status() != QDataStream::Ok) return stream;
+        if (stream.status() != QDataStream::Ok)
+            return stream;
         const auto pair = splitAtFirstEquals(text);
         if (pair)
             properties->insert(pair->key.toString(), pair->value.toString(), true);

@@ -22,7 +22,8 @@ QString IConfigController::errorsToString(const QString& separator)
 {
     QString result;
     for (const QString& error : std::as_const(_errors)) {
-        if (!result.isEmpty()) result += separator;
+        if (!result.isEmpty())
+            result += separator;
         result += error;
     }
     return result;

@@ -14,7 +14,8 @@
 template <typename Number, typename Fail>
 Number numberOr(const Properties& properties, const QString& key, Number fallback, Fail fail)
 {
-    if (!properties.contains(key)) return fallback;
+    if (!properties.contains(key))
+        return fallback;
     const QString value = properties.value(key);
     bool isNumber = false;
     Number number = 0;
@@ -22,6 +23,7 @@ Number numberOr(const Properties& properties, const QString& key, Number fallbac
         number = value.toULongLong(&isNumber, 10);
     else
         number = value.toUInt(&isNumber, 10);
-    if (!isNumber) fail(key, value);
+    if (!isNumber)
+        fail(key, value);
     return number;
 }

@@ -20,7 +20,8 @@ constexpr const char* SaveSignature =
 
 void makeRoomFor(const QString& path, bool overwrite)
 {
-    if (!QFile::exists(path)) return;
+    if (!QFile::exists(path))
+        return;
     if (!overwrite)
         Failure::raise(SaveSignature, Failure::libraryMessage("FileAlreadyExists", path));
     if (!QFile::remove(path))
@@ -89,7 +90,8 @@ bool Properties::contains(const QString& key) const
 QString Properties::value(const QString& key) const
 {
     const auto found = _spMap->constFind(key);
-    if (found == _spMap->cend()) raiseNotFound("QString Properties::value(const QString&)", key);
+    if (found == _spMap->cend())
+        raiseNotFound("QString Properties::value(const QString&)", key);
     return *found;
 }
 
@@ -173,7 +175,8 @@ void Properties::insert(const QMap<QString, QString>& map, bool overwrite)
 QString Properties::remove(const QString& key)
 {
     const auto found = _spMap->find(key);
-    if (found == _spMap->end()) raiseNotFound("QString Properties::remove(const QString&)", key);
+    if (found == _spMap->end())
+        raiseNotFound("QString Properties::remove(const QString&)", key);
     const QString value = *found;
     _spMap->erase(found);
     return value;

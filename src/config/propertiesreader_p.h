@@ -19,7 +19,8 @@ void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* s
                         Store store)
 {
     QFile file(path);
-    if (!file.exists()) Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
+    if (!file.exists())
+        Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!QFileInfo(path).isReadable())
         Failure::raise(signature, Failure::libraryMessage("FileNotReadable", path));
     // This key, and not FileNotReadable: callers rely on it.
@@ -28,7 +29,8 @@ void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* s
 
     forEachLine(file, maxLineLength, [&store](QStringView line) {
         line = line.trimmed();
-        if (line.startsWith(QLatin1Char('#'))) return;
+        if (line.startsWith(QLatin1Char('#')))
+            return;
         if (const auto pair = splitAtFirstEquals(line))
             store(pair->key.toString(), pair->value.toString());
     });

@@ -38,7 +38,8 @@ QString bundleDirectory()
 QString userLanguage()
 {
     const QString lang = QString::fromUtf8(qgetenv("LANG"));
-    if (lang.isEmpty()) return systemLanguage();
+    if (lang.isEmpty())
+        return systemLanguage();
     return lang.left(lang.lastIndexOf(QLatin1Char('.')));
 }
 
@@ -61,7 +62,8 @@ void setUp()
     qInitResources_kez();
 
     QString lang = userLanguage();
-    if (!Log::languages().contains(lang)) lang = fallbackLanguage();
+    if (!Log::languages().contains(lang))
+        lang = fallbackLanguage();
     Translator::getInstance()->setDefaultBundleKey(libraryModule(), lang);
     loadLibraryBundle(lang);
 }
@@ -89,7 +91,8 @@ void kezEnsureInit()
 
 void kezCleanup()
 {
-    if (INITIALIZED) INITIALIZED = false;
+    if (INITIALIZED)
+        INITIALIZED = false;
 }
 
 namespace {

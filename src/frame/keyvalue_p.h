@@ -17,6 +17,7 @@ struct KeyValue {
 inline std::optional<KeyValue> splitAtFirstEquals(QStringView line)
 {
     const qsizetype equals = line.indexOf(QLatin1Char('='));
-    if (equals < 0) return std::nullopt;
+    if (equals < 0)
+        return std::nullopt;
     return KeyValue{line.first(equals), line.sliced(equals + 1)};
 }

@@ -38,7 +38,8 @@ QString Kez::borderedTitle(const QString& title, QString copyright)
         QLatin1Char('+') + QString(text.size(), QLatin1Char('-')) + QStringLiteral("+\n");
     QString result = border + QLatin1Char('|') + text + QStringLiteral("|\n") + border;
     if (copyright != QLatin1String("-")) {
-        if (copyright.isEmpty()) copyright = defaultCopyright();
+        if (copyright.isEmpty())
+            copyright = defaultCopyright();
         result += copyright + QLatin1Char('\n');
     }
     return result + QLatin1Char('\n');

@@ -32,7 +32,8 @@ void openBundle(QFile& file)
                                           "ne peut pas être lu"),
                            file.fileName());
     const QFileInfo info(file.fileName());
-    if (!info.exists() || !info.isFile() || !info.isReadable()) fail(message);
+    if (!info.exists() || !info.isFile() || !info.isReadable())
+        fail(message);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         fail(message + QStringLiteral(" - ") + file.errorString());
 }
@@ -48,7 +49,8 @@ void checkHeaderPart(const QFile& file, QStringView part, const QString& module,
                      const QString& lang)
 {
     const qsizetype equals = part.lastIndexOf(QLatin1Char('='));
-    if (equals < 1) failOnHeader(file);
+    if (equals < 1)
+        failOnHeader(file);
     const QStringView name = part.first(equals);
     const QString value = part.sliced(equals + 1).toString();
     if (name == QLatin1String("module")) {
@@ -68,7 +70,8 @@ void checkHeader(QFile& file, const QString& module, const QString& lang)
 {
     const QString header = QString::fromUtf8(file.readLine()).trimmed();
     const QStringList parts = header.split(QLatin1Char(';'), Qt::SkipEmptyParts);
-    if (parts.size() != 2) failOnHeader(file);
+    if (parts.size() != 2)
+        failOnHeader(file);
     for (const QString& part : parts)
         checkHeaderPart(file, part, module, lang);
 }
@@ -159,7 +162,9 @@ const QString* LangBundle::find(const QString& key) const
 void LangBundle::addLine(QStringView line)
 {
     line = line.trimmed();
-    if (line.startsWith(QLatin1Char('#'))) return;
+    if (line.startsWith(QLatin1Char('#')))
+        return;
     const auto pair = splitAtFirstEquals(line);
-    if (pair && !pair->key.isEmpty()) _texts.insert(pair->key.toString(), pair->value.toString());
+    if (pair && !pair->key.isEmpty())
+        _texts.insert(pair->key.toString(), pair->value.toString());
 }

@@ -55,7 +55,8 @@ std::shared_ptr<LangBundle> Translator::bundle(const QString& module, const QStr
 std::shared_ptr<LangBundle> Translator::bundle(const QString& key) const
 {
     for (const auto& bundle : _bundles) {
-        if (bundle->contains(key)) return bundle;
+        if (bundle->contains(key))
+            return bundle;
     }
     return nullptr;
 }
@@ -63,8 +64,10 @@ std::shared_ptr<LangBundle> Translator::bundle(const QString& key) const
 QString Translator::string(const QString& key) const
 {
     for (const auto& bundle : _bundles) {
-        if (bundle->_lang != _defaultLang) continue;
-        if (const QString* const text = bundle->find(key)) return *text;
+        if (bundle->_lang != _defaultLang)
+            continue;
+        if (const QString* const text = bundle->find(key))
+            return *text;
     }
     return bracketed(key);
 }
@@ -132,16 +135,19 @@ void Translator::setDefaultBundleKey(const QString& module, const QString& lang)
 
 bool Translator::insertBundle(std::shared_ptr<LangBundle> bundle)
 {
-    if (!bundle) return false;
+    if (!bundle)
+        return false;
     const QString key = bundleKey(bundle->_module, bundle->_lang);
-    if (_bundles.contains(key)) return false;
+    if (_bundles.contains(key))
+        return false;
     _bundles.insert(key, std::move(bundle));
     return true;
 }
 
 bool Translator::insertBundle(const QString& path, const QString& module, const QString& lang)
 {
-    if (_bundles.contains(bundleKey(module, lang))) return false;
+    if (_bundles.contains(bundleKey(module, lang)))
+        return false;
     try {
         return insertBundle(LangBundle::load(path, module, lang));
     } catch (const Exception& e) {

@@ -200,7 +200,8 @@ void Log::logBanner(const QString& title, const QString& version, const QMap<QSt
 
 bool Log::insertLoggger(const QString& name, std::shared_ptr<Logger> logger)
 {
-    if (name.isEmpty() || _loggers.contains(name)) return false;
+    if (name.isEmpty() || _loggers.contains(name))
+        return false;
     _loggers.insert(name, std::move(logger));
     return true;
 }
@@ -213,6 +214,7 @@ std::shared_ptr<Logger> Log::removeLogger(const QString& name)
 /// The logger behind the level methods, which `signature` names.
 Logger& Log::defaultLogger(const char* signature) const
 {
-    if (!_spLogger) Failure::raise(signature, Failure::libraryMessage("LogNotInitialized"));
+    if (!_spLogger)
+        Failure::raise(signature, Failure::libraryMessage("LogNotInitialized"));
     return *_spLogger;
 }

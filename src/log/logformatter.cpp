@@ -77,7 +77,8 @@ void Logger::formatter(LoggerLevel::LogLevel level, const QString& msg, QString&
     }
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != renderedSecond.second) render(now.tv_sec, renderedSecond);
+    if (now.tv_sec != renderedSecond.second)
+        render(now.tv_sec, renderedSecond);
 
     constexpr qsizetype headLength = 23 + 2 + 5 + 2; // date, " <", tag, "> "
     out.resize(headLength + msg.size());

@@ -44,7 +44,8 @@ QString ringPattern(const QString& fileName)
     checkDirectory(slash == 0 ? QStringLiteral("/") : directory);
 
     QString base = fileName.sliced(slash + 1);
-    if (base.endsWith(QLatin1String(".log"))) base.chop(4);
+    if (base.endsWith(QLatin1String(".log")))
+        base.chop(4);
     return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
 }
 
@@ -74,7 +75,8 @@ Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 t
         if (!openRingFile(index, QIODevice::NotOpen))
             Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
         duplicateLogFile();
-        if (needsRotate()) _spRing->last = rotation(index);
+        if (needsRotate())
+            _spRing->last = rotation(index);
     } else if (!openRingFile(index, QIODevice::NewOnly)) {
         Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
     }
@@ -123,7 +125,8 @@ bool Logger::recordConfigurationData() const
 
 void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
 {
-    if (level < filter()) return;
+    if (level < filter())
+        return;
     std::unique_lock lock(*_spMutex, std::defer_lock);
     if (!lock.try_lock_for(LockWait)) {
         QString line;
@@ -147,10 +150,12 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
     const auto showLostLine = [&] {
         const QString lost = line + QStringLiteral(" [>>]");
         lock.unlock();
-        if (!isTeed) writeConsole(level, lost);
+        if (!isTeed)
+            writeConsole(level, lost);
     };
     try {
-        if (!appendToFile(level, line)) showLostLine();
+        if (!appendToFile(level, line))
+            showLostLine();
     } catch (const Exception& e) {
         showLostLine();
         throw Exception(e);
@@ -232,13 +237,15 @@ void Logger::disableTee()
 
 void Logger::close()
 {
-    if (_spRing->file && _spRing->file->isOpen()) _spRing->file->close();
+    if (_spRing->file && _spRing->file->isOpen())
+        _spRing->file->close();
     closeDuplicatedHandle();
 }
 
 void Logger::duplicateLogFile()
 {
-    if (_spRing->file) _spRing->duplicate();
+    if (_spRing->file)
+        _spRing->duplicate();
 }
 
 FILE* Logger::duplicatedDescriptor() const
@@ -258,7 +265,8 @@ bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
     const QByteArray& bytes = _spRing->encoded(line);
     if (isTooOldOrReaches(bytes.size() + (_spRing->endsInsideLine ? 1 : 0)))
         _spRing->last = rotation(_spRing->last);
-    if (_spRing->file) return _spRing->append(bytes);
+    if (_spRing->file)
+        return _spRing->append(bytes);
     line += QLatin1Char(' ') + Failure::message("LogRotationFailure");
     writeConsole(level, line);
     return true;

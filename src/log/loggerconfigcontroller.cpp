@@ -31,7 +31,8 @@ bool holdsForeignMarker(const QString& title)
     static const QRegularExpression marker(QStringLiteral("%L?([0-9]{1,2})"));
     auto matches = marker.globalMatch(title);
     while (matches.hasNext()) {
-        if (matches.next().captured(1) != QLatin1String("1")) return true;
+        if (matches.next().captured(1) != QLatin1String("1"))
+            return true;
     }
     return false;
 }
@@ -85,11 +86,13 @@ void LoggerConfigController::checkBannerTitle(const Properties& properties)
 void LoggerConfigController::checkFilter(const Properties& properties)
 {
     const QString key = QStringLiteral("log.filter");
-    if (!properties.contains(key)) return;
+    if (!properties.contains(key))
+        return;
     static const QStringList names = {QStringLiteral("debug"), QStringLiteral("info"),
                                       QStringLiteral("warning"), QStringLiteral("error"),
                                       QStringLiteral("fatal")};
-    if (!names.contains(properties.value(key))) insertInvalid(key, properties.value(key));
+    if (!names.contains(properties.value(key)))
+        insertInvalid(key, properties.value(key));
 }
 
 void LoggerConfigController::insertInvalid(const QString& key, const QString& value,

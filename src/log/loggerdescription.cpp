@@ -52,7 +52,8 @@ void Logger::logBanner(const QString& title, const QString& version, const QJson
 {
     const BannerFilter bannerFilter(*this);
     writeBannerHead(*this, title, version);
-    if (!json) return;
+    if (!json)
+        return;
     info(Failure::message("InitialJsonStream"));
     const QString text = QString::fromUtf8(json->toJson(QJsonDocument::Indented));
     for (const QString& line : text.split(QLatin1Char('\n'), Qt::SkipEmptyParts))

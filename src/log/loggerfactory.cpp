@@ -73,10 +73,14 @@ QString valueOr(const Properties& properties, const QString& key, const QString&
 LoggerLevel::LogLevel propertiesFilter(const Properties& properties)
 {
     const QString name = valueOr(properties, QStringLiteral("log.filter"), QStringLiteral("warn"));
-    if (name == QLatin1String("fatal")) return LoggerLevel::fatal;
-    if (name == QLatin1String("error")) return LoggerLevel::error;
-    if (name == QLatin1String("warn")) return LoggerLevel::warning;
-    if (name == QLatin1String("info")) return LoggerLevel::info;
+    if (name == QLatin1String("fatal"))
+        return LoggerLevel::fatal;
+    if (name == QLatin1String("error"))
+        return LoggerLevel::error;
+    if (name == QLatin1String("warn"))
+        return LoggerLevel::warning;
+    if (name == QLatin1String("info"))
+        return LoggerLevel::info;
     return LoggerLevel::debug; // "warning" included: see the declaration
 }
 
@@ -183,7 +187,8 @@ std::shared_ptr<Logger> Logger::buildLog(const Properties& properties)
 std::shared_ptr<Logger> Logger::buildLog(const QJsonObject& json)
 {
     const QJsonValue elements = json[QLatin1String("log")];
-    if (!elements.isArray()) return Log::getInstance()->log();
+    if (!elements.isArray())
+        return Log::getInstance()->log();
 
     JsonSettings settings;
     settings.bannerTitle = Failure::message("LogBannerTitle");

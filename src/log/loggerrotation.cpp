@@ -47,9 +47,11 @@ bool Logger::needsRotate(const QString& text) const
 
 unsigned int Logger::rotation(unsigned int last)
 {
-    if (!_spFileName) return NoFileName;
+    if (!_spFileName)
+        return NoFileName;
     _spRing->file.reset();
-    if (last < _kept - 1) return startRingFile(last + 1, NextNotCreated);
+    if (last < _kept - 1)
+        return startRingFile(last + 1, NextNotCreated);
     const unsigned int status = shiftRing();
     return status == Shifted ? startRingFile(_kept - 1, NewestNotCreated) : status;
 }
@@ -84,7 +86,8 @@ bool Logger::openRingFile(unsigned int index, QIODevice::OpenMode mode)
 
 unsigned int Logger::startRingFile(unsigned int index, unsigned int statusOnFailure)
 {
-    if (!openRingFile(index, QIODevice::NewOnly)) return statusOnFailure;
+    if (!openRingFile(index, QIODevice::NewOnly))
+        return statusOnFailure;
     try {
         duplicateLogFile();
     } catch (const Exception& e) {
@@ -99,9 +102,11 @@ unsigned int Logger::startRingFile(unsigned int index, unsigned int statusOnFail
 unsigned int Logger::shiftRing() const
 {
     const QString oldest = ringFileName(0);
-    if (QFile::exists(oldest) && !QFile::remove(oldest)) return OldestNotDeleted;
+    if (QFile::exists(oldest) && !QFile::remove(oldest))
+        return OldestNotDeleted;
     for (unsigned int i = 1; i < _kept; ++i) {
-        if (!renameFile(ringFileName(i), ringFileName(i - 1))) return RenameFailed;
+        if (!renameFile(ringFileName(i), ringFileName(i - 1)))
+            return RenameFailed;
     }
     return Shifted;
 }
@@ -118,7 +123,8 @@ QList<unsigned int> Logger::indexesDownwards() const
     while (entries.hasNext()) {
         entries.next();
         const QString name = entries.fileName();
-        if (!name.startsWith(head)) continue;
+        if (!name.startsWith(head))
+            continue;
         const unsigned int index =
             name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
         if (index < _kept && ringFileName(index).endsWith(QLatin1Char('/') + name))
@@ -130,7 +136,9 @@ QList<unsigned int> Logger::indexesDownwards() const
 
 bool Logger::isTooOldOrReaches(qint64 extraBytes) const
 {
-    if (!_spFileName || !_spRing->file) return false;
-    if (_spRing->isTooOld()) return true;
+    if (!_spFileName || !_spRing->file)
+        return false;
+    if (_spRing->isTooOld())
+        return true;
     return static_cast<quint64>(_spRing->size() + extraBytes) >= _maxSize;
 }

@@ -30,7 +30,8 @@ qint64 millisecondsNow()
 qint64 tooOldAt(const QFile& file, quint32 timeoutDays)
 {
     QDateTime birth = file.fileTime(QFileDevice::FileBirthTime);
-    if (!birth.isValid()) birth = file.fileTime(QFileDevice::FileModificationTime);
+    if (!birth.isValid())
+        birth = file.fileTime(QFileDevice::FileModificationTime);
     const QDateTime end = birth.addDays(timeoutDays);
     return end.isValid() ? end.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max();
 }
@@ -59,7 +60,8 @@ void Logger::Ring::setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays)
 
 qint64 Logger::Ring::size() const
 {
-    if (!file->isOpen()) return file->size();
+    if (!file->isOpen())
+        return file->size();
     // Cheaper than fstat, and harmless: whatever is written goes to the end of the file.
     const off_t end = lseek(file->handle(), 0, SEEK_END);
     return end < 0 ? 0 : end;
@@ -72,14 +74,16 @@ bool Logger::Ring::isTooOld() const
 
 QString& Logger::Ring::freshLine()
 {
-    if (_line.capacity() > KeptBufferSize) _line = QString();
+    if (_line.capacity() > KeptBufferSize)
+        _line = QString();
     _line.resize(0);
     return _line;
 }
 
 const QByteArray& Logger::Ring::encoded(const QString& line)
 {
-    if (_bytes.capacity() > KeptBufferSize) _bytes = QByteArray();
+    if (_bytes.capacity() > KeptBufferSize)
+        _bytes = QByteArray();
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
     _bytes.resize(encoder.requiredSpace(line.size()) + 1);
     char* end = encoder.appendToBuffer(_bytes.data(), line);
@@ -90,8 +94,10 @@ const QByteArray& Logger::Ring::encoded(const QString& line)
 
 bool Logger::Ring::append(const QByteArray& line)
 {
-    if (exceedsProcessLimit(line.size() + 1)) return false;
-    if (endsInsideLine && !writeAll("\n", 1)) return false;
+    if (exceedsProcessLimit(line.size() + 1))
+        return false;
+    if (endsInsideLine && !writeAll("\n", 1))
+        return false;
     return writeAll(line.constData(), line.size());
 }
 
@@ -102,11 +108,13 @@ void Logger::Ring::duplicate()
         // The stream may be in somebody's hands: it stays, and its descriptor changes files. What
         // it still buffers belongs to the file that it was written for.
         std::fflush(stream);
-        if (dup3(descriptor, fileno(stream), O_CLOEXEC) < 0) raiseDuplicationFailure(errno);
+        if (dup3(descriptor, fileno(stream), O_CLOEXEC) < 0)
+            raiseDuplicationFailure(errno);
         return;
     }
     const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0) raiseDuplicationFailure(errno);
+    if (copy < 0)
+        raiseDuplicationFailure(errno);
     stream = fdopen(copy, "r+");
     if (!stream) {
         const int error = errno;
@@ -118,7 +126,8 @@ void Logger::Ring::duplicate()
 
 void Logger::Ring::closeStream()
 {
-    if (!streamIsOpen) return;
+    if (!streamIsOpen)
+        return;
     streamIsOpen = false;
     std::fclose(stream);
 }
@@ -126,9 +135,11 @@ void Logger::Ring::closeStream()
 /// A write beyond the process's limit would not only fail: its signal ends the process.
 bool Logger::Ring::exceedsProcessLimit(qint64 extraBytes)
 {
-    if (_processLimit == RLIM_INFINITY) return false;
+    if (_processLimit == RLIM_INFINITY)
+        return false;
     const auto sizeAfter = static_cast<rlim_t>(size() + extraBytes);
-    if (sizeAfter <= _processLimit) return false;
+    if (sizeAfter <= _processLimit)
+        return false;
     _processLimit = processLimit();
     return sizeAfter > _processLimit;
 }
@@ -137,8 +148,10 @@ bool Logger::Ring::writeAll(const char* data, qint64 length)
 {
     while (length > 0) {
         const ssize_t written = write(file->handle(), data, static_cast<size_t>(length));
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
         data += written;
         length -= written;
         endsInsideLine = data[-1] != '\n';

@@ -39,12 +39,14 @@ void FileEntry::appendConsumerFlag()
 
 void FileEntry::enableUptakeFlag(int index)
 {
-    if (isFlag(index)) _uptakeFlags[index] = true;
+    if (isFlag(index))
+        _uptakeFlags[index] = true;
 }
 
 void FileEntry::disableUptakeFlag(int index)
 {
-    if (isFlag(index)) _uptakeFlags[index] = false;
+    if (isFlag(index))
+        _uptakeFlags[index] = false;
 }
 
 bool FileEntry::isFlag(int index) const

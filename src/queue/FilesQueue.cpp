@@ -29,7 +29,8 @@ template <typename... Arguments>
 void trace(const QString& text, const Arguments&... arguments)
 {
     Log* const log = Log::getInstance();
-    if (log->filter() <= LoggerLevel::debug) log->debug(Failure::completed(text, arguments...));
+    if (log->filter() <= LoggerLevel::debug)
+        log->debug(Failure::completed(text, arguments...));
 }
 
 bool isUsableDirectory(const QString& path)
@@ -78,7 +79,8 @@ struct Description {
 
 void applyPath(const QJsonValue& value, Description& description)
 {
-    if (!value.isString()) return;
+    if (!value.isString())
+        return;
     const QString path = value.toString();
     if (!isUsableDirectory(path))
         Failure::raise(JsonSignature, Failure::message("DirAccessFailure", path));
@@ -87,13 +89,15 @@ void applyPath(const QJsonValue& value, Description& description)
 
 void applyPeriod(const QJsonValue& value, const QString& key, Description& description)
 {
-    if (!value.isDouble()) raiseIllegal(key, "NotAnInteger");
+    if (!value.isDouble())
+        raiseIllegal(key, "NotAnInteger");
     description.period = value.toInt(description.period);
 }
 
 void applyKeep(const QJsonValue& value, const QString& key, Description& description)
 {
-    if (!value.isBool()) raiseIllegal(key, "NotABoolean");
+    if (!value.isBool())
+        raiseIllegal(key, "NotABoolean");
     description.keep = value.toBool();
 }
 
@@ -164,8 +168,10 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
 
 FilesQueue::~FilesQueue()
 {
-    if (_watcher) _watcher->deleteLater();
-    if (_timer) _timer->deleteLater();
+    if (_watcher)
+        _watcher->deleteLater();
+    if (_timer)
+        _timer->deleteLater();
     qDeleteAll(_entries);
 }
 
@@ -192,7 +198,8 @@ int FilesQueue::size() const
 int FilesQueue::index(const QString& id) const
 {
     for (int i = 0; i < _consumers.size(); ++i) {
-        if (_consumers.at(i).id == id) return i;
+        if (_consumers.at(i).id == id)
+            return i;
     }
     return -1;
 }
@@ -229,18 +236,23 @@ int FilesQueue::scrutationIntervall() const
 void FilesQueue::setScrutationIntervall(int interval)
 {
     _scrutationInterval = interval;
-    if (!_timer) return;
+    if (!_timer)
+        return;
     const bool wasActive = _timer->isActive();
-    if (wasActive) _timer->stop();
-    if (interval <= 0) return;
+    if (wasActive)
+        _timer->stop();
+    if (interval <= 0)
+        return;
     _timer->setInterval(interval);
-    if (wasActive) enableScrutationMode();
+    if (wasActive)
+        enableScrutationMode();
 }
 
 bool FilesQueue::enableScrutationMode()
 {
     if (_scrutationInterval <= 0) {
-        if (_timer) _timer->stop();
+        if (_timer)
+            _timer->stop();
         return false;
     }
     if (!_timer) {
@@ -254,12 +266,14 @@ bool FilesQueue::enableScrutationMode()
 
 void FilesQueue::disableScrutationMode()
 {
-    if (_timer && _timer->isActive()) _timer->stop();
+    if (_timer && _timer->isActive())
+        _timer->stop();
 }
 
 void FilesQueue::appendConsumer(ConsumerAncestor* consumer)
 {
-    if (!consumer) return;
+    if (!consumer)
+        return;
     const Locker locker(*this);
     _consumers.append({consumer->id(), consumer});
     for (FileEntry* const entry : std::as_const(_entries))
@@ -306,7 +320,8 @@ void FilesQueue::onDirectoryChanged()
     deleteFiles(changes.consumed);
     dropEntries(changes);
 
-    if (!appended.isEmpty() || !changes.deleted.isEmpty()) Q_EMIT
+    if (!appended.isEmpty() || !changes.deleted.isEmpty())
+        Q_EMIT
     queueUpdated(appended, changes.deleted);
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
@@ -323,7 +338,8 @@ void FilesQueue::onConsumed(const QString& id, const QString& fileName)
     if (consumer < 0)
         throw new Exception(Failure::text(ConsumedSignature, unknownConsumer(id)), nullptr);
     FileEntry* const entry = entryFromFileName(fileName);
-    if (!entry) Failure::raise(ConsumedSignature, unknownFile(fileName));
+    if (!entry)
+        Failure::raise(ConsumedSignature, unknownFile(fileName));
     entry->enableUptakeFlag(consumer);
 }
 
@@ -339,10 +355,12 @@ void FilesQueue::onRequestForFiles(const QString& id)
         const int consumer = index(id);
         isKnown = consumer >= 0;
         for (const FileEntry* const entry : std::as_const(_entries)) {
-            if (isKnown && !entry->isConsumed(consumer)) names.append(entry->fileName());
+            if (isKnown && !entry->isConsumed(consumer))
+                names.append(entry->fileName());
         }
     }
-    if (!isKnown) names.append(unknownConsumer(id));
+    if (!isKnown)
+        names.append(unknownConsumer(id));
     Q_EMIT
     filesNotConsumed(names, !isKnown);
 }
@@ -350,7 +368,8 @@ void FilesQueue::onRequestForFiles(const QString& id)
 void FilesQueue::loadEntries()
 {
     for (const QFileInfo& file : _path.entryInfoList()) {
-        if (file.isFile() && file.isWritable()) appendEntry(file.fileName());
+        if (file.isFile() && file.isWritable())
+            appendEntry(file.fileName());
     }
 }
 
@@ -390,7 +409,8 @@ FilesQueue::Changes FilesQueue::classifyEntries(const QFileInfoList& listing) co
 
     Changes changes;
     for (const FileEntry* const entry : _entries) {
-        if (!listed.contains(entry->fileName())) changes.deleted.append(entry->fileName());
+        if (!listed.contains(entry->fileName()))
+            changes.deleted.append(entry->fileName());
         if (!_consumers.isEmpty() && entry->allConsumed())
             changes.consumed.append(entry->fileName());
     }
@@ -401,13 +421,15 @@ void FilesQueue::deleteFiles(const QList<QString>& names) const
 {
     const QString directory = _path.absolutePath() + QLatin1Char('/');
     for (const QString& name : names) {
-        if (QFile::exists(directory + name)) QFile::remove(directory + name);
+        if (QFile::exists(directory + name))
+            QFile::remove(directory + name);
     }
 }
 
 void FilesQueue::dropEntries(const Changes& changes)
 {
-    if (changes.deleted.isEmpty() && changes.consumed.isEmpty()) return;
+    if (changes.deleted.isEmpty() && changes.consumed.isEmpty())
+        return;
     QSet<QString> leaving(changes.deleted.begin(), changes.deleted.end());
     leaving.unite(QSet<QString>(changes.consumed.begin(), changes.consumed.end()));
 
@@ -427,7 +449,8 @@ void FilesQueue::dropEntries(const Changes& changes)
 
 void FilesQueue::connectConsumer(const ConsumerAncestor* consumer)
 {
-    if (!consumer) return;
+    if (!consumer)
+        return;
     connect(consumer, &ConsumerAncestor::consumed, this, &FilesQueue::onConsumed);
     connect(consumer, &ConsumerAncestor::requestForFiles, this, &FilesQueue::onRequestForFiles);
 }

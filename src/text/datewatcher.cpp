@@ -33,7 +33,8 @@ void DateWatcher::watch(const QDateTime& target)
 
 void DateWatcher::check()
 {
-    if (!_target.isValid()) return;
+    if (!_target.isValid())
+        return;
     const qint64 remaining = QDateTime::currentDateTimeUtc().msecsTo(_target);
     if (remaining > 0) {
         _timer.start(static_cast<int>(std::min(remaining, LongestWait)));

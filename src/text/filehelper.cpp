@@ -73,7 +73,8 @@ bool FileHelper::canExec(const QFile& file)
 QString FileHelper::fileName(const QString& path)
 {
     qsizetype separator = path.lastIndexOf(QLatin1Char('/'));
-    if (separator < 0) separator = path.lastIndexOf(QLatin1Char('\\'));
+    if (separator < 0)
+        separator = path.lastIndexOf(QLatin1Char('\\'));
     return path.sliced(separator + 1);
 }
 
@@ -138,7 +139,8 @@ quint64 FileHelper::freeSpace(const QString& path)
 {
     constexpr const char* signature = "quint64 FileHelper::freeSpace(const QString&)";
     const QFileInfo info(path);
-    if (!info.exists()) Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
+    if (!info.exists())
+        Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!info.isFile() && !info.isDir())
         Failure::raise(signature, Failure::libraryMessage("NotFileOrDir", path));
     return static_cast<quint64>(device(info.isDir() ? path : info.path()).bytesFree());
@@ -148,7 +150,8 @@ void FileHelper::cleanDirectory(const QString& path)
 {
     constexpr const char* signature = "void FileHelper::cleanDirectory(const QString&)";
     const QFileInfo info(path);
-    if (!info.exists()) Failure::raise(signature, Failure::libraryMessage("DirDoesnExist", path));
+    if (!info.exists())
+        Failure::raise(signature, Failure::libraryMessage("DirDoesnExist", path));
     if (!info.isDir())
         Failure::raise(signature, Failure::libraryMessage("FileIsntDirectory", path));
     if (!info.isWritable())

@@ -22,7 +22,8 @@ struct PauseLoops {
 PauseLoops& pauseLoops()
 {
     static QThreadStorage<PauseLoops*> storage;
-    if (!storage.hasLocalData()) storage.setLocalData(new PauseLoops);
+    if (!storage.hasLocalData())
+        storage.setLocalData(new PauseLoops);
     return *storage.localData();
 }
 

@@ -10,7 +10,8 @@ QDateTime TimestampHelper::ctimeToDateTime(quint64 seconds)
     const auto time = static_cast<std::time_t>(seconds);
     std::tm local{};
     tzset(); // localtime_r alone would miss a change of the time zone
-    if (!localtime_r(&time, &local)) return QDateTime();
+    if (!localtime_r(&time, &local))
+        return QDateTime();
     const QString text =
         QStringLiteral("%1/%2/%3 - %4:%5:%6")
             .arg(QString::number(local.tm_mday),
@@ -25,8 +26,10 @@ QString TimestampHelper::timeWithoutDetail(const QString& timeFormat)
     QString result;
     bool isQuoted = false;
     for (const QChar c : timeFormat) {
-        if (c == QLatin1Char('\'')) isQuoted = !isQuoted;
-        if (isQuoted || c != QLatin1Char('t')) result += c;
+        if (c == QLatin1Char('\''))
+            isQuoted = !isQuoted;
+        if (isQuoted || c != QLatin1Char('t'))
+            result += c;
     }
     return result.simplified();
 }

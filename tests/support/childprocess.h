@@ -47,8 +47,8 @@ inline bool becomeOrdinaryUser()
            (setgroups(0, nullptr) == 0 && setgid(Nobody) == 0 && setuid(Nobody) == 0);
 }
 
-/// The main function of a test program with children: `childMain(QStringList)` is what a child runs,
-/// without a core application object unless it makes one, and its result is the exit code.
+/// The main function of a test program with children: `childMain(QStringList)` is what a child
+/// runs, without a core application object unless it makes one, and its result is the exit code.
 #define KEZ_TEST_MAIN_WITH_CHILDREN(TestClass, childMain)                                          \
     int main(int argc, char* argv[])                                                               \
     {                                                                                              \

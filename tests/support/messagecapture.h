@@ -8,7 +8,8 @@
 #include <QString>
 #include <QtGlobal>
 
-/// Collects what reaches Qt's message output, in place of printing it, while it lives. One at a time.
+/// Collects what reaches Qt's message output, in place of printing it, while it lives. One at a
+/// time.
 class MessageCapture {
 public:
     struct Message {

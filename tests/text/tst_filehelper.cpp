@@ -40,7 +40,8 @@ void write(const QString& path, const QByteArray& content)
 /// Prints what an ordinary user gets for the directory or file that is named.
 int child(const QStringList& arguments)
 {
-    if (!becomeOrdinaryUser()) return 2;
+    if (!becomeOrdinaryUser())
+        return 2;
     qputenv("LANG", "en_US.UTF-8");
     int argc = 0;
     QCoreApplication application(argc, nullptr);

@@ -146,7 +146,8 @@ void tst_TimeHelpers::ctimeCountsMonthsFromZero()
     const QDateTime result =
         TimestampHelper::ctimeToDateTime(static_cast<quint64>(moment.toSecsSinceEpoch()));
     QCOMPARE(result.isValid(), expected.isValid());
-    if (expected.isValid()) QCOMPARE(result, expected);
+    if (expected.isValid())
+        QCOMPARE(result, expected);
     QVERIFY(!TimestampHelper::ctimeToDateTime(std::numeric_limits<quint64>::max() / 2).isValid());
 }
 
@@ -264,7 +265,8 @@ void tst_TimeHelpers::slotMaySetANewTarget()
     const QDateTime second = first.addSecs(1);
     connect(&watcher, &DateWatcher::timestampReached, this, [&](const QDateTime& target) {
         targets.append(target);
-        if (target == first) watcher.watch(second);
+        if (target == first)
+            watcher.watch(second);
     });
     watcher.watch(first);
     QCOMPARE(targets, (QList<QDateTime>{first, second}));
