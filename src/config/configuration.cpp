@@ -86,7 +86,7 @@ std::shared_ptr<Config> Config::load(const QString& path, const QString& version
     constexpr const char* signature =
         "shared_ptr<Config> Config::load(const QString&, const QString&)";
     QFile file(path);
-    if (!file.exists())
+    if (!QFile::exists(path))
         Failure::raise(signature, Failure::message("FileDoesntExist", path));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text | QIODevice::ExistingOnly))
         Failure::raise(signature, Failure::message("FileNotReadable", path));

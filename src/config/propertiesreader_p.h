@@ -19,7 +19,7 @@ void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* s
                         Store store)
 {
     QFile file(path);
-    if (!file.exists())
+    if (!QFile::exists(path))
         Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!QFileInfo(path).isReadable())
         Failure::raise(signature, Failure::libraryMessage("FileNotReadable", path));
