@@ -1,0 +1,18 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <kez/translator.h>
+
+#include <QString>
+
+/// Makes the library's own messages read in `lang` ("en_US", "fr_FR"), whatever the environment.
+inline void useLanguage(const QString& lang)
+{
+    Translator* translator = Translator::getInstance();
+    const QString module = QStringLiteral("kez");
+    if (!translator->bundle(module, lang))
+        translator->insertBundle(QStringLiteral(":resources/lang"), module, lang);
+    translator->setDefaultBundleKey(module, lang);
+}
