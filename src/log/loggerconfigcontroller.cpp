@@ -22,7 +22,7 @@ bool isInteger(const QString& text)
 bool isUsableDirectory(const QString& path)
 {
     const QFileInfo directory(path);
-    return directory.isReadable() && directory.isWritable();
+    return directory.isDir() && directory.isReadable() && directory.isWritable();
 }
 
 /// "%1" is the only place marker that a banner title can use.
