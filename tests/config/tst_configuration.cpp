@@ -812,6 +812,7 @@ void TestConfiguration::buildLoggerNumbers_data()
     row("size in base 10", "log.maxsize", "010", "_maxSize", 10);
     row("kept", "log.kept", "3", "_kept", 3);
     row("kept 0 is the constructor's default", "log.kept", "0", "_kept", 5);
+    row("kept, largest", "log.kept", "4294967295", "_kept", 4294967295);
     row("age", "log.timeout", "30", "_timeout", 30);
     row("age 0", "log.timeout", "0", "_timeout", 0);
     row("age, largest", "log.timeout", "4294967295", "_timeout", 4294967295);
