@@ -26,7 +26,7 @@ public:
     explicit LoggerConfigController(QObject* parent = nullptr);
     ~LoggerConfigController() override;
 
-    /// False when this object has recorded an error, those of earlier runs included.
+    /// True when this run found no fault, whatever earlier runs recorded.
     bool isLegalConfiguration(Properties* properties) override;
 
 private:
