@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include <QFile>
+#include <QTest>
+
+#include <dlfcn.h>
+
+/// What a process sees that loads the library after its application object was constructed, as a
+/// plug-in's host does: set-up then runs while the library's static objects are being built.
+class TestLateLoad : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void setUpRunsWhileTheLibraryIsLoaded();
+};
+
+void TestLateLoad::setUpRunsWhileTheLibraryIsLoaded()
+{
+    const QString resource = QStringLiteral(":resources/lang/kez_fr_FR.lang");
+    QVERIFY(!QFile::exists(resource));
+
+    void* const library = dlopen(KEZ_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
+    QVERIFY2(library, dlerror());
+    QVERIFY(QFile::exists(resource));
+
+    // The mangled names of Kez::defaultCopyright() and kezInit().
+    const auto defaultCopyright =
+        reinterpret_cast<QString (*)()>(dlsym(library, "_ZN3Kez16defaultCopyrightEv"));
+    const auto kezInit = reinterpret_cast<void (*)()>(dlsym(library, "_Z7kezInitv"));
+    QVERIFY(defaultCopyright && kezInit);
+    QCOMPARE(defaultCopyright(), QStringLiteral("(c) Vandrel"));
+    kezInit();
+    QCOMPARE(defaultCopyright(), QStringLiteral("(c) Vandrel"));
+}
+
+QTEST_GUILESS_MAIN(TestLateLoad)
+#include "tst_lateload.moc"
