@@ -1,0 +1,145 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <kez/exception.h>
+#include <kez/FilesQueue.h>
+
+#include <QDir>
+#include <QFile>
+#include <QSignalSpy>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+
+/// A directory for a queue, with the ways in which files come and go.
+class QueueDirectory {
+public:
+    /// `suffix` becomes part of the directory's name.
+    explicit QueueDirectory(const QString& suffix = QString())
+        : _directory(QDir::tempPath() + QStringLiteral("/queue-XXXXXX") + suffix)
+    {}
+
+    QString path() const { return _directory.path(); }
+    QString filePath(const QString& name) const { return path() + QLatin1Char('/') + name; }
+    bool exists(const QString& name) const { return QFile::exists(filePath(name)); }
+
+    /// What is really there, hidden and special files included, in name order.
+    QStringList names() const
+    {
+        return QDir(path()).entryList(
+            QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    }
+
+    bool create(const QString& name, const QByteArray& content = "content") const
+    {
+        QFile file(filePath(name));
+        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+    }
+    bool createAll(const QStringList& names) const
+    {
+        bool done = true;
+        for (const QString& name : names)
+            done = create(name) && done;
+        return done;
+    }
+
+    /// As a producer does: under a hidden name, then renamed.
+    bool deliver(const QString& name) const
+    {
+        const QString hidden = QLatin1Char('.') + name;
+        return create(hidden) && ::rename(native(hidden), native(name)) == 0;
+    }
+
+    bool remove(const QString& name) const { return ::unlink(native(name)) == 0; }
+    bool makeDirectory(const QString& name) const { return ::mkdir(native(name), 0755) == 0; }
+    bool makeFifo(const QString& name) const { return ::mkfifo(native(name), 0666) == 0; }
+    bool makeLink(const QString& name, const QString& target) const
+    {
+        return ::symlink(QFile::encodeName(target).constData(), native(name)) == 0;
+    }
+    bool setMode(const QString& name, mode_t mode) const
+    {
+        return ::chmod(native(name), mode) == 0;
+    }
+    bool setOwnMode(mode_t mode) const
+    {
+        return ::chmod(QFile::encodeName(path()).constData(), mode) == 0;
+    }
+
+private:
+    /// A path for the system, good until the next call.
+    const char* native(const QString& name) const
+    {
+        static thread_local QByteArray paths[2];
+        static thread_local int turn = 0;
+        turn = 1 - turn;
+        paths[turn] = QFile::encodeName(filePath(name));
+        return paths[turn].constData();
+    }
+
+    QTemporaryDir _directory;
+};
+
+/// The names in a queue, by its queries alone: `candidates` in the order of their positions.
+inline QStringList queuedNames(const FilesQueue& queue, const QStringList& candidates)
+{
+    QStringList result(queue.size(), QStringLiteral("?"));
+    for (const QString& name : candidates) {
+        const int position = queue.fileIndex(name);
+        if (position >= 0 && position < result.size()) result[position] = name;
+    }
+    return result;
+}
+
+/// The detail of the Exception that `action` throws by value; null when it throws none.
+inline QString thrownDetail(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const Exception& failure) {
+        return failure.detail();
+    }
+    return QString();
+}
+
+/// The detail of the Exception that `action` throws as a pointer; null when it throws none.
+inline QString thrownPointerDetail(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (Exception* failure) {
+        return std::unique_ptr<Exception>(failure)->detail();
+    }
+    return QString();
+}
+
+/// The first trace of every re-scan.
+inline QString listingTrace(int listed)
+{
+    return QStringLiteral(
+               "> directoryChanged : Répertoire de la file d'attente modifié (%1 fichiers)")
+        .arg(listed);
+}
+
+/// The last trace of every re-scan.
+inline QString summaryTrace(int appended, int deleted, int consumed, int size)
+{
+    return QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
+                          "taille de la file = %4")
+        .arg(appended)
+        .arg(deleted)
+        .arg(consumed)
+        .arg(size);
+}
+
+inline QString rejectionTrace(const QString& name)
+{
+    return QStringLiteral("onDirectoryChanged> Rejet du fichier ") + name + QStringLiteral("...");
+}

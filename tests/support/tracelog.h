@@ -1,0 +1,58 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <kez/log.h>
+
+#include <QMutex>
+#include <QStringList>
+#include <QTemporaryDir>
+
+/// Is the process's log while it lives, and keeps the messages that pass its filter. One at a time;
+/// made before the threads that log.
+class TraceLog {
+public:
+    explicit TraceLog(LoggerLevel::LogLevel filter = LoggerLevel::debug)
+        : _log(_directory.filePath("trace"), false, quint64(1) << 30, 2, 365, filter,
+               &TraceLog::format)
+    {
+        const QMutexLocker lock(&s_mutex);
+        s_messages.clear();
+    }
+    TraceLog(const TraceLog&) = delete;
+    TraceLog& operator=(const TraceLog&) = delete;
+
+    /// The messages so far, each one as it was logged; those that are not at debug level have the
+    /// number of their level in front.
+    QStringList texts() const
+    {
+        const QMutexLocker lock(&s_mutex);
+        return s_messages;
+    }
+
+    /// The same, and forgets them.
+    QStringList take()
+    {
+        const QMutexLocker lock(&s_mutex);
+        QStringList result;
+        result.swap(s_messages);
+        return result;
+    }
+
+private:
+    static void format(LoggerLevel::LogLevel level, const QString& message, QString& out)
+    {
+        const QString prefix =
+            level == LoggerLevel::debug ? QString() : QString::number(int(level));
+        out = prefix + message;
+        const QMutexLocker lock(&s_mutex);
+        s_messages.append(out);
+    }
+
+    static inline QMutex s_mutex;
+    static inline QStringList s_messages;
+
+    QTemporaryDir _directory;
+    Log _log;
+};
