@@ -295,6 +295,8 @@ void FilesQueue::onProcess()
     _watcher = new QFileSystemWatcher(this);
     _watcher->addPath(_path.absolutePath());
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
+    // Only the timer's own thread can stop it, and the queue may be destroyed by another one.
+    connect(thread(), &QThread::finished, this, &FilesQueue::disableScrutationMode);
     enableScrutationMode();
 }
 
