@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSignalSpy>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -22,9 +23,17 @@
 class QueueDirectory {
 public:
     /// `suffix` becomes part of the directory's name.
-    explicit QueueDirectory(const QString& suffix = QString())
-        : _directory(QDir::tempPath() + QStringLiteral("/queue-XXXXXX") + suffix)
+    explicit QueueDirectory(const QString& suffix = QString(),
+                            const QString& parent = QDir::tempPath())
+        : _directory(parent + QStringLiteral("/queue-XXXXXX") + suffix)
     {}
+
+    /// Where many files cost little: in memory, if the system has such a place.
+    static QString fastParent()
+    {
+        const QString memory = QStringLiteral("/dev/shm");
+        return QFileInfo(memory).isWritable() ? memory : QDir::tempPath();
+    }
 
     QString path() const { return _directory.path(); }
     QString filePath(const QString& name) const { return path() + QLatin1Char('/') + name; }
