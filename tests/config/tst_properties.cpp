@@ -695,13 +695,12 @@ void TestProperties::saveInAReadOnlyDirectory()
 {
     const QString existing = write("untouched");
     const QString fresh = path("fresh");
-    QVERIFY(openToEverybody(_dir->path()));
-    QVERIFY(
-        QFile::setPermissions(_dir->path(), QFile::permissions(_dir->path()) & ~QFile::WriteOwner));
+    const QFile::Permissions closed =
+        QFile::ReadOwner | QFile::ExeOwner | QFile::ReadOther | QFile::ExeOther;
+    QVERIFY(QFile::setPermissions(_dir->path(), closed));
     const ChildResult creating = runChild({"save", fresh, "0"});
     const ChildResult replacing = runChild({"save", existing, "1"});
-    QVERIFY(
-        QFile::setPermissions(_dir->path(), QFile::permissions(_dir->path()) | QFile::WriteOwner));
+    QVERIFY(QFile::setPermissions(_dir->path(), closed | QFile::WriteOwner));
     QCOMPARE(QString::fromUtf8(creating.out),
              SavePrefix + "Failed to open file [" + fresh + "] in create mode");
     QCOMPARE(QString::fromUtf8(replacing.out),
