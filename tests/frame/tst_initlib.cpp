@@ -63,9 +63,12 @@ void constructApplication()
 
 SetUp setUpNamed(const QString& name)
 {
-    if (name == QLatin1String("kezInit")) return kezInit;
-    if (name == QLatin1String("KezAutoInit")) return KezAutoInit;
-    if (name == QLatin1String("kezEnsureInit")) return kezEnsureInit;
+    if (name == QLatin1String("kezInit"))
+        return kezInit;
+    if (name == QLatin1String("KezAutoInit"))
+        return KezAutoInit;
+    if (name == QLatin1String("kezEnsureInit"))
+        return kezEnsureInit;
     return constructApplication;
 }
 
@@ -167,7 +170,8 @@ void setUpFromThreads()
             while (waiting > 0)
                 std::this_thread::yield();
             kezInit();
-            if (translator().string(QStringLiteral("Yes")) == QLatin1String("oui")) ++answered;
+            if (translator().string(QStringLiteral("Yes")) == QLatin1String("oui"))
+                ++answered;
         });
     }
     for (std::thread& thread : threads)
@@ -207,24 +211,37 @@ int child(const QStringList& arguments)
 {
     const QString& what = arguments.at(0);
     const SetUp setUp = setUpNamed(arguments.value(1));
-    if (what == QLatin1String("nothing")) return 0;
+    if (what == QLatin1String("nothing"))
+        return 0;
     if (what == QLatin1String("setUp")) {
         setUp();
         sayState();
         say(Kez::defaultCopyright());
     }
-    if (what == QLatin1String("untouched")) sayState();
-    if (what == QLatin1String("undecodable")) useUndecodableLang();
-    if (what == QLatin1String("moreLanguages")) useMoreLanguages();
-    if (what == QLatin1String("everythingAgain")) everythingAgain(setUp);
-    if (what == QLatin1String("cleanUpThenInit")) cleanUpThenInit();
-    if (what == QLatin1String("watchResources")) watchResources();
-    if (what == QLatin1String("unregisterBeforeSetUp")) unregisterBeforeSetUp();
-    if (what == QLatin1String("registerByHand")) registerByHand();
-    if (what == QLatin1String("ownBundle")) insertOwnBundleBeforeSetUp();
-    if (what == QLatin1String("threads")) setUpFromThreads();
-    if (what == QLatin1String("failThenInit")) tryAgainThroughInit(setUp);
-    if (what == QLatin1String("failThenEnsure")) tryAgainThroughEnsure(setUp);
+    if (what == QLatin1String("untouched"))
+        sayState();
+    if (what == QLatin1String("undecodable"))
+        useUndecodableLang();
+    if (what == QLatin1String("moreLanguages"))
+        useMoreLanguages();
+    if (what == QLatin1String("everythingAgain"))
+        everythingAgain(setUp);
+    if (what == QLatin1String("cleanUpThenInit"))
+        cleanUpThenInit();
+    if (what == QLatin1String("watchResources"))
+        watchResources();
+    if (what == QLatin1String("unregisterBeforeSetUp"))
+        unregisterBeforeSetUp();
+    if (what == QLatin1String("registerByHand"))
+        registerByHand();
+    if (what == QLatin1String("ownBundle"))
+        insertOwnBundleBeforeSetUp();
+    if (what == QLatin1String("threads"))
+        setUpFromThreads();
+    if (what == QLatin1String("failThenInit"))
+        tryAgainThroughInit(setUp);
+    if (what == QLatin1String("failThenEnsure"))
+        tryAgainThroughEnsure(setUp);
     return 0;
 }
 
@@ -239,8 +256,10 @@ ChildResult childUnder(const QString& lang, const QStringList& arguments,
         if (name.startsWith(QLatin1String("LC_")) || name.startsWith(QLatin1String("LANG")))
             environment.remove(name);
     }
-    if (!lang.isNull()) environment.insert(QStringLiteral("LANG"), lang);
-    if (!all.isNull()) environment.insert(QStringLiteral("LC_ALL"), all);
+    if (!lang.isNull())
+        environment.insert(QStringLiteral("LANG"), lang);
+    if (!all.isNull())
+        environment.insert(QStringLiteral("LC_ALL"), all);
     return runChild(arguments, environment);
 }
 

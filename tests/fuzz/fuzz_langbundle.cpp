@@ -17,7 +17,8 @@ namespace {
 
 void check(bool holds)
 {
-    if (!holds) std::abort();
+    if (!holds)
+        std::abort();
 }
 
 bool write(const QString& fileName, const QByteArray& bytes)

@@ -233,7 +233,8 @@ void TestCatalogue::linesStandInTheStatedOrder()
     QStringList keys;
     const QStringList lines = QString::fromUtf8(embeddedFile(lang)).split(QLatin1Char('\n'));
     for (const QString& line : lines.mid(1)) {
-        if (!line.isEmpty()) keys.append(line.left(line.indexOf(QLatin1Char('='))));
+        if (!line.isEmpty())
+            keys.append(line.left(line.indexOf(QLatin1Char('='))));
     }
     QCOMPARE(lines.first(), QStringLiteral("module=kez;lang=%1").arg(lang));
     QCOMPARE(keys, orderIn(lang));

@@ -18,7 +18,6 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -51,7 +50,8 @@ QString headerText(const QString& fileName)
 QString failureOf(const QString& path, const QString& module, const QString& lang)
 {
     const auto failure = thrownPointer([&] { LangBundle::load(path, module, lang); });
-    if (!failure) return QStringLiteral("(nothing thrown)");
+    if (!failure)
+        return QStringLiteral("(nothing thrown)");
     return failure->parent() ? QStringLiteral("(has a parent)") : failure->detail();
 }
 
@@ -86,16 +86,29 @@ void say(const QString& line)
     std::puts(line.toUtf8().constData());
 }
 
+/// What load() says while the process can open no further file.
+QString failureWithoutDescriptors(const QString& path)
+{
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit none{3, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const QString failure = failureOf(path, Kez, French);
+    setrlimit(RLIMIT_NOFILE, &usual);
+    return failure;
+}
+
 int child(const QStringList& arguments)
 {
     const QString& what = arguments.at(0);
     const QString& path = arguments.at(1);
-    if (what == QLatin1String("ordinary user") && !becomeOrdinaryUser()) return 1;
-    if (what == QLatin1String("no descriptors")) {
-        const rlimit none{3, 3};
-        if (setrlimit(RLIMIT_NOFILE, &none) != 0) return 1;
+    if (what == QLatin1String("no descriptors"))
+        say(failureWithoutDescriptors(path));
+    if (what == QLatin1String("ordinary user")) {
+        if (!becomeOrdinaryUser())
+            return 1;
+        say(failureOf(path, Kez, French));
     }
-    say(failureOf(path, Kez, French));
     return 0;
 }
 
@@ -775,7 +788,8 @@ void TestLangBundle::loadsFromManyThreads()
                 const auto bundle = LangBundle::load(path, Kez, French);
                 const auto failure =
                     thrownPointer([&] { LangBundle::load(path, Kez, QStringLiteral("de_DE")); });
-                if (bundle->size() == 2 && failure) ++good;
+                if (bundle->size() == 2 && failure)
+                    ++good;
             }
         });
     }

@@ -43,9 +43,12 @@ void logAfterAsking(const QString& directory)
 int child(const QStringList& arguments)
 {
     const QString& what = arguments.at(0);
-    if (what == QLatin1String("before set-up")) sayLanguages();
-    if (what == QLatin1String("without resources")) sayLanguagesWithoutResources();
-    if (what == QLatin1String("log")) logAfterAsking(arguments.at(1));
+    if (what == QLatin1String("before set-up"))
+        sayLanguages();
+    if (what == QLatin1String("without resources"))
+        sayLanguagesWithoutResources();
+    if (what == QLatin1String("log"))
+        logAfterAsking(arguments.at(1));
     return 0;
 }
 

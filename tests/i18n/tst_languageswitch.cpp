@@ -48,7 +48,8 @@ void sayState()
 
 void insert(const QString& path, const QString& module, const QString& lang)
 {
-    if (!translator().insertBundle(path, module, lang)) say(QStringLiteral("not inserted"));
+    if (!translator().insertBundle(path, module, lang))
+        say(QStringLiteral("not inserted"));
 }
 
 void switchAll(const QString& path)
@@ -70,7 +71,8 @@ void switchToTheSame(const QString& path)
     insert(path, QStringLiteral("shop"), French);
     const auto before = translator().bundle(QStringLiteral("shop"), French);
     QFile file(path + QStringLiteral("/shop_fr_FR.lang"));
-    if (!file.open(QIODevice::WriteOnly)) return;
+    if (!file.open(QIODevice::WriteOnly))
+        return;
     file.write("module=shop;lang=fr_FR\nYes=newly read\n");
     file.close();
     translator().setDefaultLang(French);
@@ -166,7 +168,8 @@ void switchManyBundles(const QString& path)
     translator().setDefaultLang(English);
     int switched = 0;
     for (auto it = translator().begin(); it != translator().end(); ++it) {
-        if (it.key().endsWith(QStringLiteral(".en_US")) && (*it)->lang() == English) ++switched;
+        if (it.key().endsWith(QStringLiteral(".en_US")) && (*it)->lang() == English)
+            ++switched;
     }
     say(QString::number(switched));
     say(QString::number(translator().size()));
@@ -183,12 +186,18 @@ int child(const QStringList& arguments)
 {
     const QString& what = arguments.at(0);
     const QString& path = arguments.at(1);
-    if (what == QLatin1String("all")) switchAll(path);
-    if (what == QLatin1String("same")) switchToTheSame(path);
-    if (what == QLatin1String("two")) switchTwoOfOneModule(path, arguments.at(2));
-    if (what == QLatin1String("nothing")) switchNothing();
-    if (what == QLatin1String("missing file")) switchPastAMissingFile(path);
-    if (what == QLatin1String("no file")) switchWhereNothingCanBe(path);
+    if (what == QLatin1String("all"))
+        switchAll(path);
+    if (what == QLatin1String("same"))
+        switchToTheSame(path);
+    if (what == QLatin1String("two"))
+        switchTwoOfOneModule(path, arguments.at(2));
+    if (what == QLatin1String("nothing"))
+        switchNothing();
+    if (what == QLatin1String("missing file"))
+        switchPastAMissingFile(path);
+    if (what == QLatin1String("no file"))
+        switchWhereNothingCanBe(path);
     if (what == QLatin1String("refusal")) {
         logToAFile(path);
         switchPastARefusal(path);
@@ -197,13 +206,16 @@ int child(const QStringList& arguments)
         logToAFile(path);
         switchWhenEverythingIsRefused(path);
     }
-    if (what == QLatin1String("refusal filtered")) switchInALogThatKeepsFatalLinesOnly(path);
+    if (what == QLatin1String("refusal filtered"))
+        switchInALogThatKeepsFatalLinesOnly(path);
     if (what == QLatin1String("refusal without log")) {
         printMessages();
         switchPastARefusal(path);
     }
-    if (what == QLatin1String("many")) switchManyBundles(path);
-    if (what == QLatin1String("log")) startTheLog(path);
+    if (what == QLatin1String("many"))
+        switchManyBundles(path);
+    if (what == QLatin1String("log"))
+        startTheLog(path);
     return 0;
 }
 
@@ -279,10 +291,12 @@ ChildResult TestLanguageSwitch::run(const QStringList& arguments)
 QByteArrayList TestLanguageSwitch::logged() const
 {
     QFile file(_directory->path() + QStringLiteral("/app-0.log"));
-    if (!file.open(QIODevice::ReadOnly)) return {"no log"};
+    if (!file.open(QIODevice::ReadOnly))
+        return {"no log"};
     QByteArrayList lines;
     for (const QByteArray& line : file.readAll().split('\n')) {
-        if (!line.isEmpty()) lines.append(line.mid(line.indexOf('<')));
+        if (!line.isEmpty())
+            lines.append(line.mid(line.indexOf('<')));
     }
     return lines;
 }

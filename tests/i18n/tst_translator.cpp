@@ -92,8 +92,10 @@ void describeAfterSetUp()
 
 int child(const QStringList& arguments)
 {
-    if (arguments.at(0) == QLatin1String("before")) describeBeforeSetUp();
-    if (arguments.at(0) == QLatin1String("after")) describeAfterSetUp();
+    if (arguments.at(0) == QLatin1String("before"))
+        describeBeforeSetUp();
+    if (arguments.at(0) == QLatin1String("after"))
+        describeAfterSetUp();
     return 0;
 }
 
@@ -505,7 +507,8 @@ void TestTranslator::iteratesInKeyOrder()
     for (auto it = translator().begin(); it != translator().end(); ++it) {
         walked.append(it.key());
         QCOMPARE(it.key(), (*it)->module() + QLatin1Char('.') + (*it)->lang());
-        if ((*it)->lang() == _lang) ours.append((*it)->module());
+        if ((*it)->lang() == _lang)
+            ours.append((*it)->module());
     }
     QCOMPARE(walked, keys);
     QCOMPARE(ours, QStringList({"C", "a", "ab", "b-x", "b", "é"}));
