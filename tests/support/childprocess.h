@@ -12,6 +12,15 @@
 #include <grp.h>
 #include <unistd.h>
 
+#if defined(__SANITIZE_THREAD__)
+/// A process that has started another one is to the thread sanitizer a forked one itself, which it
+/// ends at its next thread unless told otherwise.
+extern "C" __attribute__((used)) inline const char* __tsan_default_options()
+{
+    return "die_after_fork=0";
+}
+#endif
+
 /// What a child of the test program did.
 struct ChildResult {
     bool finished = false;
