@@ -24,6 +24,7 @@ void check(bool holds)
 bool write(const QString& fileName, const QByteArray& bytes)
 {
     QFile file(fileName);
+    file.remove(); // some file systems flush a file that is emptied and written again
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
