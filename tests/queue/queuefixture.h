@@ -102,7 +102,8 @@ inline QStringList queuedNames(const FilesQueue& queue, const QStringList& candi
     QStringList result(queue.size(), QStringLiteral("?"));
     for (const QString& name : candidates) {
         const int position = queue.fileIndex(name);
-        if (position >= 0 && position < result.size()) result[position] = name;
+        if (position >= 0 && position < result.size())
+            result[position] = name;
     }
     return result;
 }

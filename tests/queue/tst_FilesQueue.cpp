@@ -51,11 +51,13 @@ struct Update {
 /// A child's expectation; the failed one is on its standard error.
 bool expect(bool condition, const char* text)
 {
-    if (!condition) std::fprintf(stderr, "not so: %s\n", text);
+    if (!condition)
+        std::fprintf(stderr, "not so: %s\n", text);
     return condition;
 }
 #define EXPECT(condition)                                                                          \
-    if (!expect((condition), #condition)) return 1
+    if (!expect((condition), #condition))                                                          \
+    return 1
 
 constexpr int NotForThisUser = 77;
 
@@ -123,7 +125,8 @@ int childPurgesWhatItMayUse()
 /// In a sticky directory of somebody else, files that may be written may not be deleted.
 int childPurgeFailure()
 {
-    if (geteuid() != 0) return NotForThisUser;
+    if (geteuid() != 0)
+        return NotForThisUser;
     const QueueDirectory directory;
     EXPECT(directory.createAll({"a", "b"}));
     EXPECT(directory.setMode("a", 0666));
@@ -190,13 +193,19 @@ int childConsumedFileWithoutPermission()
 int childMain(const QStringList& arguments)
 {
     const QString name = arguments.value(0);
-    if (name == QLatin1String("purgeFailure")) return childPurgeFailure();
+    if (name == QLatin1String("purgeFailure"))
+        return childPurgeFailure();
     EXPECT(becomeOrdinaryUser());
-    if (name == QLatin1String("refusedDirectories")) return childRefusedDirectories();
-    if (name == QLatin1String("ignored")) return childIgnoresWhatItMayNotUse();
-    if (name == QLatin1String("purged")) return childPurgesWhatItMayUse();
-    if (name == QLatin1String("deletionFailure")) return childDeletionFailure();
-    if (name == QLatin1String("withoutPermission")) return childConsumedFileWithoutPermission();
+    if (name == QLatin1String("refusedDirectories"))
+        return childRefusedDirectories();
+    if (name == QLatin1String("ignored"))
+        return childIgnoresWhatItMayNotUse();
+    if (name == QLatin1String("purged"))
+        return childPurgesWhatItMayUse();
+    if (name == QLatin1String("deletionFailure"))
+        return childDeletionFailure();
+    if (name == QLatin1String("withoutPermission"))
+        return childConsumedFileWithoutPermission();
     return 2;
 }
 
@@ -241,12 +250,14 @@ public:
         for (const Entry& entry : std::as_const(_entries)) {
             const bool vanished = !files.contains(entry.name);
             const bool consumed = _consumers > 0 && !entry.flags.contains(false);
-            if (vanished) result.deleted.append(entry.name);
+            if (vanished)
+                result.deleted.append(entry.name);
             if (consumed) {
                 ++result.consumed;
                 files.removeAll(entry.name);
             }
-            if (!vanished && !consumed) staying.append(entry);
+            if (!vanished && !consumed)
+                staying.append(entry);
         }
         _entries = staying;
         return result;
@@ -531,7 +542,8 @@ void FilesQueueTest::purgeLeavesWhatMayNotBeUsed()
 void FilesQueueTest::purgeIgnoresFailures()
 {
     const ChildResult child = runChild({"purgeFailure"});
-    if (child.exitCode == NotForThisUser) QSKIP("needs files of two users");
+    if (child.exitCode == NotForThisUser)
+        QSKIP("needs files of two users");
     QVERIFY2(child.exitCode == 0, child.err.constData());
 }
 
@@ -1341,18 +1353,21 @@ void FilesQueueTest::followsTheModel()
         }
     };
     const auto removeFile = [&] {
-        if (files.isEmpty()) return;
+        if (files.isEmpty())
+            return;
         QVERIFY(directory.remove(files.takeAt(random.bounded(int(files.size())))));
     };
     const auto consume = [&] {
-        if (consumers.empty() || model.entries().isEmpty()) return;
+        if (consumers.empty() || model.entries().isEmpty())
+            return;
         const int consumer = random.bounded(int(consumers.size()));
         const int position = random.bounded(int(model.entries().size()));
         queue.onConsumed(consumers.at(size_t(consumer))->id(), model.entries().at(position).name);
         model.consume(consumer, position);
     };
     const auto addConsumer = [&] {
-        if (consumers.size() == 3) return;
+        if (consumers.size() == 3)
+            return;
         consumers.push_back(std::make_unique<ConsumerAncestor>(QString::number(consumers.size())));
         queue.appendConsumer(consumers.back().get());
         model.appendConsumer();
@@ -1388,7 +1403,8 @@ void FilesQueueTest::followsTheModel()
             addConsumer();
         else
             rescan();
-        if (QTest::currentTestFailed()) return;
+        if (QTest::currentTestFailed())
+            return;
 
         QCOMPARE(queue.size(), int(model.entries().size()));
         for (int i = 0; i < model.entries().size(); ++i) {

@@ -54,7 +54,8 @@ public:
     {
         connect(&queue, &FilesQueue::filesNotConsumed, this,
                 [this](const QList<QString>& files, bool error) {
-                    if (!_asking || error) return;
+                    if (!_asking || error)
+                        return;
                     for (const QString& file : files) {
                         _handled.append(file);
                         Q_EMIT

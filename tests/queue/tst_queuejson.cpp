@@ -49,7 +49,8 @@ QString failureOf(const QJsonArray& description)
 
 int childUnreadable()
 {
-    if (!becomeOrdinaryUser()) return 1;
+    if (!becomeOrdinaryUser())
+        return 1;
     const QueueDirectory directory;
     int exitCode = 0;
     for (const mode_t mode : {0500U, 0300U, 0000U}) {

@@ -29,7 +29,8 @@ bool createEmptyFiles(const QueueDirectory& directory, const QStringList& names)
     for (const QString& name : names) {
         const QByteArray path = QFile::encodeName(directory.filePath(name));
         const int file = ::open(path.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        if (file < 0) return false;
+        if (file < 0)
+            return false;
         ::close(file);
     }
     return true;

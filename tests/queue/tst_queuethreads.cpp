@@ -99,11 +99,14 @@ public:
 private:
     void handle(const QList<QString>& files, bool error)
     {
-        if (error) ++_failures;
+        if (error)
+            ++_failures;
         for (const QString& name : files) {
-            if (_handled.contains(name)) continue;
+            if (_handled.contains(name))
+                continue;
             QFile file(_directory + name);
-            if (!file.open(QIODevice::ReadOnly) || file.readAll() != "content") ++_failures;
+            if (!file.open(QIODevice::ReadOnly) || file.readAll() != "content")
+                ++_failures;
             _handled.insert(name);
             ++_handledCount;
             Q_EMIT
@@ -408,7 +411,8 @@ void QueueThreadsTest::directSlotMayCallEverything()
     connect(
         &queue, &FilesQueue::queueUpdated, &queue,
         [&](const QList<QString>& appended) {
-            if (++depth > 1) return;
+            if (++depth > 1)
+                return;
             const QString name = appended.value(0);
             const bool isThere = queue.size() == 3 && queue.index("c") == 0 &&
                                  queue.fileIndex(name) == 2 && queue.entryFromFileName(name) &&
@@ -447,7 +451,8 @@ void QueueThreadsTest::nestedRescanFindsNewFiles()
     QList<QList<QString>> announced;
     connect(&queue, &FilesQueue::queueUpdated, &queue, [&](const QList<QString>& appended) {
         announced.append(appended);
-        if (announced.size() > 3) return;
+        if (announced.size() > 3)
+            return;
         QVERIFY(directory.create(QString::number(announced.size())));
         queue.onDirectoryChanged();
     });
