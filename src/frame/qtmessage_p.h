@@ -7,8 +7,15 @@
 #include <QMessageLogger>
 #include <QString>
 
+/// Qt's message output. The constructor without arguments would leave the category null instead of
+/// "default".
+inline QMessageLogger qtMessages()
+{
+    return QMessageLogger(nullptr, 0, nullptr);
+}
+
 /// Shows `text` as it stands on Qt's critical message channel, category "default".
 inline void reportCritical(const QString& text)
 {
-    QMessageLogger().critical().noquote() << text;
+    qtMessages().critical().noquote() << text;
 }

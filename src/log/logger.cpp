@@ -3,12 +3,12 @@
 
 #include "kez/logger.h"
 #include "frame/failure_p.h"
+#include "frame/qtmessage_p.h"
 #include "log/logring_p.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
-#include <QMessageLogger>
 #include <QMutex>
 
 #include <chrono>
@@ -131,7 +131,7 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
     if (!lock.try_lock_for(LockWait)) {
         QString line;
         formatter()(level, msg, line);
-        QMessageLogger().debug().noquote().nospace()
+        qtMessages().debug().noquote().nospace()
             << "Logger::writeTrace DEADLOCK >> stdout - " << line;
         return;
     }
@@ -195,23 +195,23 @@ void Logger::writeConsole(LoggerLevel::LogLevel level, const QString& line) cons
 {
     switch (level) {
     case LoggerLevel::info:
-        QMessageLogger().info() << line;
+        qtMessages().info() << line;
         return;
     case LoggerLevel::warning:
-        QMessageLogger().warning() << line;
+        qtMessages().warning() << line;
         return;
     case LoggerLevel::error:
-        QMessageLogger().critical() << line;
+        qtMessages().critical() << line;
         return;
     case LoggerLevel::fatal: {
         QString quoted;
         QDebug(&quoted).nospace() << line; // fatal messages have no stream before Qt 6.5
-        QMessageLogger().fatal("%s", qUtf8Printable(quoted));
+        qtMessages().fatal("%s", qUtf8Printable(quoted));
     }
     case LoggerLevel::debug:
         break;
     }
-    QMessageLogger().debug() << line;
+    qtMessages().debug() << line;
 }
 
 LoggerLevel::LogLevel Logger::setFilter(LoggerLevel::LogLevel filter)

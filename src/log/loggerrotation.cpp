@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "frame/qtmessage_p.h"
 #include "kez/exception.h"
 #include "kez/logger.h"
 #include "log/logring_p.h"
@@ -8,7 +9,6 @@
 #include <QDebug>
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QMessageLogger>
 
 #include <algorithm>
 #include <functional>
@@ -91,7 +91,7 @@ unsigned int Logger::startRingFile(unsigned int index, unsigned int statusOnFail
     try {
         duplicateLogFile();
     } catch (const Exception& e) {
-        QMessageLogger().warning().noquote().nospace()
+        qtMessages().warning().noquote().nospace()
             << "Echec de la duplioation du descripteur de journal : " << e.detail();
         closeDuplicatedHandle();
     }
