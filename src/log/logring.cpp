@@ -87,6 +87,10 @@ const QByteArray& Logger::Ring::encoded(const QString& line)
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
     _bytes.resize(encoder.requiredSpace(line.size()) + 1);
     char* end = encoder.appendToBuffer(_bytes.data(), line);
+    if (encoder.hasError()) { // a lone surrogate: the encoder and QString replace it differently
+        _bytes = line.toUtf8() + '\n';
+        return _bytes;
+    }
     *end++ = '\n';
     _bytes.resize(end - _bytes.constData());
     return _bytes;
