@@ -98,7 +98,7 @@ const QByteArray& Logger::Ring::encoded(const QString& line)
 
 bool Logger::Ring::append(const QByteArray& line)
 {
-    if (exceedsProcessLimit(line.size() + 1))
+    if (exceedsProcessLimit(line.size() + (endsInsideLine ? 1 : 0)))
         return false;
     if (endsInsideLine && !writeAll("\n", 1))
         return false;
