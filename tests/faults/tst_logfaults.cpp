@@ -1,0 +1,450 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "support/childprocess.h"
+#include "support/language.h"
+#include "support/libcfaults.h"
+#include "support/logring.h"
+#include "support/messagecapture.h"
+#include "support/messageprinter.h"
+
+#include <kez/exception.h>
+#include <kez/initlib.h>
+#include <kez/logger.h>
+
+#include <QDir>
+#include <QSet>
+#include <QTest>
+
+#include <csignal>
+#include <cstring>
+
+#include <sys/resource.h>
+
+namespace {
+
+constexpr quint32 Century = 36500;
+constexpr quint64 Large = 1 << 20;
+
+struct QuietLogger : Logger {
+    explicit QuietLogger(const LogRing& ring, quint64 maxSize = Large, quint32 kept = 3)
+        : Logger(ring.name(), maxSize, kept, Century, LoggerLevel::debug, plainFormatter)
+    {
+        disableTee();
+    }
+};
+
+int openDescriptors()
+{
+    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
+}
+
+void limitFileSize(rlim_t bytes)
+{
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+QString numberedLine(int i)
+{
+    return QStringLiteral("line %1 of the child").arg(i, 4, 10, QLatin1Char('0'));
+}
+
+/// Logs a hundred lines into a file that may not grow beyond forty lines, then may grow again.
+int childSizeLimit(const QString& name, bool tee, bool ignored, bool later)
+{
+    signal(SIGXFSZ, ignored ? SIG_IGN : SIG_DFL);
+    if (!later) limitFileSize(40 * 23);
+    Logger logger(name, Large, 3, Century, LoggerLevel::debug, plainFormatter);
+    if (!tee) logger.disableTee();
+    if (later) limitFileSize(40 * 23);
+    for (int i = 0; i < 100; ++i)
+        logger.warning(numberedLine(i));
+    limitFileSize(RLIM_INFINITY);
+    logger.info(QStringLiteral("room again"));
+    logger.info(QStringLiteral("and more"));
+
+    struct sigaction action {};
+    sigaction(SIGXFSZ, nullptr, &action);
+    sigset_t mask;
+    sigset_t pending;
+    sigprocmask(SIG_BLOCK, nullptr, &mask);
+    sigpending(&pending);
+    const bool asBefore = action.sa_handler == (ignored ? SIG_IGN : SIG_DFL) &&
+                          !sigismember(&mask, SIGXFSZ) && !sigismember(&pending, SIGXFSZ);
+    puts(asBefore ? "signals as before" : "signals changed");
+    return 0;
+}
+
+/// A signal that was waiting before the logger met the limit still waits afterwards.
+int childPendingSignal(const QString& name)
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGXFSZ);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    raise(SIGXFSZ);
+    limitFileSize(10);
+    Logger logger(name, Large, 3, Century, LoggerLevel::debug, plainFormatter);
+    logger.disableTee();
+    logger.info(QStringLiteral("longer than ten bytes"));
+    limitFileSize(RLIM_INFINITY);
+    sigset_t pending;
+    sigpending(&pending);
+    puts(sigismember(&pending, SIGXFSZ) ? "pending" : "lost");
+    return 0;
+}
+
+/// The limit is met by a fatal line: the process ends with the line shown.
+int childFatal(const QString& name)
+{
+    limitFileSize(0);
+    Logger logger(name, Large, 3, Century, LoggerLevel::debug, plainFormatter);
+    logger.disableTee();
+    logger.fatal(QStringLiteral("the end"));
+    puts("survived");
+    return 0;
+}
+
+int childMain(const QStringList& arguments)
+{
+    kezEnsureInit();
+    useLanguage(QStringLiteral("en_US"));
+    printMessagesPlainly();
+    const QString what = arguments.value(0);
+    const QString name = arguments.value(1);
+    if (what == QLatin1String("pending")) return childPendingSignal(name);
+    if (what == QLatin1String("fatal")) return childFatal(name);
+    return childSizeLimit(name, what.contains(QLatin1String("tee")),
+                          what.contains(QLatin1String("ignored")),
+                          what.contains(QLatin1String("later")));
+}
+
+} // namespace
+
+class TestLogFaults : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useLanguage(QStringLiteral("en_US")); }
+    void cleanup() { LibcFaults::reset(); }
+
+    void lineIsOneWrite()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring);
+        LibcFaults::writes = 0;
+        for (int i = 0; i < 100; ++i)
+            logger.info(QString(i * 1000, QLatin1Char('x')));
+        QCOMPARE(LibcFaults::writes.load(), 100);
+    }
+
+    void refusedLineIsShownMarked_data()
+    {
+        QTest::addColumn<int>("error");
+        QTest::newRow("disk full") << ENOSPC;
+        QTest::newRow("quota exceeded") << EDQUOT;
+        QTest::newRow("I/O error") << EIO;
+        QTest::newRow("file too large") << EFBIG;
+        QTest::newRow("not permitted") << EPERM;
+    }
+    void refusedLineIsShownMarked()
+    {
+        QFETCH(int, error);
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        logger.info(QStringLiteral("before"));
+        LibcFaults::writeError = error;
+        logger.warning(QStringLiteral("refused"));
+        logger.critical(QStringLiteral("again"));
+        LibcFaults::writeError = 0;
+        logger.info(QStringLiteral("after"));
+        QCOMPARE(capture.texts(), (QStringList{"\"refused [>>]\"", "\"again [>>]\""}));
+        QCOMPARE(capture.messages().at(0).type, QtWarningMsg);
+        QCOMPARE(capture.messages().at(1).type, QtCriticalMsg);
+        QCOMPARE(ring.bytes(0), QByteArray("before\nafter\n"));
+        QCOMPARE(ring.names(), QStringList{"app-0.log"});
+    }
+
+    void refusedLineIsNotShownTwiceWithTee()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring);
+        logger.enableTee();
+        const MessageCapture capture;
+        LibcFaults::writeError = ENOSPC;
+        logger.info(QStringLiteral("refused"));
+        LibcFaults::writeError = 0;
+        logger.info(QStringLiteral("after"));
+        QCOMPARE(capture.texts(), (QStringList{"\"refused [Tee]\"", "\"after [Tee]\""}));
+        QCOMPARE(ring.bytes(0), QByteArray("after [Tee]\n"));
+    }
+
+    void interruptedWriteIsRepeated()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        LibcFaults::failingWrites = 3;
+        LibcFaults::writeError = EINTR;
+        logger.info(QStringLiteral("interrupted"));
+        QCOMPARE(LibcFaults::failingWrites.load(), 0);
+        QVERIFY(capture.messages().isEmpty());
+        QCOMPARE(ring.bytes(0), QByteArray("interrupted\n"));
+    }
+
+    void shortWriteIsCompleted_data()
+    {
+        QTest::addColumn<int>("writes");
+        QTest::addColumn<int>("bytes");
+        QTest::newRow("once, one byte") << 1 << 1;
+        QTest::newRow("once, all but the line end") << 1 << 8;
+        QTest::newRow("byte by byte") << 100 << 1;
+    }
+    void shortWriteIsCompleted()
+    {
+        QFETCH(int, writes);
+        QFETCH(int, bytes);
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        LibcFaults::writeLimit = size_t(bytes);
+        LibcFaults::shortWrites = writes;
+        logger.info(QStringLiteral("complete"));
+        LibcFaults::shortWrites = 0;
+        logger.info(QStringLiteral("next"));
+        QVERIFY(capture.messages().isEmpty());
+        QCOMPARE(ring.bytes(0), QByteArray("complete\nnext\n"));
+    }
+
+    void writeThatTakesNothingEnds()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        LibcFaults::writeLimit = 0;
+        LibcFaults::shortWrites = 100000;
+        logger.info(QStringLiteral("nothing taken"));
+        QVERIFY(LibcFaults::shortWrites.load() > 0);
+        LibcFaults::shortWrites = 0;
+        QCOMPARE(capture.texts(), QStringList{"\"nothing taken [>>]\""});
+        logger.info(QStringLiteral("next"));
+        QCOMPARE(ring.bytes(0), QByteArray("next\n"));
+    }
+
+    void tornLineMergesWithNoOther_data()
+    {
+        QTest::addColumn<int>("taken");
+        QTest::addColumn<int>("refused");
+        QTest::newRow("one byte taken") << 1 << 1;
+        QTest::newRow("half taken") << 4 << 1;
+        QTest::newRow("all but the line end taken") << 8 << 1;
+        QTest::newRow("several refused after it") << 4 << 5;
+    }
+    void tornLineMergesWithNoOther()
+    {
+        QFETCH(int, taken);
+        QFETCH(int, refused);
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        logger.info(QStringLiteral("first"));
+        LibcFaults::writeLimit = size_t(taken);
+        LibcFaults::shortWrites = 1;
+        LibcFaults::writeError = ENOSPC;
+        for (int i = 0; i < refused; ++i)
+            logger.info(QStringLiteral("torn one"));
+        LibcFaults::writeError = 0;
+        logger.info(QStringLiteral("second"));
+        logger.info(QStringLiteral("third"));
+
+        QCOMPARE(capture.texts(), QStringList(refused, QStringLiteral("\"torn one [>>]\"")));
+        QByteArrayList lines = ring.lines(0);
+        QCOMPARE(lines.takeFirst(), QByteArray("first"));
+        if (lines.size() == 3) QCOMPARE(lines.takeFirst(), QByteArray("torn one").left(taken));
+        QCOMPARE(lines, (QByteArrayList{"second", "third"}));
+        QVERIFY(ring.bytes(0).endsWith('\n'));
+    }
+
+    void lineEndAfterATornLineCountsForTheSize()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring, 12);
+        const MessageCapture capture;
+        LibcFaults::writeLimit = 4;
+        LibcFaults::shortWrites = 1;
+        LibcFaults::writeError = ENOSPC;
+        logger.info(QStringLiteral("torn one"));
+        LibcFaults::writeError = 0;
+        logger.info(QStringLiteral("abcdef"));
+        QVERIFY(ring.bytes(0).size() < 12);
+        QVERIFY(ring.allLines(3).contains("abcdef"));
+        logger.closeDuplicatedHandle();
+    }
+
+    void tornLineAtTheEndOfAFileLeavesTheNextFileAlone()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring, 20);
+        const MessageCapture capture;
+        LibcFaults::writeLimit = 4;
+        LibcFaults::shortWrites = 1;
+        LibcFaults::writeError = ENOSPC;
+        logger.info(QStringLiteral("torn one"));
+        LibcFaults::writeError = 0;
+        logger.info(QString(17, QLatin1Char('x')));
+        QCOMPARE(ring.bytes(1), QByteArray(17, 'x') + '\n');
+        logger.closeDuplicatedHandle();
+    }
+
+    void fullDeviceShowsEveryLine()
+    {
+        const LogRing ring;
+        QVERIFY(QFile::link(QStringLiteral("/dev/full"), ring.file(0)));
+        QuietLogger logger(ring);
+        const MessageCapture capture;
+        logger.info(QStringLiteral("one"));
+        logger.warning(QStringLiteral("two"));
+        logger.enableTee();
+        logger.info(QStringLiteral("three"));
+        QCOMPARE(capture.texts(), (QStringList{"\"one [>>]\"", "\"two [>>]\"", "\"three [Tee]\""}));
+        QCOMPARE(ring.names(), QStringList{"app-0.log"});
+        logger.close();
+    }
+
+    void fileSizeLimitOfTheProcess_data()
+    {
+        QTest::addColumn<QString>("what");
+        QTest::newRow("signal ignored") << "ignored";
+        QTest::newRow("signal as by default") << "default";
+        QTest::newRow("signal ignored, limit set later") << "ignored later";
+        QTest::newRow("signal ignored, tee") << "ignored tee";
+        QTest::newRow("signal as by default, tee") << "default tee";
+    }
+    void fileSizeLimitOfTheProcess()
+    {
+        QFETCH(QString, what);
+        const bool tee = what.contains(QLatin1String("tee"));
+        const LogRing ring;
+        const ChildResult child = runChild({what, ring.name()});
+        QVERIFY(child.finished);
+        QVERIFY2(!child.crashed, child.err.constData());
+        QCOMPARE(child.exitCode, 0);
+        QCOMPARE(child.out, QByteArray("signals as before\n"));
+
+        const QByteArray marker = tee ? " [Tee]" : "";
+        QByteArrayList inFile = ring.lines(0);
+        QCOMPARE(inFile.takeLast(), "and more" + marker);
+        QCOMPARE(inFile.takeLast(), "room again" + marker);
+        int written = 0;
+        const QByteArray whole = numberedLine(0).toUtf8() + marker;
+        while (written < inFile.size() &&
+               inFile.at(written) == numberedLine(written).toUtf8() + marker)
+            ++written;
+        QCOMPARE(written, int(40 * 23 / (whole.size() + 1)));
+        // What is left, if anything, is the beginning of the line that met the limit.
+        QVERIFY(inFile.size() - written <= 1);
+        if (inFile.size() > written)
+            QVERIFY(numberedLine(written).toUtf8().startsWith(inFile.at(written)));
+
+        QByteArrayList shown;
+        for (int i = tee ? 0 : written; i < 100; ++i)
+            shown +=
+                "warning|default|\"" + numberedLine(i).toUtf8() + (tee ? " [Tee]" : " [>>]") + '"';
+        if (tee) shown += {"info|default|\"room again [Tee]\"", "info|default|\"and more [Tee]\""};
+        QCOMPARE(linesIn(child.err), shown);
+        QCOMPARE(ring.names(), QStringList{"app-0.log"});
+    }
+
+    void signalThatWaitedBeforeStillWaits()
+    {
+        const LogRing ring;
+        const ChildResult child = runChild({QStringLiteral("pending"), ring.name()});
+        QCOMPARE(child.exitCode, 0);
+        QCOMPARE(child.out, QByteArray("pending\n"));
+        QCOMPARE(child.err, QByteArray("info|default|\"longer than ten bytes [>>]\"\n"));
+    }
+
+    void refusedFatalLineEndsTheProcess()
+    {
+        const LogRing ring;
+        const ChildResult child = runChild({QStringLiteral("fatal"), ring.name()});
+        QVERIFY(child.finished && child.crashed);
+        QCOMPARE(child.exitCode, SIGABRT);
+        QCOMPARE(child.err, QByteArray("fatal|default|\"the end [>>]\"\n"));
+        QCOMPARE(child.out, QByteArray());
+    }
+
+    void streamThatCannotBeOpenedIsReported()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring);
+        const int before = openDescriptors();
+        LibcFaults::fdopenError = ENOMEM;
+        QString text;
+        try {
+            logger.duplicateLogFile();
+        } catch (const Exception& exception) {
+            text = exception.detail();
+        }
+        LibcFaults::fdopenError = 0;
+        QCOMPARE(text, QStringLiteral("void Logger::duplicateLogFile() -> ") +
+                           QString::fromLocal8Bit(strerror(ENOMEM)));
+        QVERIFY(logger.duplicatedDescriptor() == nullptr);
+        QCOMPARE(openDescriptors(), before);
+        logger.info(QStringLiteral("x"));
+        QCOMPARE(ring.bytes(0), QByteArray("x\n"));
+    }
+
+    void rotationWithoutStreamWarnsAndCarriesOn()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring, 4);
+        LibcFaults::fdopenError = ENOMEM;
+        const MessageCapture capture;
+        logger.info(QStringLiteral("long"));
+        LibcFaults::fdopenError = 0;
+        QCOMPARE(capture.messages().size(), 1);
+        QCOMPARE(capture.messages().first().type, QtWarningMsg);
+        QVERIFY(capture.texts().first().contains(
+            QStringLiteral("Echec de la duplioation du descripteur de journal : void "
+                           "Logger::duplicateLogFile() -> ") +
+            QString::fromLocal8Bit(strerror(ENOMEM))));
+        QCOMPARE(ring.bytes(1), QByteArray("long\n"));
+        QVERIFY(logger.duplicatedDescriptor() == nullptr);
+    }
+
+    void failureAtStartLeaksNothing()
+    {
+        const LogRing ring;
+        QVERIFY(ring.put(0, "x\n"));
+        const int before = openDescriptors();
+        LibcFaults::fdopenError = ENOMEM;
+        QVERIFY_EXCEPTION_THROWN(QuietLogger{ring}, Exception);
+        LibcFaults::fdopenError = 0;
+        QCOMPARE(openDescriptors(), before);
+    }
+
+    void directoryThatVanishesEndsFileLoggingAtTheRotation()
+    {
+        const LogRing ring;
+        QVERIFY(QDir(ring.path()).mkdir(QStringLiteral("d")));
+        const QString directory = ring.path() + QStringLiteral("/d");
+        Logger logger(directory + QStringLiteral("/app"), 8, 3, Century, LoggerLevel::debug,
+                      plainFormatter);
+        logger.disableTee();
+        logger.info(QStringLiteral("one"));
+        QVERIFY(QDir(directory).removeRecursively());
+        const MessageCapture capture;
+        logger.info(QStringLiteral("two"));
+        logger.info(QStringLiteral("three"));
+        QCOMPARE(capture.texts(),
+                 (QStringList{"\"two [log file rotation failure]\"", "\"three\""}));
+    }
+};
+
+KEZ_TEST_MAIN_WITH_CHILDREN(TestLogFaults, childMain)
+#include "tst_logfaults.moc"

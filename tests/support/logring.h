@@ -1,0 +1,81 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <kez/loggerlevel.h>
+
+#include <QByteArrayList>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QString>
+#include <QTemporaryDir>
+
+/// A file's bytes; null when it cannot be read.
+inline QByteArray bytesOf(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    const QByteArray bytes = file.readAll();
+    return bytes.isNull() ? QByteArray("") : bytes;
+}
+
+inline bool putBytes(const QString& path, const QByteArray& bytes,
+                     QIODevice::OpenMode mode = QIODevice::WriteOnly)
+{
+    QFile file(path);
+    return file.open(mode) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+/// The lines without their ends; what follows the last line end counts as a line, too.
+inline QByteArrayList linesIn(const QByteArray& bytes)
+{
+    QByteArrayList lines = bytes.split('\n');
+    if (!lines.isEmpty() && lines.last().isEmpty()) lines.removeLast();
+    return lines;
+}
+
+/// A temporary directory for the ring "app-<n>.log".
+class LogRing {
+public:
+    bool isValid() const { return _dir.isValid(); }
+    QString path() const { return _dir.path(); }
+
+    /// What a logger takes as its file name.
+    QString name() const { return _dir.filePath(QStringLiteral("app")); }
+    QString file(uint index) const { return name() + QStringLiteral("-%1.log").arg(index); }
+    bool has(uint index) const { return QFileInfo::exists(file(index)); }
+    QByteArray bytes(uint index) const { return bytesOf(file(index)); }
+    QByteArrayList lines(uint index) const { return linesIn(bytes(index)); }
+    bool put(uint index, const QByteArray& bytes) const { return putBytes(file(index), bytes); }
+    bool append(uint index, const QByteArray& bytes) const
+    {
+        return putBytes(file(index), bytes, QIODevice::WriteOnly | QIODevice::Append);
+    }
+
+    /// All names in the directory, hidden ones included.
+    QStringList names() const
+    {
+        return QDir(path()).entryList(
+            QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    }
+
+    /// The lines of all ring files, oldest first.
+    QByteArrayList allLines(uint kept) const
+    {
+        QByteArrayList lines;
+        for (uint i = 0; i < kept; ++i)
+            if (has(i)) lines += this->lines(i);
+        return lines;
+    }
+
+private:
+    QTemporaryDir _dir;
+};
+
+/// A formatter whose line is the message alone, so that sizes are known to the byte.
+inline void plainFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
+{
+    out = msg;
+}
