@@ -1,0 +1,303 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "support/language.h"
+#include "support/logring.h"
+#include "support/messagecapture.h"
+#include "support/messageprinter.h"
+
+#include <kez/log.h>
+#include <kez/logger.h>
+
+#include <QElapsedTimer>
+#include <QSemaphore>
+#include <QTest>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr quint32 Century = 36500;
+constexpr int Threads = 8;
+const QString Deadlock = QStringLiteral("Logger::writeTrace DEADLOCK >> stdout - ");
+
+QSemaphore s_inFormatter;
+QSemaphore s_goOn;
+
+/// Stays in the formatter, and so in the lock, while the message is "block".
+void blockingFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
+{
+    out = msg;
+    if (msg != QLatin1String("block")) return;
+    s_inFormatter.release();
+    s_goOn.acquire();
+}
+
+QByteArray numberedLine(int thread, int number)
+{
+    return "thread " + QByteArray::number(thread) + " line " + QByteArray::number(number) + ' ' +
+           QByteArray(number % 60, char('a' + thread)) + '.';
+}
+
+void runThreads(const std::function<void(int)>& work)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < Threads; ++i)
+        threads.emplace_back(work, i);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+/// What the threads wrote: whole lines only, each once, each thread's in order. A line that found
+/// the logger busy for 300 ms is looked for in `degraded`.
+QString disorderIn(const QByteArrayList& lines, const QStringList& degraded, int perThread)
+{
+    std::vector<std::vector<bool>> seen(Threads, std::vector<bool>(size_t(perThread), false));
+    std::vector<int> last(Threads, -1);
+    const auto numbersOf = [](const QByteArray& line) {
+        const QByteArrayList words = line.split(' ');
+        return words.size() == 5 ? std::pair(words.at(1).toInt(), words.at(3).toInt())
+                                 : std::pair(-1, -1);
+    };
+    const auto note = [&](const QByteArray& line, bool ordered) {
+        const auto [thread, number] = numbersOf(line);
+        if (thread < 0 || thread >= Threads || number < 0 || number >= perThread ||
+            line != numberedLine(thread, number))
+            return "torn: " + line;
+        if (seen[size_t(thread)][size_t(number)]) return "twice: " + line;
+        if (ordered && number <= last[size_t(thread)]) return "out of order: " + line;
+        if (ordered) last[size_t(thread)] = number;
+        seen[size_t(thread)][size_t(number)] = true;
+        return QByteArray();
+    };
+    for (const QByteArray& line : lines)
+        if (const QByteArray fault = note(line, true); !fault.isEmpty())
+            return QString::fromUtf8(fault);
+    for (const QString& text : degraded) {
+        if (!text.startsWith(Deadlock)) return QStringLiteral("unexpected: ") + text;
+        const QByteArray fault = note(text.mid(Deadlock.size()).remove(u'"').toUtf8(), false);
+        if (!fault.isEmpty()) return QString::fromUtf8(fault);
+    }
+    for (const std::vector<bool>& thread : seen)
+        for (const bool isThere : thread)
+            if (!isThere) return QStringLiteral("lost");
+    return {};
+}
+
+} // namespace
+
+class TestLoggerThreads : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { useLanguage(QStringLiteral("en_US")); }
+
+    void eightThreadsLoseNothing_data()
+    {
+        QTest::addColumn<quint64>("maxSize");
+        QTest::addColumn<int>("perThread");
+        QTest::newRow("one file") << (quint64(1) << 30) << 2000;
+        QTest::newRow("many rotations") << quint64(4096) << 2000;
+        QTest::newRow("a file for each line") << quint64(1) << 100;
+    }
+    void eightThreadsLoseNothing()
+    {
+        QFETCH(quint64, maxSize);
+        QFETCH(int, perThread);
+        constexpr quint32 Kept = 2000;
+        const LogRing ring;
+        Logger logger(ring.name(), maxSize, Kept, Century, LoggerLevel::debug, plainFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < perThread; ++i)
+                logger.info(QString::fromUtf8(numberedLine(thread, i)));
+        });
+        const QByteArrayList lines = ring.allLines(Kept);
+        QCOMPARE(disorderIn(lines, capture.texts(), perThread), QString());
+        QVERIFY(lines.size() > Threads * perThread / 2);
+        if (maxSize < 5000) QVERIFY(ring.names().size() > 100);
+        logger.closeDuplicatedHandle();
+    }
+
+    void smallRingKeepsTheNewestLinesWhole()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 2048, 3, Century, LoggerLevel::debug, plainFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < 500; ++i)
+                logger.info(QString::fromUtf8(numberedLine(thread, i)));
+        });
+        QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-1.log", "app-2.log"}));
+        std::vector<int> last(Threads, -1);
+        for (const QByteArray& line : ring.allLines(3)) {
+            const int thread = line.mid(7, 1).toInt();
+            const int number = line.split(' ').value(3).toInt();
+            QCOMPARE(line, numberedLine(thread, number));
+            QVERIFY(number > last[size_t(thread)]);
+            last[size_t(thread)] = number;
+        }
+        for (uint i = 0; i < 3; ++i)
+            QVERIFY(ring.bytes(i).size() < 2048);
+        logger.closeDuplicatedHandle();
+    }
+
+    void copiesRotateTogether()
+    {
+        constexpr quint32 Kept = 2000;
+        constexpr int PerThread = 500;
+        const LogRing ring;
+        Logger logger(ring.name(), 4096, Kept, Century, LoggerLevel::debug, plainFormatter);
+        logger.disableTee();
+        Log facade(logger);
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < PerThread; ++i) {
+                const QString line = QString::fromUtf8(numberedLine(thread, i));
+                if ((thread + i) % 2 == 0)
+                    logger.info(line);
+                else
+                    facade.info(line);
+            }
+        });
+        const QByteArrayList lines = ring.allLines(Kept);
+        QCOMPARE(disorderIn(lines, capture.texts(), PerThread), QString());
+        QVERIFY(lines.size() > Threads * PerThread / 2);
+        logger.closeDuplicatedHandle();
+    }
+
+    void twoLoggersOnOneFileKeepLinesWhole()
+    {
+        const LogRing ring;
+        Logger first(ring.name(), 1 << 30, 1, Century, LoggerLevel::debug, plainFormatter);
+        Logger second(ring.name(), 1 << 30, 1, Century, LoggerLevel::debug, plainFormatter);
+        first.disableTee();
+        second.disableTee();
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < 1000; ++i)
+                (thread % 2 == 0 ? first : second).info(QString::fromUtf8(numberedLine(thread, i)));
+        });
+        QCOMPARE(disorderIn(ring.lines(0), capture.texts(), 1000), QString());
+        second.closeDuplicatedHandle();
+    }
+
+    void teeShowsEveryThreadsLines()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 1 << 30, 1, Century, LoggerLevel::debug, plainFormatter);
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < 200; ++i)
+                logger.info(QStringLiteral("%1-%2").arg(thread).arg(i));
+        });
+        QStringList shown = capture.texts();
+        QCOMPARE(shown.size(), Threads * 200);
+        shown.sort();
+        QStringList written;
+        for (const QByteArray& line : ring.lines(0))
+            written.append(quoted(QString::fromUtf8(line)));
+        written.sort();
+        QCOMPARE(written, shown);
+    }
+
+    void busyLoggerSendsTheLineToTheDebugOutput_data()
+    {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<bool>("tee");
+        QTest::newRow("info") << int(LoggerLevel::info) << false;
+        QTest::newRow("error, tee") << int(LoggerLevel::error) << true;
+        QTest::newRow("fatal survives") << int(LoggerLevel::fatal) << true;
+    }
+    void busyLoggerSendsTheLineToTheDebugOutput()
+    {
+        QFETCH(int, level);
+        QFETCH(bool, tee);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, blockingFormatter);
+        if (!tee) logger.disableTee();
+        const MessageCapture capture;
+        std::thread holder([&] { logger.info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+
+        QElapsedTimer timer;
+        timer.start();
+        logger.writeTrace(static_cast<LoggerLevel::LogLevel>(level), QStringLiteral("busy"));
+        const qint64 waited = timer.elapsed();
+        const QList<MessageCapture::Message> messages = capture.messages();
+        const QByteArray bytes = ring.bytes(0);
+        timer.restart();
+        logger.debug(QStringLiteral("below the filter, so without waiting"));
+        const bool isQuick = timer.elapsed() < 250;
+        s_goOn.release();
+        holder.join();
+
+        QVERIFY2(waited >= 280, qPrintable(QString::number(waited)));
+        QCOMPARE(bytes, QByteArray(""));
+        QCOMPARE(messages.size(), 1);
+        QCOMPARE(messages.first().type, QtDebugMsg);
+        QCOMPARE(messages.first().category, QStringLiteral("default"));
+        QCOMPARE(QString(messages.first().text).remove(u'"'), Deadlock + QStringLiteral("busy"));
+        QVERIFY(isQuick);
+        QCOMPARE(ring.bytes(0), QByteArray(tee ? "block [Tee]\n" : "block\n"));
+        logger.info(QStringLiteral("free again"));
+        QCOMPARE(ring.lines(0).size(), 2);
+    }
+
+    void copyWaitsForTheSameLock()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, blockingFormatter);
+        logger.disableTee();
+        Log facade(logger);
+        const MessageCapture capture;
+        std::thread holder([&] { logger.info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+        facade.info(QStringLiteral("busy"));
+        const QStringList shown = capture.texts();
+        s_goOn.release();
+        holder.join();
+        QCOMPARE(shown.size(), 1);
+        QVERIFY(shown.first().startsWith(Deadlock));
+    }
+
+    void settingsChangeWhileOthersLog()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 1 << 16, 3, Century, LoggerLevel::debug, plainFormatter);
+        const MessageCapture capture;
+        std::atomic<bool> isOver = false;
+        std::thread changer([&] {
+            while (!isOver) {
+                logger.setFilter(LoggerLevel::error);
+                logger.disableTee();
+                logger.setFormatter(nullptr);
+                logger.setFilter(LoggerLevel::debug);
+                logger.enableTee();
+                logger.setFormatter(&plainFormatter);
+                std::this_thread::yield();
+            }
+        });
+        runThreads([&](int) {
+            for (int i = 0; i < 300; ++i) {
+                logger.info(QStringLiteral("line"));
+                logger.critical(QStringLiteral("line"));
+                if (logger.isTeeEnabled() && logger.filter() == LoggerLevel::error)
+                    logger.warning(QStringLiteral("line"));
+            }
+        });
+        isOver = true;
+        changer.join();
+        for (const QByteArray& line : ring.allLines(3))
+            QVERIFY2(line.endsWith("line") || line.endsWith("line [Tee]"), line.constData());
+        logger.closeDuplicatedHandle();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLoggerThreads)
+#include "tst_loggerthreads.moc"
