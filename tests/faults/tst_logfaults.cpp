@@ -56,10 +56,13 @@ QString numberedLine(int i)
 int childSizeLimit(const QString& name, bool tee, bool ignored, bool later)
 {
     signal(SIGXFSZ, ignored ? SIG_IGN : SIG_DFL);
-    if (!later) limitFileSize(40 * 23);
+    if (!later)
+        limitFileSize(40 * 23);
     Logger logger(name, Large, 3, Century, LoggerLevel::debug, plainFormatter);
-    if (!tee) logger.disableTee();
-    if (later) limitFileSize(40 * 23);
+    if (!tee)
+        logger.disableTee();
+    if (later)
+        limitFileSize(40 * 23);
     for (int i = 0; i < 100; ++i)
         logger.warning(numberedLine(i));
     limitFileSize(RLIM_INFINITY);
@@ -115,8 +118,10 @@ int childMain(const QStringList& arguments)
     printMessagesPlainly();
     const QString what = arguments.value(0);
     const QString name = arguments.value(1);
-    if (what == QLatin1String("pending")) return childPendingSignal(name);
-    if (what == QLatin1String("fatal")) return childFatal(name);
+    if (what == QLatin1String("pending"))
+        return childPendingSignal(name);
+    if (what == QLatin1String("fatal"))
+        return childFatal(name);
     return childSizeLimit(name, what.contains(QLatin1String("tee")),
                           what.contains(QLatin1String("ignored")),
                           what.contains(QLatin1String("later")));
@@ -264,7 +269,8 @@ private Q_SLOTS:
         QCOMPARE(capture.texts(), QStringList(refused, QStringLiteral("\"torn one [>>]\"")));
         QByteArrayList lines = ring.lines(0);
         QCOMPARE(lines.takeFirst(), QByteArray("first"));
-        if (lines.size() == 3) QCOMPARE(lines.takeFirst(), QByteArray("torn one").left(taken));
+        if (lines.size() == 3)
+            QCOMPARE(lines.takeFirst(), QByteArray("torn one").left(taken));
         QCOMPARE(lines, (QByteArrayList{"second", "third"}));
         QVERIFY(ring.bytes(0).endsWith('\n'));
     }
@@ -354,7 +360,8 @@ private Q_SLOTS:
         for (int i = tee ? 0 : written; i < 100; ++i)
             shown +=
                 "warning|default|\"" + numberedLine(i).toUtf8() + (tee ? " [Tee]" : " [>>]") + '"';
-        if (tee) shown += {"info|default|\"room again [Tee]\"", "info|default|\"and more [Tee]\""};
+        if (tee)
+            shown += {"info|default|\"room again [Tee]\"", "info|default|\"and more [Tee]\""};
         QCOMPARE(linesIn(child.err), shown);
         QCOMPARE(ring.names(), QStringList{"app-0.log"});
     }

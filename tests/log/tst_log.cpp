@@ -52,8 +52,10 @@ int childMain(const QStringList& arguments)
         Log::getInstance()->warning(QStringLiteral("hello"));
         return Log::getInstance() == Log::getInstance() ? 0 : 1;
     }
-    if (what == QLatin1String("fatal")) Log::getInstance()->fatal(QStringLiteral("the end"));
-    if (what == QLatin1String("fatal-utf8")) Log::getInstance()->fatal("the \xc3\xa9nd");
+    if (what == QLatin1String("fatal"))
+        Log::getInstance()->fatal(QStringLiteral("the end"));
+    if (what == QLatin1String("fatal-utf8"))
+        Log::getInstance()->fatal("the \xc3\xa9nd");
     return 3;
 }
 
@@ -342,7 +344,8 @@ private Q_SLOTS:
                                                levelFormatter);
         logger->disableTee();
         Log log(*logger);
-        if (rotated) QCOMPARE(logger->rotation(0), 1U);
+        if (rotated)
+            QCOMPARE(logger->rotation(0), 1U);
         logger.reset();
         const MessageCapture capture;
         log.info("still written");

@@ -114,7 +114,8 @@ void allowAllDescriptors()
 int childFatal(bool tee, const QString& name)
 {
     Logger logger(name, 0, 0, Century, LoggerLevel::debug, plainFormatter);
-    if (!tee) logger.disableTee();
+    if (!tee)
+        logger.disableTee();
     logger.info(QStringLiteral("before"));
     logger.fatal(QStringLiteral("the end"));
     fputs("survived\n", stderr);
@@ -131,7 +132,8 @@ int childFatalWithoutFile()
 
 int childOrdinaryUser(const QString& name)
 {
-    if (!becomeOrdinaryUser()) return 3;
+    if (!becomeOrdinaryUser())
+        return 3;
     fputs(qPrintable(constructorFailure(name)), stdout);
     return 0;
 }
@@ -194,13 +196,20 @@ int childMain(const QStringList& arguments)
     printMessagesPlainly();
     const QString what = arguments.value(0);
     const QString name = arguments.value(1);
-    if (what == QLatin1String("fatal-tee")) return childFatal(true, name);
-    if (what == QLatin1String("fatal-plain")) return childFatal(false, name);
-    if (what == QLatin1String("fatal-nofile")) return childFatalWithoutFile();
-    if (what == QLatin1String("ordinary")) return childOrdinaryUser(name);
-    if (what == QLatin1String("descriptors")) return childWithoutDescriptors(name);
-    if (what == QLatin1String("killed")) return childKilled(name, arguments.value(2).toInt());
-    if (what == QLatin1String("exec")) return childExec(name);
+    if (what == QLatin1String("fatal-tee"))
+        return childFatal(true, name);
+    if (what == QLatin1String("fatal-plain"))
+        return childFatal(false, name);
+    if (what == QLatin1String("fatal-nofile"))
+        return childFatalWithoutFile();
+    if (what == QLatin1String("ordinary"))
+        return childOrdinaryUser(name);
+    if (what == QLatin1String("descriptors"))
+        return childWithoutDescriptors(name);
+    if (what == QLatin1String("killed"))
+        return childKilled(name, arguments.value(2).toInt());
+    if (what == QLatin1String("exec"))
+        return childExec(name);
     if (what == QLatin1String("append"))
         return childAppending(name, arguments.value(2), arguments.value(3).toInt());
     return 4;
@@ -646,7 +655,8 @@ private Q_SLOTS:
         const ChildResult child = runChild({what, ring.name()});
         QVERIFY(child.finished);
         QCOMPARE(child.crashed, !survives);
-        if (!survives) QCOMPARE(child.exitCode, SIGABRT);
+        if (!survives)
+            QCOMPARE(child.exitCode, SIGABRT);
         QCOMPARE(child.err, shown);
         if (survives)
             QCOMPARE(ring.bytes(0), QByteArray("before\nthe end\n"));

@@ -38,7 +38,8 @@ QStringList records(const LogRing& ring)
 {
     QStringList result;
     for (const QByteArray& line : ring.lines(0)) {
-        if (!line.startsWith("1:")) return {QStringLiteral("not at info: ") + line};
+        if (!line.startsWith("1:"))
+            return {QStringLiteral("not at info: ") + line};
         result.append(QString::fromUtf8(line.mid(2)));
     }
     return result;
@@ -55,10 +56,12 @@ const QString Address = QStringLiteral("0x[0-9a-f]+");
 QString mismatch(const QString& description, const QStringList& patterns)
 {
     const QStringList lines = description.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    if (lines.size() != patterns.size()) return description;
+    if (lines.size() != patterns.size())
+        return description;
     for (qsizetype i = 0; i < lines.size(); ++i) {
         const QRegularExpression line(QRegularExpression::anchoredPattern(patterns.at(i)));
-        if (!line.match(lines.at(i)).hasMatch()) return lines.at(i);
+        if (!line.match(lines.at(i)).hasMatch())
+            return lines.at(i);
     }
     return {};
 }

@@ -37,7 +37,8 @@ QString lastOf(const Logger& logger)
 {
     const QString label = QStringLiteral("       _last : ");
     for (const QString& line : logger.toString().split(QLatin1Char('\n')))
-        if (line.startsWith(label)) return line.mid(label.size());
+        if (line.startsWith(label))
+            return line.mid(label.size());
     return {};
 }
 
@@ -191,14 +192,20 @@ private Q_SLOTS:
         for (uint i = 0; i <= newest; ++i)
             QVERIFY(ring.put(i, QByteArray::number(i) + '\n'));
         QuietLogger logger(ring, 12, 5);
-        if (situation == QLatin1String("leftover")) QVERIFY(ring.put(2, "left\n"));
-        if (situation == QLatin1String("link")) QVERIFY(QFile::link("nowhere", ring.file(2)));
+        if (situation == QLatin1String("leftover"))
+            QVERIFY(ring.put(2, "left\n"));
+        if (situation == QLatin1String("link"))
+            QVERIFY(QFile::link("nowhere", ring.file(2)));
         if (situation == QLatin1String("directory"))
             QVERIFY(QFile::remove(ring.file(0)) && QDir().mkdir(ring.file(0)));
-        if (situation == QLatin1String("gap")) QVERIFY(QFile::remove(ring.file(3)));
-        if (situation.startsWith(QLatin1String("create"))) LibcFaults::createError = EACCES;
-        if (situation == QLatin1String("unlink")) LibcFaults::unlinkError = EACCES;
-        if (situation == QLatin1String("rename")) LibcFaults::renameError = EACCES;
+        if (situation == QLatin1String("gap"))
+            QVERIFY(QFile::remove(ring.file(3)));
+        if (situation.startsWith(QLatin1String("create")))
+            LibcFaults::createError = EACCES;
+        if (situation == QLatin1String("unlink"))
+            LibcFaults::unlinkError = EACCES;
+        if (situation == QLatin1String("rename"))
+            LibcFaults::renameError = EACCES;
 
         const MessageCapture capture;
         logger.warning(QStringLiteral("too long now"));
@@ -214,14 +221,16 @@ private Q_SLOTS:
         QCOMPARE(capture.texts().last(), QStringLiteral("\"x\""));
         QCOMPARE(capture.messages().size(), 2);
 
-        if (situation == QLatin1String("leftover")) QCOMPARE(ring.bytes(2), QByteArray("left\n"));
+        if (situation == QLatin1String("leftover"))
+            QCOMPARE(ring.bytes(2), QByteArray("left\n"));
         if (situation == QLatin1String("gap")) {
             QCOMPARE(ring.bytes(0), QByteArray("1\n"));
             QCOMPARE(ring.bytes(1), QByteArray("2\n"));
             QVERIFY(!ring.has(2) && !ring.has(3));
             QCOMPARE(ring.bytes(4), QByteArray("4\n"));
         }
-        if (result == -2) QCOMPARE(ring.bytes(1), QByteArray("1\n"));
+        if (result == -2)
+            QCOMPARE(ring.bytes(1), QByteArray("1\n"));
         if (result == -4) {
             QVERIFY(!ring.has(4));
             QCOMPARE(ring.bytes(3), QByteArray("4\n"));
@@ -329,7 +338,8 @@ private Q_SLOTS:
         {
             const LogRing ring;
             QuietLogger logger(ring, 2 * size, 5);
-            if (tee) logger.enableTee();
+            if (tee)
+                logger.enableTee();
             logger.info(line);
             logger.info(line);
             QVERIFY(ring.bytes(0) == bytes);
@@ -339,7 +349,8 @@ private Q_SLOTS:
         {
             const LogRing ring;
             QuietLogger logger(ring, 2 * size + 1, 5);
-            if (tee) logger.enableTee();
+            if (tee)
+                logger.enableTee();
             logger.info(line);
             logger.info(line);
             QVERIFY(ring.bytes(0) == bytes + bytes);
@@ -480,7 +491,8 @@ private Q_SLOTS:
         const LogRing ring;
         QuietLogger logger(ring, Large, 3, days);
         const qint64 birth = birthOf(ring.file(0));
-        if (birth == 0) QSKIP("this file system records no birth times");
+        if (birth == 0)
+            QSKIP("this file system records no birth times");
         const qint64 limit = (birth + Msec - 1) / Msec * Msec + days * Day;
 
         LibcFaults::clock = limit - 2 * Msec;
@@ -502,7 +514,8 @@ private Q_SLOTS:
         const LogRing ring;
         QuietLogger logger(ring, Large, 3, 2);
         const qint64 birth = birthOf(ring.file(0));
-        if (birth == 0) QSKIP("this file system records no birth times");
+        if (birth == 0)
+            QSKIP("this file system records no birth times");
         LibcFaults::clock = birth + Day;
         logger.info(QStringLiteral("x"));
         LibcFaults::clock = birth + 2 * Day + Msec;
@@ -598,7 +611,8 @@ private Q_SLOTS:
         QFETCH(QStringList, names);
         const LogRing ring;
         for (uint i = 0; i < uint(sizes.size()); ++i)
-            if (sizes.at(i) >= 0) QVERIFY(ring.put(i, QByteArray(sizes.at(i), 'x')));
+            if (sizes.at(i) >= 0)
+                QVERIFY(ring.put(i, QByteArray(sizes.at(i), 'x')));
         {
             QuietLogger logger(ring, 10, kept);
             QCOMPARE(ring.names(), names);

@@ -31,7 +31,8 @@ QSemaphore s_goOn;
 void blockingFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
 {
     out = msg;
-    if (msg != QLatin1String("block")) return;
+    if (msg != QLatin1String("block"))
+        return;
     s_inFormatter.release();
     s_goOn.acquire();
 }
@@ -67,9 +68,12 @@ QString disorderIn(const QByteArrayList& lines, const QStringList& degraded, int
         if (thread < 0 || thread >= Threads || number < 0 || number >= perThread ||
             line != numberedLine(thread, number))
             return "torn: " + line;
-        if (seen[size_t(thread)][size_t(number)]) return "twice: " + line;
-        if (ordered && number <= last[size_t(thread)]) return "out of order: " + line;
-        if (ordered) last[size_t(thread)] = number;
+        if (seen[size_t(thread)][size_t(number)])
+            return "twice: " + line;
+        if (ordered && number <= last[size_t(thread)])
+            return "out of order: " + line;
+        if (ordered)
+            last[size_t(thread)] = number;
         seen[size_t(thread)][size_t(number)] = true;
         return QByteArray();
     };
@@ -77,13 +81,16 @@ QString disorderIn(const QByteArrayList& lines, const QStringList& degraded, int
         if (const QByteArray fault = note(line, true); !fault.isEmpty())
             return QString::fromUtf8(fault);
     for (const QString& text : degraded) {
-        if (!text.startsWith(Deadlock)) return QStringLiteral("unexpected: ") + text;
+        if (!text.startsWith(Deadlock))
+            return QStringLiteral("unexpected: ") + text;
         const QByteArray fault = note(text.mid(Deadlock.size()).remove(u'"').toUtf8(), false);
-        if (!fault.isEmpty()) return QString::fromUtf8(fault);
+        if (!fault.isEmpty())
+            return QString::fromUtf8(fault);
     }
     for (const std::vector<bool>& thread : seen)
         for (const bool isThere : thread)
-            if (!isThere) return QStringLiteral("lost");
+            if (!isThere)
+                return QStringLiteral("lost");
     return {};
 }
 
@@ -119,7 +126,8 @@ private Q_SLOTS:
         const QByteArrayList lines = ring.allLines(Kept);
         QCOMPARE(disorderIn(lines, capture.texts(), perThread), QString());
         QVERIFY(lines.size() > Threads * perThread / 2);
-        if (maxSize < 5000) QVERIFY(ring.names().size() > 100);
+        if (maxSize < 5000)
+            QVERIFY(ring.names().size() > 100);
         logger.closeDuplicatedHandle();
     }
 
@@ -220,7 +228,8 @@ private Q_SLOTS:
         QFETCH(bool, tee);
         const LogRing ring;
         Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, blockingFormatter);
-        if (!tee) logger.disableTee();
+        if (!tee)
+            logger.disableTee();
         const MessageCapture capture;
         std::thread holder([&] { logger.info(QStringLiteral("block")); });
         s_inFormatter.acquire();

@@ -70,7 +70,8 @@ inline bool isRingFile(int fd)
     char path[4096];
     snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
     const ssize_t size = readlink(link, path, sizeof path - 1);
-    if (size < 0) return false;
+    if (size < 0)
+        return false;
     path[size] = '\0';
     return isRingFile(path);
 }
@@ -183,7 +184,8 @@ ssize_t write(int fd, const void* bytes, size_t size)
                             size < LibcFaults::writeLimit ? size : LibcFaults::writeLimit.load());
         }
         if (LibcFaults::writeError != 0 && LibcFaults::failingWrites != 0) {
-            if (LibcFaults::failingWrites > 0) --LibcFaults::failingWrites;
+            if (LibcFaults::failingWrites > 0)
+                --LibcFaults::failingWrites;
             errno = LibcFaults::writeError;
             return -1;
         }
@@ -220,7 +222,8 @@ int gettimeofday(struct timeval* result, void* zone) noexcept
 {
     static const auto original = LibcFaults::real<int (*)(struct timeval*, void*)>("gettimeofday");
     const qint64 now = LibcFaults::clock;
-    if (now == 0) return original(result, zone);
+    if (now == 0)
+        return original(result, zone);
     result->tv_sec = now / 1000000000;
     result->tv_usec = now % 1000000000 / 1000;
     return 0;
@@ -230,9 +233,11 @@ time_t time(time_t* result) noexcept
 {
     static const auto original = LibcFaults::real<time_t (*)(time_t*)>("time");
     const qint64 now = LibcFaults::clock;
-    if (now == 0) return original(result);
+    if (now == 0)
+        return original(result);
     const time_t seconds = now / 1000000000;
-    if (result) *result = seconds;
+    if (result)
+        *result = seconds;
     return seconds;
 }
 }

@@ -16,7 +16,8 @@
 inline QByteArray bytesOf(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) return {};
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
     const QByteArray bytes = file.readAll();
     return bytes.isNull() ? QByteArray("") : bytes;
 }
@@ -32,7 +33,8 @@ inline bool putBytes(const QString& path, const QByteArray& bytes,
 inline QByteArrayList linesIn(const QByteArray& bytes)
 {
     QByteArrayList lines = bytes.split('\n');
-    if (!lines.isEmpty() && lines.last().isEmpty()) lines.removeLast();
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
     return lines;
 }
 
@@ -66,7 +68,8 @@ public:
     {
         QByteArrayList lines;
         for (uint i = 0; i < kept; ++i)
-            if (has(i)) lines += this->lines(i);
+            if (has(i))
+                lines += this->lines(i);
         return lines;
     }
 
