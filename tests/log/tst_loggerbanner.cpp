@@ -260,7 +260,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("lang");
         QTest::addColumn<QStringList>("words"); // opened, closed, bytes, days, true, false
         QTest::newRow("English") << "en_US" << QStringList{"Opened", "Closed", "Bytes",
-                                                           "Days",   "true",   "false"};
+                                                           "Days",   " true",  "false"};
         QTest::newRow("French") << "fr_FR"
                                 << QStringList{"Ouvert", QString::fromUtf8("Ferm\xc3\xa9"),
                                                "Octets", "Jours",
