@@ -420,8 +420,8 @@ private Q_SLOTS:
         logger.disableTee();
         logger.info(QStringLiteral("x"));
         logger.info(QStringLiteral("long line"));
-        QCOMPARE(bytesOf(path + QStringLiteral("/app-0.log")), QByteArray("x\n"));
-        QCOMPARE(bytesOf(path + QStringLiteral("/app-1.log")), QByteArray("long line\n"));
+        QCOMPARE(readFile(path + QStringLiteral("/app-0.log")), QByteArray("x\n"));
+        QCOMPARE(readFile(path + QStringLiteral("/app-1.log")), QByteArray("long line\n"));
     }
 
     void nameWithoutSlashIsInTheHomeDirectory()
@@ -494,7 +494,7 @@ private Q_SLOTS:
         QString directory = ring.path() + QLatin1Char('/') + situation;
         QString argument = directory;
         if (situation == QLatin1String("file")) {
-            QVERIFY(putBytes(directory, "x"));
+            QVERIFY(writeFile(directory, "x"));
         } else if (situation == QLatin1String("append")) {
             // A directory named like the ring's file: it exists and cannot be written.
             directory = ring.path();
@@ -543,7 +543,7 @@ private Q_SLOTS:
         const QString file = directory + QStringLiteral("/app-0.log");
         QVERIFY(QDir().mkdir(directory));
         if (fileMode >= 0) {
-            QVERIFY(putBytes(file, "x\n"));
+            QVERIFY(writeFile(file, "x\n"));
             QCOMPARE(chmod(QFile::encodeName(file).constData(), mode_t(fileMode)), 0);
         }
         QCOMPARE(chmod(QFile::encodeName(directory).constData(), mode_t(mode)), 0);
@@ -943,7 +943,7 @@ private Q_SLOTS:
         const QByteArrayList expected{text, text, "no leak", "no stream"};
         QCOMPARE(linesIn(child.out), expected);
         QVERIFY(
-            bytesOf(ring.path() + QStringLiteral("/app-fresh-0.log")).endsWith("still writing\n"));
+            readFile(ring.path() + QStringLiteral("/app-fresh-0.log")).endsWith("still writing\n"));
     }
 
     // --- With others

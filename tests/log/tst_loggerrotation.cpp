@@ -635,14 +635,14 @@ private Q_SLOTS:
                                  "app-x.log",  "app-0x1.log",  "xapp-2.log",         "app-2-3.log",
                                  "app-1",      "app-1.logger", "app-00.log",         "app-5.log"};
         for (const QString& other : others)
-            QVERIFY(putBytes(ring.path() + QLatin1Char('/') + other, "other"));
+            QVERIFY(writeFile(ring.path() + QLatin1Char('/') + other, "other"));
         QuietLogger logger(ring, 4, 5);
         QVERIFY(ring.has(0));
         for (int i = 0; i < 8; ++i)
             logger.info(QStringLiteral("ab"));
         QCOMPARE(lastOf(logger), QStringLiteral("4"));
         for (const QString& other : others)
-            QCOMPARE(bytesOf(ring.path() + QLatin1Char('/') + other), QByteArray("other"));
+            QCOMPARE(readFile(ring.path() + QLatin1Char('/') + other), QByteArray("other"));
         logger.closeDuplicatedHandle();
     }
 
@@ -726,7 +726,7 @@ private Q_SLOTS:
     void linkToAFullFileIsFollowed()
     {
         const LogRing ring;
-        QVERIFY(putBytes(ring.path() + QStringLiteral("/target"), QByteArray(10, 'x')));
+        QVERIFY(writeFile(ring.path() + QStringLiteral("/target"), QByteArray(10, 'x')));
         QVERIFY(QFile::link(ring.path() + QStringLiteral("/target"), ring.file(0)));
         QuietLogger logger(ring, 10, 5);
         QVERIFY(ring.has(1));

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "support/files.h"
+
 #include <kez/loggerlevel.h>
 
 #include <QByteArrayList>
@@ -11,23 +13,6 @@
 #include <QFileInfo>
 #include <QString>
 #include <QTemporaryDir>
-
-/// A file's bytes; null when it cannot be read.
-inline QByteArray bytesOf(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QByteArray bytes = file.readAll();
-    return bytes.isNull() ? QByteArray("") : bytes;
-}
-
-inline bool putBytes(const QString& path, const QByteArray& bytes,
-                     QIODevice::OpenMode mode = QIODevice::WriteOnly)
-{
-    QFile file(path);
-    return file.open(mode) && file.write(bytes) == bytes.size() && file.flush();
-}
 
 /// The lines without their ends; what follows the last line end counts as a line, too.
 inline QByteArrayList linesIn(const QByteArray& bytes)
@@ -48,12 +33,14 @@ public:
     QString name() const { return _dir.filePath(QStringLiteral("app")); }
     QString file(uint index) const { return name() + QStringLiteral("-%1.log").arg(index); }
     bool has(uint index) const { return QFileInfo::exists(file(index)); }
-    QByteArray bytes(uint index) const { return bytesOf(file(index)); }
+    QByteArray bytes(uint index) const { return readFile(file(index)); }
     QByteArrayList lines(uint index) const { return linesIn(bytes(index)); }
-    bool put(uint index, const QByteArray& bytes) const { return putBytes(file(index), bytes); }
+    bool put(uint index, const QByteArray& bytes) const { return writeFile(file(index), bytes); }
     bool append(uint index, const QByteArray& bytes) const
     {
-        return putBytes(file(index), bytes, QIODevice::WriteOnly | QIODevice::Append);
+        QFile log(file(index));
+        return log.open(QIODevice::WriteOnly | QIODevice::Append) &&
+               log.write(bytes) == bytes.size() && log.flush();
     }
 
     /// All names in the directory, hidden ones included.
