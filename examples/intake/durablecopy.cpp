@@ -1,0 +1,122 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "durablecopy.h"
+
+#include "texts.h"
+
+#include <kez/exception.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QScopeGuard>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace intake {
+
+namespace {
+
+constexpr qint64 ChunkSize = 64 * 1024;
+
+// One for each directory: a remainder of a crash is overwritten by the next copy.
+const auto HiddenName = QStringLiteral(".intake.part");
+
+[[noreturn]] void fail(QLatin1String key, const QString& path, const QString& reason)
+{
+    throw Exception(text(key).arg(printable(path), reason));
+}
+
+QString systemError()
+{
+    return QString::fromLocal8Bit(std::strerror(errno));
+}
+
+bool haveSameContent(const QString& left, const QString& right)
+{
+    QFile leftFile(left);
+    QFile rightFile(right);
+    if (leftFile.size() != rightFile.size() || !leftFile.open(QFile::ReadOnly) ||
+        !rightFile.open(QFile::ReadOnly))
+        return false;
+    while (!leftFile.atEnd()) {
+        const QByteArray chunk = leftFile.read(ChunkSize);
+        if (chunk.isEmpty() || chunk != rightFile.read(ChunkSize)) return false;
+    }
+    return true;
+}
+
+void writeSynced(QFile& source, const QString& path)
+{
+    QFile copy(path);
+    if (!copy.open(QFile::WriteOnly | QFile::Truncate))
+        fail("CannotWrite"_L1, path, copy.errorString());
+    while (!source.atEnd()) {
+        const QByteArray chunk = source.read(ChunkSize);
+        if (source.error() != QFile::NoError)
+            fail("CannotRead"_L1, source.fileName(), source.errorString());
+        if (copy.write(chunk) != chunk.size()) fail("CannotWrite"_L1, path, copy.errorString());
+    }
+    if (!copy.flush()) fail("CannotWrite"_L1, path, copy.errorString());
+    if (::fsync(copy.handle()) != 0) fail("CannotWrite"_L1, path, systemError());
+}
+
+/// The path under which a copy of `source` has to be made; empty when there is one already.
+QString freePath(const QString& source, const QDir& directory)
+{
+    const QString wanted = directory.filePath(QFileInfo(source).fileName());
+    QString path = wanted;
+    for (int number = 1; QFileInfo::exists(path); ++number) {
+        if (haveSameContent(source, path)) return {};
+        path = u"%1.%2"_s.arg(wanted, QString::number(number));
+    }
+    return path;
+}
+
+void copyUnderHiddenName(QFile& source, const QDir& directory, const QString& path)
+{
+    const QString hidden = directory.filePath(HiddenName);
+    auto removeHidden = qScopeGuard([&hidden] { QFile::remove(hidden); });
+    writeSynced(source, hidden);
+    if (std::rename(QFile::encodeName(hidden).constData(), QFile::encodeName(path).constData()) !=
+        0)
+        fail("CannotWrite"_L1, path, systemError());
+    removeHidden.dismiss();
+}
+
+} // namespace
+
+void keepCopy(const QString& source, const QString& directory)
+{
+    QFile file(source);
+    const bool isReadable = file.open(QFile::ReadOnly);
+    if (!isReadable && !QFileInfo::exists(source))
+        fail("CannotRead"_L1, source, file.errorString());
+
+    const QString path = freePath(source, QDir(directory));
+    if (path.isEmpty()) return;
+    if (isReadable)
+        copyUnderHiddenName(file, QDir(directory), path);
+    else if (::link(QFile::encodeName(source).constData(), QFile::encodeName(path).constData()) !=
+             0)
+        fail("CannotRead"_L1, source, file.errorString());
+    syncDirectory(directory);
+}
+
+void syncDirectory(const QString& directory)
+{
+    const int descriptor =
+        ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) fail("CannotWrite"_L1, directory, systemError());
+    const auto closeIt = qScopeGuard([descriptor] { ::close(descriptor); });
+    if (::fsync(descriptor) != 0) fail("CannotWrite"_L1, directory, systemError());
+}
+
+} // namespace intake

@@ -1,0 +1,110 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "intakeconsumer.h"
+
+#include "texts.h"
+
+#include <kez/exception.h>
+#include <kez/FilesQueue.h>
+#include <kez/log.h>
+
+#include <exception>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace intake {
+
+namespace {
+
+constexpr int RetryPause = 1000; // ms
+
+} // namespace
+
+IntakeConsumer::IntakeConsumer(const QString& id, const QString& spool, QObject* parent)
+    : ConsumerAncestor(id, parent), _spool(spool)
+{
+    _retry.setSingleShot(true);
+    _retry.setInterval(RetryPause);
+    connect(&_retry, &QTimer::timeout, this, &IntakeConsumer::ask);
+}
+
+void IntakeConsumer::listenTo(const FilesQueue& queue)
+{
+    connect(&queue, &FilesQueue::filesNotConsumed, this, &IntakeConsumer::onFilesNotConsumed);
+    // Queued: the signal comes from the midst of a re-scan.
+    connect(&queue, &FilesQueue::queueUpdated, this, &IntakeConsumer::ask, Qt::QueuedConnection);
+}
+
+void IntakeConsumer::ask()
+{
+    if (!_files.isEmpty()) {
+        _hasArrivals = true;
+        return;
+    }
+    _hasArrivals = false;
+    _isAsking = true;
+    Q_EMIT
+    requestForFiles(id());
+    _isAsking = false;
+    if (!_files.isEmpty()) handleNextLater();
+}
+
+void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
+{
+    if (!_isAsking) return;
+    if (error) {
+        Log::getInstance()->critical(files.join(u' '));
+        return;
+    }
+    _files = files;
+    _complained.intersect(QSet<QString>(files.begin(), files.end()));
+}
+
+void IntakeConsumer::handleNextLater()
+{
+    QMetaObject::invokeMethod(this, &IntakeConsumer::handleNext, Qt::QueuedConnection);
+}
+
+void IntakeConsumer::handleNext()
+{
+    const QString name = _files.takeFirst();
+    try {
+        handle(_spool.filePath(name), name);
+        report(name);
+    } catch (const Exception& failure) {
+        complainOnce(name, failure.detail());
+    } catch (const std::exception& failure) {
+        complainOnce(name, QString::fromUtf8(failure.what()));
+    }
+    if (!_files.isEmpty())
+        handleNextLater();
+    else if (_hasArrivals)
+        ask();
+}
+
+void IntakeConsumer::report(const QString& name)
+{
+    try {
+        Q_EMIT
+        consumed(id(), name);
+    } catch (const Exception& failure) {
+        Log::getInstance()->warning(
+            text("ReportRefused"_L1).arg(printable(name), failure.detail()));
+    } catch (Exception* thrown) {
+        const std::unique_ptr<Exception> failure(thrown);
+        Log::getInstance()->critical(
+            text("ReportRefused"_L1).arg(printable(name), failure->detail()));
+    }
+}
+
+void IntakeConsumer::complainOnce(const QString& name, const QString& reason)
+{
+    _retry.start();
+    if (_complained.contains(name)) return;
+    _complained.insert(name);
+    Log::getInstance()->warning(text("FilePutOff"_L1).arg(printable(name), id(), reason));
+}
+
+} // namespace intake

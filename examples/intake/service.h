@@ -1,0 +1,38 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "unixsignals.h"
+#include "workshop.h"
+
+#include <QObject>
+
+class Config;
+
+namespace intake {
+
+/// The running service: the worker thread, and what operators ask of it by signals.
+///
+/// *Threads*: the main thread. To be built before any other thread is started.
+/// *Owns*: the worker thread.
+/// *Fails*: the constructor throws std::system_error.
+class Service : public QObject {
+    Q_OBJECT
+
+public:
+    /// `config` is legal and has its logger, which is the process's.
+    explicit Service(const Config& config);
+
+    /// Serves until a signal ends it; the process's exit code.
+    int run();
+
+private:
+    void stop(const QString& signal);
+    void switchLanguage();
+
+    UnixSignals _signals;
+    WorkerThread _worker;
+};
+
+} // namespace intake
