@@ -8,6 +8,7 @@
 #     demo.sh DIRECTORY    the directory that holds the programs intake and intake-drop
 
 set -euo pipefail
+export LC_ALL=C.UTF-8 # file names and sorting; the language of the texts comes from LANG
 
 if [[ $# -ne 1 || ! -x $1/intake || ! -x $1/intake-drop ]]; then
     echo "usage: ${0##*/} DIRECTORY_OF_THE_PROGRAMS" >&2
@@ -60,12 +61,12 @@ wait_until() {
     done
 }
 
-now_us() { printf '%s' "${EPOCHREALTIME//[!0-9]/}"; } # the decimal sign depends on the locale
+now_us() { printf '%s' "${EPOCHREALTIME/./}"; }
 count_files() { find "$work/$1" -mindepth 1 | wc -l; }
 count_lines() { if [[ -e $1 ]]; then wc -l <"$1"; else echo 0; fi; }
 log_files() { find "$work/log" -name 'intake-*.log' | sort -V; }
 log_text() { log_files | xargs -r cat; }
-log_has() { (($(log_text | grep -acE -- "$1") > 0)); } # -c reads to the end: no broken pipe
+log_has() { (($(log_text | grep -cE -- "$1") > 0)); } # -c reads to the end: no broken pipe
 answer() { if "$@"; then echo yes; else echo no; fi; }
 has_booked() { (($(count_lines "$work/ledger.csv") >= $1)); }
 spool_is_empty() { (($(count_files spool) == 0)); }

@@ -27,7 +27,7 @@ QString readText(QIODevice& document)
     const QByteArray bytes = document.read(OrderReader::MaxDocumentSize + 1);
     if (bytes.size() > OrderReader::MaxDocumentSize)
         throw MalformedOrder(text("OrderTooLong"_L1).arg(OrderReader::MaxDocumentSize));
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString result = decoder(bytes);
     if (decoder.hasError() || result.contains(QChar::Null))
         throw MalformedOrder(text("OrderNotText"_L1));

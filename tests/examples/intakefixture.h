@@ -1,0 +1,93 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <signal.h>
+
+/// Limit of any wait, in ms; reached only when something never happens.
+constexpr int Patience = 60000;
+
+inline QByteArray goodDocument(const QByteArray& number = "C-1")
+{
+    return "order=" + number + "\ncustomer=Étienne Durand\namount=12.50\ncurrency=EUR\n";
+}
+
+inline QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// Writes a file the way that a queue needs it: hidden first, then renamed.
+inline void writeFile(const QString& path, const QByteArray& content)
+{
+    const QFileInfo info(path);
+    QFile file(info.dir().filePath(QStringLiteral(".hidden")));
+    QVERIFY(file.open(QFile::WriteOnly | QFile::Truncate));
+    QCOMPARE(file.write(content), qint64{content.size()});
+    file.close();
+    QVERIFY(file.rename(path));
+}
+
+inline QStringList entriesOf(const QString& directory)
+{
+    return QDir(directory).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                                     QDir::Name);
+}
+
+/// The directories and the configuration of one service, in a directory of their own.
+class IntakeFixture {
+public:
+    IntakeFixture()
+    {
+        for (const char* name : {"spool", "archive", "setaside", "log"})
+            QDir(_directory.path()).mkdir(QString::fromLatin1(name));
+    }
+
+    QString path(const char* name) const { return _directory.filePath(QString::fromUtf8(name)); }
+    QString spool(const QString& name) const { return path("spool/") + name; }
+    QStringList spooled() const { return entriesOf(path("spool")); }
+    QStringList archived() const { return entriesOf(path("archive")); }
+    QStringList setAside() const { return entriesOf(path("setaside")); }
+
+    /// The files that the ledger names, in its order.
+    QStringList booked() const
+    {
+        QStringList names;
+        for (const QByteArray& line : contentOf(path("ledger.csv")).split('\n'))
+            if (!line.isEmpty()) names.append(QString::fromUtf8(line.split(';').value(1)));
+        return names;
+    }
+
+    QString log() const
+    {
+        QByteArray text;
+        for (int index = 0;; ++index) {
+            const QString file = path("log/intake-%1.log").arg(index);
+            if (!QFile::exists(file)) return QString::fromUtf8(text);
+            text += contentOf(file);
+        }
+    }
+    bool logHas(const char* part) const { return log().contains(QString::fromUtf8(part)); }
+
+    void writeProperties(const QByteArray& extra = "lang=en_US\n") const
+    {
+        writeFile(path("intake.properties"), "log.filename=log/intake\nlog.filter=debug\n"
+                                             "queue.path=spool\nqueue.period=50\n"
+                                             "archive.path=archive\nsetaside.path=setaside\n"
+                                             "ledger.path=ledger.csv\n" +
+                                                 extra);
+    }
+
+private:
+    QTemporaryDir _directory;
+};

@@ -1,0 +1,641 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "intakefixture.h"
+
+#include <QSet>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Outcome {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+QProcessEnvironment environmentWith(const QString& lang)
+{
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LANG"_s, lang); // the language of the texts
+    environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+    return environment;
+}
+
+Outcome runToEnd(const char* program, const QStringList& arguments,
+                 const QString& lang = u"en_US.UTF-8"_s)
+{
+    QProcess process;
+    process.setProcessEnvironment(environmentWith(lang));
+    process.start(QString::fromUtf8(program), arguments);
+    if (!process.waitForFinished(Patience) || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+QString orderName(int number)
+{
+    return u"%1.order"_s.arg(number, 4, 10, QLatin1Char('0'));
+}
+
+/// A running service. Killed when it goes, if it still runs.
+class RunningService {
+public:
+    explicit RunningService(const IntakeFixture& fixture) : _fixture(fixture)
+    {
+        _process.setProcessEnvironment(environmentWith(u"en_US.UTF-8"_s));
+        _process.start(QString::fromUtf8(INTAKE_PROGRAM), {fixture.path("intake.properties")});
+    }
+    ~RunningService()
+    {
+        if (_process.state() == QProcess::NotRunning) return;
+        _process.kill();
+        _process.waitForFinished(Patience);
+    }
+
+    /// Waits until the log shows one more start than `before`.
+    bool waitUntilReady(qsizetype before = 0) const
+    {
+        return QTest::qWaitFor([this, before] { return readyCount() > before; }, Patience);
+    }
+    qsizetype readyCount() const
+    {
+        return _fixture.log().count(u"Service ready"_s) + _fixture.log().count(u"Service prêt"_s);
+    }
+    bool isRunning() const { return _process.state() == QProcess::Running; }
+
+    void send(int signal) const { ::kill(static_cast<pid_t>(_process.processId()), signal); }
+
+    /// The exit code; -1 when the service crashed or did not end.
+    int waitUntilStopped()
+    {
+        if (!_process.waitForFinished(Patience)) return -1;
+        return _process.exitStatus() == QProcess::NormalExit ? _process.exitCode() : -1;
+    }
+    int stop()
+    {
+        send(SIGTERM);
+        return waitUntilStopped();
+    }
+    QString errorOutput() { return QString::fromUtf8(_process.readAllStandardError()); }
+
+private:
+    const IntakeFixture& _fixture;
+    QProcess _process;
+};
+
+} // namespace
+
+class TestIntake : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void wrongCommandLineIsTold_data();
+    void wrongCommandLineIsTold();
+    void helpIsNoFault();
+    void missingConfigurationIsTold();
+    void everyFaultIsToldOnce();
+    void faultIsTold_data();
+    void faultIsTold();
+    void faultsAreToldInTheConfiguredLanguage();
+    void sampleConfigurationIsLegal();
+    void bannerComesFirst();
+    void waitingAndArrivingFilesAreHandled();
+    void filesAreDeletedWithoutKeep();
+    void periodZeroStillHandlesArrivals();
+    void signalStopsCleanly_data();
+    void signalStopsCleanly();
+    void hangUpSwitchesTheLanguageThereAndBack();
+    void restartBooksNothingTwice();
+    void bookedFileIsOnlyArchived();
+    void unfinishedLedgerLineIsCutAway();
+    void secondServiceOnTheLedgerIsRefused();
+    void malformedOrderIsSetAside_data();
+    void malformedOrderIsSetAside();
+    void vanishingFilesDoNoHarm();
+    void awkwardNamesAreHandled();
+    void archiveFailureIsTriedAgain();
+    void wrongProducerCommandLineIsTold_data();
+    void wrongProducerCommandLineIsTold();
+    void producerNeedsASpool();
+    void producerDropsWholeFiles();
+    void producerOverwritesNothing();
+};
+
+void TestIntake::wrongCommandLineIsTold_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("nothing") << QStringList();
+    QTest::newRow("two files") << QStringList{u"a.properties"_s, u"b.properties"_s};
+    QTest::newRow("unknown option") << QStringList{u"--daemon"_s};
+    QTest::newRow("empty name") << QStringList{QString()};
+}
+
+void TestIntake::wrongCommandLineIsTold()
+{
+    QFETCH(const QStringList, arguments);
+    const Outcome english = runToEnd(INTAKE_PROGRAM, arguments);
+    QCOMPARE(english.exitCode, 2);
+    QCOMPARE(english.out, QString());
+    QCOMPARE(english.err, u"usage: intake FILE.properties\n"_s);
+    QCOMPARE(runToEnd(INTAKE_PROGRAM, arguments, u"fr_FR.UTF-8"_s).err,
+             u"usage : intake FICHIER.properties\n"_s);
+}
+
+void TestIntake::helpIsNoFault()
+{
+    const Outcome outcome = runToEnd(INTAKE_PROGRAM, {u"--help"_s});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.out, u"usage: intake FILE.properties\n"_s);
+    QCOMPARE(outcome.err, QString());
+}
+
+void TestIntake::missingConfigurationIsTold()
+{
+    const Outcome outcome = runToEnd(INTAKE_PROGRAM, {u"/nowhere/intake.properties"_s});
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.err, u"shared_ptr<Config> Config::load(const QString&, const QString&) -> "
+                          "File [/nowhere/intake.properties] doesn't exist\n"_s);
+}
+
+void TestIntake::everyFaultIsToldOnce()
+{
+    const QTemporaryDir directory;
+    const QString properties = directory.filePath(u"i.properties"_s);
+    writeFile(properties, "log.filename=none/log\nlog.kept=many\nqueue.path=none\nqueue.period=1s\n"
+                          "queue.keep=maybe\narchive.path=i.properties\nledger.path=none/l.csv\n"
+                          "lang=de_DE\n");
+    const Outcome outcome = runToEnd(INTAKE_PROGRAM, {properties});
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.out, QString());
+    const QString base = directory.path() + u'/';
+    const QStringList expected{
+        u"Configuration [%1] refused, number of faults: 9"_s.arg(properties),
+        u"  Invalid parameter \"log.filename\"=[%1none/log]"_s.arg(base),
+        u"  Invalid parameter \"log.kept\"=[many]"_s,
+        u"  Parameter \"queue.path\"=[%1none] refused: this is not a readable and writable directory"_s
+            .arg(base),
+        u"  Parameter \"archive.path\"=[%1] refused: this is not a readable and writable directory"_s
+            .arg(properties),
+        u"  Parameter \"setaside.path\" is absent or empty"_s,
+        u"  Parameter \"ledger.path\"=[%1none/l.csv] refused: this is not a readable and writable "
+        "file, nor can it be created"_s.arg(base),
+        u"  Parameter \"queue.period\"=[1s] refused: this is not a number of milliseconds (0 or "
+        "more)"_s,
+        u"  Parameter \"queue.keep\"=[maybe] refused: the value must be 0, 1, false or true"_s,
+        u"  Parameter \"lang\"=[de_DE] refused: the value must be fr_FR or en_US"_s,
+    };
+    QCOMPARE(outcome.err.split(u'\n', Qt::SkipEmptyParts), expected);
+    QCOMPARE(entriesOf(directory.path()), QStringList{u"i.properties"_s});
+}
+
+void TestIntake::faultIsTold_data()
+{
+    QTest::addColumn<QByteArray>("lines"); // the first of repeated keys counts
+    QTest::addColumn<QString>("fault");
+    QTest::newRow("archive in the spool")
+        << QByteArray("archive.path=spool\n")
+        << u"Parameter \"archive.path\"=[%1/spool] refused: this directory has another role already"_s;
+    QTest::newRow("set aside in the archive, by another name")
+        << QByteArray("setaside.path=spool/../archive/.\n")
+        << u"Parameter \"setaside.path\"=[%1/archive] refused: this directory has another role already"_s;
+    QTest::newRow("ledger in the spool") << QByteArray("ledger.path=spool/ledger.csv\n")
+                                         << u"Parameter \"ledger.path\"=[%1/spool/ledger.csv] "
+                                            u"refused: this file would be taken for an "
+                                            "order and deleted"_s;
+    QTest::newRow("log in the spool") << QByteArray("log.filename=spool/intake.log\n")
+                                      << u"Parameter \"log.filename\"=[%1/spool/intake.log] "
+                                         u"refused: this file would be taken for an "
+                                         "order and deleted"_s;
+    QTest::newRow("ledger is a directory") << QByteArray("ledger.path=archive\n")
+                                           << u"Parameter \"ledger.path\"=[%1/archive] refused: "
+                                              u"this is not a readable and writable file, "
+                                              "nor can it be created"_s;
+    QTest::newRow("negative period")
+        << QByteArray("queue.period=-1\n")
+        << u"Parameter \"queue.period\"=[-1] refused: this is not a number of milliseconds (0 or more)"_s;
+    QTest::newRow("period beyond an integer")
+        << QByteArray("queue.period=2147483648\n")
+        << u"Parameter \"queue.period\"=[2147483648] refused: this is not a number of milliseconds "
+           u"(0 or "
+           "more)"_s;
+    QTest::newRow("unknown filter")
+        << QByteArray("log.filter=loud\n") << u"Invalid parameter \"log.filter\"=[loud]"_s;
+}
+
+void TestIntake::faultIsTold()
+{
+    QFETCH(const QByteArray, lines);
+    QFETCH(const QString, fault);
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    const QByteArray rest = contentOf(fixture.path("intake.properties"));
+    QVERIFY(QFile::remove(fixture.path("intake.properties")));
+    writeFile(fixture.path("intake.properties"), lines + rest);
+    const QStringList before = entriesOf(fixture.path(""));
+
+    const Outcome outcome = runToEnd(INTAKE_PROGRAM, {fixture.path("intake.properties")});
+    QCOMPARE(outcome.exitCode, 1);
+    const QStringList told = outcome.err.split(u'\n', Qt::SkipEmptyParts);
+    const QString wanted =
+        fault.contains(u"%1"_s) ? fault.arg(QDir::cleanPath(fixture.path(""))) : fault;
+    QCOMPARE(told.mid(1), QStringList{u"  "_s + wanted});
+    QCOMPARE(entriesOf(fixture.path("")), before);
+    QCOMPARE(entriesOf(fixture.path("log")) + fixture.spooled(), QStringList());
+}
+
+void TestIntake::faultsAreToldInTheConfiguredLanguage()
+{
+    const QTemporaryDir directory;
+    const QString properties = directory.filePath(u"i.properties"_s);
+    writeFile(properties, "lang=fr_FR\n");
+    const Outcome outcome = runToEnd(INTAKE_PROGRAM, {properties});
+    QCOMPARE(outcome.exitCode, 1);
+    const QStringList expected{
+        u"Configuration [%1] refusée, nombre de fautes : 5"_s.arg(properties),
+        u"  Paramètre \"log.filename\"=[] invalide"_s,
+        u"  Le paramètre \"queue.path\" est absent ou vide"_s,
+        u"  Le paramètre \"archive.path\" est absent ou vide"_s,
+        u"  Le paramètre \"setaside.path\" est absent ou vide"_s,
+        u"  Le paramètre \"ledger.path\" est absent ou vide"_s,
+    };
+    QCOMPARE(outcome.err.split(u'\n', Qt::SkipEmptyParts), expected);
+}
+
+void TestIntake::sampleConfigurationIsLegal()
+{
+    const IntakeFixture fixture;
+    QVERIFY(QFile::copy(QString::fromUtf8(INTAKE_DIRECTORY "/intake.properties"),
+                        fixture.path("intake.properties")));
+    RunningService service(fixture);
+    QVERIFY2(service.waitUntilReady(), qPrintable(service.errorOutput()));
+    QCOMPARE(service.stop(), 0);
+    QVERIFY(fixture.logHas("Service arrêté"));
+}
+
+void TestIntake::bannerComesFirst()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QCOMPARE(service.stop(), 0);
+    const QStringList lines = fixture.log().split(u'\n');
+    const QString title = u"Intake, order booking, version 1.0.0"_s;
+    const QString border = u"<INFOR> +"_s + QString(title.size() + 2, u'-') + u'+';
+    QVERIFY2(lines.at(0).endsWith(border), qPrintable(lines.at(0)));
+    QVERIFY2(lines.at(1).endsWith(u"<INFOR> | "_s + title + QStringLiteral(" |")),
+             qPrintable(lines.at(1)));
+    QVERIFY(lines.at(2).endsWith(border));
+    QVERIFY(lines.at(3).endsWith(u"<INFOR> (c) Vandrel"_s));
+    QVERIFY(lines.at(4).endsWith(u"<INFOR>   app.version = 1.0.0"_s));
+    QVERIFY(lines.at(5).endsWith(u"<INFOR>  archive.path = "_s + fixture.path("archive")));
+}
+
+void TestIntake::waitingAndArrivingFilesAreHandled()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    writeFile(fixture.spool(u"a.order"_s), goodDocument("C-1"));
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    writeFile(fixture.spool(u"b.order"_s), goodDocument("C-2"));
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(fixture.booked(), QStringList({u"a.order"_s, u"b.order"_s}));
+    QCOMPARE(fixture.archived(), QStringList({u"a.order"_s, u"b.order"_s}));
+    QCOMPARE(contentOf(fixture.path("archive/b.order")), goodDocument("C-2"));
+    QCOMPARE(fixture.setAside(), QStringList());
+    QCOMPARE(service.stop(), 0);
+    const QByteArray secondLine = contentOf(fixture.path("ledger.csv")).split('\n').value(1);
+    QVERIFY2(secondLine.endsWith(";b.order;C-2;Étienne Durand;12.50;EUR"), secondLine.constData());
+    QVERIFY(fixture.logHas("Summary: 2 files archived, 2 orders booked, 0 files set aside"));
+}
+
+void TestIntake::filesAreDeletedWithoutKeep()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties("lang=en_US\nqueue.keep=0\n");
+    writeFile(fixture.spool(u"old.order"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QCOMPARE(fixture.spooled(), QStringList());
+    writeFile(fixture.spool(u"new.order"_s), goodDocument());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.booked(), QStringList{u"new.order"_s});
+}
+
+void TestIntake::periodZeroStillHandlesArrivals()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    QFile properties(fixture.path("intake.properties"));
+    const QByteArray text = contentOf(properties.fileName()).replace("period=50", "period=0");
+    QVERIFY(properties.remove());
+    writeFile(properties.fileName(), text);
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.order"_s}, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.archived(), QStringList{u"a.order"_s}, Patience);
+    QCOMPARE(service.stop(), 0);
+}
+
+void TestIntake::signalStopsCleanly_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("SIGTERM") << SIGTERM << QByteArray("Stop requested (SIGTERM)");
+    QTest::newRow("SIGINT") << SIGINT << QByteArray("Stop requested (SIGINT)");
+}
+
+void TestIntake::signalStopsCleanly()
+{
+    QFETCH(const int, signal);
+    QFETCH(const QByteArray, line);
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    for (int number = 0; number < 200; ++number)
+        writeFile(fixture.spool(u"%1.order"_s.arg(number)), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    service.send(signal); // in the midst of its work
+    QCOMPARE(service.waitUntilStopped(), 0);
+    QCOMPARE(service.errorOutput(), QString());
+    QVERIFY(fixture.logHas(line.constData()));
+    QVERIFY(fixture.log().endsWith(u"<INFOR> Service stopped\n"_s));
+}
+
+void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties("lang=fr_FR\n");
+    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Fichier [a.order] archivé"), Patience);
+
+    service.send(SIGHUP);
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Messages are in English from now on (en_US)"),
+                             Patience);
+    writeFile(fixture.spool(u"b.order"_s), goodDocument());
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> File [b.order] archived"), Patience);
+
+    service.send(SIGHUP);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
+    writeFile(fixture.spool(u"c.order"_s), "order=\n");
+    QTRY_VERIFY_WITH_TIMEOUT(
+        fixture.logHas("<WARNG> Fichier [c.order] écarté : la clé \"order\" est absente ou vide"),
+        Patience);
+    QCOMPARE(service.stop(), 0);
+}
+
+void TestIntake::restartBooksNothingTwice()
+{
+    constexpr int Count = 300;
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    QStringList names;
+    for (int number = 0; number < Count; ++number) {
+        names.append(orderName(number));
+        writeFile(fixture.spool(names.last()), goodDocument());
+    }
+    qsizetype starts = 0;
+    for (const int milestone : {Count / 4, Count / 2}) {
+        RunningService service(fixture);
+        QVERIFY(service.waitUntilReady(starts));
+        QTRY_VERIFY_WITH_TIMEOUT(fixture.booked().size() >= milestone, Patience);
+        service.send(SIGKILL);
+        QCOMPARE(service.waitUntilStopped(), -1);
+        starts = service.readyCount();
+    }
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady(starts));
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QStringList booked = fixture.booked();
+    booked.sort();
+    QCOMPARE(booked, names);
+    QCOMPARE(fixture.archived(), names);
+}
+
+void TestIntake::bookedFileIsOnlyArchived()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    const QByteArray line = "2026-01-02T03:04:05.678Z;a%0A.order;C-1;Étienne Durand;12.50;EUR\n";
+    writeFile(fixture.path("ledger.csv"), line);
+    writeFile(fixture.spool(u"a\n.order"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(contentOf(fixture.path("ledger.csv")), line);
+    QCOMPARE(fixture.archived(), QStringList{u"a\n.order"_s});
+    QVERIFY(fixture.logHas("File [a%0A.order] was booked before: nothing to do"));
+}
+
+void TestIntake::unfinishedLedgerLineIsCutAway()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    const QByteArray whole = "2026-01-02T03:04:05.678Z;z.order;C-0;Étienne Durand;12.50;EUR\n";
+    writeFile(fixture.path("ledger.csv"), whole + "2026-01-02T03:04:05.679Z;a.order;C-1;Éti");
+    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.booked(), QStringList({u"z.order"_s, u"a.order"_s}));
+    QVERIFY(contentOf(fixture.path("ledger.csv")).startsWith(whole));
+    QVERIFY(fixture.logHas(
+        "Ledger: unfinished end of line removed [2026-01-02T03:04:05.679Z%3Ba.order"));
+}
+
+void TestIntake::secondServiceOnTheLedgerIsRefused()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService first(fixture);
+    QVERIFY(first.waitUntilReady());
+    RunningService second(fixture);
+    QCOMPARE(second.waitUntilStopped(), 1);
+    QVERIFY(fixture.logHas("<ERROR> The service cannot work: Ledger ["));
+    QVERIFY(first.isRunning());
+    QCOMPARE(first.stop(), 0);
+}
+
+void TestIntake::malformedOrderIsSetAside_data()
+{
+    QTest::addColumn<QByteArray>("document");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("missing key") << QByteArray("order=C-1\namount=1\ncurrency=EUR\n")
+                                 << QByteArray("key \"customer\" is absent or empty");
+    QTest::newRow("bad amount") << QByteArray("order=1\ncustomer=x\namount=1,50\ncurrency=EUR\n")
+                                << QByteArray("wrong value: amount=1,50");
+    QTest::newRow("oversized") << QByteArray("order=") + QByteArray(10'000'000, 'x')
+                               << QByteArray("more than 65536 bytes");
+    QTest::newRow("binary rubbish") << QByteArray("\x00\xff\xfe\x80=\n\x00\x01", 8)
+                                    << QByteArray("this is not a text in UTF-8");
+    QTest::newRow("empty") << QByteArray() << QByteArray("key \"order\" is absent or empty");
+}
+
+void TestIntake::malformedOrderIsSetAside()
+{
+    QFETCH(const QByteArray, document);
+    QFETCH(const QByteArray, reason);
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    writeFile(fixture.spool(u"a.order"_s), document);
+    writeFile(fixture.spool(u"b.order"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QVERIFY(service.isRunning());
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.setAside(), QStringList{u"a.order"_s});
+    QCOMPARE(contentOf(fixture.path("setaside/a.order")), document);
+    QCOMPARE(fixture.archived(), QStringList({u"a.order"_s, u"b.order"_s}));
+    QCOMPARE(fixture.booked(), QStringList{u"b.order"_s});
+    const QByteArray line = "<WARNG> File [a.order] set aside: " + reason + "\n";
+    QVERIFY2(fixture.logHas(line.constData()), line.constData());
+}
+
+void TestIntake::vanishingFilesDoNoHarm()
+{
+    constexpr int Count = 400;
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    for (int number = 0; number < Count; ++number)
+        writeFile(fixture.spool(orderName(number)), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    for (int number = Count - 1; number >= 0; number -= 2)
+        QFile::remove(fixture.spool(orderName(number)));
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    writeFile(fixture.spool(u"last.order"_s), goodDocument());
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.booked().contains(u"last.order"_s), Patience);
+    QVERIFY(service.isRunning());
+    QCOMPARE(service.stop(), 0);
+    const QStringList booked = fixture.booked();
+    for (int number = 0; number < Count; number += 2)
+        QCOMPARE(booked.count(orderName(number)), 1);
+}
+
+void TestIntake::awkwardNamesAreHandled()
+{
+    const QStringList names{u"%1 %2 %n"_s,   u"a b"_s, u"été à Nîmes"_s,  u"line\nfeed"_s,
+                            u"semi;colon"_s, u"\t"_s,  u"\u65e5\u672c"_s, QString(250, u'n')};
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    for (const QString& name : names)
+        writeFile(fixture.spool(name), goodDocument());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    const QStringList archived = fixture.archived();
+    QCOMPARE(QSet<QString>(archived.begin(), archived.end()),
+             QSet<QString>(names.begin(), names.end()));
+    QStringList booked = fixture.booked();
+    QStringList wanted{u"%251 %252 %25n"_s, u"a b"_s, u"été à Nîmes"_s,  u"line%0Afeed"_s,
+                       u"semi%3Bcolon"_s,   u"%09"_s, u"\u65e5\u672c"_s, QString(250, u'n')};
+    booked.sort();
+    wanted.sort();
+    QCOMPARE(booked, wanted);
+    QVERIFY(fixture.logHas("<INFOR> File [line%0Afeed] archived\n"));
+    QVERIFY(fixture.logHas("<INFOR> File [%251 %252 %25n] archived\n"));
+}
+
+void TestIntake::archiveFailureIsTriedAgain()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QVERIFY(QDir().rmdir(fixture.path("archive")));
+    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    QTRY_VERIFY_WITH_TIMEOUT(
+        fixture.logHas("<WARNG> File [a.order] put off by [archive]: cannot write ["), Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.order"_s}, Patience);
+    QCOMPARE(fixture.spooled(), QStringList{u"a.order"_s});
+
+    QVERIFY(QDir().mkdir(fixture.path("archive")));
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.archived(), QStringList{u"a.order"_s});
+    QCOMPARE(fixture.booked(), QStringList{u"a.order"_s});
+    QCOMPARE(fixture.log().count(u"put off by"_s), 1);
+}
+
+void TestIntake::wrongProducerCommandLineIsTold_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("nothing") << QStringList() << u"one directory, and only one, must be given"_s;
+    QTest::newRow("two directories")
+        << QStringList{u"a"_s, u"b"_s} << u"one directory, and only one, must be given"_s;
+    QTest::newRow("unknown option")
+        << QStringList{u"--fast"_s, u"a"_s} << u"Unknown option 'fast'."_s;
+    QTest::newRow("no number") << QStringList{u"--good"_s, u"few"_s, u"a"_s}
+                               << u"--good: [few] is not an integer (0 or more)"_s;
+    QTest::newRow("negative number")
+        << QStringList{u"--bad=-1"_s, u"a"_s} << u"--bad: [-1] is not an integer (0 or more)"_s;
+    QTest::newRow("no pause") << QStringList{u"--pause"_s, u"1s"_s, u"a"_s}
+                              << u"--pause: [1s] is not an integer (0 or more)"_s;
+    QTest::newRow("path as prefix")
+        << QStringList{u"--prefix"_s, u"../x"_s, u"a"_s}
+        << u"--prefix: [../x] is not the start of a visible file name"_s;
+}
+
+void TestIntake::wrongProducerCommandLineIsTold()
+{
+    QFETCH(const QStringList, arguments);
+    QFETCH(const QString, reason);
+    const Outcome outcome = runToEnd(INTAKE_DROP_PROGRAM, arguments);
+    QCOMPARE(outcome.exitCode, 2);
+    QCOMPARE(outcome.out, QString());
+    QCOMPARE(outcome.err, reason + u"\nusage: intake-drop [--good N] [--bad N] [--pause MS] "
+                                   "[--prefix TEXT] DIRECTORY\n"_s);
+}
+
+void TestIntake::producerNeedsASpool()
+{
+    const Outcome outcome = runToEnd(INTAKE_DROP_PROGRAM, {u"/nowhere"_s});
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.err, u"[/nowhere] is not a writable directory\n"_s);
+}
+
+void TestIntake::producerDropsWholeFiles()
+{
+    const QTemporaryDir spool;
+    const Outcome outcome = runToEnd(INTAKE_DROP_PROGRAM, {u"--good"_s, u"30"_s, u"--bad"_s, u"6"_s,
+                                                           u"--prefix"_s, u"p"_s, spool.path()});
+    QCOMPARE(outcome.exitCode, 0);
+    QCOMPARE(outcome.out, u"9 / 36\n18 / 36\n27 / 36\n36 / 36\n"
+                          "Dropped into %1: 30 good orders, 6 bad ones\n"_s.arg(spool.path()));
+    const QStringList names = entriesOf(spool.path()); // hidden ones too
+    QCOMPARE(names.size(), 36);
+    QCOMPARE(names.first(), u"p-000001.order"_s);
+    QCOMPARE(names.last(), u"p-000036.order"_s);
+    QVERIFY(contentOf(spool.filePath(names.first())).contains("\ncurrency=EUR\n"));
+}
+
+void TestIntake::producerOverwritesNothing()
+{
+    const QTemporaryDir spool;
+    const QString taken = spool.filePath(u"p-000002.order"_s);
+    writeFile(taken, "mine");
+    const Outcome outcome =
+        runToEnd(INTAKE_DROP_PROGRAM, {u"--good"_s, u"3"_s, u"--prefix"_s, u"p"_s, spool.path()});
+    QCOMPARE(outcome.exitCode, 1);
+    QCOMPARE(outcome.err, u"file [%1] exists already\n"_s.arg(taken));
+    QCOMPARE(contentOf(taken), QByteArray("mine"));
+    QCOMPARE(entriesOf(spool.path()).size(), 2);
+}
+
+QTEST_GUILESS_MAIN(TestIntake)
+#include "tst_intake.moc"

@@ -1,0 +1,142 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "intakefixture.h"
+#include "ledger.h"
+#include "texts.h"
+
+#include <kez/exception.h>
+
+#include <QDateTime>
+
+using namespace Qt::StringLiterals;
+using intake::Ledger;
+
+namespace {
+
+const intake::Order SomeOrder{u"C-1"_s, u"Étienne; Durand"_s, u"12.50"_s, u"EUR"_s};
+const QByteArray WholeLine("2026-01-02T03:04:05.678Z;a.order;C-1;x;1;EUR\n");
+
+} // namespace
+
+class TestLedger : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void lineHoldsTheOrder();
+    void namesAreFoundAgain();
+    void endIsRepaired_data();
+    void endIsRepaired();
+    void rubbishIsNoBooking();
+    void secondOpeningIsRefused();
+    void missingDirectoryIsRefused();
+    void failedAppendAddsNothing();
+
+private:
+    std::unique_ptr<QTemporaryDir> _directory;
+    QString _path;
+};
+
+void TestLedger::initTestCase()
+{
+    intake::loadTexts();
+    intake::startInLanguage(u"en_US"_s);
+}
+
+void TestLedger::init()
+{
+    _directory = std::make_unique<QTemporaryDir>();
+    _path = _directory->filePath(u"ledger.csv"_s);
+}
+
+void TestLedger::lineHoldsTheOrder()
+{
+    const QDateTime before = QDateTime::currentDateTimeUtc();
+    Ledger ledger(_path);
+    ledger.append(u"a;b\n.order"_s, SomeOrder);
+    const QList<QByteArray> fields = contentOf(_path).split(';');
+    QCOMPARE(fields.size(), 6);
+    const QDateTime time =
+        QDateTime::fromString(QString::fromUtf8(fields.at(0)), Qt::ISODateWithMs);
+    QVERIFY(time >= before.addMSecs(-1) && time <= QDateTime::currentDateTimeUtc());
+    QVERIFY(fields.at(0).endsWith('Z'));
+    QCOMPARE(fields.mid(1),
+             QList<QByteArray>({"a%3Bb%0A.order", "C-1", "Étienne%3B Durand", "12.50", "EUR\n"}));
+}
+
+void TestLedger::namesAreFoundAgain()
+{
+    {
+        Ledger ledger(_path);
+        QVERIFY(!ledger.contains(u"a;b"_s));
+        ledger.append(u"a;b"_s, SomeOrder);
+        QVERIFY(ledger.contains(u"a;b"_s));
+    }
+    const Ledger again(_path);
+    QVERIFY(again.contains(u"a;b"_s));
+    QVERIFY(!again.contains(u"a"_s));
+    QCOMPARE(again.tornEnd(), QString());
+}
+
+void TestLedger::endIsRepaired_data()
+{
+    QTest::addColumn<QByteArray>("end");
+    QTest::addColumn<QByteArray>("repaired");
+    QTest::addColumn<bool>("isBooked");
+    QTest::newRow("whole") << QByteArray("t;b.order;C-2;x;1;EUR\n")
+                           << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
+    QTest::newRow("only the line end is missing")
+        << QByteArray("t;b.order;C-2;x;1;EUR") << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
+    QTest::newRow("in the currency") << QByteArray("t;b.order;C-2;x;1;EU") << QByteArray() << false;
+    QTest::newRow("in the name") << QByteArray("t;b.or") << QByteArray() << false;
+    QTest::newRow("one byte") << QByteArray("t") << QByteArray() << false;
+}
+
+void TestLedger::endIsRepaired()
+{
+    QFETCH(const QByteArray, end);
+    QFETCH(const QByteArray, repaired);
+    QFETCH(const bool, isBooked);
+    writeFile(_path, WholeLine + end);
+    const Ledger ledger(_path);
+    QCOMPARE(contentOf(_path), WholeLine + repaired);
+    QCOMPARE(ledger.contains(u"b.order"_s), isBooked);
+    QVERIFY(ledger.contains(u"a.order"_s));
+    QCOMPARE(ledger.tornEnd(), isBooked ? QString() : QString::fromUtf8(end));
+}
+
+void TestLedger::rubbishIsNoBooking()
+{
+    const QByteArray rubbish = QByteArray("\x00\xff;\xfe;;;;\n", 9) + QByteArray(10'000'000, ';') +
+                               "\nb.order\n;b.order;;;;\n";
+    writeFile(_path, rubbish + WholeLine);
+    const Ledger ledger(_path);
+    QVERIFY(ledger.contains(u"a.order"_s));
+    QVERIFY(!ledger.contains(u"b.order"_s));
+    QCOMPARE(contentOf(_path), rubbish + WholeLine);
+}
+
+void TestLedger::secondOpeningIsRefused()
+{
+    const Ledger ledger(_path);
+    QVERIFY_EXCEPTION_THROWN(Ledger{_path}, Exception);
+}
+
+void TestLedger::missingDirectoryIsRefused()
+{
+    QVERIFY_EXCEPTION_THROWN(Ledger{_directory->filePath(u"none/ledger.csv"_s)}, Exception);
+}
+
+void TestLedger::failedAppendAddsNothing()
+{
+    if (!QFile::exists(u"/dev/full"_s)) QSKIP("no /dev/full here");
+    QVERIFY(QFile::link(u"/dev/full"_s, _path));
+    Ledger ledger(_path);
+    QVERIFY_EXCEPTION_THROWN(ledger.append(u"a.order"_s, SomeOrder), Exception);
+    QVERIFY(!ledger.contains(u"a.order"_s));
+}
+
+QTEST_GUILESS_MAIN(TestLedger)
+#include "tst_ledger.moc"
