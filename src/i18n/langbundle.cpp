@@ -19,6 +19,7 @@ QString bundleFileName(const QString& path, const QString& module, const QString
 // A pointer, unlike everywhere else: see the declaration of load().
 [[noreturn]] void fail(const QString& message)
 {
+    // NOLINTNEXTLINE(misc-throw-by-value-catch-by-reference)
     throw new Exception(Failure::text("shared_ptr<LangBundle> LangBundle::load(const QString&, "
                                       "const QString&, const QString&)",
                                       message),

@@ -140,7 +140,7 @@ bool Translator::insertBundle(std::shared_ptr<LangBundle> bundle)
     const QString key = bundleKey(bundle->_module, bundle->_lang);
     if (_bundles.contains(key))
         return false;
-    _bundles.insert(key, std::move(bundle));
+    _bundles.insert(key, bundle);
     return true;
 }
 
@@ -171,9 +171,9 @@ void Translator::changeLang(const QString& module, const QString& oldLang, const
                 QStringLiteral("Le module de langue %1 n'est pas chargé").arg(oldKey),
             nullptr);
     }
-    auto newBundle = LangBundle::load(oldBundle->_path, module, newLang);
+    const auto newBundle = LangBundle::load(oldBundle->_path, module, newLang);
     _bundles.remove(oldKey);
-    _bundles.insert(bundleKey(module, newLang), std::move(newBundle));
+    _bundles.insert(bundleKey(module, newLang), newBundle);
 }
 
 void Translator::changeLang(const QString& module, const QString& newLang)

@@ -202,7 +202,7 @@ bool Log::insertLoggger(const QString& name, std::shared_ptr<Logger> logger)
 {
     if (name.isEmpty() || _loggers.contains(name))
         return false;
-    _loggers.insert(name, std::move(logger));
+    _loggers.insert(name, logger);
     return true;
 }
 

@@ -82,7 +82,7 @@ void Logger::formatter(LoggerLevel::LogLevel level, const QString& msg, QString&
 
     constexpr qsizetype headLength = 23 + 2 + 5 + 2; // date, " <", tag, "> "
     out.resize(headLength + msg.size());
-    char16_t* at = reinterpret_cast<char16_t*>(out.data());
+    auto* at = reinterpret_cast<char16_t*>(out.data());
     at = std::copy(renderedSecond.text.begin(), renderedSecond.text.end(), at);
     at = putNumber(at, static_cast<int>(now.tv_nsec / 1000000), 3);
     at = put(put(put(at, u" <"), tag(level)), u"> ");

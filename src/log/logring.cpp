@@ -18,7 +18,7 @@
 namespace {
 
 // Above this the buffers of one long line are given back instead of being kept for the next one.
-constexpr qsizetype KeptBufferSize = 64 * 1024;
+constexpr qsizetype KeptBufferSize = 65536;
 
 qint64 millisecondsNow()
 {

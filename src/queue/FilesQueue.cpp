@@ -338,6 +338,7 @@ void FilesQueue::onConsumed(const QString& id, const QString& fileName)
     const int consumer = index(id);
     // A pointer here and a value below: see the declaration.
     if (consumer < 0)
+        // NOLINTNEXTLINE(misc-throw-by-value-catch-by-reference)
         throw new Exception(Failure::text(ConsumedSignature, unknownConsumer(id)), nullptr);
     FileEntry* const entry = entryFromFileName(fileName);
     if (!entry)
