@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 Vandrel
+# SPDX-License-Identifier: MIT
+#
+# Compares what the library exports with symbols.txt, and looks at how it is linked:
+#   abi.sh LIBRARY VERSION            both checks, as the tests run them
+#   abi.sh --update LIBRARY VERSION   writes symbols.txt anew, after a change that was meant
+# The usual call for the latter: cmake --build --preset dev --target update_abi
+
+set -euo pipefail
+export LC_ALL=C
+
+update=
+if [[ $1 == --update ]]; then
+    update=1
+    shift
+fi
+library=$1 version=$2
+symbols=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/symbols.txt
+
+faults=0
+fault() {
+    printf '%s\n' "$*" >&2
+    faults=$((faults + 1))
+}
+
+exported() {
+    nm --dynamic --defined-only --demangle "$library" | cut -c 20- | sort -u
+}
+
+check_symbols() {
+    local differences
+    if ! differences=$(diff -U0 --label "$symbols" --label "$library" "$symbols" <(exported)); then
+        grep -v '^@@' <<<"$differences" >&2
+        fault "Other symbols are exported than symbols.txt says"
+    fi
+}
+
+check_file_names() {
+    local folder base=${library##*/}
+    folder=$(dirname "$library")
+    [[ $(readlink "$folder/libkez.so") == "libkez.so.${version%%.*}" ]] ||
+        fault "libkez.so does not lead to libkez.so.${version%%.*}"
+    [[ $(readlink "$folder/libkez.so.${version%%.*}") == "libkez.so.$version" ]] ||
+        fault "libkez.so.${version%%.*} does not lead to libkez.so.$version"
+    [[ $base == "libkez.so.$version" ]] || fault "the file is named $base"
+}
+
+check_linkage() {
+    local dynamic headers stack
+    dynamic=$(readelf --wide --dynamic "$library")
+    headers=$(readelf --wide --program-headers "$library")
+    grep -q "SONAME.*\[libkez\.so\.${version%%.*}\]" <<<"$dynamic" || fault "wrong SONAME"
+    grep -q 'FLAGS.*NOW' <<<"$dynamic" || fault "symbols are not bound when it is loaded"
+    grep -q 'GNU_RELRO' <<<"$headers" || fault "relocations stay writable"
+    ! grep -q 'TEXTREL' <<<"$dynamic" || fault "its code is relocated"
+    stack=$(grep 'GNU_STACK' <<<"$headers") || fault "says nothing of its stack"
+    [[ $stack != *RWE* ]] || fault "asks for an executable stack"
+    if ldd -r "$library" 2>&1 | grep 'undefined symbol' >&2; then
+        fault "symbols are left undefined"
+    fi
+}
+
+if [[ -n $update ]]; then
+    exported >"$symbols"
+    echo "$(wc -l <"$symbols") symbols written to $symbols"
+    exit 0
+fi
+check_symbols
+check_file_names
+check_linkage
+if ((faults > 0)); then
+    exit 1
+fi
+echo "$(wc -l <"$symbols") symbols, as listed"
