@@ -35,6 +35,7 @@
 #include "filehelper.h"
 #include "memory.h"
 #include "regexprovider.h"
+#include "text.h"
 #include "timehelper.h"
 #include "timestamphelper.h"
 #include "urlhelper.h"

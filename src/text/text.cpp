@@ -1,0 +1,174 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/text.h"
+
+#include <QtEndian>
+#include <QUrl>
+
+namespace {
+
+template <typename Integer>
+bool readBigEndian(const QByteArray& bytes, Integer& value)
+{
+    if (bytes.size() < qsizetype{sizeof(Integer)})
+        return false;
+    value = qFromBigEndian<Integer>(bytes.constData());
+    return true;
+}
+
+template <typename Integer>
+void writeBigEndian(Integer value, QByteArray& bytes)
+{
+    if (bytes.size() < qsizetype{sizeof(Integer)})
+        bytes.resize(qsizetype{sizeof(Integer)});
+    qToBigEndian(value, bytes.data());
+}
+
+/// The value of a hexadecimal digit, or -1.
+int digitValue(char digit)
+{
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return -1;
+}
+
+/// The byte that the escape at `position` stands for, or -1 where there is no whole escape.
+int escapedByte(const QByteArray& text, qsizetype position)
+{
+    if (text[position] != '%' || text.size() - position < 3)
+        return -1;
+    const int high = digitValue(text[position + 1]);
+    const int low = digitValue(text[position + 2]);
+    return high < 0 || low < 0 ? -1 : high * 16 + low;
+}
+
+} // namespace
+
+QString Text::toBase64(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toBase64());
+}
+
+QString Text::toBase64(const QString& text)
+{
+    return toBase64(text.toUtf8());
+}
+
+QByteArray Text::bytesFromBase64(const QByteArray& base64)
+{
+    return QByteArray::fromBase64(base64);
+}
+
+QByteArray Text::bytesFromBase64(const QString& base64)
+{
+    return bytesFromBase64(base64.toUtf8());
+}
+
+QString Text::stringFromBase64(const QString& base64)
+{
+    return QString::fromUtf8(bytesFromBase64(base64));
+}
+
+QString stringFromBase64(const QByteArray& base64)
+{
+    return QString::fromUtf8(Text::bytesFromBase64(base64));
+}
+
+QString Text::toHexa(const QByteArray& bytes, bool lowerCase, char separator)
+{
+    if (bytes.isEmpty())
+        return QString();
+    const char* const digits = lowerCase ? "0123456789abcdef" : "0123456789ABCDEF";
+    const QChar between =
+        lowerCase ? QLatin1Char(separator) : QChar(QLatin1Char(separator)).toUpper();
+    const qsizetype size = separator == '\0' ? 2 * bytes.size() : 3 * bytes.size() - 1;
+    QString result(size, Qt::Uninitialized);
+    QChar* out = result.data();
+    for (qsizetype i = 0; i < bytes.size(); ++i) {
+        if (i > 0 && separator != '\0')
+            *out++ = between;
+        const unsigned char byte = static_cast<unsigned char>(bytes.at(i));
+        *out++ = QLatin1Char(digits[byte / 16]);
+        *out++ = QLatin1Char(digits[byte % 16]);
+    }
+    return result;
+}
+
+QString Text::toHexa(quint64 value, unsigned int width)
+{
+    return QString::number(value, 16).rightJustified(width, QLatin1Char('0'));
+}
+
+QByteArray Text::fromHexa(const QString& hexa)
+{
+    return QByteArray::fromHex(hexa.toUtf8());
+}
+
+QString Text::toUrlEncoding(const QString& text)
+{
+    return QString::fromLatin1(QUrl::toPercentEncoding(text));
+}
+
+// Not by QUrl::fromPercentEncoding: that makes bytes out of a "%" that no digits follow.
+QString Text::fromUrlEncoding(const QString& text)
+{
+    QByteArray bytes = text.toUtf8();
+    char* out = bytes.data();
+    for (qsizetype i = 0; i < bytes.size(); ++i) {
+        const int escaped = escapedByte(bytes, i);
+        *out++ = escaped < 0 ? bytes.at(i) : static_cast<char>(escaped);
+        i += escaped < 0 ? 0 : 2;
+    }
+    bytes.truncate(out - bytes.constData());
+    return QString::fromUtf8(bytes);
+}
+
+bool Text::bigEndianToInt32(const QByteArray& bytes, int& value)
+{
+    return readBigEndian(bytes, value);
+}
+
+bool Text::bigEndianToUInt32(const QByteArray& bytes, unsigned int& value)
+{
+    return readBigEndian(bytes, value);
+}
+
+bool Text::bigEndianToInt64(const QByteArray& bytes, long long& value)
+{
+    return readBigEndian(bytes, value);
+}
+
+bool Text::bigEndianToUInt64(const QByteArray& bytes, unsigned long long& value)
+{
+    return readBigEndian(bytes, value);
+}
+
+void Text::int32ToBigEndian(int value, QByteArray& bytes)
+{
+    writeBigEndian(value, bytes);
+}
+
+void Text::uint32ToBigEndian(unsigned int value, QByteArray& bytes)
+{
+    writeBigEndian(value, bytes);
+}
+
+void Text::int64ToBigEndian(long long value, QByteArray& bytes)
+{
+    writeBigEndian(value, bytes);
+}
+
+void Text::uint64ToBigEndian(unsigned long long value, QByteArray& bytes)
+{
+    writeBigEndian(value, bytes);
+}
+
+QString Text::pointerToString(const void* pointer)
+{
+    return QLatin1String("0x") + toHexa(quint64{reinterpret_cast<quintptr>(pointer)}, 16);
+}
