@@ -30,6 +30,12 @@
 #include "FileEntry.h"
 #include "FilesQueue.h"
 
+// 8. Identifiers and randomness
+#include "defaultuidverifier.h"
+#include "iuidverifier.h"
+#include "randomgenerator.h"
+#include "uidgenerator.h"
+
 // 9. Text and utilities
 #include "datewatcher.h"
 #include "filehelper.h"

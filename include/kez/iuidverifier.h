@@ -1,0 +1,28 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "kez_global.h"
+
+#include <QByteArray>
+#include <QObject>
+
+/// A store of issued identifiers that knows whether one was seen before, to be implemented by
+/// applications (over a database, say).
+///
+/// *Threads*: one thread at a time.
+/// *Owns*: as the implementation says.
+/// *Fails*: as the implementation says.
+class KEZ_EXPORT IUidVerifier : public QObject {
+    Q_OBJECT
+
+public:
+    explicit IUidVerifier(QObject* parent = nullptr);
+    ~IUidVerifier() override;
+
+    /// Whether `uid` was stored.
+    virtual bool contains(const QByteArray& uid) = 0;
+
+    virtual void append(const QByteArray& uid) = 0;
+};

@@ -1,0 +1,75 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/uidgenerator.h"
+
+#include "frame/failure_p.h"
+#include "ids/uidwords_p.h"
+#include "kez/text.h"
+
+#include <QRandomGenerator>
+
+#include <array>
+#include <limits>
+
+namespace {
+
+constexpr unsigned char DefaultVerifierUidSize = 16;
+constexpr qsizetype UuidDigits = 32;
+constexpr qsizetype MostWords = uidWords(std::numeric_limits<unsigned char>::max());
+
+} // namespace
+
+UidGenerator::UidGenerator(unsigned char size, QObject* parent)
+    : QObject(parent), _random(QRandomGenerator64::global()), _size(size)
+{}
+
+UidGenerator::~UidGenerator() = default;
+
+UidGenerator* UidGenerator::getInstance(unsigned char size, IUidVerifier* verifier, QObject* parent)
+{
+    static UidGenerator instance(size, parent);
+    if (instance._initialized)
+        return &instance;
+    if (verifier)
+        instance._verifier = verifier;
+    else
+        instance._spVerifier = std::make_shared<DefaultUidVerifier>(DefaultVerifierUidSize);
+    // A parent deletes its children, and this object was not made by new.
+    if (parent)
+        connect(parent, &QObject::destroyed, &instance, [] { instance.setParent(nullptr); });
+    instance._initialized = true;
+    return &instance;
+}
+
+QString UidGenerator::toUUID(const QByteArray& uid)
+{
+    const QString digits = Text::toHexa(uid, true).rightJustified(UuidDigits, QLatin1Char('0'));
+    const QStringView view(digits);
+    return QStringLiteral("%1-%2-%3-%4-%5")
+        .arg(view.mid(0, 8), view.mid(8, 4), view.mid(12, 4), view.mid(16, 4), view.mid(20));
+}
+
+bool UidGenerator::isInitialized() const
+{
+    return _initialized;
+}
+
+QByteArray UidGenerator::generate()
+{
+    if (!_initialized)
+        Failure::raise("QByteArray UidGenerator::generate()",
+                       Failure::message("RandomizerNotInitialized"));
+    std::array<quint32, MostWords> words;
+    _random->fillRange(words.data(), uidWords(_size));
+    return QByteArray(reinterpret_cast<const char*>(words.data()), _size);
+}
+
+QList<std::shared_ptr<QByteArray>> UidGenerator::generate(unsigned int count)
+{
+    QList<std::shared_ptr<QByteArray>> uids;
+    uids.reserve(count);
+    for (unsigned int i = 0; i < count; ++i)
+        uids.append(std::make_shared<QByteArray>(generate()));
+    return uids;
+}
