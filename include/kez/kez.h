@@ -30,6 +30,14 @@
 #include "FileEntry.h"
 #include "FilesQueue.h"
 
+// 6. Reflection
+#include "metatype.h"
+#include "metatypes.h"
+
+// 7. XML
+#include "simpledom.h"
+#include "xmlelement.h"
+
 // 8. Identifiers and randomness
 #include "defaultuidverifier.h"
 #include "iuidverifier.h"
