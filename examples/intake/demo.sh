@@ -67,6 +67,7 @@ count_lines() { if [[ -e $1 ]]; then wc -l <"$1"; else echo 0; fi; }
 log_files() { find "$work/log" -name 'intake-*.log' | sort -V; }
 log_text() { log_files | xargs -r cat; }
 log_has() { (($(log_text | grep -cE -- "$1") > 0)); } # -c reads to the end: no broken pipe
+booked_names() { cut -d ';' -f 2 "$work/ledger.csv" | sort -u; }
 answer() { if "$@"; then echo yes; else echo no; fi; }
 has_booked() { (($(count_lines "$work/ledger.csv") >= $1)); }
 spool_is_empty() { (($(count_files spool) == 0)); }
@@ -110,7 +111,7 @@ summary() {
     printf '  files in: %d good orders, %d bad ones\n' "$good" "$bad"
     expect "archived" "$total" "$(count_files archive)"
     expect "booked" "$good" "$(count_lines "$work/ledger.csv")"
-    expect "booked, each file once" "$good" "$(cut -d ';' -f 2 "$work/ledger.csv" | sort -u | wc -l)"
+    expect "booked, each file once" "$good" "$(booked_names | wc -l)"
     expect "set aside" "$bad" "$(count_files setaside)"
     expect "left in the spool" 0 "$(count_files spool)"
     expect "exit code" 0 "$exit_code"

@@ -56,7 +56,8 @@ int countOf(const QCommandLineParser& parser, const QString& option)
 void drop(const QDir& spool, const QString& name, const QByteArray& content)
 {
     const QString visible = spool.filePath(name);
-    if (QFileInfo::exists(visible)) throw Exception(intake::text("FileThere"_L1).arg(visible));
+    if (QFileInfo::exists(visible))
+        throw Exception(intake::text("FileThere"_L1).arg(visible));
     QFile file(spool.filePath(u'.' + name));
     auto removeHidden = qScopeGuard([&file] { file.remove(); });
     if (!file.open(QFile::WriteOnly) || file.write(content) != content.size() || !file.flush())
@@ -87,7 +88,8 @@ void dropAll(const Task& task)
         const QString number = QString::number(index + 1).rightJustified(6, u'0');
         drop(task.spool, u"%1-%2.order"_s.arg(task.prefix, number), content);
         progress.show(index + 1);
-        if (task.pause > 0) QThread::msleep(static_cast<unsigned long>(task.pause));
+        if (task.pause > 0)
+            QThread::msleep(static_cast<unsigned long>(task.pause));
     }
     QTextStream(stdout) << intake::text("Dropped"_L1)
                                .arg(QString::number(task.good), QString::number(task.bad),
@@ -116,7 +118,8 @@ int run(const QCommandLineParser& parser)
         if (countOf(parser, option) < 0)
             return usageFault(intake::text("NoCount"_L1).arg(option, parser.value(option)));
     const QStringList arguments = parser.positionalArguments();
-    if (arguments.size() != 1) return usageFault(intake::text("OneSpool"_L1));
+    if (arguments.size() != 1)
+        return usageFault(intake::text("OneSpool"_L1));
     const QString prefix = parser.value(u"prefix"_s);
     if (prefix.isEmpty() || prefix.startsWith(u'.') || prefix.contains(u'/'))
         return usageFault(intake::text("NoPrefix"_L1).arg(prefix));
@@ -137,7 +140,8 @@ int main(int argc, char* argv[])
 
     QCommandLineParser parser;
     addOptions(parser);
-    if (!parser.parse(QCoreApplication::arguments())) return usageFault(parser.errorText());
+    if (!parser.parse(QCoreApplication::arguments()))
+        return usageFault(parser.errorText());
     if (parser.isSet(u"help"_s)) {
         QTextStream(stdout) << intake::text("DropUsage"_L1) << Qt::endl;
         return EXIT_SUCCESS;

@@ -48,7 +48,8 @@ bool haveSameContent(const QString& left, const QString& right)
         return false;
     while (!leftFile.atEnd()) {
         const QByteArray chunk = leftFile.read(ChunkSize);
-        if (chunk.isEmpty() || chunk != rightFile.read(ChunkSize)) return false;
+        if (chunk.isEmpty() || chunk != rightFile.read(ChunkSize))
+            return false;
     }
     return true;
 }
@@ -62,10 +63,13 @@ void writeSynced(QFile& source, const QString& path)
         const QByteArray chunk = source.read(ChunkSize);
         if (source.error() != QFile::NoError)
             fail("CannotRead"_L1, source.fileName(), source.errorString());
-        if (copy.write(chunk) != chunk.size()) fail("CannotWrite"_L1, path, copy.errorString());
+        if (copy.write(chunk) != chunk.size())
+            fail("CannotWrite"_L1, path, copy.errorString());
     }
-    if (!copy.flush()) fail("CannotWrite"_L1, path, copy.errorString());
-    if (::fsync(copy.handle()) != 0) fail("CannotWrite"_L1, path, systemError());
+    if (!copy.flush())
+        fail("CannotWrite"_L1, path, copy.errorString());
+    if (::fsync(copy.handle()) != 0)
+        fail("CannotWrite"_L1, path, systemError());
 }
 
 /// The path under which a copy of `source` has to be made; empty when there is one already.
@@ -74,7 +78,8 @@ QString freePath(const QString& source, const QDir& directory)
     const QString wanted = directory.filePath(QFileInfo(source).fileName());
     QString path = wanted;
     for (int number = 1; QFileInfo::exists(path); ++number) {
-        if (haveSameContent(source, path)) return {};
+        if (haveSameContent(source, path))
+            return {};
         path = u"%1.%2"_s.arg(wanted, QString::number(number));
     }
     return path;
@@ -101,7 +106,8 @@ void keepCopy(const QString& source, const QString& directory)
         fail("CannotRead"_L1, source, file.errorString());
 
     const QString path = freePath(source, QDir(directory));
-    if (path.isEmpty()) return;
+    if (path.isEmpty())
+        return;
     if (isReadable)
         copyUnderHiddenName(file, QDir(directory), path);
     else if (::link(QFile::encodeName(source).constData(), QFile::encodeName(path).constData()) !=
@@ -114,9 +120,11 @@ void syncDirectory(const QString& directory)
 {
     const int descriptor =
         ::open(QFile::encodeName(directory).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) fail("CannotWrite"_L1, directory, systemError());
+    if (descriptor < 0)
+        fail("CannotWrite"_L1, directory, systemError());
     const auto closeIt = qScopeGuard([descriptor] { ::close(descriptor); });
-    if (::fsync(descriptor) != 0) fail("CannotWrite"_L1, directory, systemError());
+    if (::fsync(descriptor) != 0)
+        fail("CannotWrite"_L1, directory, systemError());
 }
 
 } // namespace intake

@@ -35,7 +35,8 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
     }
     QStringList usable;
     for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"setaside.path"_s})
-        if (checkDirectory(*properties, key)) usable.append(key);
+        if (checkDirectory(*properties, key))
+            usable.append(key);
     checkDirectoriesDiffer(*properties, usable);
     checkLedger(*properties);
     checkOutsideSpool(*properties, u"ledger.path"_s);
@@ -76,7 +77,8 @@ void IntakeConfigController::checkDirectoriesDiffer(const Properties& properties
     QStringList seen;
     for (const QString& key : keys) {
         const QString path = QFileInfo(trimmedValue(properties, key)).canonicalFilePath();
-        if (seen.contains(path)) insertInvalid(properties, key, "DirectoryTwice"_L1);
+        if (seen.contains(path))
+            insertInvalid(properties, key, "DirectoryTwice"_L1);
         seen.append(path);
     }
 }
@@ -86,9 +88,11 @@ void IntakeConfigController::checkOutsideSpool(const Properties& properties, con
 {
     const QString file = trimmedValue(properties, key);
     const QString spool = QFileInfo(trimmedValue(properties, u"queue.path"_s)).canonicalFilePath();
-    if (file.isEmpty() || spool.isEmpty()) return;
+    if (file.isEmpty() || spool.isEmpty())
+        return;
     const QString directory = QFileInfo(QFileInfo(file).absolutePath()).canonicalFilePath();
-    if (directory == spool) insertInvalid(properties, key, "InsideSpool"_L1);
+    if (directory == spool)
+        insertInvalid(properties, key, "InsideSpool"_L1);
 }
 
 void IntakeConfigController::checkPeriod(const Properties& properties)

@@ -48,12 +48,14 @@ void IntakeConsumer::ask()
     Q_EMIT
     requestForFiles(id());
     _isAsking = false;
-    if (!_files.isEmpty()) handleNextLater();
+    if (!_files.isEmpty())
+        handleNextLater();
 }
 
 void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
 {
-    if (!_isAsking) return;
+    if (!_isAsking)
+        return;
     if (error) {
         Log::getInstance()->critical(files.join(u' '));
         return;
@@ -102,7 +104,8 @@ void IntakeConsumer::report(const QString& name)
 void IntakeConsumer::complainOnce(const QString& name, const QString& reason)
 {
     _retry.start();
-    if (_complained.contains(name)) return;
+    if (_complained.contains(name))
+        return;
     _complained.insert(name);
     Log::getInstance()->warning(text("FilePutOff"_L1).arg(printable(name), id(), reason));
 }

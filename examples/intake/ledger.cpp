@@ -40,7 +40,8 @@ Ledger::Ledger(const QString& path) : _file(path)
         fail(_file.errorString());
     lock();
     readBookings();
-    if (isNew) syncDirectory(QFileInfo(path).absolutePath());
+    if (isNew)
+        syncDirectory(QFileInfo(path).absolutePath());
 }
 
 bool Ledger::contains(const QString& fileName) const
@@ -56,7 +57,8 @@ void Ledger::append(const QString& fileName, const Order& order)
                              printable(order.customer),
                              order.amount,
                              order.currency};
-    if (!appendSynced(fields.join(u';').toUtf8() + '\n')) fail(_file.errorString());
+    if (!appendSynced(fields.join(u';').toUtf8() + '\n'))
+        fail(_file.errorString());
     _booked.insert(printable(fileName));
 }
 
@@ -74,30 +76,36 @@ void Ledger::lock()
 void Ledger::readBookings()
 {
     QFile reader(_file.fileName());
-    if (!reader.open(QFile::ReadOnly)) fail(reader.errorString());
+    if (!reader.open(QFile::ReadOnly))
+        fail(reader.errorString());
     QByteArray line;
     while (!reader.atEnd()) {
         line = reader.readLine();
         const QString name = bookedName(line);
-        if (!name.isEmpty()) _booked.insert(name);
+        if (!name.isEmpty())
+            _booked.insert(name);
     }
-    if (!line.isEmpty() && !line.endsWith('\n')) repairEnd(line);
+    if (!line.isEmpty() && !line.endsWith('\n'))
+        repairEnd(line);
 }
 
 void Ledger::repairEnd(const QByteArray& end)
 {
     if (!bookedName(end).isEmpty()) {
-        if (!appendSynced("\n")) fail(_file.errorString());
+        if (!appendSynced("\n"))
+            fail(_file.errorString());
         return;
     }
     _tornEnd = QString::fromUtf8(end.left(200));
-    if (!_file.resize(_file.size() - end.size())) fail(_file.errorString());
+    if (!_file.resize(_file.size() - end.size()))
+        fail(_file.errorString());
 }
 
 bool Ledger::appendSynced(const QByteArray& bytes)
 {
     const qint64 sizeBefore = _file.size();
-    if (_file.write(bytes) == bytes.size() && ::fsync(_file.handle()) == 0) return true;
+    if (_file.write(bytes) == bytes.size() && ::fsync(_file.handle()) == 0)
+        return true;
     _file.resize(sizeBefore);
     return false;
 }

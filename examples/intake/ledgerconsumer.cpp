@@ -57,9 +57,11 @@ void LedgerConsumer::handle(const QString& path, const QString& name)
 Order LedgerConsumer::read(const QString& path) const
 {
     QFile document(path);
-    if (document.open(QFile::ReadOnly)) return _reader->read(document);
+    if (document.open(QFile::ReadOnly))
+        return _reader->read(document);
     const QString reason = text("CannotRead"_L1).arg(printable(path), document.errorString());
-    if (QFileInfo::exists(path)) throw MalformedOrder(reason);
+    if (QFileInfo::exists(path))
+        throw MalformedOrder(reason);
     throw Exception(reason);
 }
 

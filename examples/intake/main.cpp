@@ -53,7 +53,8 @@ std::shared_ptr<Config> loadConfiguration(const QString& path)
         intake::startInLanguage(lang);
 
     const QStringList faults = faultsOf(*config);
-    if (faults.isEmpty()) return config;
+    if (faults.isEmpty())
+        return config;
     tell(stderr, intake::text("ConfigurationFaults"_L1).arg(path, QString::number(faults.size())));
     for (const QString& fault : faults)
         tell(stderr, u"  "_s + fault);
@@ -71,7 +72,8 @@ void openLog(Config& config)
 int serve(const QString& path)
 {
     const auto config = loadConfiguration(path);
-    if (!config) return EXIT_FAILURE;
+    if (!config)
+        return EXIT_FAILURE;
     openLog(*config);
     return intake::Service(*config).run();
 }

@@ -40,7 +40,8 @@ Fields readFields(const QString& document)
     for (const QStringView rawLine : QStringView(document).split(u'\n')) {
         const QStringView line = rawLine.trimmed();
         const qsizetype separator = line.indexOf(u'=');
-        if (separator < 1 || line.startsWith(u'#')) continue;
+        if (separator < 1 || line.startsWith(u'#'))
+            continue;
         const QString key = line.first(separator).trimmed().toString();
         if (fields.contains(key))
             throw MalformedOrder(text("OrderKeyTwice"_L1).arg(printable(key.left(MaxFieldLength))));
@@ -60,8 +61,10 @@ bool isPlain(const QString& value)
 QString field(const Fields& fields, const QString& key)
 {
     const QString value = fields.value(key);
-    if (value.isEmpty()) throw MalformedOrder(text("OrderKeyMissing"_L1).arg(key));
-    if (!isPlain(value)) throw MalformedOrder(text("OrderValueInvalid"_L1).arg(key));
+    if (value.isEmpty())
+        throw MalformedOrder(text("OrderKeyMissing"_L1).arg(key));
+    if (!isPlain(value))
+        throw MalformedOrder(text("OrderValueInvalid"_L1).arg(key));
     return value;
 }
 

@@ -23,7 +23,8 @@ void Progress::show(int done)
         return;
     }
     const int quarters = static_cast<int>(qint64{done} * 4 / _total);
-    if (quarters == _shownQuarters) return;
+    if (quarters == _shownQuarters)
+        return;
     _shownQuarters = quarters;
     QTextStream(stdout) << u"%1 / %2"_s.arg(done).arg(_total) << Qt::endl;
 }

@@ -31,7 +31,8 @@ void resolvePaths(Properties& properties, const QString& directory)
     for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"ledger.path"_s,
                                u"setaside.path"_s, u"log.filename"_s}) {
         const QString path = trimmedValue(properties, key);
-        if (!path.isEmpty()) properties.setValue(key, QDir::cleanPath(base.absoluteFilePath(path)));
+        if (!path.isEmpty())
+            properties.setValue(key, QDir::cleanPath(base.absoluteFilePath(path)));
     }
 }
 

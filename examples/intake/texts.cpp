@@ -27,7 +27,8 @@ void loadTexts()
 void startInLanguage(const QString& lang)
 {
     auto* translator = Translator::getInstance();
-    if (lang == translator->defaultLang()) return;
+    if (lang == translator->defaultLang())
+        return;
     translator->changeLang(LibraryModule, lang);
     translator->changeLang(Module, lang);
     translator->setDefaultBundleKey(LibraryModule, lang);

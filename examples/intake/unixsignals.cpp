@@ -24,7 +24,8 @@ UnixSignals::UnixSignals(QObject* parent) : QObject(parent)
     if (const int error = pthread_sigmask(SIG_BLOCK, &handled, nullptr); error != 0)
         throw std::system_error(error, std::generic_category(), "pthread_sigmask");
     _descriptor = signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (_descriptor < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+    if (_descriptor < 0)
+        throw std::system_error(errno, std::generic_category(), "signalfd");
 }
 
 UnixSignals::~UnixSignals()
@@ -41,10 +42,14 @@ void UnixSignals::listen()
 void UnixSignals::readOne()
 {
     signalfd_siginfo info{};
-    if (::read(_descriptor, &info, sizeof info) != ssize_t{sizeof info}) return;
-    if (info.ssi_signo == SIGHUP) Q_EMIT
-    hangUpReceived();
-    else Q_EMIT
+    if (::read(_descriptor, &info, sizeof info) != ssize_t{sizeof info})
+        return;
+    if (info.ssi_signo == SIGHUP) {
+        Q_EMIT
+        hangUpReceived();
+        return;
+    }
+    Q_EMIT
     terminateReceived(info.ssi_signo == SIGINT ? u"SIGINT"_s : u"SIGTERM"_s);
 }
 

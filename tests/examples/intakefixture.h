@@ -64,7 +64,8 @@ public:
     {
         QStringList names;
         for (const QByteArray& line : contentOf(path("ledger.csv")).split('\n'))
-            if (!line.isEmpty()) names.append(QString::fromUtf8(line.split(';').value(1)));
+            if (!line.isEmpty())
+                names.append(QString::fromUtf8(line.split(';').value(1)));
         return names;
     }
 
@@ -73,7 +74,8 @@ public:
         QByteArray text;
         for (int index = 0;; ++index) {
             const QString file = path("log/intake-%1.log").arg(index);
-            if (!QFile::exists(file)) return QString::fromUtf8(text);
+            if (!QFile::exists(file))
+                return QString::fromUtf8(text);
             text += contentOf(file);
         }
     }

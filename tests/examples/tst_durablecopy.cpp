@@ -34,7 +34,8 @@ QString failureOf(const QString& source, const QString& directory)
 /// As an ordinary user, for whom a file without permissions cannot be read.
 int copyUnreadable()
 {
-    if (!becomeOrdinaryUser()) return 2;
+    if (!becomeOrdinaryUser())
+        return 2;
     int argc = 1;
     char name[] = "child";
     char* argv[] = {name, nullptr};

@@ -50,7 +50,8 @@ public:
     }
     ~RunningService()
     {
-        if (_process.state() == QProcess::NotRunning) return;
+        if (_process.state() == QProcess::NotRunning)
+            return;
         _process.kill();
         _process.waitForFinished(Patience);
     }
@@ -71,7 +72,8 @@ public:
     /// The exit code; -1 when the service crashed or did not end.
     int waitUntilStopped()
     {
-        if (!_process.waitForFinished(Patience)) return -1;
+        if (!_process.waitForFinished(Patience))
+            return -1;
         return _process.exitStatus() == QProcess::NormalExit ? _process.exitCode() : -1;
     }
     int stop()
@@ -175,10 +177,10 @@ void TestIntake::everyFaultIsToldOnce()
         u"Configuration [%1] refused, number of faults: 9"_s.arg(properties),
         u"  Invalid parameter \"log.filename\"=[%1none/log]"_s.arg(base),
         u"  Invalid parameter \"log.kept\"=[many]"_s,
-        u"  Parameter \"queue.path\"=[%1none] refused: this is not a readable and writable directory"_s
-            .arg(base),
-        u"  Parameter \"archive.path\"=[%1] refused: this is not a readable and writable directory"_s
-            .arg(properties),
+        u"  Parameter \"queue.path\"=[%1none] refused: "
+        "this is not a readable and writable directory"_s.arg(base),
+        u"  Parameter \"archive.path\"=[%1] refused: "
+        "this is not a readable and writable directory"_s.arg(properties),
         u"  Parameter \"setaside.path\" is absent or empty"_s,
         u"  Parameter \"ledger.path\"=[%1none/l.csv] refused: this is not a readable and writable "
         "file, nor can it be created"_s.arg(base),
@@ -195,12 +197,13 @@ void TestIntake::faultIsTold_data()
 {
     QTest::addColumn<QByteArray>("lines"); // the first of repeated keys counts
     QTest::addColumn<QString>("fault");
-    QTest::newRow("archive in the spool")
-        << QByteArray("archive.path=spool\n")
-        << u"Parameter \"archive.path\"=[%1/spool] refused: this directory has another role already"_s;
+    QTest::newRow("archive in the spool") << QByteArray("archive.path=spool\n")
+                                          << u"Parameter \"archive.path\"=[%1/spool] refused: "
+                                             "this directory has another role already"_s;
     QTest::newRow("set aside in the archive, by another name")
         << QByteArray("setaside.path=spool/../archive/.\n")
-        << u"Parameter \"setaside.path\"=[%1/archive] refused: this directory has another role already"_s;
+        << u"Parameter \"setaside.path\"=[%1/archive] refused: "
+           "this directory has another role already"_s;
     QTest::newRow("ledger in the spool") << QByteArray("ledger.path=spool/ledger.csv\n")
                                          << u"Parameter \"ledger.path\"=[%1/spool/ledger.csv] "
                                             u"refused: this file would be taken for an "
@@ -213,9 +216,9 @@ void TestIntake::faultIsTold_data()
                                            << u"Parameter \"ledger.path\"=[%1/archive] refused: "
                                               u"this is not a readable and writable file, "
                                               "nor can it be created"_s;
-    QTest::newRow("negative period")
-        << QByteArray("queue.period=-1\n")
-        << u"Parameter \"queue.period\"=[-1] refused: this is not a number of milliseconds (0 or more)"_s;
+    QTest::newRow("negative period") << QByteArray("queue.period=-1\n")
+                                     << u"Parameter \"queue.period\"=[-1] refused: "
+                                        "this is not a number of milliseconds (0 or more)"_s;
     QTest::newRow("period beyond an integer")
         << QByteArray("queue.period=2147483648\n")
         << u"Parameter \"queue.period\"=[2147483648] refused: this is not a number of milliseconds "

@@ -29,7 +29,8 @@ protected:
     {
         QCOMPARE(QFileInfo(path).fileName(), name);
         handled.append(name);
-        if (action) action(name);
+        if (action)
+            action(name);
     }
 };
 
@@ -141,7 +142,8 @@ void TestIntakeConsumer::fileThatLeftTheQueueIsSurvived()
     consumer.listenTo(queue);
     queue.onProcess();
     consumer.action = [&](const QString& name) {
-        if (name != u"a") return;
+        if (name != u"a")
+            return;
         QFile::remove(_spool->filePath(name));
         queue.onDirectoryChanged();
     };
@@ -193,8 +195,10 @@ void TestIntakeConsumer::failureIsToldOnceAndTriedAgain()
     queue.onProcess();
     int attempts = 0;
     consumer.action = [&](const QString& name) {
-        if (name != u"a" || ++attempts > 2) return;
-        if (isOwnException) throw Exception(u"disk full"_s);
+        if (name != u"a" || ++attempts > 2)
+            return;
+        if (isOwnException)
+            throw Exception(u"disk full"_s);
         throw std::runtime_error("disk full");
     };
     consumer.ask();

@@ -131,7 +131,8 @@ void TestLedger::missingDirectoryIsRefused()
 
 void TestLedger::failedAppendAddsNothing()
 {
-    if (!QFile::exists(u"/dev/full"_s)) QSKIP("no /dev/full here");
+    if (!QFile::exists(u"/dev/full"_s))
+        QSKIP("no /dev/full here");
     QVERIFY(QFile::link(u"/dev/full"_s, _path));
     Ledger ledger(_path);
     QVERIFY_EXCEPTION_THROWN(ledger.append(u"a.order"_s, SomeOrder), Exception);
