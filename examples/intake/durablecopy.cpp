@@ -24,7 +24,7 @@ namespace intake {
 
 namespace {
 
-constexpr qint64 ChunkSize = 64 * 1024;
+constexpr qint64 ChunkSize = 65536;
 
 // One for each directory: a remainder of a crash is overwritten by the next copy.
 const auto HiddenName = QStringLiteral(".intake.part");

@@ -28,6 +28,8 @@ IntakeConsumer::IntakeConsumer(const QString& id, const QString& spool, QObject*
     _retry.setSingleShot(true);
     _retry.setInterval(RetryPause);
     connect(&_retry, &QTimer::timeout, this, &IntakeConsumer::ask);
+    connect(this, &IntakeConsumer::fileAtHand, this, &IntakeConsumer::handleNext,
+            Qt::QueuedConnection);
 }
 
 void IntakeConsumer::listenTo(const FilesQueue& queue)
@@ -49,7 +51,7 @@ void IntakeConsumer::ask()
     requestForFiles(id());
     _isAsking = false;
     if (!_files.isEmpty())
-        handleNextLater();
+        Q_EMIT fileAtHand();
 }
 
 void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
@@ -64,11 +66,6 @@ void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
     _complained.intersect(QSet<QString>(files.begin(), files.end()));
 }
 
-void IntakeConsumer::handleNextLater()
-{
-    QMetaObject::invokeMethod(this, &IntakeConsumer::handleNext, Qt::QueuedConnection);
-}
-
 void IntakeConsumer::handleNext()
 {
     const QString name = _files.takeFirst();
@@ -81,7 +78,7 @@ void IntakeConsumer::handleNext()
         complainOnce(name, QString::fromUtf8(failure.what()));
     }
     if (!_files.isEmpty())
-        handleNextLater();
+        Q_EMIT fileAtHand();
     else if (_hasArrivals)
         ask();
 }
@@ -94,7 +91,7 @@ void IntakeConsumer::report(const QString& name)
     } catch (const Exception& failure) {
         Log::getInstance()->warning(
             text("ReportRefused"_L1).arg(printable(name), failure.detail()));
-    } catch (Exception* thrown) {
+    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
         const std::unique_ptr<Exception> failure(thrown);
         Log::getInstance()->critical(
             text("ReportRefused"_L1).arg(printable(name), failure->detail()));

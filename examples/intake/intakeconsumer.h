@@ -43,6 +43,10 @@ public Q_SLOTS:
     /// Asks for files, unless some are still at hand.
     void ask();
 
+Q_SIGNALS:
+    /// Some file waits to be handled, once the event loop has had its turn.
+    void fileAtHand();
+
 protected:
     /// Handles one file: `path` is where it lies, `name` how the queue calls it. May get a file
     /// again that it has handled before a crash. What it throws is logged, and the file, still the
@@ -51,7 +55,6 @@ protected:
 
 private:
     void onFilesNotConsumed(const QList<QString>& files, bool error);
-    void handleNextLater();
     void handleNext();
     void report(const QString& name);
     void complainOnce(const QString& name, const QString& reason);

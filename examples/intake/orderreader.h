@@ -29,7 +29,7 @@ public:
 class OrderReader {
 public:
     /// Bytes; a longer document is no order, and is not read to its end.
-    static constexpr qint64 MaxDocumentSize = 64 * 1024;
+    static constexpr qint64 MaxDocumentSize = 65536;
 
     virtual ~OrderReader() = default;
 

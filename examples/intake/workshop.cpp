@@ -52,7 +52,8 @@ void Workshop::switchLanguage(const QString& lang)
     try {
         translator->setDefaultLang(lang);
         Log::getInstance()->info(text("LanguageSwitched"_L1).arg(lang));
-    } catch (Exception* thrown) { // the form in which a bundle that cannot be read is reported
+    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
+        // the form in which a bundle that cannot be read is reported
         const std::unique_ptr<Exception> failure(thrown);
         translator->setDefaultBundleKey(u"kez"_s, before);
         Log::getInstance()->critical(text("LanguageKept"_L1).arg(before, failure->detail()));
