@@ -122,7 +122,7 @@ void QueueJsonTest::descriptions_data()
         true);
     row("later leaves the rest", R"([{"path":"$","period":1,"keep":false},{"period":2}])", 2,
         false);
-    row("later path", R"([{"path":"/"},{"path":"$"}])", 10000, true);
+    row("later path", R"([{"path":"$/.."},{"path":"$"}])", 10000, true);
     row("no period", R"([{"path":"$","period":0}])", 0, true);
     row("negative period", R"([{"path":"$","period":-1}])", -1, true);
     row("largest period", R"([{"path":"$","period":2147483647}])", 2147483647, true);
