@@ -177,13 +177,14 @@ int childDeletionFailure()
 /// A consumed file is deleted even when the listing does not show it any more.
 int childConsumedFileWithoutPermission()
 {
+    TraceLog traces;
     const QueueDirectory directory;
     EXPECT(directory.create("a"));
     ConsumerAncestor consumer("c");
     FilesQueue queue(directory.path(), {{"c", &consumer}}, true, 0);
     queue.onConsumed("c", "a");
     EXPECT(directory.setMode("a", 0000));
-    TraceLog traces;
+    traces.take();
     queue.onDirectoryChanged();
     EXPECT(traces.take() == QStringList({listingTrace(0), summaryTrace(0, 1, 1, 0)}));
     EXPECT(directory.names().isEmpty());
