@@ -8,9 +8,17 @@
 #include <QFile>
 #include <QXmlStreamReader>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
+
+/// The reader's own isWhitespace() takes no CDATA section for blank.
+bool isBlank(QStringView text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](QChar c) { return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r'; });
+}
 
 /// Tells a document that holds nothing yet (blanks, or an XML declaration) from one that ends
 /// early: to the stream reader both end early, and it does not say what it has seen of the next
@@ -110,7 +118,7 @@ public:
                 _current = _current->parent();
             break;
         case QXmlStreamReader::Characters:
-            if (_current && !reader.isWhitespace())
+            if (_current && !isBlank(reader.text()))
                 _current->setInnerText(reader.text().toString());
             break;
         default:
@@ -187,12 +195,13 @@ void SimpleDom::readDom(QXmlStreamReader& reader)
 {
     Builder builder;
     Prologue prologue(reader);
-    while (reader.readNext() != QXmlStreamReader::EndDocument) {
-        if (reader.tokenType() == QXmlStreamReader::Invalid) {
-            if (!reader.hasError() || prologue.isAll())
+    while (reader.tokenType() != QXmlStreamReader::EndDocument) {
+        if (reader.readNext() == QXmlStreamReader::Invalid) {
+            const QString reason = reader.errorString();
+            if (prologue.isAll())
                 break;
             throw Exception(QStringLiteral("***** ") +
-                            Failure::libraryMessage("ErrorEncountered", reader.errorString()));
+                            Failure::libraryMessage("ErrorEncountered", reason));
         }
         prologue.tokenRead();
         builder.take(reader);
