@@ -1,0 +1,563 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include <kez/xmlelement.h>
+
+#include "support/failuretext.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+#include <QThread>
+
+#include <climits>
+#include <memory>
+
+namespace {
+
+using Element = std::shared_ptr<XmlElement>;
+
+/// Counts the elements that are there.
+class Counted : public XmlElement {
+public:
+    explicit Counted(const QString& name, const Element& parent = nullptr)
+        : XmlElement(name, parent)
+    {
+        ++s_count;
+    }
+    ~Counted() override { --s_count; }
+
+    static inline int s_count = 0;
+};
+
+Element leaf(const char* name)
+{
+    return std::make_shared<XmlElement>(QString::fromUtf8(name), nullptr);
+}
+
+/// A new element that knows its parent and that its parent knows.
+template <typename Type = XmlElement>
+Element childOf(const Element& parent, const char* name)
+{
+    const auto child = std::make_shared<Type>(QString::fromUtf8(name), parent);
+    parent->addChild(child);
+    return child;
+}
+
+/// `depth` elements below each other, with links in both directions.
+template <typename Type = XmlElement>
+Element chain(int depth)
+{
+    const Element root = std::make_shared<Type>(QStringLiteral("n"));
+    Element last = root;
+    for (int i = 1; i < depth; ++i)
+        last = childOf<Type>(last, "n");
+    return root;
+}
+
+QXmlStreamAttributes attributes(const QList<std::pair<const char*, const char*>>& values)
+{
+    QXmlStreamAttributes result;
+    for (const auto& [name, value] : values)
+        result.append(QString::fromUtf8(name), QString::fromUtf8(value));
+    return result;
+}
+
+/// toString() as it is defined, by recursion.
+QString expectedText(const XmlElement& element, int indent)
+{
+    const bool pretty = indent >= 0;
+    const QString margin = pretty ? QString(indent, QLatin1Char(' ')) : QString();
+    const QString newLine = pretty ? QStringLiteral("\n") : QString();
+    const QString unit = pretty ? QStringLiteral("    ") : QString();
+    QString text = margin + QLatin1Char('<') + element.name();
+    if (element.attributes()) {
+        bool first = true;
+        const auto values = element.attributes()->toDictionnary();
+        for (auto it = values->cbegin(); it != values->cend(); ++it, first = false) {
+            if (first || !pretty)
+                text += QLatin1Char(' ');
+            else
+                text += newLine + margin + QString(element.name().size() + 2, QLatin1Char(' '));
+            text += it.key() + QLatin1String("=\"") + it.value() + QLatin1Char('"');
+        }
+    }
+    const QString end = newLine + margin + QLatin1String("</") + element.name() + QLatin1Char('>');
+    if (element.hasChild())
+        text += QLatin1Char('>');
+    if (element.hasInnerText())
+        return text + QLatin1Char('>') + newLine + margin + unit + element.innerText() + end;
+    if (!element.hasChild())
+        return text + QLatin1String("/>");
+    for (int i = 0; i < element.chidrenCount(); ++i)
+        text += newLine + expectedText(*element.childAt(i), pretty ? indent + 4 : indent);
+    return text + end;
+}
+
+Element randomTree(QRandomGenerator& random, int depth)
+{
+    const auto element = std::make_shared<XmlElement>(
+        QString(1 + random.bounded(12), QChar(u'a' + random.bounded(26))), nullptr);
+    for (int i = random.bounded(4); i > 0; --i)
+        element->appendAttribute(QString(1 + i, QChar(u'a' + random.bounded(26))),
+                                 QString::number(random.bounded(1000)));
+    if (random.bounded(5) == 0)
+        element->setInnerText(QString::number(random.bounded(1000)));
+    if (depth > 0) {
+        for (int i = random.bounded(5); i > 0; --i)
+            element->addChild(randomTree(random, depth - 1));
+    }
+    return element;
+}
+
+} // namespace
+
+class TestXmlElement : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanup() { QCOMPARE(Counted::s_count, 0); }
+
+    // Fields
+
+    void newElementHasOnlyItsNameAndParent()
+    {
+        const Element root = leaf("root");
+        const XmlElement element(QStringLiteral("item"), root);
+        QCOMPARE(element.name(), QStringLiteral("item"));
+        QCOMPARE(element.parent(), root);
+        QCOMPARE(element.attributes(), nullptr);
+        QVERIFY(element.innerText().isEmpty());
+        QVERIFY(!element.hasInnerText());
+        QVERIFY(!element.hasChild());
+        QVERIFY(!root->hasChild());
+        QCOMPARE(root->parent(), nullptr);
+    }
+
+    void parentMayBeLeftOut() { QCOMPARE(XmlElement(QStringLiteral("root")).parent(), nullptr); }
+
+    void withoutChildrenThereAreNone()
+    {
+        const Element element = leaf("a");
+        QCOMPARE(element->chidrenCount(), 0);
+        QCOMPARE(element->childAt(0), nullptr);
+        QCOMPARE(element->childAt(-1), nullptr);
+        element->clearChildren();
+        QCOMPARE(element->chidrenCount(), 0);
+    }
+
+    void childrenAreInTheOrderAdded()
+    {
+        const Element root = leaf("root");
+        const Element first = leaf("b");
+        const Element second = leaf("a");
+        root->addChild(first);
+        QVERIFY(root->hasChild());
+        root->addChild(second);
+        root->addChild(first);
+        QCOMPARE(root->chidrenCount(), 3);
+        QCOMPARE(root->childAt(0), first);
+        QCOMPARE(root->childAt(1), second);
+        QCOMPARE(root->childAt(2), first);
+        for (int outside : {-1, 3, INT_MIN, INT_MAX})
+            QCOMPARE(root->childAt(outside), nullptr);
+    }
+
+    void addChildLeavesTheParentAlone()
+    {
+        const Element root = leaf("root");
+        const Element other = leaf("other");
+        const Element child = leaf("child");
+        const auto othersChild = std::make_shared<XmlElement>(QStringLiteral("c"), other);
+        root->addChild(child);
+        root->addChild(othersChild);
+        QCOMPARE(child->parent(), nullptr);
+        QCOMPARE(othersChild->parent(), other);
+    }
+
+    void emptyPointerIsNoChild()
+    {
+        const Element root = leaf("root");
+        root->addChild(nullptr);
+        QVERIFY(!root->hasChild());
+        QCOMPARE(root->chidrenCount(), 0);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root/>"));
+    }
+
+    void innerText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("isText");
+        QTest::newRow("null") << QString() << false;
+        QTest::newRow("empty") << QStringLiteral("") << false;
+        QTest::newRow("a blank") << QStringLiteral(" ") << true;
+        QTest::newRow("a word") << QStringLiteral(u"Été") << true;
+    }
+    void innerText()
+    {
+        QFETCH(QString, text);
+        const Element element = leaf("a");
+        element->setInnerText(QStringLiteral("before"));
+        element->setInnerText(text);
+        QCOMPARE(element->innerText(), text);
+        QTEST(element->hasInnerText(), "isText");
+    }
+
+    // Attributes
+
+    void withoutDictionaryThereIsNoAttribute()
+    {
+        QVERIFY(!leaf("a")->hasAttribute(QStringLiteral("x")));
+        QVERIFY(!leaf("a")->hasAttribute(QString()));
+    }
+
+    void setAttributesReplacesTheDictionary()
+    {
+        const Element element = leaf("a");
+        element->setAttributes(attributes({{"b", "2"}, {"a", "1"}}));
+        const std::shared_ptr<Properties> before = element->attributes();
+        QCOMPARE(before->size(), 2);
+        QVERIFY(element->hasAttribute(QStringLiteral("a")));
+        QVERIFY(!element->hasAttribute(QStringLiteral("A")));
+        element->setAttributes(attributes({{"c", ""}}));
+        QVERIFY(!element->hasAttribute(QStringLiteral("a")));
+        QVERIFY(element->hasAttribute(QStringLiteral("c")));
+        QVERIFY(element->attributes() != before);
+        QCOMPARE(before->size(), 2);
+        element->setAttributes(QXmlStreamAttributes());
+        QVERIFY(element->attributes() != nullptr);
+        QVERIFY(element->attributes()->empty());
+    }
+
+    void attributesAreStoredByLocalName()
+    {
+        const Element element = leaf("a");
+        QXmlStreamAttributes prefixed;
+        prefixed.append(QXmlStreamAttribute(QStringLiteral("urn:x"), QStringLiteral("id"),
+                                            QStringLiteral("7")));
+        element->setAttributes(prefixed);
+        QCOMPARE(element->attributes()->value(QStringLiteral("id")), QStringLiteral("7"));
+    }
+
+    void sameLocalNameTwiceIsRefused()
+    {
+        const Element element = leaf("a");
+        QXmlStreamAttributes same = attributes({{"a", "0"}, {"id", "1"}});
+        same.append(QStringLiteral("urn:x"), QStringLiteral("id"), QStringLiteral("2"));
+        same.append(QStringLiteral("z"), QStringLiteral("3"));
+        const QString text = failureText([&] { element->setAttributes(same); });
+        QVERIFY2(text.startsWith(
+                     QStringLiteral("void Properties::insert(const QString&, const QString&) -> ")),
+                 qPrintable(text));
+        QCOMPARE(element->toString(-1), QStringLiteral("<a a=\"0\" id=\"1\"/>"));
+    }
+
+    void dictionaryIsShared()
+    {
+        const Element element = leaf("a");
+        element->setAttributes(attributes({{"x", "1"}}));
+        element->attributes()->insert(QStringLiteral("y"), QStringLiteral("2"));
+        QVERIFY(element->hasAttribute(QStringLiteral("y")));
+        element->attributes()->clear();
+        QCOMPARE(element->toString(0), QStringLiteral("<a/>"));
+    }
+
+    void appendAttribute_data()
+    {
+        QTest::addColumn<bool>("hasDictionary");
+        QTest::newRow("with a dictionary") << true;
+        QTest::newRow("without one") << false;
+    }
+    void appendAttribute()
+    {
+        QFETCH(bool, hasDictionary);
+        const Element element = leaf("a");
+        if (hasDictionary)
+            element->setAttributes(QXmlStreamAttributes());
+        const QString name = QStringLiteral("x");
+        QVERIFY(element->appendAttribute(name, QStringLiteral("first")));
+        QVERIFY(!element->appendAttribute(name, QStringLiteral("second")));
+        QCOMPARE(element->attributes()->value(name), QStringLiteral("first"));
+        QCOMPARE(element->attributes()->size(), 1);
+    }
+
+    void updateAttributeReturnsTheValueBefore()
+    {
+        const Element element = leaf("a");
+        element->appendAttribute(QStringLiteral("x"), QStringLiteral("1"));
+        QCOMPARE(element->updateAttribute(QStringLiteral("x"), QStringLiteral("2")),
+                 QStringLiteral("1"));
+        QCOMPARE(element->updateAttribute(QStringLiteral("x"), QString()), QStringLiteral("2"));
+        QCOMPARE(element->toString(0), QStringLiteral("<a x=\"\"/>"));
+    }
+
+    void updateOfAMissingAttributeFails()
+    {
+        const Element element = leaf("a");
+        const auto update = [&](const char* name) {
+            return failureText(
+                [&] { element->updateAttribute(QString::fromLatin1(name), QStringLiteral("v")); });
+        };
+        QCOMPARE(update("x"), QStringLiteral("L'attribut [x] n'existe pas"));
+        QCOMPARE(element->attributes(), nullptr);
+        element->appendAttribute(QStringLiteral("y"), QStringLiteral("1"));
+        QCOMPARE(update("%1%2"), QStringLiteral("L'attribut [%1%2] n'existe pas"));
+        QCOMPARE(element->toString(0), QStringLiteral("<a y=\"1\"/>"));
+    }
+
+    // Text
+
+    void toString_data()
+    {
+        QTest::addColumn<Element>("element");
+        QTest::addColumn<int>("indent");
+        QTest::addColumn<QString>("text");
+        const auto row = [](const char* name, const Element& element, int indent,
+                            const char16_t* text) {
+            QTest::newRow(name) << element << indent << QString::fromUtf16(text);
+        };
+        const Element item = leaf("item");
+        item->setAttributes(attributes({{"b", "2"}, {"a", "1"}}));
+        const Element root = leaf("root");
+        root->addChild(item);
+        const Element msg = leaf("msg");
+        msg->setInnerText(QStringLiteral("Hello"));
+
+        row("bare", leaf("name"), 0, u"<name/>");
+        row("bare, further in", leaf("name"), 3, u"   <name/>");
+        row("bare, on one line", leaf("name"), -1, u"<name/>");
+        row("attributes below each other", item, 0, u"<item a=\"1\"\n      b=\"2\"/>");
+        row("attributes further in", item, 2, u"  <item a=\"1\"\n        b=\"2\"/>");
+        row("attributes on one line", item, -1, u"<item a=\"1\" b=\"2\"/>");
+        row("child", root, 0, u"<root>\n    <item a=\"1\"\n          b=\"2\"/>\n</root>");
+        row("child further in", root, 1,
+            u" <root>\n     <item a=\"1\"\n           b=\"2\"/>\n "
+            u"</root>");
+        row("child on one line", root, -1, u"<root><item a=\"1\" b=\"2\"/></root>");
+        row("any negative is one line", root, INT_MIN, u"<root><item a=\"1\" b=\"2\"/></root>");
+        row("text", msg, 0, u"<msg>\n    Hello\n</msg>");
+        row("text further in", msg, 2, u"  <msg>\n      Hello\n  </msg>");
+        row("text on one line", msg, -1, u"<msg>Hello</msg>");
+
+        const Element nested = leaf("a");
+        nested->addChild(root);
+        nested->addChild(msg);
+        nested->addChild(leaf("end"));
+        row("nested", nested, 0,
+            u"<a>\n    <root>\n        <item a=\"1\"\n              b=\"2\"/>\n    </root>\n"
+            u"    <msg>\n        Hello\n    </msg>\n    <end/>\n</a>");
+        row("nested on one line", nested, -1,
+            u"<a><root><item a=\"1\" b=\"2\"/></root><msg>Hello</msg><end/></a>");
+
+        const Element withBoth = leaf("p");
+        withBoth->appendAttribute(QStringLiteral("k"), QStringLiteral("v"));
+        withBoth->addChild(leaf("hidden"));
+        withBoth->setInnerText(QStringLiteral("text"));
+        row("text and child", withBoth, 0, u"<p k=\"v\">>\n    text\n</p>");
+        row("text and child on one line", withBoth, -1, u"<p k=\"v\">>text</p>");
+
+        const Element attributed = leaf("e");
+        attributed->setAttributes(attributes({{"b", "2"}, {"a", "1"}, {"B", "0"}}));
+        attributed->addChild(leaf("c"));
+        row("attributes and child", attributed, 0,
+            u"<e B=\"0\"\n   a=\"1\"\n   b=\"2\">\n    <c/>\n</e>");
+        const Element named = leaf("a&b");
+        named->appendAttribute(QStringLiteral("<"), QStringLiteral("say \"hi\" & <go>"));
+        named->setInnerText(QStringLiteral("1 < 2 && 3 > 2\n]]>"));
+        row("nothing is escaped", named, -1,
+            u"<a&b <=\"say \"hi\" & <go>\">1 < 2 && 3 > 2\n]]></a&b>");
+        const Element emptied = leaf("e");
+        emptied->setAttributes(QXmlStreamAttributes());
+        row("no attributes in a dictionary", emptied, 0, u"<e/>");
+        row("no name", leaf(""), 0, u"</>");
+    }
+    void toString()
+    {
+        QFETCH(Element, element);
+        QFETCH(int, indent);
+        QTEST(element->toString(indent), "text");
+        QCOMPARE(element->toString(indent), expectedText(*element, indent));
+    }
+
+    void anyTreeIsWrittenAsDefined()
+    {
+        QRandomGenerator random(7);
+        for (int i = 0; i < 200; ++i) {
+            const Element tree = randomTree(random, 5);
+            for (int indent : {-1, 0, 3})
+                QCOMPARE(tree->toString(indent), expectedText(*tree, indent));
+        }
+    }
+
+    // Lives
+
+    void childKeepsItsParent()
+    {
+        Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        const std::weak_ptr<XmlElement> watched = root;
+        Element child = std::make_shared<Counted>(QStringLiteral("child"), root);
+        root.reset();
+        QVERIFY(!watched.expired());
+        QCOMPARE(child->parent()->name(), QStringLiteral("root"));
+        child.reset();
+        QVERIFY(watched.expired());
+    }
+
+    void parentKeepsItsChildren()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        root->addChild(std::make_shared<Counted>(QStringLiteral("child")));
+        QCOMPARE(Counted::s_count, 2);
+        QCOMPARE(root->childAt(0)->name(), QStringLiteral("child"));
+    }
+
+    void treeWithParentsStaysUntilItIsTakenApart()
+    {
+        Element root = chain<Counted>(5);
+        const std::weak_ptr<XmlElement> watched = root;
+        root.reset();
+        QCOMPARE(Counted::s_count, 5);
+        watched.lock()->clearChildren();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void heldElementSurvivesTakingApartWithItsParents()
+    {
+        const Element root = chain<Counted>(5);
+        Element held = root->childAt(0)->childAt(0);
+        root->clearChildren();
+        QVERIFY(!root->hasChild());
+        QCOMPARE(Counted::s_count, 3);
+        QVERIFY(!held->hasChild());
+        QCOMPARE(held->parent()->parent(), root);
+        QVERIFY(!held->parent()->hasChild());
+        root->addChild(held);
+        QCOMPARE(root->childAt(0), held);
+        root->clearChildren();
+        held.reset();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void sharedChildIsTakenApartOnce()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        const Element branch = childOf<Counted>(root, "branch");
+        for (int i = 0; i < 3; ++i)
+            branch->addChild(childOf<Counted>(root, "shared"));
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    // Size
+
+    void depthIsNotTheStacks_data()
+    {
+        QTest::addColumn<int>("depth");
+        QTest::newRow("ten thousand") << 10000;
+        QTest::newRow("a million") << 1000000;
+    }
+    void depthIsNotTheStacks()
+    {
+        QFETCH(int, depth);
+        const Element root = chain<Counted>(depth);
+        const QString text = root->toString(-1);
+        QCOMPARE(text.size(), qsizetype(depth) * 7 - 3);
+        QVERIFY(text.startsWith(QStringLiteral("<n><n><n>")));
+        QVERIFY(text.contains(QStringLiteral("<n><n/></n>")));
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void deepTreeWithoutParentsIsReleased()
+    {
+        constexpr int Depth = 300000;
+        Element top = std::make_shared<Counted>(QStringLiteral("n"));
+        for (int i = 1; i < Depth; ++i) {
+            const Element above = std::make_shared<Counted>(QStringLiteral("n"));
+            above->addChild(top);
+            top = above;
+        }
+        QCOMPARE(Counted::s_count, Depth);
+        top.reset();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void longLineOfParentsIsReleased()
+    {
+        constexpr int Depth = 300000;
+        Element last = std::make_shared<Counted>(QStringLiteral("n"));
+        for (int i = 1; i < Depth; ++i)
+            last = std::make_shared<Counted>(QStringLiteral("n"), last);
+        QCOMPARE(Counted::s_count, Depth);
+        last.reset();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void lastElementOfATreeTakenApartReleasesItsParents()
+    {
+        constexpr int Depth = 300000;
+        Element root = chain<Counted>(Depth);
+        Element last = root;
+        while (last->hasChild())
+            last = last->childAt(0);
+        root->clearChildren();
+        root.reset();
+        QCOMPARE(Counted::s_count, Depth);
+        last.reset();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void smallStackIsEnough()
+    {
+        bool isReleased = false;
+        const std::unique_ptr<QThread> thread(QThread::create([&isReleased] {
+            Element root = chain<Counted>(100000);
+            const bool isWritten = !root->toString(-1).isEmpty();
+            root->clearChildren();
+            root.reset();
+            isReleased = isWritten && Counted::s_count == 0;
+        }));
+        thread->setStackSize(256 * 1024);
+        thread->start();
+        QVERIFY(thread->wait());
+        QVERIFY(isReleased);
+    }
+
+    void deepTreeIsIndented()
+    {
+        constexpr int Depth = 2000;
+        const Element root = chain(Depth);
+        const QStringList lines = root->toString(0).split(QLatin1Char('\n'));
+        QCOMPARE(lines.size(), 2 * Depth - 1);
+        QCOMPARE(lines.at(Depth - 1),
+                 QString(4 * (Depth - 1), QLatin1Char(' ')) + QStringLiteral("<n/>"));
+        QCOMPARE(lines.at(Depth),
+                 QString(4 * (Depth - 2), QLatin1Char(' ')) + QStringLiteral("</n>"));
+        QCOMPARE(lines.last(), QStringLiteral("</n>"));
+        root->clearChildren();
+    }
+
+    void millionSiblings()
+    {
+        constexpr int Count = 1000000;
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        for (int i = 0; i < Count; ++i)
+            childOf<Counted>(root, "n");
+        QCOMPARE(root->chidrenCount(), Count);
+        QCOMPARE(root->toString(-1).size(), qsizetype(Count) * 4 + 13);
+        QCOMPARE(root->toString(0).size(), qsizetype(Count) * 9 + 14);
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void hugeValuesAreWritten()
+    {
+        const Element element = leaf("a");
+        const QString huge(10000000, QLatin1Char('x'));
+        element->appendAttribute(QStringLiteral("k"), huge);
+        element->setInnerText(huge);
+        QCOMPARE(element->toString(-1).size(), 2 * huge.size() + 12);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestXmlElement)
+#include "tst_xmlelement.moc"
