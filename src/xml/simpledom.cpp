@@ -25,11 +25,12 @@ bool isBlank(QStringView text)
 /// token.
 class Prologue {
 public:
-    /// Watches the reader's device, if it has one. Made before the first token is read.
-    explicit Prologue(QXmlStreamReader& reader) : _reader(reader)
+    /// Watches the device of a reader that has not begun, if it has one.
+    explicit Prologue(QXmlStreamReader& reader)
+        : _reader(reader), _isOver(reader.tokenType() != QXmlStreamReader::NoToken)
     {
         QIODevice* device = reader.device();
-        if (device == nullptr || device->isTransactionStarted())
+        if (_isOver || device == nullptr || device->isTransactionStarted())
             return;
         _device = device;
         _device->startTransaction();
@@ -90,8 +91,8 @@ private:
     static constexpr qint64 ChunkSize = 16384;
 
     QXmlStreamReader& _reader;
+    bool _isOver;
     QIODevice* _device = nullptr;
-    bool _isOver = false;
     bool _isDeclared = false;
 };
 

@@ -563,6 +563,18 @@ private Q_SLOTS:
         QCOMPARE(dom.toString(false), QString());
     }
 
+    void readerThatHasBegunGivesNoPrologue()
+    {
+        SimpleDom dom(QStringLiteral("<x/>"));
+        OpenFile document("<?xml version='1.0'?><r");
+        QVERIFY(document.isOpen());
+        QXmlStreamReader reader(document.file());
+        QCOMPARE(reader.readNext(), QXmlStreamReader::StartDocument);
+        for (int i = 0; i < 2; ++i)
+            QCOMPARE(failureText([&] { dom.readDom(reader); }),
+                     QStringLiteral("***** Error encountered: Premature end of document."));
+    }
+
     // Lives
 
     void elementsOfATemporaryAreWhole()
