@@ -15,6 +15,7 @@ table='
 0: kez_global.h dictionnary.h exception.h frame/exception.cpp
 0: frame/keyvalue_p.h frame/lines_p.h frame/qtmessage_p.h i18n/systemlanguage_p.h
 0: datewatcher.h text/datewatcher.cpp memory.h text/memory.cpp
+0: metatype.h reflection/metatype.cpp
 0: regexprovider.h text/regexprovider.cpp urlhelper.h text/urlhelper.cpp
 0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
 1: langbundle.h i18n/langbundle.cpp
@@ -23,7 +24,9 @@ table='
 2: properties.h config/properties.cpp config/propertiesreader_p.h config/numberproperty_p.h
 2: iconfigcontroller.h config/iconfigcontroller.cpp
 2: filehelper.h text/filehelper.cpp
+2: metatypes.h reflection/metatypes.cpp
 3: loggerlevel.h log/loggerlevel.cpp
+2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp simpledom.h xml/simpledom.cpp
 3: logger.h log/logger.cpp log/logformatter.cpp log/loggerrotation.cpp log/loggerdescription.cpp
 3: log/logring_p.h log/logring.cpp log/banner_p.h
 3: loggerconfigcontroller.h log/loggerconfigcontroller.cpp
