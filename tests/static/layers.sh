@@ -17,12 +17,19 @@ table='
 0: datewatcher.h text/datewatcher.cpp memory.h text/memory.cpp
 0: metatype.h reflection/metatype.cpp
 0: regexprovider.h text/regexprovider.cpp urlhelper.h text/urlhelper.cpp
+0: text.h text/text.cpp text/textformat.cpp text/latin.cpp
+0: randomgenerator.h ids/randomgenerator.cpp
 0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
 1: langbundle.h i18n/langbundle.cpp
 1: translator.h i18n/translator.cpp frame/failure_p.h
+1: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
+1: uidgenerator.h ids/uidgenerator.cpp ids/uidwords_p.h
 2: identity.h frame/kez.cpp
 2: properties.h config/properties.cpp config/propertiesreader_p.h config/numberproperty_p.h
 2: iconfigcontroller.h config/iconfigcontroller.cpp
+2: metatype.h reflection/metatype.cpp metatypes.h reflection/metatypes.cpp
+2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp
+2: simpledom.h xml/simpledom.cpp
 2: filehelper.h text/filehelper.cpp
 2: metatypes.h reflection/metatypes.cpp
 3: loggerlevel.h log/loggerlevel.cpp
