@@ -19,10 +19,10 @@ table='
 0: regexprovider.h text/regexprovider.cpp urlhelper.h text/urlhelper.cpp
 0: text.h text/text.cpp text/textformat.cpp text/latin.cpp
 0: randomgenerator.h ids/randomgenerator.cpp
+0: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
 0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
 1: langbundle.h i18n/langbundle.cpp
 1: translator.h i18n/translator.cpp frame/failure_p.h
-1: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
 1: uidgenerator.h ids/uidgenerator.cpp ids/uidwords_p.h
 2: identity.h frame/kez.cpp
 2: properties.h config/properties.cpp config/propertiesreader_p.h config/numberproperty_p.h
