@@ -80,6 +80,7 @@ public:
     bool displayPropertiesWithinBanner() const;
 
     /// The attached logger, or a new one. A new one is not kept: every call builds another.
+    /// Throws as buildFileSystemLogger() does.
     std::shared_ptr<Logger> getOrbuildFileSystemLogger() const;
 
     /// Writes the start banner to the attached logger, whatever its filter; does nothing without a
@@ -117,5 +118,6 @@ KEZ_EXPORT QDataStream& operator<<(QDataStream& stream, const Config& config);
 
 /// Reads to the end of the stream and replaces the properties, and the logger by the one that they
 /// describe (an empty Logger without "log.filename"). A corrupt stream leaves the configuration as
-/// it was and says so by its status. Throws as Config::buildFileSystemLogger does.
+/// it was and says so by its status. Throws as Config::buildFileSystemLogger does; the properties
+/// are the new ones then, and the logger is the one before.
 KEZ_EXPORT QDataStream& operator>>(QDataStream& stream, Config& config);

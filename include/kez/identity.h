@@ -9,7 +9,8 @@
 
 /// Who made the library and which version it is.
 ///
-/// *Threads*: any thread, once set-up is done (see initlib.h).
+/// *Threads*: any thread, once set-up is done (see initlib.h); what shows the copyright, as the
+/// translator's look-ups.
 /// *Owns*: nothing.
 /// *Fails*: never.
 namespace Kez {

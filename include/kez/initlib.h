@@ -13,9 +13,11 @@
 ///
 /// Set-up runs once per process. It picks the language of the messages (`LANG` up to its last ".",
 /// else the system locale, else "en_US" when the library has no such bundle), makes module "kez" in
-/// that language the translator's default and loads the library's own bundle. A bundle that cannot
-/// be inserted is reported on Qt's critical message channel and set-up carries on; what
-/// LangBundle::load throws travels on to the caller, and a later kezInit() then tries again.
+/// that language the translator's default and loads the library's own bundle. An
+/// Exception on the way is reported on Qt's critical message channel and set-up carries on; what
+/// LangBundle::load throws, a pointer, travels on to the caller, and a later kezInit() then tries
+/// again. Applications compile their own bundles into another directory than ":resources/lang": a
+/// language that only they have there is chosen, and makes set-up throw.
 ///
 /// *Threads*: kezInit, KezAutoInit: any thread, callers wait for the one that runs set-up.
 /// kezEnsureInit, kezCleanup: one thread at a time.

@@ -17,7 +17,7 @@
 /// skipped, and the last of several lines with the same key counts. Texts are kept as read: no
 /// escape sequences, and "%1", "%2" are left to the caller.
 ///
-/// *Threads*: any thread while nobody writes through begin().
+/// *Threads*: any thread while nobody calls begin() or end(), which may write even to iterate.
 /// *Owns*: its texts; created in a shared pointer by load().
 /// *Fails*: load() throws a pointer; the rest never.
 class KEZ_EXPORT LangBundle {

@@ -51,7 +51,8 @@ public:
     /// Never null: without an instance, one that logs to Qt's message output is made.
     static Log* getInstance();
 
-    /// The languages for which the library has a bundle of its own: "en_US", "fr_FR".
+    /// The language codes of the bundles that are compiled in below ":resources/lang": "en_US",
+    /// "fr_FR". An application's files there are listed too, whatever their module.
     static QStringList languages();
 
     /// The default logger.

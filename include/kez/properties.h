@@ -20,7 +20,8 @@
 ///
 /// *Threads*: one thread at a time, all holders of the shared map included.
 /// *Owns*: a map of its own, which toDictionnary() shares.
-/// *Fails*: throws Exception, as said at each function; the map is then unchanged.
+/// *Fails*: throws Exception, as said at each function; but for insert() of a map, the map is then
+/// unchanged.
 class KEZ_EXPORT Properties {
 public:
     using iterator = Dictionnary::iterator;
@@ -30,7 +31,7 @@ public:
     Properties();
 
     /// Copies every entry of `map`.
-    explicit Properties(const QMap<QString, QString>& map);
+    Properties(const QMap<QString, QString>& map);
 
     /// Copies the entries; the maps are not shared.
     Properties(const Properties& other);
@@ -51,7 +52,8 @@ public:
     ///
     /// Throws Exception: FileAlreadyExists (without `overwrite`), CannotDeleteFile,
     /// FileCreatingFailure, CannotWriteLine with the line that failed; the lines before it stay in
-    /// the file.
+    /// the file. With `overwrite` the file that is there is deleted first: it is lost when writing
+    /// fails after that.
     static void saveProperties(const QString& path, const QMap<QString, QString>& map,
                                bool overwrite = false);
 

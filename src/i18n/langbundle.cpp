@@ -4,6 +4,7 @@
 #include "kez/langbundle.h"
 #include "frame/failure_p.h"
 #include "frame/keyvalue_p.h"
+#include "i18n/bracketed_p.h"
 #include "kez/exception.h"
 
 #include <QFile>
@@ -121,7 +122,7 @@ QString LangBundle::bundleFileName() const
 QString LangBundle::text(const QString& key) const
 {
     const QString* const found = find(key);
-    return found ? *found : QLatin1Char('[') + key + QLatin1Char(']');
+    return found ? *found : bracketed(key);
 }
 
 bool LangBundle::contains(const QString& key) const

@@ -4,6 +4,7 @@
 #include "kez/translator.h"
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
+#include "i18n/bracketed_p.h"
 #include "i18n/systemlanguage_p.h"
 #include "kez/exception.h"
 
@@ -12,11 +13,6 @@ namespace {
 QString bundleKey(const QString& module, const QString& lang)
 {
     return module + QLatin1Char('.') + lang;
-}
-
-QString bracketed(const QString& key)
-{
-    return QLatin1Char('[') + key + QLatin1Char(']');
 }
 
 } // namespace

@@ -13,7 +13,7 @@ set -euo pipefail
 # layer: files, x.h meaning include/kez/x.h and a/x.cpp meaning src/a/x.cpp
 table='
 0: kez_global.h dictionnary.h exception.h frame/exception.cpp
-0: frame/keyvalue_p.h frame/lines_p.h frame/qtmessage_p.h i18n/systemlanguage_p.h
+0: frame/keyvalue_p.h frame/lines_p.h frame/qtmessage_p.h i18n/systemlanguage_p.h i18n/bracketed_p.h
 0: datewatcher.h text/datewatcher.cpp memory.h text/memory.cpp
 0: metatype.h reflection/metatype.cpp
 0: regexprovider.h text/regexprovider.cpp urlhelper.h text/urlhelper.cpp

@@ -1,0 +1,12 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include <QString>
+
+/// How a key without a text reads, so that a missing text is visible.
+inline QString bracketed(const QString& key)
+{
+    return QLatin1Char('[') + key + QLatin1Char(']');
+}
