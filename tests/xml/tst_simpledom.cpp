@@ -790,6 +790,19 @@ private Q_SLOTS:
         QVERIFY(watched.expired());
     }
 
+    void treeStaysWholeWhenAnotherThatHoldsAPartOfItGoes()
+    {
+        const SimpleDom dom(QStringLiteral("<x><y><z/></y></x>"));
+        {
+            const SimpleDom other(QStringLiteral("<a/>"));
+            first(other, "a")->addChild(first(dom, "y"));
+            const Element top = counted("top");
+            top->addChild(first(dom, "y"));
+            top->clearChildren();
+        }
+        QCOMPARE(dom.toString(false), QStringLiteral("<x><y><z/></y></x>"));
+    }
+
     void elementThatTwoTreesHoldStaysWholeForBoth()
     {
         auto one = std::make_unique<SimpleDom>(QStringLiteral("<a/>"));
@@ -830,6 +843,20 @@ private Q_SLOTS:
         QCOMPARE(dom->toString(false), QStringLiteral("<a><b><c/></b></a>"));
         held.reset();
         QVERIFY(!watched.expired());
+    }
+
+    void removedElementsGoWithTheTree()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b><d/></a>"));
+        Element held = first(*dom, "d");
+        const auto leaf = watch(held);
+        const auto branch = watch(first(*dom, "b"));
+        first(*dom, "a")->clearChildren();
+        dom.reset();
+        QVERIFY(!leaf.expired() && !branch.expired());
+        QCOMPARE(held->parent()->toString(-1), QStringLiteral("<a/>"));
+        held.reset();
+        QVERIFY(leaf.expired() && branch.expired());
     }
 
     // Size
