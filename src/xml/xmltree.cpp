@@ -3,6 +3,8 @@
 
 #include "xml/xmltree_p.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -44,8 +46,8 @@ QList<std::shared_ptr<XmlElement>> XmlTree::elementsByName(const std::shared_ptr
         if (!element->_children)
             continue;
         const auto& children = *element->_children;
-        for (auto child = children.crbegin(); child != children.crend(); ++child)
-            pending.push_back(&*child);
+        std::transform(children.crbegin(), children.crend(), std::back_inserter(pending),
+                       [](const std::shared_ptr<XmlElement>& child) { return &child; });
     }
     return found;
 }
