@@ -47,8 +47,7 @@ void IntakeConsumer::ask()
     }
     _hasArrivals = false;
     _isAsking = true;
-    Q_EMIT
-    requestForFiles(id());
+    Q_EMIT requestForFiles(id());
     _isAsking = false;
     if (!_files.isEmpty())
         Q_EMIT fileAtHand();
@@ -86,8 +85,7 @@ void IntakeConsumer::handleNext()
 void IntakeConsumer::report(const QString& name)
 {
     try {
-        Q_EMIT
-        consumed(id(), name);
+        Q_EMIT consumed(id(), name);
     } catch (const Exception& failure) {
         Log::getInstance()->warning(
             text("ReportRefused"_L1).arg(printable(name), failure.detail()));

@@ -45,12 +45,10 @@ void UnixSignals::readOne()
     if (::read(_descriptor, &info, sizeof info) != ssize_t{sizeof info})
         return;
     if (info.ssi_signo == SIGHUP) {
-        Q_EMIT
-        hangUpReceived();
+        Q_EMIT hangUpReceived();
         return;
     }
-    Q_EMIT
-    terminateReceived(info.ssi_signo == SIGINT ? u"SIGINT"_s : u"SIGTERM"_s);
+    Q_EMIT terminateReceived(info.ssi_signo == SIGINT ? u"SIGINT"_s : u"SIGTERM"_s);
 }
 
 } // namespace intake

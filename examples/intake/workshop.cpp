@@ -78,14 +78,12 @@ QString WorkerThread::failure() const
 
 void WorkerThread::switchLanguage(const QString& lang)
 {
-    Q_EMIT
-    languageWanted(lang);
+    Q_EMIT languageWanted(lang);
 }
 
 void WorkerThread::stop()
 {
-    Q_EMIT
-    stopWanted();
+    Q_EMIT stopWanted();
 }
 
 void WorkerThread::run()
@@ -97,8 +95,7 @@ void WorkerThread::run()
                 Qt::BlockingQueuedConnection);
         connect(this, &WorkerThread::stopWanted, &workshop, &Workshop::stop);
         workshop.start();
-        Q_EMIT
-        ready();
+        Q_EMIT ready();
         exec();
     } catch (const Exception& failure) {
         _failure = failure.detail();

@@ -17,7 +17,8 @@
 ///
 /// *Threads*: the object's thread.
 /// *Owns*: its identifier.
-/// *Fails*: never.
+/// *Fails*: never; emitting consumed() in the queue's thread throws what FilesQueue::onConsumed
+/// throws.
 class KEZ_EXPORT ConsumerAncestor : public QObject {
     Q_OBJECT
 

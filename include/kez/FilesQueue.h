@@ -32,8 +32,13 @@ class QTimer;
 /// The queue is built in one thread, moved to the thread of its choice, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files.
 ///
-/// *Threads*: the object's thread, but for appendConsumer(): any thread. Signals between the queue
-/// and its consumers cross threads by themselves.
+/// Without consumers nothing is ever deleted. A file whose name is not UTF-8 never enters.
+///
+/// *Threads*: the object's thread, but for appendConsumer(): any thread, while nobody asks for
+/// index() or isConsumedFromAll(). Signals between the queue and its consumers cross threads by
+/// themselves. A slot in another thread that a re-scan waits for (a blocking connection) may ask
+/// for size(), fileIndex() and the like, and must not call appendConsumer(), onConsumed() or
+/// onRequestForFiles() directly.
 /// *Owns*: its entries, which are destroyed when they leave the queue; not its consumers.
 /// *Fails*: the constructor, isConsumedFromAll() and initFilesQueue() throw Exception; onConsumed()
 /// throws Exception or a pointer to one.
@@ -112,6 +117,10 @@ public Q_SLOTS:
     ///
     /// Throws a POINTER to a new Exception, which the catcher deletes, for an unknown consumer, and
     /// an Exception for an unknown file. Callers rely on both forms.
+    ///
+    /// The exception reaches whoever delivered the call: the consumer that emits consumed() in the
+    /// queue's thread, or, for a consumer in another thread, the event loop of the queue's, which
+    /// ends the process unless QCoreApplication::notify() catches it.
     void onConsumed(const QString& id, const QString& fileName);
 
     /// Answers through filesNotConsumed().
@@ -130,6 +139,8 @@ private:
     struct Changes;
     class Locker;
 
+    QFileInfoList listFiles() const;
+    QList<QString> filesNotConsumedBy(int consumer) const;
     void loadEntries();
     void purgeDirectory() const;
     void appendEntry(const QString& fileName);

@@ -60,7 +60,7 @@ public:
     /// The volume of a directory. Throws Exception: NotDirectory.
     static QStorageInfo device(const QString& path);
 
-    /// The free bytes on the volume of a file or directory.
+    /// The free bytes on the volume of a file or directory; of a link to a file, where the link is.
     ///
     /// Throws Exception: FileDoesntExist, NotFileOrDir.
     static quint64 freeSpace(const QString& path);
@@ -74,7 +74,8 @@ public:
     /// cannot be written), CannotDeleteSubdir, CannotDeleteFile, both naming the directory.
     static void cleanDirectory(const QString& path);
 
-    /// Loads a dynamic library, which stays loaded.
+    /// Loads a dynamic library, which stays loaded. What is neither a file nor a directory counts
+    /// as not readable.
     ///
     /// Throws Exception: FileNotReadable, LibLoadingFailure with the loader's text.
     static void loadLibrary(const QString& path);

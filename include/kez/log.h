@@ -96,6 +96,7 @@ public:
     std::shared_ptr<Logger> removeLogger(const QString& name);
 
 private:
+    void write(const char* signature, LoggerLevel::LogLevel level, const char* msg);
     Logger& defaultLogger(const char* signature) const;
 
     std::shared_ptr<Logger> _spLogger;

@@ -39,8 +39,9 @@ class Properties;
 /// one; then its line goes to Qt's debug output instead of the file. close(), the file handles and
 /// the rotation functions are for one thread, while nobody writes.
 /// *Owns*: its file. The stream of duplicatedDescriptor() outlives the logger.
-/// *Fails*: the constructor and duplicateLogFile() throw Exception; trouble while writing a line is
-/// never thrown.
+/// *Fails*: the constructor and duplicateLogFile() throw Exception. A file that does not take a
+/// line is never thrown; what a formatter throws passes, and what else goes wrong while a line is
+/// written (memory exhaustion) is thrown as Exception.
 class KEZ_EXPORT Logger {
 public:
     /// A logger without a file: every line goes to Qt's message output.
@@ -149,14 +150,19 @@ public:
 
     /// A second handle on the log file, for code that writes through stdio; null until the logger
     /// opened an existing file, rotated, or was asked by duplicateLogFile(). It follows the
-    /// rotations: the same stream then writes to the new file.
+    /// rotations: the same stream then writes to the new file. It is for writing: each line moves
+    /// the position that it would read from.
+    ///
+    /// While the logger lives, only close() and closeDuplicatedHandle() may close it; afterwards
+    /// its holder does.
     FILE* duplicatedDescriptor() const;
 
     /// Closes that stream. The pointer is not reset: it must not be used afterwards.
     void closeDuplicatedHandle();
 
     /// Whether the current file is full or too old; false without a file. Too old means: born
-    /// `timeout` days ago or more, or last modified then on a file system that records no birth.
+    /// `timeout` days ago or more; on a file system that records no birth, last modified then when
+    /// it was opened.
     bool needsRotate() const;
 
     /// The same, or whether `text` would make the file reach the size limit.
@@ -176,6 +182,7 @@ private:
 
     Logger(const Logger& other);
 
+    void openNewestFile();
     bool appendToFile(LoggerLevel::LogLevel level, QString& line);
     QString ringFileName(unsigned int index) const;
     bool openRingFile(unsigned int index, QIODevice::OpenMode mode);

@@ -36,7 +36,8 @@ public:
     int bounded(int low, int high);
 
     /// A value from `low` to below `high`, by one 64-bit draw or more; a range of one value takes
-    /// one draw too. `low` must be below `high`: if it is not, an empty range gives `low`.
+    /// one draw too. `low` must be below `high`: equal to it, it is what comes out;
+    /// above it, any value.
     qint64 bounded64(qint64 low, qint64 high);
 
     /// Replaces every byte, by one 32-bit draw each.

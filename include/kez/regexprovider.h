@@ -22,7 +22,8 @@ class KEZ_EXPORT RegexProvider {
 public:
     using Options = QRegularExpression::PatternOptions;
 
-    /// A text with a carriage return, a line feed or a vertical bar in it.
+    /// A text with one carriage return, line feed or vertical bar in it; a further line feed keeps
+    /// it from matching, unless the options let "." match it.
     static QRegularExpression
     regexForLineBreak(Options options = QRegularExpression::NoPatternOption);
 

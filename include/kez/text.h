@@ -15,8 +15,8 @@
 /// The HTML entities of the Latin-1 characters, by code point: 100 rows, built when the library is
 /// loaded and never changed.
 ///
-/// Eight of them are not the entities of the HTML standard, and are kept because stored documents
-/// hold them: 198 "&Aelig;", 204 to 207 "&lgrave;", "&lacute;", "&lcirc;", "&luml;" (a lower-case
+/// Eight of them are not the entities that HTML gives these characters; callers rely on them all
+/// the same: 198 "&Aelig;", 204 to 207 "&lgrave;", "&lacute;", "&lcirc;", "&luml;" (a lower-case
 /// L), 224 "&agrav;", 247 "&otilde;" (as 245), 253 "&yacut;".
 /// Code point 160 and every other one that is not listed have no entity.
 KEZ_EXPORT extern const QMap<int, QString> LATIN;

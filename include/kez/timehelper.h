@@ -8,7 +8,7 @@
 /// Waiting without holding up the thread's events.
 ///
 /// *Threads*: any thread that may run an event loop.
-/// *Owns*: an event loop per thread, kept for the thread's next pause.
+/// *Owns*: event loops, one per pause within a pause, kept for the thread's next ones.
 /// *Fails*: never.
 class KEZ_EXPORT TimeHelper {
 public:
@@ -17,5 +17,6 @@ public:
     /// Waits while the calling thread's timers and queued signals are processed; 0 or less for one
     /// round of events. Returns early when the thread's event loops are told to quit. May be called
     /// again from a slot that runs meanwhile: the outer pause then ends after the inner one.
+    /// Without an application object there are no events, and the thread sleeps.
     static void pause(int milliseconds);
 };

@@ -14,7 +14,8 @@
 /// *Fails*: never.
 class KEZ_EXPORT UrlHelper {
 public:
-    /// Whether the text is or contains an address.
+    /// Whether the text is or contains an address. For short texts: the cost grows with the square
+    /// of a run of dotted words, and a run of tens of thousands of characters is given up.
     static bool isEmailValid(const QString& text);
 
     /// Whether the text begins with "http://" or "https://", in lower case, and is a URL.

@@ -37,7 +37,10 @@ UidGenerator* UidGenerator::getInstance(unsigned char size, IUidVerifier* verifi
         instance._spVerifier = std::make_shared<DefaultUidVerifier>(DefaultVerifierUidSize);
     // A parent deletes its children, and this object was not made by new.
     if (parent)
-        connect(parent, &QObject::destroyed, &instance, [] { instance.setParent(nullptr); });
+        // Directly: by the time a queued call came, the parent would have deleted the instance.
+        connect(
+            parent, &QObject::destroyed, &instance, [] { instance.setParent(nullptr); },
+            Qt::DirectConnection);
     instance._initialized = true;
     return &instance;
 }

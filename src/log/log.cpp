@@ -140,7 +140,7 @@ void Log::debug(const QString& msg)
 
 void Log::debug(const char* msg)
 {
-    defaultLogger("void Log::debug(const char*)").debug(QString::fromUtf8(msg));
+    write("void Log::debug(const char*)", LoggerLevel::debug, msg);
 }
 
 void Log::info(const QString& msg)
@@ -150,7 +150,7 @@ void Log::info(const QString& msg)
 
 void Log::info(const char* msg)
 {
-    defaultLogger("void Log::info(const char*)").info(QString::fromUtf8(msg));
+    write("void Log::info(const char*)", LoggerLevel::info, msg);
 }
 
 void Log::warning(const QString& msg)
@@ -160,7 +160,7 @@ void Log::warning(const QString& msg)
 
 void Log::warning(const char* msg)
 {
-    defaultLogger("void Log::warning(const char*)").warning(QString::fromUtf8(msg));
+    write("void Log::warning(const char*)", LoggerLevel::warning, msg);
 }
 
 void Log::critical(const QString& msg)
@@ -170,7 +170,7 @@ void Log::critical(const QString& msg)
 
 void Log::critical(const char* msg)
 {
-    defaultLogger("void Log::critical(const char*)").critical(QString::fromUtf8(msg));
+    write("void Log::critical(const char*)", LoggerLevel::error, msg);
 }
 
 void Log::fatal(const QString& msg)
@@ -180,7 +180,7 @@ void Log::fatal(const QString& msg)
 
 void Log::fatal(const char* msg)
 {
-    defaultLogger("void Log::fatal(const char*)").fatal(QString::fromUtf8(msg));
+    write("void Log::fatal(const char*)", LoggerLevel::fatal, msg);
 }
 
 void Log::logBanner(const QString& title, const QString& version, const Properties* properties)
@@ -209,6 +209,14 @@ bool Log::insertLoggger(const QString& name, std::shared_ptr<Logger> logger)
 std::shared_ptr<Logger> Log::removeLogger(const QString& name)
 {
     return _loggers.take(name);
+}
+
+/// A text that the filter drops is not even decoded.
+void Log::write(const char* signature, LoggerLevel::LogLevel level, const char* msg)
+{
+    Logger& logger = defaultLogger(signature);
+    if (level >= logger.filter())
+        logger.writeTrace(level, QString::fromUtf8(msg));
 }
 
 /// The logger behind the level methods, which `signature` names.

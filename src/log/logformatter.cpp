@@ -86,5 +86,6 @@ void Logger::formatter(LoggerLevel::LogLevel level, const QString& msg, QString&
     at = std::copy(renderedSecond.text.begin(), renderedSecond.text.end(), at);
     at = putNumber(at, static_cast<int>(now.tv_nsec / 1000000), 3);
     at = put(put(put(at, u" <"), tag(level)), u"> ");
-    std::copy_n(msg.utf16(), msg.size(), at);
+    // Not utf16(), which reallocates a text that does not own its characters, const or not.
+    std::copy_n(reinterpret_cast<const char16_t*>(msg.constData()), msg.size(), at);
 }

@@ -11,14 +11,9 @@
 #include <QFileInfo>
 #include <QMutex>
 
-#include <chrono>
 #include <mutex>
 
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr auto LockWait = 300ms;
 
 constexpr const char* ConstructorSignature =
     "Logger::Logger(const QString&, quint64, quint32, quint32, LogLevel, LogFormatter)";
@@ -68,17 +63,11 @@ Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 t
       _spMutex(std::make_shared<QMutex>()),
       _spRing(std::make_shared<Ring>())
 {
-    const unsigned int index = lookForLastFile();
-    const QString path = ringFileName(index);
-    _spRing->last = index;
-    if (QFile::exists(path)) {
-        if (!openRingFile(index, QIODevice::NotOpen))
-            Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
-        duplicateLogFile();
-        if (needsRotate())
-            _spRing->last = rotation(index);
-    } else if (!openRingFile(index, QIODevice::NewOnly)) {
-        Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
+    try {
+        openNewestFile();
+    } catch (...) {
+        closeDuplicatedHandle(); // nobody was handed the stream
+        throw;
     }
 }
 
@@ -128,7 +117,7 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
     if (level < filter())
         return;
     std::unique_lock lock(*_spMutex, std::defer_lock);
-    if (!lock.try_lock_for(LockWait)) {
+    if (!lock.try_lock_for(Ring::LockWait)) {
         QString line;
         formatter()(level, msg, line);
         qtMessages().debug().noquote().nospace()
@@ -256,6 +245,22 @@ FILE* Logger::duplicatedDescriptor() const
 void Logger::closeDuplicatedHandle()
 {
     _spRing->closeStream();
+}
+
+void Logger::openNewestFile()
+{
+    const unsigned int index = lookForLastFile();
+    const QString path = ringFileName(index);
+    _spRing->last = index;
+    if (QFile::exists(path)) {
+        if (!openRingFile(index, QIODevice::NotOpen))
+            Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
+        duplicateLogFile();
+        if (needsRotate())
+            _spRing->last = rotation(index);
+    } else if (!openRingFile(index, QIODevice::NewOnly)) {
+        Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
+    }
 }
 
 /// False when the file did not take the line. A rotation that leaves no file is no such case: the

@@ -9,6 +9,9 @@
 
 #include <QJsonDocument>
 #include <QMetaEnum>
+#include <QMutex>
+
+#include <mutex>
 
 namespace {
 
@@ -62,17 +65,25 @@ void Logger::logBanner(const QString& title, const QString& version, const QJson
 
 QString Logger::toString() const
 {
-    const std::shared_ptr<QFile>& file = _spRing->file;
+    const void* file = nullptr;
+    bool isOpen = false;
+    unsigned int last = 0;
+    // Not for ever: a formatter or a message handler may ask while its own line is being written.
+    if (std::unique_lock lock(*_spMutex, Ring::LockWait); lock.owns_lock()) {
+        file = _spRing->file.get();
+        isOpen = _spRing->file && _spRing->file->isOpen();
+        last = _spRing->last;
+    }
     const char* const level = QMetaEnum::fromType<LoggerLevel::LogLevel>().valueToKey(filter());
     const QStringList lines = {
         QStringLiteral("  _formatter : ") + address(reinterpret_cast<quintptr>(formatter())),
-        QStringLiteral("     _spFile : ") + address(file.get()) + QStringLiteral(" (") +
-            Failure::message(file && file->isOpen() ? "Opened" : "Closed") + QLatin1Char(')'),
+        QStringLiteral("     _spFile : ") + address(file) + QStringLiteral(" (") +
+            Failure::message(isOpen ? "Opened" : "Closed") + QLatin1Char(')'),
         QStringLiteral(" _spFileName : ") + address(_spFileName.get()),
         QStringLiteral("    _maxSize : ") + amount(_maxSize, "Bytes"),
         QStringLiteral("    _timeout : ") + amount(_timeout, "Days"),
         QStringLiteral("       _kept : ") + QString::number(_kept),
-        QStringLiteral("       _last : ") + QString::number(_spRing->last),
+        QStringLiteral("       _last : ") + QString::number(last),
         QStringLiteral("        _tee : ") + Failure::message(isTeeEnabled() ? "True" : "False"),
         QStringLiteral("     _filter : ") + QString::fromLatin1(level),
         QStringLiteral("    _spMutex : ") + address(_spMutex.get()),

@@ -94,6 +94,7 @@ unsigned int Logger::startRingFile(unsigned int index, unsigned int statusOnFail
         qtMessages().warning().noquote().nospace()
             << "Echec de la duplioation du descripteur de journal : " << e.detail();
         closeDuplicatedHandle();
+        _spRing->stream = nullptr;
     }
     return index;
 }

@@ -62,7 +62,7 @@ qint64 Logger::Ring::size() const
 {
     if (!file->isOpen())
         return file->size();
-    // Cheaper than fstat, and harmless: whatever is written goes to the end of the file.
+    // Cheaper than fstat, and harmless to whoever writes: that goes to the end of the file anyway.
     const off_t end = lseek(file->handle(), 0, SEEK_END);
     return end < 0 ? 0 : end;
 }
@@ -159,6 +159,11 @@ bool Logger::Ring::writeAll(const char* data, qint64 length)
         data += written;
         length -= written;
         endsInsideLine = data[-1] != '\n';
+        if (length > 0) { // cut short, perhaps by a limit that was set since the file was opened
+            _processLimit = processLimit();
+            if (exceedsProcessLimit(length))
+                return false;
+        }
     }
     return true;
 }

@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QString>
 
+#include <chrono>
 #include <cstdio>
 #include <memory>
 
@@ -17,6 +18,9 @@
 /// The open end of a ring of log files: what a logger and its copies share, so that all of them
 /// follow a rotation that one of them makes. Guarded by the loggers' mutex.
 struct Logger::Ring {
+    /// How long to wait for the mutex.
+    static constexpr std::chrono::milliseconds LockWait{300};
+
     ~Ring() = default; // closes the file; the stream is left to whoever was handed it
 
     /// Makes `opened` the current file and learns what cannot change while it is open.

@@ -14,6 +14,11 @@
 #include <QThread>
 #include <QTimer>
 
+#include <cerrno>
+#include <limits>
+
+#include <dirent.h>
+
 namespace {
 
 constexpr QDir::Filters FileFilters = QDir::Files | QDir::Readable | QDir::Writable;
@@ -37,6 +42,17 @@ bool isUsableDirectory(const QString& path)
 {
     const QFileInfo info(path);
     return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
+}
+
+/// Whether a directory that exists cannot be opened for want of descriptors or memory.
+bool isOutOfDescriptors(const QString& path)
+{
+    DIR* const directory = opendir(QFile::encodeName(path).constData());
+    if (directory != nullptr) {
+        closedir(directory);
+        return false;
+    }
+    return errno == EMFILE || errno == ENFILE || errno == ENOMEM;
 }
 
 QString unknownFile(const QString& fileName)
@@ -91,7 +107,8 @@ void applyPeriod(const QJsonValue& value, const QString& key, Description& descr
 {
     if (!value.isDouble())
         raiseIllegal(key, "NotAnInteger");
-    description.period = value.toInt(description.period);
+    description.period = static_cast<int>(qBound<double>(
+        std::numeric_limits<int>::min(), value.toDouble(), std::numeric_limits<int>::max()));
 }
 
 void applyKeep(const QJsonValue& value, const QString& key, Description& description)
@@ -296,7 +313,10 @@ void FilesQueue::onProcess()
     _watcher->addPath(_path.absolutePath());
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
     // Only the timer's own thread can stop it, and the queue may be destroyed by another one.
-    connect(thread(), &QThread::finished, this, &FilesQueue::disableScrutationMode);
+    connect(thread(), &QThread::finished, this, [this, started = thread()] {
+        if (thread() == started)
+            disableScrutationMode();
+    });
     enableScrutationMode();
 }
 
@@ -310,9 +330,9 @@ void FilesQueue::onQuit()
 void FilesQueue::onDirectoryChanged()
 {
     const Locker locker(*this);
-    // A fresh directory object: _path would answer from what it remembers of the last listing.
-    const QFileInfoList listing =
-        QDir(_path.path()).entryInfoList(FileFilters | QDir::NoDotAndDotDot, QDir::Name);
+    const QFileInfoList listing = listFiles();
+    if (listing.isEmpty() && !_entries.isEmpty() && isOutOfDescriptors(_path.path()))
+        return; // not an empty directory, but one that cannot be listed at the moment
     trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
                          "(%1 fichiers)"),
           QString::number(listing.size()));
@@ -323,8 +343,7 @@ void FilesQueue::onDirectoryChanged()
     dropEntries(changes);
 
     if (!appended.isEmpty() || !changes.deleted.isEmpty())
-        Q_EMIT
-    queueUpdated(appended, changes.deleted);
+        Q_EMIT queueUpdated(appended, changes.deleted);
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
           QString::number(appended.size()), QString::number(changes.deleted.size()),
@@ -357,20 +376,34 @@ void FilesQueue::onRequestForFiles(const QString& id)
         const Locker locker(*this);
         const int consumer = index(id);
         isKnown = consumer >= 0;
-        for (const FileEntry* const entry : std::as_const(_entries)) {
-            if (isKnown && !entry->isConsumed(consumer))
-                names.append(entry->fileName());
-        }
+        if (isKnown)
+            names = filesNotConsumedBy(consumer);
+        else
+            names.append(unknownConsumer(id));
     }
-    if (!isKnown)
-        names.append(unknownConsumer(id));
-    Q_EMIT
-    filesNotConsumed(names, !isKnown);
+    Q_EMIT filesNotConsumed(names, !isKnown);
+}
+
+/// By a directory object of its own: _path, and every copy of it, would go on answering from what
+/// it remembers of its first listing.
+QFileInfoList FilesQueue::listFiles() const
+{
+    return QDir(_path.path()).entryInfoList(FileFilters | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
+{
+    QList<QString> names;
+    for (const FileEntry* const entry : _entries) {
+        if (!entry->isConsumed(consumer))
+            names.append(entry->fileName());
+    }
+    return names;
 }
 
 void FilesQueue::loadEntries()
 {
-    for (const QFileInfo& file : _path.entryInfoList()) {
+    for (const QFileInfo& file : listFiles()) {
         if (file.isFile() && file.isWritable())
             appendEntry(file.fileName());
     }
@@ -378,7 +411,7 @@ void FilesQueue::loadEntries()
 
 void FilesQueue::purgeDirectory() const
 {
-    for (const QFileInfo& file : _path.entryInfoList())
+    for (const QFileInfo& file : listFiles())
         QFile::remove(file.absoluteFilePath());
 }
 

@@ -42,6 +42,5 @@ void DateWatcher::check()
     }
     const QDateTime reached = _target;
     _target = QDateTime();
-    Q_EMIT
-    timestampReached(reached);
+    Q_EMIT timestampReached(reached);
 }

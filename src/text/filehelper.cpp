@@ -11,6 +11,9 @@
 #include <QLibrary>
 #include <QTextStream>
 
+#include <algorithm>
+#include <utility>
+
 namespace {
 
 void requireExisting(const QFileInfo& info, const char* signature)
@@ -30,12 +33,17 @@ void removeSubdirectory(const QFileInfo& entry, const char* signature)
         Failure::raise(signature, Failure::libraryMessage("CannotDeleteSubdir", entry.path()));
 }
 
-/// Asks for the removal of the directory that holds the entry, not of the entry: see the
-/// declaration of cleanDirectory().
-void refuseFile(const QFileInfo& entry, const char* signature)
+/// Files are not removed, and the failure names their directory: see the declaration of
+/// cleanDirectory().
+[[noreturn]] void refuseFile(const QFileInfo& entry, const char* signature)
 {
-    if (!QFile::remove(entry.path()))
-        Failure::raise(signature, Failure::libraryMessage("CannotDeleteFile", entry.path()));
+    Failure::raise(signature, Failure::libraryMessage("CannotDeleteFile", entry.path()));
+}
+
+/// To the listing, a link to a directory is one.
+bool isRealDirectory(const QFileInfo& entry)
+{
+    return entry.isDir() && !entry.isSymLink();
 }
 
 } // namespace
@@ -143,7 +151,8 @@ quint64 FileHelper::freeSpace(const QString& path)
         Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!info.isFile() && !info.isDir())
         Failure::raise(signature, Failure::libraryMessage("NotFileOrDir", path));
-    return static_cast<quint64>(device(info.isDir() ? path : info.path()).bytesFree());
+    return static_cast<quint64>(
+        qMax<qint64>(device(info.isDir() ? path : info.path()).bytesFree(), 0));
 }
 
 void FileHelper::cleanDirectory(const QString& path)
@@ -157,10 +166,11 @@ void FileHelper::cleanDirectory(const QString& path)
     if (!info.isWritable())
         Failure::raise(signature, Failure::libraryMessage("DirNotReadable", path));
 
-    const QFileInfoList entries = QDir(path).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot,
-                                                           QDir::Name | QDir::DirsFirst);
-    for (const QFileInfo& entry : entries) {
-        if (entry.isDir() && !entry.isSymLink())
+    QFileInfoList entries = QDir(path).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot,
+                                                     QDir::Name | QDir::DirsFirst);
+    std::stable_partition(entries.begin(), entries.end(), isRealDirectory);
+    for (const QFileInfo& entry : std::as_const(entries)) {
+        if (isRealDirectory(entry))
             removeSubdirectory(entry, signature);
         else
             refuseFile(entry, signature);
@@ -171,7 +181,8 @@ void FileHelper::loadLibrary(const QString& path)
 {
     constexpr const char* signature = "void FileHelper::loadLibrary(const QString&)";
     const QFileInfo info(path);
-    if (!info.exists() || !info.isReadable())
+    // Opening a fifo would wait for somebody to write to it.
+    if ((!info.isFile() && !info.isDir()) || !info.isReadable())
         Failure::raise(signature, Failure::libraryMessage("FileNotReadable", path));
     QLibrary library(path);
     if (!library.isLoaded() && !library.load()) {

@@ -3,7 +3,9 @@
 
 #include "kez/timehelper.h"
 
+#include <QAbstractEventDispatcher>
 #include <QEventLoop>
+#include <QThread>
 #include <QThreadStorage>
 #include <QTimer>
 
@@ -35,6 +37,11 @@ void TimeHelper::pause(int milliseconds)
     if (pauses.running == pauses.loops.size())
         pauses.loops.push_back(std::make_unique<QEventLoop>());
     QEventLoop& loop = *pauses.loops[pauses.running];
+
+    if (!QAbstractEventDispatcher::instance()) { // without an application object: no events
+        QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
+        return;
+    }
 
     // A timer of this pause alone: one that was left over would end a later pause.
     QTimer timer;

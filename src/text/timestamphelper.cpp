@@ -16,7 +16,7 @@ QDateTime TimestampHelper::ctimeToDateTime(quint64 seconds)
         QStringLiteral("%1/%2/%3 - %4:%5:%6")
             .arg(QString::number(local.tm_mday),
                  QString::number(local.tm_mon), // from 0: see the declaration
-                 QString::number(1900 + local.tm_year), QString::number(local.tm_hour),
+                 QString::number(qint64{1900} + local.tm_year), QString::number(local.tm_hour),
                  QString::number(local.tm_min), QString::number(local.tm_sec));
     return QDateTime::fromString(text, QStringLiteral("d/M/yyyy - h:m:s"));
 }

@@ -58,16 +58,14 @@ public:
                         return;
                     for (const QString& file : files) {
                         _handled.append(file);
-                        Q_EMIT
-                        consumed(id(), file);
+                        Q_EMIT consumed(id(), file);
                     }
                 });
     }
     void work()
     {
         _asking = true;
-        Q_EMIT
-        requestForFiles(id());
+        Q_EMIT requestForFiles(id());
         _asking = false;
     }
     QStringList handled() const { return _handled; }
@@ -113,12 +111,9 @@ int childMain(const QStringList&)
     QThread thread;
     consumer.moveToThread(&thread);
     QObject::connect(&thread, &QThread::started, &consumer, [&] {
-        Q_EMIT
-        consumer.consumed("stranger", "a");
-        Q_EMIT
-        consumer.consumed("c", "absent");
-        Q_EMIT
-        consumer.consumed("c", "a");
+        Q_EMIT consumer.consumed("stranger", "a");
+        Q_EMIT consumer.consumed("c", "absent");
+        Q_EMIT consumer.consumed("c", "a");
         thread.quit();
     });
     QObject::connect(&thread, &QThread::finished, &application, &QCoreApplication::quit);
@@ -458,8 +453,7 @@ void ConsumersTest::reportStartsNoRescan()
     traces.take();
     const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
     const QSignalSpy answered(&queue, &FilesQueue::filesNotConsumed);
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.consumed("c", "a");
     QTest::qWait(100);
     QCOMPARE(traces.take(), QStringList(consumedTrace("a", "c")));
     QVERIFY(queue.isConsumedFromAll("a"));
@@ -479,15 +473,9 @@ void ConsumersTest::failureReachesTheEmittingCode()
     ConsumerAncestor consumer("c");
     FilesQueue queue(directory.path(), {}, true, 0);
     queue.appendConsumer(&consumer);
-    QCOMPARE(thrownPointerDetail([&] {
-                 Q_EMIT
-                 consumer.consumed("X", "a");
-             }),
+    QCOMPARE(thrownPointerDetail([&] { Q_EMIT consumer.consumed("X", "a"); }),
              ConsumedPrefix + unknownConsumer("X"));
-    QCOMPARE(thrownDetail([&] {
-                 Q_EMIT
-                 consumer.consumed("c", "a");
-             }),
+    QCOMPARE(thrownDetail([&] { Q_EMIT consumer.consumed("c", "a"); }),
              ConsumedPrefix + unknownFile("a"));
 }
 
@@ -508,18 +496,14 @@ void ConsumersTest::constructorsConsumersAreConnectedByProcess()
     ConsumerAncestor first("x");
     ConsumerAncestor second("y");
     FilesQueue queue(directory.path(), {{"x", &first}, {"y", &second}}, true, 0);
-    Q_EMIT
-    first.requestForFiles("x");
-    Q_EMIT
-    first.consumed("x", "a");
+    Q_EMIT first.requestForFiles("x");
+    Q_EMIT first.consumed("x", "a");
     QCOMPARE(traces.take(), QStringList());
 
     queue.onProcess();
     traces.take();
-    Q_EMIT
-    second.requestForFiles("y");
-    Q_EMIT
-    first.consumed("x", "a");
+    Q_EMIT second.requestForFiles("y");
+    Q_EMIT first.consumed("x", "a");
     QCOMPARE(traces.take(), QStringList({requestTrace("y"), consumedTrace("a", "x")}));
     QVERIFY(queue.entryFromFileName("a")->isConsumed(0));
 }
@@ -547,10 +531,8 @@ void ConsumersTest::appendedConsumerIsConnectedAtOnce()
     queue.appendConsumer(&consumer);
     QCOMPARE(queue.index("c"), 0);
     const QSignalSpy answered(&queue, &FilesQueue::filesNotConsumed);
-    Q_EMIT
-    consumer.requestForFiles("c");
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.requestForFiles("c");
+    Q_EMIT consumer.consumed("c", "a");
     QCOMPARE(answered.size(), 1);
     QCOMPARE(traces.take(), QStringList({requestTrace("c"), consumedTrace("a", "c")}));
     QVERIFY(queue.isConsumedFromAll("a"));
@@ -570,8 +552,7 @@ void ConsumersTest::appendedConsumerOwesEveryFile()
     ConsumerAncestor newcomer("new");
     queue.appendConsumer(&newcomer);
     const QSignalSpy answered(&queue, &FilesQueue::filesNotConsumed);
-    Q_EMIT
-    newcomer.requestForFiles("new");
+    Q_EMIT newcomer.requestForFiles("new");
     QCOMPARE(answered.at(0).at(0).value<QList<QString>>(), QList<QString>(names));
 }
 
@@ -590,8 +571,7 @@ void ConsumersTest::appendedConsumerHoldsBackDeletion()
     QCOMPARE(queue.size(), 2);
     QCOMPARE(directory.names(), QStringList({"a", "b"}));
 
-    Q_EMIT
-    newcomer.consumed("new", "b");
+    Q_EMIT newcomer.consumed("new", "b");
     queue.onDirectoryChanged();
     QCOMPARE(directory.names(), QStringList("a"));
 }
@@ -640,17 +620,13 @@ void ConsumersTest::appendBeforeProcessConnectsTwice()
     traces.take();
     const QSignalSpy answered(&queue, &FilesQueue::filesNotConsumed);
 
-    Q_EMIT
-    given.requestForFiles("given");
-    Q_EMIT
-    given.consumed("given", "a");
+    Q_EMIT given.requestForFiles("given");
+    Q_EMIT given.consumed("given", "a");
     QCOMPARE(traces.take(), QStringList({requestTrace("given"), consumedTrace("a", "given")}));
     QCOMPARE(answered.size(), 1);
 
-    Q_EMIT
-    appended.requestForFiles("appended");
-    Q_EMIT
-    appended.consumed("appended", "a");
+    Q_EMIT appended.requestForFiles("appended");
+    Q_EMIT appended.consumed("appended", "a");
     QCOMPARE(traces.take(),
              QStringList({requestTrace("appended"), requestTrace("appended"),
                           consumedTrace("a", "appended"), consumedTrace("a", "appended")}));
@@ -668,10 +644,8 @@ void ConsumersTest::appendWhileProcessing()
     ConsumerAncestor consumer("c");
     queue.appendConsumer(&consumer);
     traces.take();
-    Q_EMIT
-    consumer.requestForFiles("c");
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.requestForFiles("c");
+    Q_EMIT consumer.consumed("c", "a");
     QCOMPARE(traces.take(), QStringList({requestTrace("c"), consumedTrace("a", "c")}));
     QVERIFY(directory.deliver("b"));
     QTRY_COMPARE(directory.names(), QStringList("b"));
@@ -702,10 +676,8 @@ void ConsumersTest::appendDoesNotRefuseDuplicates()
     queue.appendConsumer(&first);
     queue.appendConsumer(&second);
     QCOMPARE(queue.index("same"), 0);
-    Q_EMIT
-    first.consumed("same", "a");
-    Q_EMIT
-    second.consumed("same", "a");
+    Q_EMIT first.consumed("same", "a");
+    Q_EMIT second.consumed("same", "a");
     QVERIFY(queue.entryFromFileName("a")->isConsumed(0));
     QVERIFY(!queue.entryFromFileName("a")->isConsumed(1));
     queue.onDirectoryChanged();
@@ -775,10 +747,8 @@ void ConsumersTest::consumerMayGoAfterTheQueue()
         FilesQueue queue(directory.path(), {}, true, 0);
         queue.appendConsumer(&consumer);
     }
-    Q_EMIT
-    consumer.requestForFiles("c");
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.requestForFiles("c");
+    Q_EMIT consumer.consumed("c", "a");
     QCOMPARE(traces.texts(), QStringList());
 }
 

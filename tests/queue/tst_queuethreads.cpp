@@ -151,11 +151,7 @@ public:
     int failures() const { return _failures; }
 
 private:
-    void ask()
-    {
-        Q_EMIT
-        requestForFiles(id());
-    }
+    void ask() { Q_EMIT requestForFiles(id()); }
 
     void handle(const QList<QString>& files, bool error)
     {
@@ -170,8 +166,7 @@ private:
                 ++_failures;
             _handled.insert(name);
             ++_handledCount;
-            Q_EMIT
-            consumed(id(), name);
+            Q_EMIT consumed(id(), name);
         }
     }
 
@@ -352,10 +347,8 @@ void QueueThreadsTest::callsFromAnotherThreadAreQueued()
     QSemaphore busy;
     QMetaObject::invokeMethod(&running.queue(), [&] { busy.acquire(); });
     traces.take();
-    Q_EMIT
-    consumer.requestForFiles("c");
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.requestForFiles("c");
+    Q_EMIT consumer.consumed("c", "a");
     application.setObjectName("asks to quit");
     QCOMPARE(traces.take(), QStringList());
     busy.release();
@@ -385,8 +378,7 @@ void QueueThreadsTest::slotsRunInTheQueuesThread()
     connect(
         &running.queue(), &FilesQueue::queueUpdated, &running.queue(),
         [&] { announcing = QThread::currentThread(); }, Qt::DirectConnection);
-    Q_EMIT
-    consumer.requestForFiles("c");
+    Q_EMIT consumer.requestForFiles("c");
     QVERIFY(directory.deliver("b"));
     QTRY_COMPARE(answering.load(), &running.thread());
     QTRY_COMPARE(announcing.load(), &running.thread());
@@ -402,8 +394,7 @@ void QueueThreadsTest::secondProcessConnectsTwice()
     queue.onProcess();
     QCOMPARE(queue.findChildren<QFileSystemWatcher*>().size(), 2);
     const QSignalSpy answered(&queue, &FilesQueue::filesNotConsumed);
-    Q_EMIT
-    consumer.requestForFiles("c");
+    Q_EMIT consumer.requestForFiles("c");
     QCOMPARE(answered.size(), 2);
 }
 
@@ -487,8 +478,7 @@ void QueueThreadsTest::directSlotMayCallEverything()
             queue.onConsumed("c", "a");
             queue.appendConsumer(&newcomer);
             queue.appendConsumer(nullptr);
-            Q_EMIT
-            consumer.requestForFiles("c");
+            Q_EMIT consumer.requestForFiles("c");
             queue.onRequestForFiles("c");
             queue.setScrutationIntervall(60000);
             const bool isEnabled = queue.enableScrutationMode();

@@ -325,8 +325,7 @@ void ScrutationTest::tickDeletesConsumedFiles()
     FilesQueue queue(directory.path(), {{"c", &consumer}}, true, 20);
     queue.onProcess();
     const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
-    Q_EMIT
-    consumer.consumed("c", "a");
+    Q_EMIT consumer.consumed("c", "a");
     QVERIFY(directory.exists("a"));
     QTRY_COMPARE(directory.names(), QStringList("b"));
     QTRY_COMPARE(queue.size(), 1);
