@@ -44,7 +44,7 @@ void RandomGenerator::fillRange(QByteArray& bytes, bool unique)
     // 0 counts as taken: the array is seen as zeroed before it is filled.
     std::bitset<256> taken(1);
     for (char& byte : bytes) {
-        quint8 value = static_cast<quint8>(bounded(0, 256));
+        auto value = static_cast<quint8>(bounded(0, 256));
         while (distinct && taken[value])
             value = static_cast<quint8>(bounded(0, 256));
         taken.set(value);

@@ -63,7 +63,7 @@ QByteArray UidGenerator::generate()
     if (!_initialized)
         Failure::raise("QByteArray UidGenerator::generate()",
                        Failure::message("RandomizerNotInitialized"));
-    std::array<quint32, MostWords> words;
+    std::array<quint32, MostWords> words{};
     _random->fillRange(words.data(), uidWords(_size));
     return QByteArray(reinterpret_cast<const char*>(words.data()), _size);
 }

@@ -11,7 +11,7 @@
 namespace {
 
 struct Row {
-    char16_t codePoint;
+    char16_t codePoint = 0;
     QStringView entity;
 };
 

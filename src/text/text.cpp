@@ -92,7 +92,7 @@ QString Text::toHexa(const QByteArray& bytes, bool lowerCase, char separator)
     for (qsizetype i = 0; i < bytes.size(); ++i) {
         if (i > 0 && separator != '\0')
             *out++ = between;
-        const unsigned char byte = static_cast<unsigned char>(bytes.at(i));
+        const auto byte = static_cast<unsigned char>(bytes.at(i));
         *out++ = QLatin1Char(digits[byte / 16]);
         *out++ = QLatin1Char(digits[byte % 16]);
     }
