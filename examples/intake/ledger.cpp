@@ -7,6 +7,7 @@
 #include "texts.h"
 
 #include <kez/exception.h>
+#include <kez/uidgenerator.h>
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -24,11 +25,21 @@ namespace intake {
 
 namespace {
 
+constexpr unsigned char ReceiptSize = 16; // bytes
+
 /// The printable file name of a whole ledger line, or an empty text for anything else.
 QString bookedName(const QByteArray& line)
 {
-    static const QRegularExpression wholeLine(u"^[^;]+;([^;]+);[^;]+;[^;]+;[0-9.]+;[A-Z]{3}$"_s);
+    static const QRegularExpression wholeLine(
+        u"^[^;]+;([^;]+)(;[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12})?"
+        ";[^;]+;[^;]+;[0-9.]+;[A-Z]{3}$"_s);
     return wholeLine.match(QString::fromUtf8(line).trimmed()).captured(1);
+}
+
+QString newReceipt()
+{
+    return UidGenerator::toUUID(
+        UidGenerator::getInstance(ReceiptSize, nullptr, nullptr)->generate());
 }
 
 } // namespace
@@ -53,6 +64,7 @@ void Ledger::append(const QString& fileName, const Order& order)
 {
     const QStringList fields{QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs),
                              printable(fileName),
+                             newReceipt(),
                              printable(order.number),
                              printable(order.customer),
                              order.amount,

@@ -13,7 +13,10 @@ namespace intake {
 
 /// A text file with one line per booked order, each file name at most once for all time:
 ///
-///     <time of booking, UTC>;<file>;<order>;<customer>;<amount>;<currency>
+///     <time of booking, UTC>;<file>;<receipt>;<order>;<customer>;<amount>;<currency>
+///
+/// The receipt is drawn at random for each line, so that it is unique across restarts with no
+/// counter to keep. Lines of an older ledger, without one, count as bookings too.
 ///
 /// A line is on the disk before its file is reported as consumed. After a crash in between, the
 /// file is offered again and its name is found here; the names are therefore kept in memory. An end

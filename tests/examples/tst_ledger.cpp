@@ -8,6 +8,8 @@
 #include <kez/exception.h>
 
 #include <QDateTime>
+#include <QRegularExpression>
+#include <QSet>
 
 using namespace Qt::StringLiterals;
 using intake::Ledger;
@@ -16,6 +18,12 @@ namespace {
 
 const intake::Order SomeOrder{u"C-1"_s, u"Étienne; Durand"_s, u"12.50"_s, u"EUR"_s};
 const QByteArray WholeLine("2026-01-02T03:04:05.678Z;a.order;C-1;x;1;EUR\n");
+
+bool isReceipt(const QByteArray& text)
+{
+    static const QRegularExpression form(u"^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$"_s);
+    return form.match(QString::fromLatin1(text)).hasMatch();
+}
 
 } // namespace
 
@@ -26,6 +34,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void lineHoldsTheOrder();
+    void receiptsDifferAcrossRestarts();
     void namesAreFoundAgain();
     void endIsRepaired_data();
     void endIsRepaired();
@@ -57,13 +66,27 @@ void TestLedger::lineHoldsTheOrder()
     Ledger ledger(_path);
     ledger.append(u"a;b\n.order"_s, SomeOrder);
     const QList<QByteArray> fields = contentOf(_path).split(';');
-    QCOMPARE(fields.size(), 6);
+    QCOMPARE(fields.size(), 7);
     const QDateTime time =
         QDateTime::fromString(QString::fromUtf8(fields.at(0)), Qt::ISODateWithMs);
     QVERIFY(time >= before.addMSecs(-1) && time <= QDateTime::currentDateTimeUtc());
     QVERIFY(fields.at(0).endsWith('Z'));
-    QCOMPARE(fields.mid(1),
-             QList<QByteArray>({"a%3Bb%0A.order", "C-1", "Étienne%3B Durand", "12.50", "EUR\n"}));
+    QCOMPARE(fields.at(1), QByteArray("a%3Bb%0A.order"));
+    QVERIFY2(isReceipt(fields.at(2)), fields.at(2).constData());
+    QCOMPARE(fields.mid(3), QList<QByteArray>({"C-1", "Étienne%3B Durand", "12.50", "EUR\n"}));
+}
+
+void TestLedger::receiptsDifferAcrossRestarts()
+{
+    QSet<QByteArray> receipts;
+    for (int start = 0; start < 3; ++start) {
+        Ledger ledger(_path);
+        for (int number = 0; number < 10; ++number)
+            ledger.append(u"%1-%2"_s.arg(start).arg(number), SomeOrder);
+    }
+    for (const QByteArray& line : contentOf(_path).trimmed().split('\n'))
+        receipts.insert(line.split(';').value(2));
+    QCOMPARE(receipts.size(), 30);
 }
 
 void TestLedger::namesAreFoundAgain()
@@ -89,6 +112,12 @@ void TestLedger::endIsRepaired_data()
                            << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
     QTest::newRow("only the line end is missing")
         << QByteArray("t;b.order;C-2;x;1;EUR") << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
+    const QByteArray start = "t;b.order;0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1";
+    QTest::newRow("whole, with a receipt") << start + ";C-2;x;1;EUR\n"
+                                           << start + ";C-2;x;1;EUR\n"
+                                           << true;
+    QTest::newRow("after the receipt") << start << QByteArray() << false;
+    QTest::newRow("after the amount") << start + ";C-2;7;1" << QByteArray() << false;
     QTest::newRow("in the currency") << QByteArray("t;b.order;C-2;x;1;EU") << QByteArray() << false;
     QTest::newRow("in the name") << QByteArray("t;b.or") << QByteArray() << false;
     QTest::newRow("one byte") << QByteArray("t") << QByteArray() << false;
