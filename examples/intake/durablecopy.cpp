@@ -101,18 +101,13 @@ void copyUnderHiddenName(QFile& source, const QDir& directory, const QString& pa
 void keepCopy(const QString& source, const QString& directory)
 {
     QFile file(source);
-    const bool isReadable = file.open(QFile::ReadOnly);
-    if (!isReadable && !QFileInfo::exists(source))
+    if (!file.open(QFile::ReadOnly))
         fail("CannotRead"_L1, source, file.errorString());
 
     const QString path = freePath(source, QDir(directory));
     if (path.isEmpty())
         return;
-    if (isReadable)
-        copyUnderHiddenName(file, QDir(directory), path);
-    else if (::link(QFile::encodeName(source).constData(), QFile::encodeName(path).constData()) !=
-             0)
-        fail("CannotRead"_L1, source, file.errorString());
+    copyUnderHiddenName(file, QDir(directory), path);
     syncDirectory(directory);
 }
 

@@ -12,7 +12,7 @@ namespace intake {
 ///
 /// Nothing that is there is overwritten. A file of that name with the same content is the copy of
 /// an earlier run, and enough; next to one with another content the copy is named `<name>.1` and so
-/// on. A file that may not be read is linked in place of copied, so that it is kept all the same.
+/// on.
 ///
 /// *Threads*: one thread at a time for each directory.
 /// *Fails*: throws Exception, and the directory holds no new visible file.

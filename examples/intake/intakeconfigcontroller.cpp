@@ -34,9 +34,13 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
         return false;
     }
     QStringList usable;
-    for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"setaside.path"_s})
+    QStringList keys = {u"queue.path"_s, u"archive.path"_s};
+    if (!trimmedValue(*properties, u"setaside.path"_s).isEmpty())
+        keys.append(u"setaside.path"_s); // has a default
+    for (const QString& key : std::as_const(keys)) {
         if (checkDirectory(*properties, key))
             usable.append(key);
+    }
     checkDirectoriesDiffer(*properties, usable);
     checkLedger(*properties);
     checkOutsideSpool(*properties, u"ledger.path"_s);

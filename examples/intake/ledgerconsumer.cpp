@@ -9,8 +9,8 @@
 
 #include <kez/log.h>
 
+#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <utility>
 
@@ -57,12 +57,10 @@ void LedgerConsumer::handle(const QString& path, const QString& name)
 Order LedgerConsumer::read(const QString& path) const
 {
     QFile document(path);
-    if (document.open(QFile::ReadOnly))
-        return _reader->read(document);
-    const QString reason = text("CannotRead"_L1).arg(printable(path), document.errorString());
-    if (QFileInfo::exists(path))
-        throw MalformedOrder(reason);
-    throw Exception(reason);
+    // No fault of the order: there may be no descriptor left. It is tried again.
+    if (!document.open(QFile::ReadOnly))
+        throw Exception(text("CannotRead"_L1).arg(printable(path), document.errorString()));
+    return _reader->read(document);
 }
 
 void LedgerConsumer::book(const QString& name, const Order& order)
@@ -76,6 +74,7 @@ void LedgerConsumer::book(const QString& name, const Order& order)
 
 void LedgerConsumer::setAside(const QString& path, const QString& name, const QString& reason)
 {
+    QDir().mkpath(_setAside);
     keepCopy(path, _setAside);
     ++_setAsideCount;
     Log::getInstance()->warning(text("SetAside"_L1).arg(printable(name), reason));

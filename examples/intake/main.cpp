@@ -78,10 +78,29 @@ int serve(const QString& path)
     return intake::Service(*config).run();
 }
 
-int serveOrTell(const QString& path)
+/// What the arguments ask for; the process's exit code.
+int run(const QStringList& arguments)
+{
+    intake::loadTexts();
+    if (arguments == QStringList{u"--help"_s}) {
+        tell(stdout, intake::text("ServiceUsage"_L1));
+        return EXIT_SUCCESS;
+    }
+    if (arguments.size() != 1 || arguments.first().isEmpty() ||
+        arguments.first().startsWith(u'-')) {
+        tell(stderr, intake::text("ServiceUsage"_L1));
+        return UsageFault;
+    }
+    return serve(arguments.first());
+}
+
+int runOrTell(const QStringList& arguments)
 {
     try {
-        return serve(path);
+        return run(arguments);
+    } catch (Exception* thrown) { // by what loads bundles
+        const std::unique_ptr<Exception> failure(thrown);
+        tell(stderr, failure->detail());
     } catch (const Exception& failure) {
         tell(stderr, failure.detail());
     } catch (const std::exception& failure) {
@@ -95,17 +114,5 @@ int serveOrTell(const QString& path)
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
-    intake::loadTexts();
-
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments == QStringList{u"--help"_s}) {
-        tell(stdout, intake::text("ServiceUsage"_L1));
-        return EXIT_SUCCESS;
-    }
-    if (arguments.size() != 1 || arguments.first().isEmpty() ||
-        arguments.first().startsWith(u'-')) {
-        tell(stderr, intake::text("ServiceUsage"_L1));
-        return UsageFault;
-    }
-    return serveOrTell(arguments.first());
+    return runOrTell(QCoreApplication::arguments().mid(1));
 }

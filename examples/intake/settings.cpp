@@ -6,6 +6,7 @@
 #include <kez/properties.h>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QStringList>
 
 using namespace Qt::StringLiterals;
@@ -22,6 +23,8 @@ Settings Settings::fromProperties(const Properties& properties)
     settings.archive = trimmedValue(properties, u"archive.path"_s);
     settings.ledger = trimmedValue(properties, u"ledger.path"_s);
     settings.setAside = trimmedValue(properties, u"setaside.path"_s);
+    if (settings.setAside.isEmpty())
+        settings.setAside = QFileInfo(settings.ledger).absolutePath() + u"/setaside"_s;
     return settings;
 }
 

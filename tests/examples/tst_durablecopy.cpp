@@ -47,10 +47,12 @@ int copyUnreadable()
     writeFile(source, "secret");
     QDir().mkdir(target);
     ::chmod(QFile::encodeName(source).constData(), 0);
-    keepCopy(source, target);
-    const QString kept = target + u"/source"_s;
-    ::chmod(QFile::encodeName(kept).constData(), S_IRUSR | S_IWUSR);
-    return contentOf(kept) == "secret" ? 0 : 3;
+    try {
+        keepCopy(source, target);
+    } catch (const Exception&) {
+        return QDir(target).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot) ? 0 : 3;
+    }
+    return 4;
 }
 
 } // namespace
@@ -68,7 +70,7 @@ private Q_SLOTS:
     void remainderOfACrashIsReplaced();
     void missingSourceIsTold();
     void missingDirectoryIsTold();
-    void unreadableFileIsLinked();
+    void unreadableFileIsRefused();
 
 private:
     QStringList kept() const { return entriesOf(_target); }
@@ -157,7 +159,7 @@ void TestDurableCopy::missingDirectoryIsTold()
     QVERIFY(!QFile::exists(nowhere));
 }
 
-void TestDurableCopy::unreadableFileIsLinked()
+void TestDurableCopy::unreadableFileIsRefused()
 {
     const ChildResult result = runChild({u"copyUnreadable"_s});
     QVERIFY(result.finished);
