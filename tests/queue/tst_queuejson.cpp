@@ -128,6 +128,9 @@ void QueueJsonTest::descriptions_data()
     row("largest period", R"([{"path":"$","period":2147483647}])", 2147483647, true);
     row("whole number with a point", R"([{"path":"$","period":2000.0}])", 2000, true);
     row("whole number with an exponent", R"([{"path":"$","period":2e3}])", 2000, true);
+    row("fraction", R"([{"path":"$","period":1500.5}])", 1500, true);
+    row("more than an int", R"([{"path":"$","period":1e12}])", 2147483647, true);
+    row("less than an int", R"([{"path":"$","period":-1e12}])", -2147483647 - 1, true);
     row("other keys", R"([{"path":"$","Period":1,"KEEP":false,"consumers":["a"],"":0}])", 10000,
         true);
     row("elements that are no objects",
