@@ -87,6 +87,7 @@ private Q_SLOTS:
     void cleanLeavesHiddenEntriesAlone();
     void cleanStopsAtAFile();
     void cleanNeverFollowsALink();
+    void cleanKeepsALinkThatItIsGiven();
     void cleanFailures_data();
     void cleanFailures();
     void cleanAsOrdinaryUser();
@@ -368,6 +369,23 @@ void tst_FileHelper::cleanNeverFollowsALink()
                        "deleted")
             .arg(folder));
     QVERIFY(QFile::exists(outside + QStringLiteral("/precious")));
+}
+
+void tst_FileHelper::cleanKeepsALinkThatItIsGiven()
+{
+    const QString folder = path(QStringLiteral("behindlink"));
+    QVERIFY(QDir().mkpath(folder + QStringLiteral("/z")));
+    QVERIFY(QFile::link(path(QStringLiteral(".")), folder + QStringLiteral("/a")));
+    const QString link = path(QStringLiteral("givenlink"));
+    QVERIFY(QFile::link(folder, link));
+    QCOMPARE(
+        failureOf([&] { FileHelper::cleanDirectory(link); }),
+        QStringLiteral("void FileHelper::cleanDirectory(const QString&) -> File [%1] cannot be "
+                       "deleted")
+            .arg(link));
+    QVERIFY(QFileInfo(link).isSymLink());
+    QVERIFY(!QFile::exists(folder + QStringLiteral("/z"))); // though "a" sorts before it
+    QVERIFY(QFileInfo(folder + QStringLiteral("/a")).isSymLink());
 }
 
 void tst_FileHelper::cleanFailures_data()
