@@ -35,6 +35,10 @@ class Properties;
 /// that failed, the line goes there with the text "LogRotationFailure", and so do all later ones,
 /// plainly.
 ///
+/// The process's limit of file size is learnt when a file is opened, and again when a write is cut
+/// short. Lowered in between to less than the file holds already, it ends the process by its
+/// signal, unless the process ignores SIGXFSZ.
+///
 /// *Threads*: any thread may write and change settings. A writer waits at most 300 ms for another
 /// one; then its line goes to Qt's debug output instead of the file. close(), the file handles and
 /// the rotation functions are for one thread, while nobody writes.

@@ -62,6 +62,24 @@ class TestLoggerLevel : public QObject {
 private Q_SLOTS:
     void cleanup() { LibcFaults::reset(); }
 
+    void messageIsNotReallocated_data()
+    {
+        QTest::addColumn<QString>("message");
+        static const QString text = QStringLiteral("owned by somebody else");
+        QTest::newRow("literal") << QStringLiteral("a text of the program");
+        QTest::newRow("raw data") << QString::fromRawData(text.constData(), text.size());
+    }
+    void messageIsNotReallocated()
+    {
+        // Other threads may be reading it: const means unchanged, the characters' place included.
+        QFETCH(const QString, message);
+        const QChar* const before = message.constData();
+        QString line;
+        Logger::formatter(LoggerLevel::info, message, line);
+        QCOMPARE(message.constData(), before);
+        QVERIFY(line.endsWith(message));
+    }
+
     void enumerationHasTheFiveKeysInOrder()
     {
         const QMetaObject& meta = LoggerLevel::staticMetaObject;

@@ -110,6 +110,22 @@ class TestLoggerThreads : public QObject {
 private Q_SLOTS:
     void initTestCase() { useLanguage(QStringLiteral("en_US")); }
 
+    void descriptionDuringRotations()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 100, 3, Century, LoggerLevel::debug);
+        logger.disableTee();
+        std::atomic<bool> isDone = false;
+        std::thread asking([&] {
+            while (!isDone)
+                QVERIFY(logger.toString().contains(QLatin1String("_spFile")));
+        });
+        for (int i = 0; i < 2000; ++i)
+            logger.info(QStringLiteral("a line that fills much of a file of a hundred bytes"));
+        isDone = true;
+        asking.join();
+    }
+
     void eightThreadsLoseNothing_data()
     {
         QTest::addColumn<quint64>("maxSize");

@@ -5,7 +5,7 @@
 #include <kez/timehelper.h>
 #include <kez/timestamphelper.h>
 
-#include <support/environmentguard.h>
+#include <support/childprocess.h>
 
 #include <QElapsedTimer>
 #include <QMetaType>
@@ -27,6 +27,7 @@ private Q_SLOTS:
     void pauseWithinAPause();
     void pauseThatWasCutShortLeavesNothingBehind();
     void pauseInAnotherThread();
+    void pauseWithoutApplication();
 
     void ctimeCountsMonthsFromZero_data();
     void ctimeCountsMonthsFromZero();
@@ -121,6 +122,13 @@ void tst_TimeHelpers::pauseInAnotherThread()
     QVERIFY(done);
 }
 
+void tst_TimeHelpers::pauseWithoutApplication()
+{
+    const ChildResult child = runChild({});
+    QVERIFY(child.finished);
+    QCOMPARE(child.exitCode, 0);
+}
+
 void tst_TimeHelpers::ctimeCountsMonthsFromZero_data()
 {
     QTest::addColumn<QDateTime>("moment");
@@ -149,6 +157,7 @@ void tst_TimeHelpers::ctimeCountsMonthsFromZero()
     if (expected.isValid())
         QCOMPARE(result, expected);
     QVERIFY(!TimestampHelper::ctimeToDateTime(std::numeric_limits<quint64>::max() / 2).isValid());
+    QVERIFY(!TimestampHelper::ctimeToDateTime(67768036191676799).isValid()); // the last year of int
 }
 
 void tst_TimeHelpers::timeWithoutDetail_data()
@@ -280,5 +289,18 @@ void tst_TimeHelpers::watcherIsAMetaType()
     QVERIFY(watcher);
 }
 
-QTEST_GUILESS_MAIN(tst_TimeHelpers)
+namespace {
+
+/// Ends, without an application object, after the time that was asked for.
+int pauseAlone(const QStringList&)
+{
+    QElapsedTimer elapsed;
+    elapsed.start();
+    TimeHelper::pause(20);
+    return elapsed.elapsed() >= 19 ? 0 : 1;
+}
+
+} // namespace
+
+KEZ_TEST_MAIN_WITH_CHILDREN(tst_TimeHelpers, pauseAlone)
 #include "tst_timehelpers.moc"
