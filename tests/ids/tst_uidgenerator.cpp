@@ -136,6 +136,21 @@ int generateBatches()
     return 0;
 }
 
+int surviveAParentOfAnotherThread()
+{
+    std::unique_ptr<QObject> parent;
+    QPointer<UidGenerator> generator;
+    std::thread([&] {
+        parent = std::make_unique<QObject>();
+        generator = UidGenerator::getInstance(16, nullptr, parent.get());
+    }).join();
+    parent.reset();
+    CHECK(!generator.isNull());
+    CHECK(generator->parent() == nullptr);
+    CHECK(generator->generate().size() == 16);
+    return 0;
+}
+
 int surviveTheParent()
 {
     auto parent = std::make_unique<QObject>();
@@ -200,6 +215,7 @@ int childMain(const QStringList& arguments)
         {QStringLiteral("verifier"), &neverAskTheVerifier},
         {QStringLiteral("batches"), &generateBatches},
         {QStringLiteral("parent goes"), &surviveTheParent},
+        {QStringLiteral("parent of another thread goes"), &surviveAParentOfAnotherThread},
         {QStringLiteral("application goes"), &surviveTheApplication},
         {QStringLiteral("parent stays"), &endBeforeTheParent},
         {QStringLiteral("threads"), &generateInThreads},
@@ -299,6 +315,8 @@ void TestUidGenerator::singleInstance_data()
     QTest::newRow("never asks the verifier") << QStringLiteral("verifier");
     QTest::newRow("generates batches") << QStringLiteral("batches");
     QTest::newRow("survives its parent") << QStringLiteral("parent goes");
+    QTest::newRow("survives a parent of another thread")
+        << QStringLiteral("parent of another thread goes");
     QTest::newRow("survives the application") << QStringLiteral("application goes");
     QTest::newRow("ends before its parent") << QStringLiteral("parent stays");
     QTest::newRow("serves several threads") << QStringLiteral("threads");

@@ -281,6 +281,7 @@ private Q_SLOTS:
     void failureHasNoParent();
     void acceptsLinkToDirectory();
     void acceptsRelativePath();
+    void pathAnswersFromTheDirectoryAsItIs();
     void refusesDuplicateIdentifier_data();
     void refusesDuplicateIdentifier();
     void acceptsDistinctIdentifiers_data();
@@ -406,6 +407,17 @@ void FilesQueueTest::acceptsLinkToDirectory()
     QVERIFY(directory.create("real/a"));
     const FilesQueue queue(directory.filePath("link"), {}, true, 0);
     QCOMPARE(queue.fileIndex("a"), 0);
+}
+
+void FilesQueueTest::pathAnswersFromTheDirectoryAsItIs()
+{
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    const FilesQueue queue(directory.path(), {}, true, 0);
+    QVERIFY(QFile::remove(directory.filePath("a")));
+    QVERIFY(directory.create("b"));
+    QCOMPARE(queue.path().entryList(), QStringList{"b"});
 }
 
 void FilesQueueTest::acceptsRelativePath()

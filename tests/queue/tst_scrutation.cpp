@@ -9,6 +9,7 @@
 #include <QFileSystemWatcher>
 #include <QPointer>
 #include <QTest>
+#include <QThread>
 #include <QTimer>
 
 #include <limits>
@@ -33,6 +34,8 @@ private Q_SLOTS:
     void enablingMakesTheTimerRepeatAgain();
     void disablingKeepsTheTimer();
     void disablingWithoutTimerDoesNothing();
+    void timerEndsWithTheThreadThatTheQueueLivesIn_data();
+    void timerEndsWithTheThreadThatTheQueueLivesIn();
     void newIntervalRestartsARunningTimer();
     void noIntervalStopsARunningTimer_data();
     void noIntervalStopsARunningTimer();
@@ -138,6 +141,34 @@ void ScrutationTest::disablingKeepsTheTimer()
     QCOMPARE(queue.scrutationIntervall(), 700);
     queue.disableScrutationMode();
     QVERIFY(!timer->isActive());
+}
+
+void ScrutationTest::timerEndsWithTheThreadThatTheQueueLivesIn_data()
+{
+    QTest::addColumn<bool>("movesAway");
+    QTest::newRow("its thread") << false;
+    QTest::newRow("a thread that it left") << true;
+}
+
+void ScrutationTest::timerEndsWithTheThreadThatTheQueueLivesIn()
+{
+    QFETCH(const bool, movesAway);
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QThread* const home = QThread::currentThread();
+    QThread worker;
+    FilesQueue queue(directory.path(), {}, true, 100000);
+    queue.moveToThread(&worker);
+    connect(&worker, &QThread::started, &queue, [&] {
+        queue.onProcess();
+        if (movesAway)
+            queue.moveToThread(home);
+        worker.quit();
+    });
+    worker.start();
+    QVERIFY(worker.wait(10000));
+    QCoreApplication::processEvents(); // a timer that moved starts again in its new thread
+    QCOMPARE(timerOf(queue)->isActive(), movesAway);
 }
 
 void ScrutationTest::disablingWithoutTimerDoesNothing()

@@ -447,6 +447,11 @@ void tst_FileHelper::loadLibraryFailures()
     QCOMPARE(failureOf([&] { FileHelper::loadLibrary(missing); }),
              signature + QStringLiteral("File [%1] isn't readable").arg(missing));
 
+    const QString fifo = path(QStringLiteral("fifo.so"));
+    QCOMPARE(mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    QCOMPARE(failureOf([&] { FileHelper::loadLibrary(fifo); }),
+             signature + QStringLiteral("File [%1] isn't readable").arg(fifo));
+
     const QString rubbish = path(QStringLiteral("rubbish.so"));
     write(rubbish, "this is no library");
     const QString failure = failureOf([&] { FileHelper::loadLibrary(rubbish); });
