@@ -98,7 +98,7 @@ int runOrTell(const QStringList& arguments)
 {
     try {
         return run(arguments);
-    } catch (Exception* thrown) { // by what loads bundles
+    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference): LangBundle
         const std::unique_ptr<Exception> failure(thrown);
         tell(stderr, failure->detail());
     } catch (const Exception& failure) {
