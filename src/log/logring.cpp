@@ -7,10 +7,11 @@
 #include <QDateTime>
 #include <QStringConverter>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <limits>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -42,10 +43,16 @@ rlim_t processLimit()
     return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
 }
 
+/// In the language of the C library's locale, unlike the texts of std::generic_category().
+QString systemText(int error)
+{
+    std::array<char, 256> buffer{};
+    return QString::fromLocal8Bit(strerror_r(error, buffer.data(), buffer.size()));
+}
+
 [[noreturn]] void raiseDuplicationFailure(int error)
 {
-    Failure::raise("void Logger::duplicateLogFile()",
-                   QString::fromLocal8Bit(std::generic_category().message(error).c_str()));
+    Failure::raise("void Logger::duplicateLogFile()", systemText(error));
 }
 
 } // namespace

@@ -939,7 +939,7 @@ private Q_SLOTS:
         const ChildResult child = runChild({QStringLiteral("descriptors"), ring.name()});
         QCOMPARE(child.exitCode, 0);
         const QByteArray text =
-            QByteArray("void Logger::duplicateLogFile() -> ") + strerror(EMFILE);
+            QByteArray("void Logger::duplicateLogFile() -> ") + strerrordesc_np(EMFILE);
         const QByteArrayList expected{text, text, "no leak", "no stream"};
         QCOMPARE(linesIn(child.out), expected);
         QVERIFY(
