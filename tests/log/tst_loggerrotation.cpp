@@ -883,9 +883,9 @@ private Q_SLOTS:
         QVERIFY2(message.startsWith("warning|"), message.constData());
         QVERIFY2(message.contains("Echec de la duplioation du descripteur de journal : "),
                  message.constData());
-        QVERIFY2(
-            message.contains(QByteArray("void Logger::duplicateLogFile() -> ") + strerrordesc_np(EMFILE)),
-            message.constData());
+        QVERIFY2(message.contains(QByteArray("void Logger::duplicateLogFile() -> ") +
+                                  strerrordesc_np(EMFILE)),
+                 message.constData());
         QCOMPARE(child.out, QByteArray("no stream\n"));
     }
 };
