@@ -9,7 +9,9 @@
 #include <kez/FilesQueue.h>
 #include <kez/log.h>
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -27,13 +29,14 @@ IntakeConsumer::IntakeConsumer(const QString& id, const QString& spool, QObject*
 {
     _retry.setSingleShot(true);
     _retry.setInterval(RetryPause);
-    connect(&_retry, &QTimer::timeout, this, &IntakeConsumer::ask);
+    connect(&_retry, &QTimer::timeout, this, &IntakeConsumer::retry);
     connect(this, &IntakeConsumer::fileAtHand, this, &IntakeConsumer::handleNext,
             Qt::QueuedConnection);
 }
 
 void IntakeConsumer::listenTo(const FilesQueue& queue)
 {
+    Q_ASSERT(queue.thread() == thread());
     connect(&queue, &FilesQueue::filesNotConsumed, this, &IntakeConsumer::onFilesNotConsumed);
     // Queued: the signal comes from the midst of a re-scan.
     connect(&queue, &FilesQueue::queueUpdated, this, &IntakeConsumer::ask, Qt::QueuedConnection);
@@ -53,6 +56,12 @@ void IntakeConsumer::ask()
         Q_EMIT fileAtHand();
 }
 
+void IntakeConsumer::retry()
+{
+    _putOff.clear();
+    ask();
+}
+
 void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
 {
     if (!_isAsking)
@@ -61,8 +70,10 @@ void IntakeConsumer::onFilesNotConsumed(const QList<QString>& files, bool error)
         Log::getInstance()->critical(files.join(u' '));
         return;
     }
-    _files = files;
     _complained.intersect(QSet<QString>(files.begin(), files.end()));
+    _files.clear();
+    std::copy_if(files.begin(), files.end(), std::back_inserter(_files),
+                 [this](const QString& name) { return !_putOff.contains(name); });
 }
 
 void IntakeConsumer::handleNext()
@@ -72,9 +83,9 @@ void IntakeConsumer::handleNext()
         handle(_spool.filePath(name), name);
         report(name);
     } catch (const Exception& failure) {
-        complainOnce(name, failure.detail());
+        putOff(name, failure.detail());
     } catch (const std::exception& failure) {
-        complainOnce(name, QString::fromUtf8(failure.what()));
+        putOff(name, QString::fromUtf8(failure.what()));
     }
     if (!_files.isEmpty())
         Q_EMIT fileAtHand();
@@ -96,9 +107,11 @@ void IntakeConsumer::report(const QString& name)
     }
 }
 
-void IntakeConsumer::complainOnce(const QString& name, const QString& reason)
+void IntakeConsumer::putOff(const QString& name, const QString& reason)
 {
-    _retry.start();
+    _putOff.insert(name);
+    if (!_retry.isActive()) // later failures must not put the earlier ones off for ever
+        _retry.start();
     if (_complained.contains(name))
         return;
     _complained.insert(name);

@@ -36,7 +36,8 @@ class IntakeConsumer : public ConsumerAncestor {
 public:
     IntakeConsumer(const QString& id, const QString& spool, QObject* parent = nullptr);
 
-    /// Connects this consumer, which the queue was built with, to what the queue tells.
+    /// Connects this consumer, which the queue was built with, to what the queue tells. Both live
+    /// in the same thread.
     void listenTo(const FilesQueue& queue);
 
 public Q_SLOTS:
@@ -54,15 +55,17 @@ protected:
     virtual void handle(const QString& path, const QString& name) = 0;
 
 private:
+    void retry();
     void onFilesNotConsumed(const QList<QString>& files, bool error);
     void handleNext();
     void report(const QString& name);
-    void complainOnce(const QString& name, const QString& reason);
+    void putOff(const QString& name, const QString& reason);
 
     QDir _spool;
     QList<QString> _files;
     QSet<QString> _complained; // names of the files that failed and are tried again
-    QTimer _retry;
+    QSet<QString> _putOff;     // those of them that wait for the next try
+    QTimer _retry{this};
     bool _isAsking = false;
     bool _hasArrivals = false;
 };

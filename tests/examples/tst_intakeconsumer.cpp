@@ -49,6 +49,7 @@ private Q_SLOTS:
     void unknownConsumerIsSurvived();
     void failureIsToldOnceAndTriedAgain_data();
     void failureIsToldOnceAndTriedAgain();
+    void arrivalsDoNotHastenTheNextTry();
 
 private:
     QString write(const QString& name) const
@@ -208,6 +209,30 @@ void TestIntakeConsumer::failureIsToldOnceAndTriedAgain()
     const QStringList warnings =
         capture.texts().filter(u"<WARNG> File [a] put off by [only]: disk full"_s);
     QCOMPARE(warnings.size(), 1);
+}
+
+void TestIntakeConsumer::arrivalsDoNotHastenTheNextTry()
+{
+    const MessageCapture capture;
+    write(u"a"_s);
+    RecordingConsumer consumer(u"only"_s, _spool->path());
+    FilesQueue queue(_spool->path(), {{consumer.id(), &consumer}}, true, 0);
+    consumer.listenTo(queue);
+    queue.onProcess();
+    consumer.action = [](const QString& name) {
+        if (name == u"a")
+            throw Exception(u"disk full"_s);
+    };
+    consumer.ask();
+    QTRY_COMPARE(consumer.handled, QStringList{u"a"_s});
+    for (const QString& late : {u"b"_s, u"c"_s, u"d"_s}) {
+        write(late);
+        queue.onDirectoryChanged();
+        consumer.ask();
+        QTRY_VERIFY(consumer.handled.contains(late));
+    }
+    QTRY_VERIFY_WITH_TIMEOUT(consumer.handled.count(u"a"_s) == 2, Patience);
+    QCOMPARE(consumer.handled, QStringList({u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"a"_s}));
 }
 
 QTEST_GUILESS_MAIN(TestIntakeConsumer)
