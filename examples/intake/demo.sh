@@ -17,7 +17,7 @@ fi
 programs=$(cd "$1" && pwd)
 
 good=300
-bad=12
+bad=14
 patience=120 # seconds for any one step; only a broken service needs them
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/intake-demo.XXXXXX")
@@ -73,7 +73,7 @@ has_booked() { (($(count_lines "$work/ledger.csv") >= $1)); }
 spool_is_empty() { (($(count_files spool) == 0)); }
 
 write_configuration() {
-    mkdir "$work"/{spool,archive,setaside,log}
+    mkdir "$work"/{spool,dropped,archive,setaside,log}
     cat >"$work/intake.properties" <<END
 log.filename=log/intake.log
 log.filter=debug
@@ -103,29 +103,41 @@ stop_service() {
     service=
 }
 
-drop() { "$programs/intake-drop" "$@" "$work/spool"; }
+# Drops into the spool; once more into a directory that nobody watches, to compare with later.
+drop() {
+    "$programs/intake-drop" "$@" "$work/spool"
+    "$programs/intake-drop" "$@" "$work/dropped" >/dev/null
+}
+
+# The total in hundredths, from the ledger and from the log, whose separators are those of a language.
+booked_total() { cut -d ';' -f 6 "$work/ledger.csv" | tr -d . | awk '{ sum += $1 } END { print sum }'; }
+told_total() { log_text | sed -n 's/.*\(enregistré :\|booked:\) \([^E]*\) EUR$/\2/p' | tr -cd '0-9\n-'; }
 
 summary() {
     local total=$((good + bad))
     step "Summary"
     printf '  files in: %d good orders, %d bad ones\n' "$good" "$bad"
     expect "archived" "$total" "$(count_files archive)"
+    expect "archived, as they were dropped" yes \
+        "$(answer diff -r "$work/dropped" "$work/archive")"
     expect "booked" "$good" "$(count_lines "$work/ledger.csv")"
     expect "booked, each file once" "$good" "$(booked_names | wc -l)"
+    expect "booked in all, in cents" "$(booked_total)" "$(told_total)"
     expect "set aside" "$bad" "$(count_files setaside)"
     expect "left in the spool" 0 "$(count_files spool)"
     expect "exit code" 0 "$exit_code"
     expect "banner in the log" yes "$(answer log_has '\| Intake, .*1\.0\.0 \|')"
     expect "French in the log" yes "$(answer log_has '<INFOR> Fichier .* archivé')"
     expect "English in the log" yes "$(answer log_has '<INFOR> File .* archived')"
+    expect "log files, several of them" yes "$(answer test "$(log_files | wc -l)" -gt 1)"
     expect "clean stop in the log" yes "$(answer log_has 'Service (arrêté|stopped)')"
     printf '  time per file: %d us, from the first drop to the empty spool\n' \
         $(((finished - started) / total))
 }
 
 case ${LANG:-fr} in
-en*) language=en_US ;;
-*) language=fr_FR ;;
+en*) language=en_US greeting='in English from now on' ;;
+*) language=fr_FR greeting='désormais en français' ;;
 esac
 
 write_configuration
@@ -138,19 +150,21 @@ drop --prefix early --good "$first" --bad 2
 step "The service starts in $language"
 start_service
 
-step "Orders that arrive while it works, and a change of language half-way"
+step "Orders that arrive while it works, and another language from half-way on"
 drop --prefix busy --good $((good - 2 * first)) --bad $((bad - 4)) --pause 1 &
 producer=$!
 wait_until "half of the orders are booked" has_booked $((good / 2))
 kill -HUP "$service"
 wait "$producer"
-wait_until "the language is switched" log_has 'désormais en français|in English from now on'
+wait_until "the language is switched" log_has 'from now on|désormais'
 drop --prefix late --good "$first" --bad 2
 
 wait_until "the spool is empty" spool_is_empty
 finished=$(now_us)
 
-step "SIGTERM"
+step "Back to the first language, and SIGTERM"
+kill -HUP "$service"
+wait_until "the language is switched back" log_has "$greeting"
 stop_service
 
 summary
@@ -160,6 +174,9 @@ log_files | xargs ls -l | awk '{ printf "  %8d bytes  %s\n", $5, $NF }' | sed "s
 
 step "The first lines of the log"
 log_text | sed -n '1,30s/^/  /p'
+
+step "Its last lines"
+log_text | tail -n 5 | sed 's/^/  /'
 
 step "The first lines of the ledger"
 sed -n '1,3s/^/  /p' "$work/ledger.csv"

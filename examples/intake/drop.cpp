@@ -18,10 +18,8 @@
 #include <QTextStream>
 #include <QThread>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -65,8 +63,7 @@ void drop(const QDir& spool, const QString& name, const QByteArray& content)
     file.close();
     if (std::rename(QFile::encodeName(file.fileName()).constData(),
                     QFile::encodeName(visible).constData()) != 0)
-        throw Exception(intake::text("CannotWrite"_L1)
-                            .arg(visible, QString::fromLocal8Bit(std::strerror(errno))));
+        throw Exception(intake::text("CannotWrite"_L1).arg(visible, intake::systemError()));
     removeHidden.dismiss();
 }
 
@@ -86,7 +83,7 @@ void dropAll(const Task& task)
         const QByteArray content = isBad(task, index) ? intake::badOrder(badCount++)
                                                       : intake::goodOrder(task.prefix, index + 1);
         const QString number = QString::number(index + 1).rightJustified(6, u'0');
-        drop(task.spool, u"%1-%2.order"_s.arg(task.prefix, number), content);
+        drop(task.spool, u"%1-%2.xml"_s.arg(task.prefix, number), content);
         progress.show(index + 1);
         if (task.pause > 0)
             QThread::msleep(static_cast<unsigned long>(task.pause));

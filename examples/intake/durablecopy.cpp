@@ -12,9 +12,7 @@
 #include <QFileInfo>
 #include <QScopeGuard>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,11 +30,6 @@ const auto HiddenName = QStringLiteral(".intake.part");
 [[noreturn]] void fail(QLatin1String key, const QString& path, const QString& reason)
 {
     throw Exception(text(key).arg(printable(path), reason));
-}
-
-QString systemError()
-{
-    return QString::fromLocal8Bit(std::strerror(errno));
 }
 
 bool haveSameContent(const QString& left, const QString& right)

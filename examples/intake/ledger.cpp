@@ -11,11 +11,8 @@
 
 #include <QDateTime>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QStringList>
 
-#include <cerrno>
-#include <cstring>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -27,13 +24,29 @@ namespace {
 
 constexpr unsigned char ReceiptSize = 16; // bytes
 
-/// The printable file name of a whole ledger line, or an empty text for anything else.
-QString bookedName(const QByteArray& line)
+enum Field { BookingTime, FileName, Receipt, OrderNumber, Customer, Amount, Currency, FieldCount };
+
+constexpr qsizetype CurrencyLength = 3;
+
+/// The fields of a whole line, its end apart; nothing for anything else.
+QStringList fieldsOf(const QByteArray& line)
 {
-    static const QRegularExpression wholeLine(
-        u"^[^;]+;([^;]+)(;[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12})?"
-        ";[^;]+;[^;]+;[0-9.]+;[A-Z]{3}$"_s);
-    return wholeLine.match(QString::fromUtf8(line).trimmed()).captured(1);
+    if (line.count(';') != FieldCount - 1)
+        return {};
+    QStringList fields = QString::fromUtf8(line).split(u';');
+    if (fields.last().endsWith(u'\n'))
+        fields.last().chop(1);
+    // The last field tells a line that was cut off in the midst of it from a whole one.
+    const bool isWhole = !fields.contains(QString()) && fields.last().size() == CurrencyLength;
+    return isWhole ? fields : QStringList();
+}
+
+/// -1250 -> "-12.50", in any language: the ledger is for programs too.
+QString decimalText(qint64 hundredths)
+{
+    const auto size = qAbs(hundredths);
+    return u"%1%2.%3"_s.arg(hundredths < 0 ? u"-"_s : QString(), QString::number(size / 100))
+        .arg(size % 100, 2, 10, QLatin1Char('0'));
 }
 
 QString newReceipt()
@@ -55,9 +68,9 @@ Ledger::Ledger(const QString& path) : _file(path)
         syncDirectory(QFileInfo(path).absolutePath());
 }
 
-bool Ledger::contains(const QString& fileName) const
+QString Ledger::orderBookedFor(const QString& fileName) const
 {
-    return _booked.contains(printable(fileName));
+    return _orders.value(printable(fileName));
 }
 
 void Ledger::append(const QString& fileName, const Order& order)
@@ -67,11 +80,10 @@ void Ledger::append(const QString& fileName, const Order& order)
                              newReceipt(),
                              printable(order.number),
                              printable(order.customer),
-                             order.amount,
+                             decimalText(order.amount),
                              order.currency};
-    if (!appendSynced(fields.join(u';').toUtf8() + '\n'))
-        fail(_file.errorString());
-    _booked.insert(printable(fileName));
+    appendSynced(fields.join(u';').toUtf8() + '\n');
+    _orders.insert(fields.at(FileName), fields.at(OrderNumber));
 }
 
 QString Ledger::tornEnd() const
@@ -82,7 +94,7 @@ QString Ledger::tornEnd() const
 void Ledger::lock()
 {
     if (::flock(_file.handle(), LOCK_EX | LOCK_NB) != 0)
-        fail(QString::fromLocal8Bit(std::strerror(errno)));
+        fail(systemError());
 }
 
 void Ledger::readBookings()
@@ -93,19 +105,20 @@ void Ledger::readBookings()
     QByteArray line;
     while (!reader.atEnd()) {
         line = reader.readLine();
-        const QString name = bookedName(line);
-        if (!name.isEmpty())
-            _booked.insert(name);
+        const QStringList fields = fieldsOf(line);
+        if (!fields.isEmpty())
+            _orders.insert(fields.at(FileName), fields.at(OrderNumber));
     }
+    if (reader.error() != QFile::NoError)
+        fail(reader.errorString());
     if (!line.isEmpty() && !line.endsWith('\n'))
         repairEnd(line);
 }
 
 void Ledger::repairEnd(const QByteArray& end)
 {
-    if (!bookedName(end).isEmpty()) {
-        if (!appendSynced("\n"))
-            fail(_file.errorString());
+    if (!fieldsOf(end).isEmpty()) {
+        appendSynced("\n");
         return;
     }
     _tornEnd = QString::fromUtf8(end.left(200));
@@ -113,13 +126,18 @@ void Ledger::repairEnd(const QByteArray& end)
         fail(_file.errorString());
 }
 
-bool Ledger::appendSynced(const QByteArray& bytes)
+void Ledger::appendSynced(const QByteArray& bytes)
 {
     const qint64 sizeBefore = _file.size();
-    if (_file.write(bytes) == bytes.size() && ::fsync(_file.handle()) == 0)
-        return true;
+    QString reason;
+    if (_file.write(bytes) != bytes.size())
+        reason = _file.errorString();
+    else if (::fsync(_file.handle()) != 0)
+        reason = systemError();
+    else
+        return;
     _file.resize(sizeBefore);
-    return false;
+    fail(reason);
 }
 
 void Ledger::fail(const QString& reason) const

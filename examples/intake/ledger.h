@@ -6,7 +6,7 @@
 #include "order.h"
 
 #include <QFile>
-#include <QSet>
+#include <QHash>
 #include <QString>
 
 namespace intake {
@@ -16,7 +16,7 @@ namespace intake {
 ///     <time of booking, UTC>;<file>;<receipt>;<order>;<customer>;<amount>;<currency>
 ///
 /// The receipt is drawn at random for each line, so that it is unique across restarts with no
-/// counter to keep. Lines of an older ledger, without one, count as bookings too.
+/// counter to keep.
 ///
 /// A line is on the disk before its file is reported as consumed. After a crash in between, the
 /// file is offered again and its name is found here; the names are therefore kept in memory. An end
@@ -30,7 +30,8 @@ public:
     /// Creates the file when there is none.
     explicit Ledger(const QString& path);
 
-    bool contains(const QString& fileName) const;
+    /// The number of the order that was booked for the file, printable; a null text when none was.
+    QString orderBookedFor(const QString& fileName) const;
 
     /// Returns once the line would survive a power failure; when it throws, nothing was added.
     void append(const QString& fileName, const Order& order);
@@ -42,11 +43,11 @@ private:
     void lock();
     void readBookings();
     void repairEnd(const QByteArray& end);
-    bool appendSynced(const QByteArray& bytes);
+    void appendSynced(const QByteArray& bytes);
     [[noreturn]] void fail(const QString& reason) const;
 
     QFile _file;
-    QSet<QString> _booked; // printable file names
+    QHash<QString, QString> _orders; // order numbers by file names, both printable
     QString _tornEnd;
 };
 

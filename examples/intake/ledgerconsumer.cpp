@@ -4,6 +4,7 @@
 #include "ledgerconsumer.h"
 
 #include "durablecopy.h"
+#include "formats.h"
 #include "orderreader.h"
 #include "texts.h"
 
@@ -12,24 +13,33 @@
 #include <QDir>
 #include <QFile>
 
-#include <utility>
-
 using namespace Qt::StringLiterals;
 
 namespace intake {
 
+namespace {
+
+/// The file's bytes, but no more than it takes to see that it is too long. Throws Exception: that a
+/// file cannot be read is no fault of the order, and it is tried again.
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    const QByteArray content =
+        file.open(QFile::ReadOnly) ? file.read(MaxOrderSize + 1) : QByteArray();
+    if (file.error() != QFile::NoError)
+        throw Exception(text("CannotRead"_L1).arg(printable(path), file.errorString()));
+    return content;
+}
+
+} // namespace
+
 LedgerConsumer::LedgerConsumer(const QString& spool, const QString& ledger, const QString& setAside,
-                               std::unique_ptr<const OrderReader> reader, QObject* parent)
-    : IntakeConsumer(u"ledger"_s, spool, parent),
-      _ledger(ledger),
-      _setAside(setAside),
-      _reader(std::move(reader))
+                               QObject* parent)
+    : IntakeConsumer(u"ledger"_s, spool, parent), _ledger(ledger), _setAside(setAside)
 {
     if (!_ledger.tornEnd().isEmpty())
         Log::getInstance()->warning(text("LedgerRepaired"_L1).arg(printable(_ledger.tornEnd())));
 }
-
-LedgerConsumer::~LedgerConsumer() = default;
 
 int LedgerConsumer::bookedCount() const
 {
@@ -41,35 +51,36 @@ int LedgerConsumer::setAsideCount() const
     return _setAsideCount;
 }
 
+QMap<QString, qint64> LedgerConsumer::totals() const
+{
+    return _totals;
+}
+
 void LedgerConsumer::handle(const QString& path, const QString& name)
 {
-    if (_ledger.contains(name)) {
-        Log::getInstance()->info(text("AlreadyBooked"_L1).arg(printable(name)));
-        return;
-    }
+    const QByteArray document = contentOf(path);
     try {
-        book(name, read(path));
+        book(name, readOrder(document));
     } catch (const MalformedOrder& failure) {
         setAside(path, name, failure.detail());
     }
 }
 
-Order LedgerConsumer::read(const QString& path) const
-{
-    QFile document(path);
-    // No fault of the order: there may be no descriptor left. It is tried again.
-    if (!document.open(QFile::ReadOnly))
-        throw Exception(text("CannotRead"_L1).arg(printable(path), document.errorString()));
-    return _reader->read(document);
-}
-
 void LedgerConsumer::book(const QString& name, const Order& order)
 {
+    const QString before = _ledger.orderBookedFor(name);
+    if (before == printable(order.number)) {
+        Log::getInstance()->info(text("AlreadyBooked"_L1).arg(printable(name)));
+        return;
+    }
+    if (!before.isNull())
+        throw MalformedOrder(text("FileNameTaken"_L1).arg(before));
     _ledger.append(name, order);
     ++_bookedCount;
+    _totals[order.currency] += order.amount;
     Log::getInstance()->info(text("Booked"_L1)
                                  .arg(printable(order.number), printable(order.customer),
-                                      order.amount, order.currency, printable(name)));
+                                      amountText(order.amount, order.currency), printable(name)));
 }
 
 void LedgerConsumer::setAside(const QString& path, const QString& name, const QString& reason)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "intakeconfigcontroller.h"
+#include "orderhandler.h"
 #include "service.h"
 #include "settings.h"
 #include "texts.h"
@@ -75,13 +76,15 @@ int serve(const QString& path)
     if (!config)
         return EXIT_FAILURE;
     openLog(*config);
-    return intake::Service(*config).run();
+    intake::Service(*config).run();
+    return EXIT_SUCCESS;
 }
 
 /// What the arguments ask for; the process's exit code.
 int run(const QStringList& arguments)
 {
     intake::loadTexts();
+    intake::registerOrderHandlers();
     if (arguments == QStringList{u"--help"_s}) {
         tell(stdout, intake::text("ServiceUsage"_L1));
         return EXIT_SUCCESS;

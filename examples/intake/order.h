@@ -3,16 +3,28 @@
 
 #pragma once
 
+#include <kez/exception.h>
+
 #include <QString>
 
 namespace intake {
 
-/// One order, checked: no field is empty or holds a control character.
+/// One order, checked: no text is empty or holds a control character.
 struct Order {
     QString number;
     QString customer;
-    QString amount;   // digits, and up to two decimals after a point
-    QString currency; // three capital letters
+    qint64 amount = 0; // in hundredths of the currency, below 0 for a refund
+    QString currency;  // three capital letters
+};
+
+/// Why a document is no order, in words for the operator.
+///
+/// *Threads*: a built exception is read from any thread.
+/// *Owns*: its text.
+/// *Fails*: never.
+class MalformedOrder : public Exception {
+public:
+    using Exception::Exception;
 };
 
 } // namespace intake

@@ -8,11 +8,12 @@
 
 namespace intake {
 
-/// A well-formed order; the same arguments give the same document.
+/// A well-formed order, every tenth a refund of the one before; the same arguments give the same
+/// document.
 QByteArray goodOrder(const QString& prefix, int number);
 
-/// A document that is no order, each time in another way: a key missing, an amount that is none,
-/// too long, binary, empty, a key twice.
+/// A document that is no order, each time in another way: an element missing, an amount that is
+/// none, a type that is none, cut off, too long, binary, empty.
 QByteArray badOrder(int number);
 
 } // namespace intake

@@ -6,12 +6,11 @@
 #include "texts.h"
 
 #include <kez/configuration.h>
+#include <kez/exception.h>
 #include <kez/log.h>
 #include <kez/translator.h>
 
 #include <QCoreApplication>
-
-#include <cstdlib>
 
 using namespace Qt::StringLiterals;
 
@@ -25,17 +24,17 @@ Service::Service(const Config& config) : _worker(Settings::fromProperties(*confi
     connect(&_worker, &QThread::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
-int Service::run()
+void Service::run()
 {
     _worker.start();
     QCoreApplication::exec();
     _worker.wait();
     if (!_worker.failure().isEmpty()) {
-        Log::getInstance()->critical(text("ServiceFailed"_L1).arg(_worker.failure()));
-        return EXIT_FAILURE;
+        const QString failure = text("ServiceFailed"_L1).arg(_worker.failure());
+        Log::getInstance()->critical(failure);
+        throw Exception(failure);
     }
     Log::getInstance()->info(text("Stopped"_L1));
-    return EXIT_SUCCESS;
 }
 
 void Service::stop(const QString& signal)

@@ -16,7 +16,7 @@ namespace intake {
 ///
 /// *Threads*: the main thread. To be built before any other thread is started.
 /// *Owns*: the worker thread.
-/// *Fails*: the constructor throws std::system_error.
+/// *Fails*: the constructor throws std::system_error; run() throws Exception.
 class Service : public QObject {
     Q_OBJECT
 
@@ -24,8 +24,9 @@ public:
     /// `config` is legal and has its logger, which is the process's.
     explicit Service(const Config& config);
 
-    /// Serves until a signal ends it; the process's exit code.
-    int run();
+    /// Serves until a signal ends it. Throws Exception, which is logged too, when the work cannot
+    /// begin.
+    void run();
 
 private:
     void stop(const QString& signal);

@@ -8,6 +8,9 @@
 
 #include <QFileInfo>
 
+#include <cerrno>
+#include <cstring>
+
 namespace intake {
 
 namespace {
@@ -58,6 +61,11 @@ QString printable(const QString& name)
             result += character;
     }
     return result;
+}
+
+QString systemError()
+{
+    return QString::fromLocal8Bit(std::strerror(errno));
 }
 
 } // namespace intake

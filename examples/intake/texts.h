@@ -33,4 +33,7 @@ QString text(QLatin1String key);
 ///     a;b<line feed>c  ->  a%3Bb%0Ac
 QString printable(const QString& name);
 
+/// The system's words for what the last system call failed of (errno).
+QString systemError();
+
 } // namespace intake

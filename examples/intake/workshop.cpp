@@ -3,14 +3,15 @@
 
 #include "workshop.h"
 
-#include "orderreader.h"
+#include "formats.h"
 #include "texts.h"
 
 #include <kez/exception.h>
 #include <kez/log.h>
 #include <kez/translator.h>
 
-#include <memory>
+#include <QDateTime>
+
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -19,8 +20,7 @@ namespace intake {
 
 Workshop::Workshop(const Settings& settings)
     : _archive(settings.spool, settings.archive),
-      _ledger(settings.spool, settings.ledger, settings.setAside,
-              std::make_unique<KeyValueOrderReader>()),
+      _ledger(settings.spool, settings.ledger, settings.setAside),
       _queue(settings.spool, {{_archive.id(), &_archive}, {_ledger.id(), &_ledger}}, settings.keep,
              settings.period)
 {
@@ -30,10 +30,16 @@ Workshop::Workshop(const Settings& settings)
 
 Workshop::~Workshop()
 {
-    Log::getInstance()->info(text("WorkDone"_L1)
-                                 .arg(QString::number(_archive.archivedCount()),
-                                      QString::number(_ledger.bookedCount()),
-                                      QString::number(_ledger.setAsideCount())));
+    Log::getInstance()->info(
+        text("WorkDone"_L1)
+            .arg(momentText(QDateTime::currentDateTime()), countText(_archive.archivedCount()),
+                 countText(_ledger.bookedCount()), countText(_ledger.setAsideCount())));
+    const QMap<QString, qint64> totals = _ledger.totals();
+    QStringList amounts;
+    for (auto total = totals.begin(); total != totals.end(); ++total)
+        amounts.append(amountText(total.value(), total.key()));
+    if (!amounts.isEmpty())
+        Log::getInstance()->info(text("TotalBooked"_L1).arg(amounts.join(u" ; "_s)));
 }
 
 void Workshop::start()
@@ -47,17 +53,8 @@ void Workshop::start()
 
 void Workshop::switchLanguage(const QString& lang)
 {
-    auto* translator = Translator::getInstance();
-    const QString before = translator->defaultLang();
-    try {
-        translator->setDefaultLang(lang);
-        Log::getInstance()->info(text("LanguageSwitched"_L1).arg(lang));
-    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
-        // the form in which a bundle that cannot be read is reported
-        const std::unique_ptr<Exception> failure(thrown);
-        translator->setDefaultBundleKey(u"kez"_s, before);
-        Log::getInstance()->critical(text("LanguageKept"_L1).arg(before, failure->detail()));
-    }
+    Translator::getInstance()->setDefaultLang(lang); // both are compiled in: it cannot fail
+    Log::getInstance()->info(text("LanguageSwitched"_L1).arg(lang));
 }
 
 void Workshop::stop()

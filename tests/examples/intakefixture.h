@@ -18,7 +18,8 @@ constexpr int Patience = 60000;
 
 inline QByteArray goodDocument(const QByteArray& number = "C-1")
 {
-    return "order=" + number + "\ncustomer=Étienne Durand\namount=12.50\ncurrency=EUR\n";
+    return R"(<order number=")" + number +
+           R"("><customer>Étienne Durand</customer><amount currency="EUR">12.50</amount></order>)";
 }
 
 inline QByteArray contentOf(const QString& path)

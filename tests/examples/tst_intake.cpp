@@ -3,6 +3,7 @@
 
 #include "intakefixture.h"
 
+#include <QRegularExpression>
 #include <QSet>
 
 using namespace Qt::StringLiterals;
@@ -37,7 +38,7 @@ Outcome runToEnd(const char* program, const QStringList& arguments,
 
 QString orderName(int number)
 {
-    return u"%1.order"_s.arg(number, 4, 10, QLatin1Char('0'));
+    return u"%1.xml"_s.arg(number, 4, 10, QLatin1Char('0'));
 }
 
 /// A running service. Killed when it goes, if it still runs.
@@ -112,6 +113,7 @@ private Q_SLOTS:
     void hangUpSwitchesTheLanguageThereAndBack();
     void restartBooksNothingTwice();
     void bookedFileIsOnlyArchived();
+    void otherOrderUnderABookedNameIsSetAside();
     void unfinishedLedgerLineIsCutAway();
     void secondServiceOnTheLedgerIsRefused();
     void malformedOrderIsSetAside_data();
@@ -303,34 +305,35 @@ void TestIntake::waitingAndArrivingFilesAreHandled()
 {
     const IntakeFixture fixture;
     fixture.writeProperties();
-    writeFile(fixture.spool(u"a.order"_s), goodDocument("C-1"));
+    writeFile(fixture.spool(u"a.xml"_s), goodDocument("C-1"));
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    writeFile(fixture.spool(u"b.order"_s), goodDocument("C-2"));
+    writeFile(fixture.spool(u"b.xml"_s), goodDocument("C-2"));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
-    QCOMPARE(fixture.booked(), QStringList({u"a.order"_s, u"b.order"_s}));
-    QCOMPARE(fixture.archived(), QStringList({u"a.order"_s, u"b.order"_s}));
-    QCOMPARE(contentOf(fixture.path("archive/b.order")), goodDocument("C-2"));
+    QCOMPARE(fixture.booked(), QStringList({u"a.xml"_s, u"b.xml"_s}));
+    QCOMPARE(fixture.archived(), QStringList({u"a.xml"_s, u"b.xml"_s}));
+    QCOMPARE(contentOf(fixture.path("archive/b.xml")), goodDocument("C-2"));
     QCOMPARE(fixture.setAside(), QStringList());
     QCOMPARE(service.stop(), 0);
     const QByteArray secondLine = contentOf(fixture.path("ledger.csv")).split('\n').value(1);
-    QCOMPARE(secondLine.split(';').value(1), QByteArray("b.order"));
+    QCOMPARE(secondLine.split(';').value(1), QByteArray("b.xml"));
     QVERIFY2(secondLine.endsWith(";C-2;Étienne Durand;12.50;EUR"), secondLine.constData());
-    QVERIFY(fixture.logHas("Summary: 2 files archived, 2 orders booked, 0 files set aside"));
+    QVERIFY(fixture.logHas(": 2 files archived, 2 orders booked, 0 files set aside\n"));
+    QVERIFY(fixture.logHas("<INFOR> Total booked: 25.00 EUR\n"));
 }
 
 void TestIntake::filesAreDeletedWithoutKeep()
 {
     const IntakeFixture fixture;
     fixture.writeProperties("lang=en_US\nqueue.keep=0\n");
-    writeFile(fixture.spool(u"old.order"_s), goodDocument());
+    writeFile(fixture.spool(u"old.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QCOMPARE(fixture.spooled(), QStringList());
-    writeFile(fixture.spool(u"new.order"_s), goodDocument());
+    writeFile(fixture.spool(u"new.xml"_s), goodDocument());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
-    QCOMPARE(fixture.booked(), QStringList{u"new.order"_s});
+    QCOMPARE(fixture.booked(), QStringList{u"new.xml"_s});
 }
 
 void TestIntake::periodZeroStillHandlesArrivals()
@@ -343,9 +346,9 @@ void TestIntake::periodZeroStillHandlesArrivals()
     writeFile(properties.fileName(), text);
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    writeFile(fixture.spool(u"a.order"_s), goodDocument());
-    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.order"_s}, Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(fixture.archived(), QStringList{u"a.order"_s}, Patience);
+    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.xml"_s}, Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.archived(), QStringList{u"a.xml"_s}, Patience);
     QCOMPARE(service.stop(), 0);
 }
 
@@ -364,7 +367,7 @@ void TestIntake::signalStopsCleanly()
     const IntakeFixture fixture;
     fixture.writeProperties();
     for (int number = 0; number < 200; ++number)
-        writeFile(fixture.spool(u"%1.order"_s.arg(number)), goodDocument());
+        writeFile(fixture.spool(u"%1.xml"_s.arg(number)), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     service.send(signal); // in the midst of its work
@@ -378,25 +381,31 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
 {
     const IntakeFixture fixture;
     fixture.writeProperties("lang=fr_FR\n");
-    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Fichier [a.order] archivé"), Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Fichier [a.xml] archivé"), Patience);
 
     service.send(SIGHUP);
     QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Messages are in English from now on (en_US)"),
                              Patience);
-    writeFile(fixture.spool(u"b.order"_s), goodDocument());
-    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> File [b.order] archived"), Patience);
+    writeFile(fixture.spool(u"b.xml"_s), goodDocument());
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> File [b.xml] archived"), Patience);
 
     service.send(SIGHUP);
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
-    writeFile(fixture.spool(u"c.order"_s), "order=\n");
+    writeFile(fixture.spool(u"c.xml"_s), "<commande/>");
     QTRY_VERIFY_WITH_TIMEOUT(
-        fixture.logHas("<WARNG> Fichier [c.order] écarté : la clé \"order\" est absente ou vide"),
+        fixture.logHas(
+            "<WARNG> Fichier [c.xml] écarté : l'élément le plus haut n'est pas \"order\""),
         Patience);
     QCOMPARE(service.stop(), 0);
+    const QRegularExpression summary(
+        u"<INFOR> Bilan du \\d\\d/\\d\\d/\\d{4} à \\d\\d:\\d\\d:\\d\\d : 3 fichiers archivés, "
+        "2 commandes enregistrées, 1 fichiers écartés\n"_s);
+    QVERIFY2(summary.match(fixture.log()).hasMatch(), qPrintable(fixture.log()));
+    QVERIFY(fixture.logHas("<INFOR> Total enregistré : 25,00 EUR\n"));
 }
 
 void TestIntake::restartBooksNothingTwice()
@@ -432,33 +441,52 @@ void TestIntake::bookedFileIsOnlyArchived()
 {
     const IntakeFixture fixture;
     fixture.writeProperties();
-    const QByteArray line = "2026-01-02T03:04:05.678Z;a%0A.order;C-1;Étienne Durand;12.50;EUR\n";
+    const QByteArray line = "2026-01-02T03:04:05.678Z;a%0A.xml;"
+                            "0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1;C-1;Étienne Durand;12.50;EUR\n";
     writeFile(fixture.path("ledger.csv"), line);
-    writeFile(fixture.spool(u"a\n.order"_s), goodDocument());
+    writeFile(fixture.spool(u"a\n.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
     QCOMPARE(contentOf(fixture.path("ledger.csv")), line);
-    QCOMPARE(fixture.archived(), QStringList{u"a\n.order"_s});
-    QVERIFY(fixture.logHas("File [a%0A.order] was booked before: nothing to do"));
+    QCOMPARE(fixture.archived(), QStringList{u"a\n.xml"_s});
+    QVERIFY(fixture.logHas("File [a%0A.xml] was booked before: nothing to do"));
+}
+
+void TestIntake::otherOrderUnderABookedNameIsSetAside()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    for (const char* number : {"C-1", "C-2"}) {
+        writeFile(fixture.spool(u"a.xml"_s), goodDocument(number));
+        QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    }
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.booked(), QStringList{u"a.xml"_s});
+    QCOMPARE(contentOf(fixture.path("setaside/a.xml")), goodDocument("C-2"));
+    QVERIFY(fixture.logHas(
+        "<WARNG> File [a.xml] set aside: a file of this name was booked before, as order C-1\n"));
 }
 
 void TestIntake::unfinishedLedgerLineIsCutAway()
 {
     const IntakeFixture fixture;
     fixture.writeProperties();
-    const QByteArray whole = "2026-01-02T03:04:05.678Z;z.order;C-0;Étienne Durand;12.50;EUR\n";
-    writeFile(fixture.path("ledger.csv"), whole + "2026-01-02T03:04:05.679Z;a.order;C-1;Éti");
-    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    const QByteArray whole = "2026-01-02T03:04:05.678Z;z.xml;"
+                             "0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1;C-0;Étienne Durand;12.50;EUR\n";
+    writeFile(fixture.path("ledger.csv"), whole + "2026-01-02T03:04:05.679Z;a.xml;C-1;Éti");
+    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
-    QCOMPARE(fixture.booked(), QStringList({u"z.order"_s, u"a.order"_s}));
+    QCOMPARE(fixture.booked(), QStringList({u"z.xml"_s, u"a.xml"_s}));
     QVERIFY(contentOf(fixture.path("ledger.csv")).startsWith(whole));
-    QVERIFY(fixture.logHas(
-        "Ledger: unfinished end of line removed [2026-01-02T03:04:05.679Z%3Ba.order"));
+    QVERIFY(
+        fixture.logHas("Ledger: unfinished end of line removed [2026-01-02T03:04:05.679Z%3Ba.xml"));
 }
 
 void TestIntake::secondServiceOnTheLedgerIsRefused()
@@ -470,6 +498,7 @@ void TestIntake::secondServiceOnTheLedgerIsRefused()
     RunningService second(fixture);
     QCOMPARE(second.waitUntilStopped(), 1);
     QVERIFY(fixture.logHas("<ERROR> The service cannot work: Ledger ["));
+    QVERIFY(second.errorOutput().startsWith(u"The service cannot work: Ledger ["_s));
     QVERIFY(first.isRunning());
     QCOMPARE(first.stop(), 0);
 }
@@ -478,15 +507,18 @@ void TestIntake::malformedOrderIsSetAside_data()
 {
     QTest::addColumn<QByteArray>("document");
     QTest::addColumn<QByteArray>("reason");
-    QTest::newRow("missing key") << QByteArray("order=C-1\namount=1\ncurrency=EUR\n")
-                                 << QByteArray("key \"customer\" is absent or empty");
-    QTest::newRow("bad amount") << QByteArray("order=1\ncustomer=x\namount=1,50\ncurrency=EUR\n")
-                                << QByteArray("wrong value: amount=1,50");
-    QTest::newRow("oversized") << QByteArray("order=") + QByteArray(10'000'000, 'x')
+    QTest::newRow("missing element")
+        << QByteArray(R"(<order number="1"><amount currency="EUR">1</amount></order>)")
+        << QByteArray("\"customer\" is absent or empty");
+    QTest::newRow("unknown type") << QByteArray(R"(<order type="Gift" number="1"/>)")
+                                  << QByteArray("there is no order of type [Gift]");
+    QTest::newRow("oversized") << QByteArray("<order>") + QByteArray(10'000'000, 'x')
                                << QByteArray("more than 65536 bytes");
     QTest::newRow("binary rubbish") << QByteArray("\x00\xff\xfe\x80=\n\x00\x01", 8)
                                     << QByteArray("this is not a text in UTF-8");
-    QTest::newRow("empty") << QByteArray() << QByteArray("key \"order\" is absent or empty");
+    QTest::newRow("empty") << QByteArray()
+                           << QByteArray("this is not XML: XML descriptor is an undefined or "
+                                         "empty string");
 }
 
 void TestIntake::malformedOrderIsSetAside()
@@ -495,18 +527,18 @@ void TestIntake::malformedOrderIsSetAside()
     QFETCH(const QByteArray, reason);
     const IntakeFixture fixture;
     fixture.writeProperties();
-    writeFile(fixture.spool(u"a.order"_s), document);
-    writeFile(fixture.spool(u"b.order"_s), goodDocument());
+    writeFile(fixture.spool(u"a.xml"_s), document);
+    writeFile(fixture.spool(u"b.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QVERIFY(service.isRunning());
     QCOMPARE(service.stop(), 0);
-    QCOMPARE(fixture.setAside(), QStringList{u"a.order"_s});
-    QCOMPARE(contentOf(fixture.path("setaside/a.order")), document);
-    QCOMPARE(fixture.archived(), QStringList({u"a.order"_s, u"b.order"_s}));
-    QCOMPARE(fixture.booked(), QStringList{u"b.order"_s});
-    const QByteArray line = "<WARNG> File [a.order] set aside: " + reason + "\n";
+    QCOMPARE(fixture.setAside(), QStringList{u"a.xml"_s});
+    QCOMPARE(contentOf(fixture.path("setaside/a.xml")), document);
+    QCOMPARE(fixture.archived(), QStringList({u"a.xml"_s, u"b.xml"_s}));
+    QCOMPARE(fixture.booked(), QStringList{u"b.xml"_s});
+    const QByteArray line = "<WARNG> File [a.xml] set aside: " + reason + "\n";
     QVERIFY2(fixture.logHas(line.constData()), line.constData());
 }
 
@@ -522,8 +554,8 @@ void TestIntake::vanishingFilesDoNoHarm()
     for (int number = Count - 1; number >= 0; number -= 2)
         QFile::remove(fixture.spool(orderName(number)));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
-    writeFile(fixture.spool(u"last.order"_s), goodDocument());
-    QTRY_VERIFY_WITH_TIMEOUT(fixture.booked().contains(u"last.order"_s), Patience);
+    writeFile(fixture.spool(u"last.xml"_s), goodDocument());
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.booked().contains(u"last.xml"_s), Patience);
     QVERIFY(service.isRunning());
     QCOMPARE(service.stop(), 0);
     const QStringList booked = fixture.booked();
@@ -563,17 +595,17 @@ void TestIntake::archiveFailureIsTriedAgain()
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QVERIFY(QDir().rmdir(fixture.path("archive")));
-    writeFile(fixture.spool(u"a.order"_s), goodDocument());
+    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
     QTRY_VERIFY_WITH_TIMEOUT(
-        fixture.logHas("<WARNG> File [a.order] put off by [archive]: cannot write ["), Patience);
-    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.order"_s}, Patience);
-    QCOMPARE(fixture.spooled(), QStringList{u"a.order"_s});
+        fixture.logHas("<WARNG> File [a.xml] put off by [archive]: cannot write ["), Patience);
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.xml"_s}, Patience);
+    QCOMPARE(fixture.spooled(), QStringList{u"a.xml"_s});
 
     QVERIFY(QDir().mkdir(fixture.path("archive")));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
-    QCOMPARE(fixture.archived(), QStringList{u"a.order"_s});
-    QCOMPARE(fixture.booked(), QStringList{u"a.order"_s});
+    QCOMPARE(fixture.archived(), QStringList{u"a.xml"_s});
+    QCOMPARE(fixture.booked(), QStringList{u"a.xml"_s});
     QCOMPARE(fixture.log().count(u"put off by"_s), 1);
 }
 
@@ -625,15 +657,15 @@ void TestIntake::producerDropsWholeFiles()
                           "Dropped into %1: 30 good orders, 6 bad ones\n"_s.arg(spool.path()));
     const QStringList names = entriesOf(spool.path()); // hidden ones too
     QCOMPARE(names.size(), 36);
-    QCOMPARE(names.first(), u"p-000001.order"_s);
-    QCOMPARE(names.last(), u"p-000036.order"_s);
-    QVERIFY(contentOf(spool.filePath(names.first())).contains("\ncurrency=EUR\n"));
+    QCOMPARE(names.first(), u"p-000001.xml"_s);
+    QCOMPARE(names.last(), u"p-000036.xml"_s);
+    QVERIFY(contentOf(spool.filePath(names.first())).contains("<amount currency=\"EUR\">"));
 }
 
 void TestIntake::producerOverwritesNothing()
 {
     const QTemporaryDir spool;
-    const QString taken = spool.filePath(u"p-000002.order"_s);
+    const QString taken = spool.filePath(u"p-000002.xml"_s);
     writeFile(taken, "mine");
     const Outcome outcome =
         runToEnd(INTAKE_DROP_PROGRAM, {u"--good"_s, u"3"_s, u"--prefix"_s, u"p"_s, spool.path()});

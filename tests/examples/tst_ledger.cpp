@@ -16,8 +16,9 @@ using intake::Ledger;
 
 namespace {
 
-const intake::Order SomeOrder{u"C-1"_s, u"Étienne; Durand"_s, u"12.50"_s, u"EUR"_s};
-const QByteArray WholeLine("2026-01-02T03:04:05.678Z;a.order;C-1;x;1;EUR\n");
+const intake::Order SomeOrder{u"C-1"_s, u"Étienne; Durand"_s, 1250, u"EUR"_s};
+const QByteArray WholeLine(
+    "2026-01-02T03:04:05.678Z;a.xml;0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1;C-1;x;1.00;EUR\n");
 
 bool isReceipt(const QByteArray& text)
 {
@@ -34,6 +35,8 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void lineHoldsTheOrder();
+    void amountIsWrittenAsDecimal_data();
+    void amountIsWrittenAsDecimal();
     void receiptsDifferAcrossRestarts();
     void namesAreFoundAgain();
     void endIsRepaired_data();
@@ -64,16 +67,42 @@ void TestLedger::lineHoldsTheOrder()
 {
     const QDateTime before = QDateTime::currentDateTimeUtc();
     Ledger ledger(_path);
-    ledger.append(u"a;b\n.order"_s, SomeOrder);
+    ledger.append(u"a;b\n.xml"_s, SomeOrder);
     const QList<QByteArray> fields = contentOf(_path).split(';');
     QCOMPARE(fields.size(), 7);
     const QDateTime time =
         QDateTime::fromString(QString::fromUtf8(fields.at(0)), Qt::ISODateWithMs);
     QVERIFY(time >= before.addMSecs(-1) && time <= QDateTime::currentDateTimeUtc());
     QVERIFY(fields.at(0).endsWith('Z'));
-    QCOMPARE(fields.at(1), QByteArray("a%3Bb%0A.order"));
+    QCOMPARE(fields.at(1), QByteArray("a%3Bb%0A.xml"));
     QVERIFY2(isReceipt(fields.at(2)), fields.at(2).constData());
     QCOMPARE(fields.mid(3), QList<QByteArray>({"C-1", "Étienne%3B Durand", "12.50", "EUR\n"}));
+}
+
+void TestLedger::amountIsWrittenAsDecimal_data()
+{
+    QTest::addColumn<qint64>("amount");
+    QTest::addColumn<QByteArray>("text");
+    const auto row = [](const char* text, qint64 amount) {
+        QTest::newRow(text) << amount << QByteArray(text);
+    };
+    row("0.00", 0);
+    row("0.05", 5);
+    row("-0.05", -5);
+    row("1.00", 100);
+    row("-12.34", -1234);
+    row("999999999.99", 99999999999);
+}
+
+void TestLedger::amountIsWrittenAsDecimal()
+{
+    QFETCH(const qint64, amount);
+    QFETCH(const QByteArray, text);
+    Ledger ledger(_path);
+    auto order = SomeOrder;
+    order.amount = amount;
+    ledger.append(u"a.xml"_s, order);
+    QCOMPARE(contentOf(_path).split(';').value(5), text);
 }
 
 void TestLedger::receiptsDifferAcrossRestarts()
@@ -93,13 +122,13 @@ void TestLedger::namesAreFoundAgain()
 {
     {
         Ledger ledger(_path);
-        QVERIFY(!ledger.contains(u"a;b"_s));
+        QVERIFY(ledger.orderBookedFor(u"a;b"_s).isNull());
         ledger.append(u"a;b"_s, SomeOrder);
-        QVERIFY(ledger.contains(u"a;b"_s));
+        QCOMPARE(ledger.orderBookedFor(u"a;b"_s), u"C-1"_s);
     }
     const Ledger again(_path);
-    QVERIFY(again.contains(u"a;b"_s));
-    QVERIFY(!again.contains(u"a"_s));
+    QCOMPARE(again.orderBookedFor(u"a;b"_s), u"C-1"_s);
+    QVERIFY(again.orderBookedFor(u"a"_s).isNull());
     QCOMPARE(again.tornEnd(), QString());
 }
 
@@ -108,19 +137,19 @@ void TestLedger::endIsRepaired_data()
     QTest::addColumn<QByteArray>("end");
     QTest::addColumn<QByteArray>("repaired");
     QTest::addColumn<bool>("isBooked");
-    QTest::newRow("whole") << QByteArray("t;b.order;C-2;x;1;EUR\n")
-                           << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
-    QTest::newRow("only the line end is missing")
-        << QByteArray("t;b.order;C-2;x;1;EUR") << QByteArray("t;b.order;C-2;x;1;EUR\n") << true;
-    const QByteArray start = "t;b.order;0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1";
-    QTest::newRow("whole, with a receipt") << start + ";C-2;x;1;EUR\n"
-                                           << start + ";C-2;x;1;EUR\n"
-                                           << true;
-    QTest::newRow("after the receipt") << start << QByteArray() << false;
-    QTest::newRow("after the amount") << start + ";C-2;7;1" << QByteArray() << false;
-    QTest::newRow("in the currency") << QByteArray("t;b.order;C-2;x;1;EU") << QByteArray() << false;
-    QTest::newRow("in the name") << QByteArray("t;b.or") << QByteArray() << false;
-    QTest::newRow("one byte") << QByteArray("t") << QByteArray() << false;
+    const QByteArray start = "t;b.xml;0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1";
+    const auto row = [&](const char* name, const QByteArray& end, bool isBooked) {
+        const QByteArray repaired = end.endsWith('\n') ? end : end + '\n';
+        QTest::newRow(name) << end << (isBooked ? repaired : QByteArray()) << isBooked;
+    };
+    row("whole", start + ";C-2;x;1.00;EUR\n", true);
+    row("only the line end is missing", start + ";C-2;x;1.00;EUR", true);
+    row("in the currency", start + ";C-2;x;1.00;EU", false);
+    row("before the currency", start + ";C-2;x;1.00;", false);
+    row("after the amount", start + ";C-2;x;1.00", false);
+    row("after the receipt", start, false);
+    row("in the name", "t;b.x", false);
+    row("one byte", "t", false);
 }
 
 void TestLedger::endIsRepaired()
@@ -131,19 +160,20 @@ void TestLedger::endIsRepaired()
     writeFile(_path, WholeLine + end);
     const Ledger ledger(_path);
     QCOMPARE(contentOf(_path), WholeLine + repaired);
-    QCOMPARE(ledger.contains(u"b.order"_s), isBooked);
-    QVERIFY(ledger.contains(u"a.order"_s));
+    QCOMPARE(ledger.orderBookedFor(u"b.xml"_s), isBooked ? u"C-2"_s : QString());
+    QCOMPARE(ledger.orderBookedFor(u"a.xml"_s), u"C-1"_s);
     QCOMPARE(ledger.tornEnd(), isBooked ? QString() : QString::fromUtf8(end));
 }
 
 void TestLedger::rubbishIsNoBooking()
 {
-    const QByteArray rubbish = QByteArray("\x00\xff;\xfe;;;;\n", 9) + QByteArray(10'000'000, ';') +
-                               "\nb.order\n;b.order;;;;\n";
+    const QByteArray rubbish =
+        QByteArray("\x00\xff;\xfe;;;;\n", 9) + QByteArray(10'000'000, ';') +
+        "\nb.xml\n;b.xml;;;;\nt;b.xml;r;;c;1.00;EUR\nt;b.xml;r;n;c;1.00;EUR;\n";
     writeFile(_path, rubbish + WholeLine);
     const Ledger ledger(_path);
-    QVERIFY(ledger.contains(u"a.order"_s));
-    QVERIFY(!ledger.contains(u"b.order"_s));
+    QCOMPARE(ledger.orderBookedFor(u"a.xml"_s), u"C-1"_s);
+    QVERIFY(ledger.orderBookedFor(u"b.xml"_s).isNull());
     QCOMPARE(contentOf(_path), rubbish + WholeLine);
 }
 
@@ -164,8 +194,8 @@ void TestLedger::failedAppendAddsNothing()
         QSKIP("no /dev/full here");
     QVERIFY(QFile::link(u"/dev/full"_s, _path));
     Ledger ledger(_path);
-    QVERIFY_EXCEPTION_THROWN(ledger.append(u"a.order"_s, SomeOrder), Exception);
-    QVERIFY(!ledger.contains(u"a.order"_s));
+    QVERIFY_EXCEPTION_THROWN(ledger.append(u"a.xml"_s, SomeOrder), Exception);
+    QVERIFY(ledger.orderBookedFor(u"a.xml"_s).isNull());
 }
 
 QTEST_GUILESS_MAIN(TestLedger)
