@@ -3,9 +3,8 @@
 
 #include "kez/metatypes.h"
 #include "frame/failure_p.h"
+#include "frame/sharedlibrary_p.h"
 
-#include <QFileInfo>
-#include <QLibrary>
 #include <QMetaType>
 #include <QMutexLocker>
 
@@ -27,21 +26,6 @@ const MetaType& required(const MetaType* found, const char* signature, const cha
     return required(found, signature, key, QString::number(wanted));
 }
 
-constexpr const char* InstantiateSignature =
-    "void* MetaTypes::instantiateFromMetaTypes(const QString&, const QString&)";
-
-void loadLibrary(const QString& path)
-{
-    const QFileInfo info(path);
-    if (!info.exists() || !info.isReadable())
-        Failure::raise(InstantiateSignature, Failure::message("FileNotReadable", path));
-    QLibrary library(path);
-    if (!library.isLoaded() && !library.load())
-        Failure::raise(InstantiateSignature,
-                       Failure::message("LibLoadingFailure",
-                                        path + QStringLiteral(" - ") + library.errorString()));
-}
-
 } // namespace
 
 MetaTypes::MetaTypes() = default;
@@ -56,14 +40,15 @@ MetaTypes* MetaTypes::getInstance()
 
 void* MetaTypes::instantiateFromMetaTypes(const QString& className, const QString& libraryPath)
 {
+    constexpr const char* signature =
+        "void* MetaTypes::instantiateFromMetaTypes(const QString&, const QString&)";
     if (!libraryPath.isEmpty())
-        loadLibrary(libraryPath);
+        loadSharedLibrary(libraryPath, signature, Failure::message<QString>);
     const QMetaType type = QMetaType::fromName(className.toUtf8());
     if (!type.isValid())
-        Failure::raise(
-            InstantiateSignature,
-            Failure::completed(Failure::message("ClassNotRegistered") + QStringLiteral(" - [%1]"),
-                               className));
+        Failure::raise(signature, Failure::completed(Failure::message("ClassNotRegistered") +
+                                                         QStringLiteral(" - [%1]"),
+                                                     className));
     return type.create();
 }
 

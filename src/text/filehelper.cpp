@@ -4,11 +4,11 @@
 #include "kez/filehelper.h"
 #include "config/propertiesreader_p.h"
 #include "frame/failure_p.h"
+#include "frame/sharedlibrary_p.h"
 #include "kez/identity.h"
 
 #include <QDateTime>
 #include <QDir>
-#include <QLibrary>
 #include <QTextStream>
 
 #include <algorithm>
@@ -179,17 +179,8 @@ void FileHelper::cleanDirectory(const QString& path)
 
 void FileHelper::loadLibrary(const QString& path)
 {
-    constexpr const char* signature = "void FileHelper::loadLibrary(const QString&)";
-    const QFileInfo info(path);
-    // Opening a fifo would wait for somebody to write to it.
-    if ((!info.isFile() && !info.isDir()) || !info.isReadable())
-        Failure::raise(signature, Failure::libraryMessage("FileNotReadable", path));
-    QLibrary library(path);
-    if (!library.isLoaded() && !library.load()) {
-        Failure::raise(signature,
-                       Failure::libraryMessage("LibLoadingFailure", path + QStringLiteral(" - ") +
-                                                                        library.errorString()));
-    }
+    loadSharedLibrary(path, "void FileHelper::loadLibrary(const QString&)",
+                      Failure::libraryMessage<QString>);
 }
 
 Dictionnary FileHelper::loadProperties(const QString& path, qint64 maxLineLength)

@@ -24,6 +24,8 @@
 #include <memory>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace {
 
 /// What the test makes known to Qt.
@@ -518,6 +520,16 @@ private Q_SLOTS:
     {
         const QTemporaryDir directory;
         const QString path = directory.filePath(QStringLiteral("libnone.so"));
+        QCOMPARE(failureText(
+                     [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); }),
+                 InstantiatePrefix + QStringLiteral("File [%1] isn't readable").arg(path));
+    }
+
+    void fifoIsRefusedWithoutWaiting()
+    {
+        const QTemporaryDir directory;
+        const QString path = directory.filePath(QStringLiteral("libfifo.so"));
+        QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0600), 0);
         QCOMPARE(failureText(
                      [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); }),
                  InstantiatePrefix + QStringLiteral("File [%1] isn't readable").arg(path));

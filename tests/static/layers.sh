@@ -22,18 +22,16 @@ table='
 0: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
 0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
 1: langbundle.h i18n/langbundle.cpp
-1: translator.h i18n/translator.cpp frame/failure_p.h
+1: translator.h i18n/translator.cpp frame/failure_p.h frame/sharedlibrary_p.h
 1: uidgenerator.h ids/uidgenerator.cpp ids/uidwords_p.h
 2: identity.h frame/kez.cpp
 2: properties.h config/properties.cpp config/propertiesreader_p.h config/numberproperty_p.h
 2: iconfigcontroller.h config/iconfigcontroller.cpp
-2: metatype.h reflection/metatype.cpp metatypes.h reflection/metatypes.cpp
+2: metatypes.h reflection/metatypes.cpp
 2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp
 2: simpledom.h xml/simpledom.cpp
 2: filehelper.h text/filehelper.cpp
-2: metatypes.h reflection/metatypes.cpp
 3: loggerlevel.h log/loggerlevel.cpp
-2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp simpledom.h xml/simpledom.cpp
 3: logger.h log/logger.cpp log/logformatter.cpp log/loggerrotation.cpp log/loggerdescription.cpp
 3: log/logring_p.h log/logring.cpp log/banner_p.h
 3: loggerconfigcontroller.h log/loggerconfigcontroller.cpp
