@@ -53,16 +53,17 @@ QString numberedLine(int i)
 }
 
 /// Logs a hundred lines into a file that may not grow beyond forty lines, then may grow again.
-int childSizeLimit(const QString& name, bool tee, bool ignored, bool later)
+int childSizeLimit(const QString& name, bool tee, bool ignored, bool later, bool inside)
 {
+    const rlim_t limit = 40 * 23 + (inside ? 5 : 0);
     signal(SIGXFSZ, ignored ? SIG_IGN : SIG_DFL);
     if (!later)
-        limitFileSize(40 * 23);
+        limitFileSize(limit);
     Logger logger(name, Large, 3, Century, LoggerLevel::debug, plainFormatter);
     if (!tee)
         logger.disableTee();
     if (later)
-        limitFileSize(40 * 23);
+        limitFileSize(limit);
     for (int i = 0; i < 100; ++i)
         logger.warning(numberedLine(i));
     limitFileSize(RLIM_INFINITY);
@@ -122,9 +123,9 @@ int childMain(const QStringList& arguments)
         return childPendingSignal(name);
     if (what == QLatin1String("fatal"))
         return childFatal(name);
-    return childSizeLimit(name, what.contains(QLatin1String("tee")),
-                          what.contains(QLatin1String("ignored")),
-                          what.contains(QLatin1String("later")));
+    return childSizeLimit(
+        name, what.contains(QLatin1String("tee")), what.contains(QLatin1String("ignored")),
+        what.contains(QLatin1String("later")), what.contains(QLatin1String("inside")));
 }
 
 } // namespace
@@ -327,6 +328,7 @@ private Q_SLOTS:
         QTest::newRow("signal ignored") << "ignored";
         QTest::newRow("signal as by default") << "default";
         QTest::newRow("signal ignored, limit set later") << "ignored later";
+        QTest::newRow("signal as by default, limit in a line set later") << "default later inside";
         QTest::newRow("signal ignored, tee") << "ignored tee";
         QTest::newRow("signal as by default, tee") << "default tee";
     }
@@ -432,6 +434,18 @@ private Q_SLOTS:
         LibcFaults::fdopenError = ENOMEM;
         QVERIFY_EXCEPTION_THROWN(QuietLogger{ring}, Exception);
         LibcFaults::fdopenError = 0;
+        QCOMPARE(openDescriptors(), before);
+    }
+
+    void failureAtStartAfterARotationLeaksNothing()
+    {
+        const LogRing ring;
+        QVERIFY(ring.put(0, "long\n"));
+        const int before = openDescriptors();
+        LibcFaults::soundCreations = 1; // the rotation's file, which is then opened once more
+        LibcFaults::createError = EMFILE;
+        QVERIFY_EXCEPTION_THROWN(QuietLogger(ring, 4), Exception);
+        QVERIFY(ring.has(1));
         QCOMPARE(openDescriptors(), before);
     }
 

@@ -3,6 +3,7 @@
 
 #include "support/bundledirectory.h"
 #include "support/childprocess.h"
+#include "support/descriptorlimit.h"
 
 #include <kez/langbundle.h>
 #include <kez/translator.h>
@@ -18,7 +19,6 @@
 #include <utility>
 #include <vector>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 static_assert(std::has_virtual_destructor_v<LangBundle>);
@@ -89,17 +89,11 @@ void say(const QString& line)
 /// What load() says while the process can open no further file.
 QString failureWithoutDescriptors(const QString& path)
 {
-    // The undefined-behaviour sanitizer opens a pipe for each class that it meets for the first
-    // time.
+    // Once before: see DescriptorLimit.
     LangBundle::load(path, Kez, French);
     failureOf(path, Kez, QStringLiteral("missing"));
-    rlimit usual{};
-    getrlimit(RLIMIT_NOFILE, &usual);
-    const rlimit none{3, usual.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    const QString failure = failureOf(path, Kez, French);
-    setrlimit(RLIMIT_NOFILE, &usual);
-    return failure;
+    const DescriptorLimit none(0);
+    return failureOf(path, Kez, French);
 }
 
 int child(const QStringList& arguments)

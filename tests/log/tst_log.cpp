@@ -19,6 +19,8 @@
 #include <csignal>
 #include <memory>
 
+#include <sys/mman.h>
+
 namespace {
 
 using Level = LoggerLevel::LogLevel;
@@ -36,6 +38,20 @@ std::unique_ptr<Log> quietLog(const LogRing& ring, quint64 maxSize = 0)
     return std::make_unique<Log>(ring.name(), false, maxSize, 5U, Century, LoggerLevel::debug,
                                  levelFormatter);
 }
+
+/// A text in memory that no process may read.
+class UnreadableText {
+public:
+    UnreadableText() : _page(mmap(nullptr, 1, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
+    ~UnreadableText() { munmap(_page, 1); }
+    UnreadableText(const UnreadableText&) = delete;
+    UnreadableText& operator=(const UnreadableText&) = delete;
+
+    const char* get() const { return static_cast<const char*>(_page); }
+
+private:
+    void* _page;
+};
 
 int openDescriptors()
 {
@@ -275,6 +291,19 @@ private Q_SLOTS:
         const LogFormatter byDefault = &Logger::formatter;
         QVERIFY(log->formatter() == byDefault);
         QVERIFY(log->logger()->formatter() == byDefault);
+    }
+
+    void filteredTextIsNotEvenRead()
+    {
+        const LogRing ring;
+        const auto log = quietLog(ring);
+        log->setFilter(LoggerLevel::fatal);
+        const UnreadableText text;
+        log->debug(text.get());
+        log->info(text.get());
+        log->warning(text.get());
+        log->critical(text.get());
+        QCOMPARE(ring.bytes(0), QByteArray());
     }
 
     // --- A facade on a copy

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/childprocess.h"
+#include "support/descriptorlimit.h"
 #include "support/environmentguard.h"
 #include "support/language.h"
 #include "support/logring.h"
@@ -21,8 +22,6 @@
 #include <cstring>
 #include <new>
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -87,30 +86,6 @@ QString pathOf(int fd)
     return QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(fd));
 }
 
-int lowestFreeDescriptor()
-{
-    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(fd);
-    return fd;
-}
-
-/// Lets the process open `count` more descriptors.
-void allowDescriptors(int count)
-{
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = rlim_t(lowestFreeDescriptor() + count);
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-void allowAllDescriptors()
-{
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 int childFatal(bool tee, const QString& name)
 {
     Logger logger(name, 0, 0, Century, LoggerLevel::debug, plainFormatter);
@@ -142,15 +117,17 @@ int childWithoutDescriptors(const QString& name)
 {
     Logger warmUp(name + QStringLiteral("-warm"), 0, 0, Century, LoggerLevel::debug);
     const int before = openDescriptors();
-    allowDescriptors(1);
-    const QString atConstruction = constructorFailure(name);
-    allowAllDescriptors();
+    const QString atConstruction = [&name] {
+        const DescriptorLimit one(1);
+        return constructorFailure(name);
+    }();
     const int after = openDescriptors();
 
     Logger logger(name + QStringLiteral("-fresh"), 0, 0, Century, LoggerLevel::debug);
-    allowDescriptors(0);
-    const QString later = duplicateFailure(logger);
-    allowAllDescriptors();
+    const QString later = [&logger] {
+        const DescriptorLimit none(0);
+        return duplicateFailure(logger);
+    }();
     logger.disableTee();
     logger.info(QStringLiteral("still writing"));
     puts(qPrintable(atConstruction));

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/childprocess.h"
+#include "support/descriptorlimit.h"
 #include "support/language.h"
 #include "support/libcfaults.h"
 #include "support/logring.h"
@@ -16,8 +17,6 @@
 
 #include <cstring>
 #include <limits>
-
-#include <sys/resource.h>
 
 namespace {
 
@@ -73,12 +72,7 @@ int childMain(const QStringList& arguments)
     printMessagesPlainly();
     Logger logger(arguments.value(0), 4, 3, Century, LoggerLevel::debug, plainFormatter);
     logger.disableTee();
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const int lowestFree = open("/dev/null", O_RDONLY);
-    close(lowestFree);
-    limit.rlim_cur = rlim_t(lowestFree);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const DescriptorLimit none(0);
     logger.info(QStringLiteral("first"));
     puts(logger.duplicatedDescriptor() ? "stream" : "no stream");
     return 0;

@@ -13,6 +13,7 @@
 #include <QSemaphore>
 #include <QTest>
 
+#include <array>
 #include <atomic>
 #include <barrier>
 #include <functional>
@@ -217,6 +218,27 @@ private Q_SLOTS:
         });
         QCOMPARE(disorderIn(ring.lines(0), capture.texts(), 1000), QString());
         second.closeDuplicatedHandle();
+    }
+
+    /// The formatter's text is the literal's own memory, which no logger may change.
+    void oneTextThroughSeveralLoggersAtOnce()
+    {
+        const auto sharingFormatter = [](LoggerLevel::LogLevel, const QString& msg, QString& out) {
+            out = msg;
+        };
+        const QString text = QStringLiteral("the same text for all");
+        const std::array<LogRing, Threads> rings;
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            Logger logger(rings[size_t(thread)].name(), 1 << 30, 1, Century, LoggerLevel::debug,
+                          sharingFormatter);
+            logger.disableTee();
+            for (int i = 0; i < 1000; ++i)
+                logger.info(text);
+        });
+        for (const LogRing& ring : rings)
+            QCOMPARE(ring.lines(0), QByteArrayList(1000, "the same text for all"));
+        QCOMPARE(text, QLatin1String("the same text for all"));
     }
 
     void teeShowsEveryThreadsLines()

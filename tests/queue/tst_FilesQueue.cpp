@@ -3,6 +3,7 @@
 
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
+#include "support/descriptorlimit.h"
 #include "support/tracelog.h"
 
 #include <kez/FilesQueue.h>
@@ -289,6 +290,7 @@ private Q_SLOTS:
     void duplicateIsRefusedBeforeThePurge();
     void directoryIsCheckedBeforeIdentifiers();
     void keptFilesBecomeEntriesInNameOrder();
+    void rescanWithoutDescriptorsChangesNothing();
     void purgeDeletesFilesOnly();
     void purgeLeavesTargetsOfLinks();
     void purgeLeavesWhatMayNotBeUsed();
@@ -494,6 +496,32 @@ void FilesQueueTest::directoryIsCheckedBeforeIdentifiers()
     const QueueDirectory directory;
     const QString path = directory.filePath("absent");
     QCOMPARE(constructionFailure(path, entriesOf({"c", "c"})), invalidDirectory(path));
+}
+
+void FilesQueueTest::rescanWithoutDescriptorsChangesNothing()
+{
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    FilesQueue queue(directory.path(), entriesOf({"x"}), true, 0);
+    QSignalSpy updates(&queue, &FilesQueue::queueUpdated);
+    queue.onDirectoryChanged();
+    QCOMPARE(updates.size(), 0);
+    queue.onConsumed("x", "a");
+    QVERIFY(directory.remove("b"));
+    QVERIFY(directory.create("c"));
+    const TraceLog log;
+    {
+        const DescriptorLimit none(0);
+        queue.onDirectoryChanged();
+    }
+    QCOMPARE(updates.size(), 0);
+    QCOMPARE(queuedNames(queue, {"a", "b", "c"}), QStringList({"a", "b"}));
+    QVERIFY(queue.isConsumedFromAll("a"));
+    QCOMPARE(log.texts(), QStringList());
+
+    queue.onDirectoryChanged();
+    QCOMPARE(queuedNames(queue, {"a", "b", "c"}), QStringList{"c"});
+    QCOMPARE(directory.names(), QStringList{"c"});
 }
 
 void FilesQueueTest::keptFilesBecomeEntriesInNameOrder()

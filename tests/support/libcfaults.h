@@ -34,6 +34,9 @@ inline std::atomic<int> unlinkError{0};
 inline std::atomic<int> fdopenError{0};
 inline std::atomic<int> writeError{0};
 
+/// How many more files are created before createError counts.
+inline std::atomic<int> soundCreations{0};
+
 /// How many more writes fail with writeError; negative: all.
 inline std::atomic<int> failingWrites{-1};
 
@@ -52,6 +55,7 @@ inline void reset()
 {
     clock = 0;
     createError = renameError = unlinkError = fdopenError = writeError = 0;
+    soundCreations = 0;
     failingWrites = -1;
     writeLimit = 0;
     shortWrites = 0;
@@ -82,9 +86,9 @@ Function real(const char* name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-inline bool isCreation(const char* path, int flags)
+inline bool isRefusedCreation(const char* path, int flags)
 {
-    return createError != 0 && (flags & O_CREAT) && isRingFile(path);
+    return createError != 0 && (flags & O_CREAT) && isRingFile(path) && --soundCreations < 0;
 }
 
 } // namespace LibcFaults
@@ -99,7 +103,7 @@ extern "C" {
         va_start(arguments, flags);                                                                \
         const mode_t mode = (flags & O_CREAT) ? va_arg(arguments, mode_t) : 0;                     \
         va_end(arguments);                                                                         \
-        if (LibcFaults::isCreation(path, flags)) {                                                 \
+        if (LibcFaults::isRefusedCreation(path, flags)) {                                          \
             errno = LibcFaults::createError;                                                       \
             return -1;                                                                             \
         }                                                                                          \
@@ -116,7 +120,7 @@ KEZ_INTERPOSE_OPEN(open64)
         va_start(arguments, flags);                                                                \
         const mode_t mode = (flags & O_CREAT) ? va_arg(arguments, mode_t) : 0;                     \
         va_end(arguments);                                                                         \
-        if (LibcFaults::isCreation(path, flags)) {                                                 \
+        if (LibcFaults::isRefusedCreation(path, flags)) {                                          \
             errno = LibcFaults::createError;                                                       \
             return -1;                                                                             \
         }                                                                                          \
