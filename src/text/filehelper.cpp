@@ -12,6 +12,8 @@
 #include <QTextStream>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -151,8 +153,12 @@ quint64 FileHelper::freeSpace(const QString& path)
         Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!info.isFile() && !info.isDir())
         Failure::raise(signature, Failure::libraryMessage("NotFileOrDir", path));
-    return static_cast<quint64>(
-        qMax<qint64>(device(info.isDir() ? path : info.path()).bytesFree(), 0));
+    // Not device().bytesFree(), which finds nothing where the table of mounts lacks the volume, as
+    // it does below a changed root.
+    const QByteArray directory = QFile::encodeName(info.isDir() ? path : info.path());
+    std::error_code failure;
+    const auto space = std::filesystem::space(directory.toStdString(), failure);
+    return failure ? 0 : space.free;
 }
 
 void FileHelper::cleanDirectory(const QString& path)
