@@ -4,25 +4,14 @@
 // Takes the input for a configuration file, when its first byte is even, or for the data stream of
 // a configuration. Streams that name a log file are left out, since reading them would create it.
 
+#include "fuzz/inputfile.h"
+
 #include <kez/configuration.h>
-#include <kez/initlib.h>
 #include <kez/loggerconfigcontroller.h>
 
 #include <QDataStream>
-#include <QFile>
-#include <QTemporaryDir>
-
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 
 namespace {
-
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 QString logFileKey()
 {
@@ -53,7 +42,8 @@ void useAsApplicationsDo(Config& config)
     config.logBannerTitle();
     config.displayPropertiesWithinBanner();
     LoggerConfigController controller;
-    require(config.isLegalConfiguration(&controller) == controller.errors().isEmpty());
+    require(config.isLegalConfiguration(&controller) == controller.errors().isEmpty(),
+            "what is refused has an error");
 }
 
 /// What is read is what is written again.
@@ -63,22 +53,18 @@ void checkRoundTrip(const Config& config)
     Config again;
     QDataStream stream(bytes);
     stream >> again;
-    require(stream.status() == QDataStream::Ok);
-    require(*again.properties()->toDictionnary() == *config.properties()->toDictionnary());
-    require(streamOf(again) == bytes);
+    require(stream.status() == QDataStream::Ok, "what is written is read");
+    require(*again.properties()->toDictionnary() == *config.properties()->toDictionnary(),
+            "the properties survive");
+    require(streamOf(again) == bytes, "the same is written again");
 }
 
 void readAsFile(const QByteArray& bytes)
 {
-    static const QTemporaryDir directory;
-    const QString path = directory.filePath(QStringLiteral("app.conf"));
-    QFile file(path);
-    require(file.open(QIODevice::WriteOnly));
-    require(file.write(bytes) == bytes.size());
-    file.close();
-
-    const std::shared_ptr<Config> config = Config::load(path, QString());
-    require(config->value(QStringLiteral("app.version")) == QLatin1String("0.0.0"));
+    const std::shared_ptr<Config> config =
+        Config::load(InputDirectory::write(QStringLiteral("app.conf"), bytes), QString());
+    require(config->value(QStringLiteral("app.version")) == QLatin1String("0.0.0"),
+            "the version is the caller's");
     useAsApplicationsDo(*config);
     if (!config->existsKey(logFileKey()))
         checkRoundTrip(*config);
@@ -92,25 +78,24 @@ void readAsStream(const QByteArray& bytes)
     QDataStream stream(bytes);
     stream >> config;
     if (stream.status() == QDataStream::Ok) {
-        require(stream.atEnd());
+        require(stream.atEnd(), "the stream is read to its end");
         useAsApplicationsDo(config);
         checkRoundTrip(config);
     } else {
-        require(config.properties()->size() == 1);
-        require(config.value(QStringLiteral("app.version")) == QLatin1String("before"));
+        require(config.properties()->size() == 1 &&
+                    config.value(QStringLiteral("app.version")) == QLatin1String("before"),
+                "a failure changes nothing");
     }
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const bool isSetUp = (kezEnsureInit(), true);
-    require(isSetUp);
+    prepare();
     if (size == 0)
         return 0;
-    const QByteArray bytes(reinterpret_cast<const char*>(data + 1),
-                           static_cast<qsizetype>(size - 1));
+    const QByteArray bytes = inputBytes(data + 1, size - 1);
     if (data[0] % 2 == 0)
         readAsFile(bytes);
     else

@@ -1,28 +1,19 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "fuzz/inputfile.h"
+
 #include <kez/exception.h>
 #include <kez/FilesQueue.h>
-#include <kez/initlib.h>
 #include <kez/logger.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
 
 namespace {
-
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 /// The same objects with the paths that they name taken away: files are not for the fuzzer to make.
 QJsonArray harmless(const QJsonArray& description, const QString& pathKey, const QJsonValue& path)
@@ -42,25 +33,22 @@ QJsonArray harmless(const QJsonArray& description, const QString& pathKey, const
 /// A logger and a queue described by any JSON array.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const QTemporaryDir directory;
-    static const bool isSetUp = (kezEnsureInit(), directory.isValid());
-    require(isSetUp);
-    const QByteArray bytes(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
-    const QJsonArray array = QJsonDocument::fromJson(bytes).array();
+    prepare();
+    const QJsonArray array = QJsonDocument::fromJson(inputBytes(data, size)).array();
 
-    const QString ring = directory.filePath(QStringLiteral("ring"));
+    const QString ring = InputDirectory::path(QStringLiteral("ring"));
     const auto logger = Logger::buildLog(
         QJsonObject{{QStringLiteral("log"), harmless(array, QStringLiteral("fileName"), ring)}});
-    require(logger != nullptr);
+    require(logger != nullptr, "there is always a logger");
 
-    const QString spool = directory.filePath(QStringLiteral("spool"));
-    require(QDir().mkpath(spool));
+    const QString spool = InputDirectory::path(QStringLiteral("spool"));
+    QDir().mkpath(spool);
     try {
         const std::unique_ptr<FilesQueue> queue(
             FilesQueue::initFilesQueue(harmless(array, QStringLiteral("path"), spool)));
-        require(queue->size() == 0);
+        require(queue->size() == 0, "an empty directory makes an empty queue");
     } catch (const Exception& failure) {
-        require(!failure.detail().isEmpty());
+        require(!failure.detail().isEmpty(), "a failure says why");
     }
     return 0;
 }

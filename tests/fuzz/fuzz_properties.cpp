@@ -4,33 +4,14 @@
 // Reads the input as a properties file, the first byte being the limit of the line length, and
 // checks that what was read survives saving and loading.
 
+#include "fuzz/inputfile.h"
+
 #include <kez/exception.h>
-#include <kez/initlib.h>
 #include <kez/properties.h>
 
-#include <QFile>
-#include <QTemporaryDir>
-
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 
 namespace {
-
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
-void writeFile(const QString& path, const uint8_t* data, size_t size)
-{
-    QFile file(path);
-    require(file.open(QIODevice::WriteOnly));
-    const auto length = static_cast<qint64>(size);
-    require(file.write(reinterpret_cast<const char*>(data), length) == length);
-}
 
 /// Null when a key comes twice.
 std::shared_ptr<Properties> load(const QString& path, qint64 maxLineLength)
@@ -39,7 +20,8 @@ std::shared_ptr<Properties> load(const QString& path, qint64 maxLineLength)
         return Properties::loadProperties(path, maxLineLength);
     } catch (const Exception& e) {
         require(e.detail().startsWith(
-            QStringLiteral("void Properties::insert(const QString&, const QString&) -> ")));
+                    QStringLiteral("void Properties::insert(const QString&, const QString&) -> ")),
+                "only a key that comes twice is a failure");
         return nullptr;
     }
 }
@@ -58,40 +40,41 @@ bool survivesSaving(const Dictionnary& map)
 void checkEntries(const Dictionnary& map, qint64 maxLineLength)
 {
     for (auto it = map.begin(); it != map.end(); ++it) {
-        require(!it.key().contains(QLatin1Char('=')));
-        require(!it.key().startsWith(QLatin1Char('#')));
-        require(!it.key().contains(QLatin1Char('\n')) && !it.value().contains(QLatin1Char('\n')));
-        require(it.key().isEmpty() || !it.key().front().isSpace());
-        require(it.value().isEmpty() || !it.value().back().isSpace());
-        const qint64 length = it.key().size() + 1 + it.value().size();
-        require(maxLineLength == 0 || length <= maxLineLength);
+        const QString& key = it.key();
+        const QString& value = it.value();
+        require(!key.contains(QLatin1Char('=')), "the first = separates");
+        require(!key.startsWith(QLatin1Char('#')), "a comment is no entry");
+        require(!key.contains(QLatin1Char('\n')) && !value.contains(QLatin1Char('\n')),
+                "an entry is one line");
+        require(key.isEmpty() || !key.front().isSpace(), "a line is trimmed at its beginning");
+        require(value.isEmpty() || !value.back().isSpace(), "a line is trimmed at its end");
+        require(maxLineLength == 0 || key.size() + 1 + value.size() <= maxLineLength,
+                "a line is cut at the limit");
     }
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const QTemporaryDir directory;
-    static const bool isSetUp = (kezEnsureInit(), directory.isValid());
-    require(isSetUp);
+    prepare();
     if (size == 0)
         return 0;
 
     const qint64 maxLineLength = data[0];
-    const QString source = directory.filePath(QStringLiteral("source"));
-    writeFile(source, data + 1, size - 1);
-    const auto properties = load(source, maxLineLength);
+    const auto properties =
+        load(InputDirectory::write(QStringLiteral("source"), inputBytes(data + 1, size - 1)),
+             maxLineLength);
     if (!properties)
         return 0;
     const Dictionnary& map = *properties->toDictionnary();
     checkEntries(map, maxLineLength);
 
-    const QString copy = directory.filePath(QStringLiteral("copy"));
+    const QString copy = InputDirectory::path(QStringLiteral("copy"));
     properties->saveProperties(copy, true);
     if (survivesSaving(map)) {
         const auto again = load(copy, 0);
-        require(again && *again->toDictionnary() == map);
+        require(again && *again->toDictionnary() == map, "what is saved is what is loaded");
     }
     return 0;
 }

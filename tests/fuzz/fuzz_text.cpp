@@ -3,22 +3,11 @@
 
 // Any bytes, and any text, through every decoder of Text, and back through the encoders.
 
+#include "fuzz/inputfile.h"
+
 #include <kez/text.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-
 namespace {
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "not so: %s\n", what);
-    std::abort();
-}
 
 void decodeBase64(const QByteArray& bytes, const QString& text)
 {
@@ -75,7 +64,8 @@ void format(const QByteArray& bytes, const QString& text)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const QByteArray bytes(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
+    prepare();
+    const QByteArray bytes = inputBytes(data, size);
     const QString text = QString::fromUtf8(bytes);
     decodeBase64(bytes, text);
     decodeHexa(bytes, text);
