@@ -19,6 +19,7 @@
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
+struct ListedFile;
 
 /// Turns a directory into a queue of work files that several consumers share.
 ///
@@ -51,8 +52,8 @@ public:
     /// `keep`: whether the files that are there become entries, or are deleted.
     /// `interval`: milliseconds between periodic re-scans; 0 or less for none.
     ///
-    /// Throws Exception when `path` is no readable and writable directory, or when two consumers
-    /// have the same identifier.
+    /// Throws Exception when `path` is no readable and writable directory, or cannot be listed at
+    /// the moment, or when two consumers have the same identifier.
     FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep, int interval,
                QObject* parent = nullptr);
 
@@ -139,13 +140,9 @@ private:
     struct Changes;
     class Locker;
 
-    QFileInfoList listFiles() const;
     QList<QString> filesNotConsumedBy(int consumer) const;
-    void loadEntries();
-    void purgeDirectory() const;
     void appendEntry(const QString& fileName);
-    QList<QString> appendNewEntries(const QFileInfoList& listing);
-    Changes classifyEntries(const QFileInfoList& listing) const;
+    Changes compareWith(const QList<ListedFile>& listing);
     void deleteFiles(const QList<QString>& names) const;
     void dropEntries(const Changes& changes);
     void connectConsumer(const ConsumerAncestor* consumer);

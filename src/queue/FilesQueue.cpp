@@ -5,6 +5,7 @@
 #include "frame/failure_p.h"
 #include "kez/exception.h"
 #include "kez/log.h"
+#include "queue/queuelisting_p.h"
 
 #include <QFileInfo>
 #include <QFileSystemWatcher>
@@ -14,10 +15,8 @@
 #include <QThread>
 #include <QTimer>
 
-#include <cerrno>
 #include <limits>
-
-#include <dirent.h>
+#include <vector>
 
 namespace {
 
@@ -44,15 +43,9 @@ bool isUsableDirectory(const QString& path)
     return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
 }
 
-/// Whether a directory that exists cannot be opened for want of descriptors or memory.
-bool isOutOfDescriptors(const QString& path)
+[[noreturn]] void raiseInvalidDirectory(const QString& path)
 {
-    DIR* const directory = opendir(QFile::encodeName(path).constData());
-    if (directory != nullptr) {
-        closedir(directory);
-        return false;
-    }
-    return errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+    Failure::raise(ConstructorSignature, QStringLiteral("Le répertoire %1 est invalide").arg(path));
 }
 
 QString unknownFile(const QString& fileName)
@@ -160,8 +153,9 @@ private:
     bool _isHolder;
 };
 
-/// What a re-scan found about the entries: a file may be in both lists.
+/// What a re-scan found: a file may be deleted and consumed.
 struct FilesQueue::Changes {
+    QList<QString> appended;
     QList<QString> deleted;
     QList<QString> consumed;
 };
@@ -170,17 +164,20 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
                        int interval, QObject* parent)
     : QObject(parent), _scrutationInterval(interval)
 {
-    if (!isUsableDirectory(path)) {
-        Failure::raise(ConstructorSignature,
-                       QStringLiteral("Le répertoire %1 est invalide").arg(path));
-    }
+    if (!isUsableDirectory(path))
+        raiseInvalidDirectory(path);
     _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);
     checkIdentifiers(consumerList);
     _consumers = std::move(consumerList);
-    if (keep)
-        loadEntries();
-    else
-        purgeDirectory();
+    const auto listing = listQueueDirectory(path);
+    if (!listing)
+        raiseInvalidDirectory(path);
+    for (const ListedFile& file : *listing) {
+        if (!keep)
+            QFile::remove(_path.absoluteFilePath(file.name));
+        else if (file.isRegular)
+            appendEntry(file.name);
+    }
 }
 
 FilesQueue::~FilesQueue()
@@ -330,23 +327,22 @@ void FilesQueue::onQuit()
 void FilesQueue::onDirectoryChanged()
 {
     const Locker locker(*this);
-    const QFileInfoList listing = listFiles();
-    if (listing.isEmpty() && !_entries.isEmpty() && isOutOfDescriptors(_path.path()))
-        return; // not an empty directory, but one that cannot be listed at the moment
+    const auto listing = listQueueDirectory(_path.path());
+    if (!listing)
+        return;
     trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
                          "(%1 fichiers)"),
-          QString::number(listing.size()));
+          QString::number(listing->size()));
 
-    const QList<QString> appended = appendNewEntries(listing);
-    const Changes changes = classifyEntries(listing);
+    const Changes changes = compareWith(*listing);
     deleteFiles(changes.consumed);
     dropEntries(changes);
 
-    if (!appended.isEmpty() || !changes.deleted.isEmpty())
-        Q_EMIT queueUpdated(appended, changes.deleted);
+    if (!changes.appended.isEmpty() || !changes.deleted.isEmpty())
+        Q_EMIT queueUpdated(changes.appended, changes.deleted);
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
-          QString::number(appended.size()), QString::number(changes.deleted.size()),
+          QString::number(changes.appended.size()), QString::number(changes.deleted.size()),
           QString::number(changes.consumed.size()), QString::number(_entries.size()));
 }
 
@@ -384,13 +380,6 @@ void FilesQueue::onRequestForFiles(const QString& id)
     Q_EMIT filesNotConsumed(names, !isKnown);
 }
 
-/// By a directory object of its own: _path, and every copy of it, would go on answering from what
-/// it remembers of its first listing.
-QFileInfoList FilesQueue::listFiles() const
-{
-    return QDir(_path.path()).entryInfoList(FileFilters | QDir::NoDotAndDotDot, QDir::Name);
-}
-
 QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
 {
     QList<QString> names;
@@ -401,51 +390,32 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     return names;
 }
 
-void FilesQueue::loadEntries()
-{
-    for (const QFileInfo& file : listFiles()) {
-        if (file.isFile() && file.isWritable())
-            appendEntry(file.fileName());
-    }
-}
-
-void FilesQueue::purgeDirectory() const
-{
-    for (const QFileInfo& file : listFiles())
-        QFile::remove(file.absoluteFilePath());
-}
-
 void FilesQueue::appendEntry(const QString& fileName)
 {
     _positions.insert(fileName, static_cast<int>(_entries.size()));
     _entries.append(new FileEntry(fileName, static_cast<int>(_consumers.size())));
 }
 
-QList<QString> FilesQueue::appendNewEntries(const QFileInfoList& listing)
+/// Appends the new files to the queue, and tells which entries have to leave it.
+FilesQueue::Changes FilesQueue::compareWith(const QList<ListedFile>& listing)
 {
-    QList<QString> appended;
-    for (const QFileInfo& file : listing) {
-        const QString name = file.fileName();
-        if (!file.isFile() || !file.isReadable() || !file.isWritable()) {
-            trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), name);
-        } else if (!_positions.contains(name)) {
-            appended.append(name);
-            appendEntry(name);
+    Changes changes;
+    std::vector<bool> isListed(static_cast<size_t>(_entries.size()), false); // by position
+    for (const ListedFile& file : listing) {
+        const int position = fileIndex(file.name);
+        if (position >= 0)
+            isListed[static_cast<size_t>(position)] = true;
+        if (!file.isRegular) {
+            trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), file.name);
+        } else if (position < 0) {
+            changes.appended.append(file.name);
+            appendEntry(file.name);
+            isListed.push_back(true);
         }
     }
-    return appended;
-}
-
-FilesQueue::Changes FilesQueue::classifyEntries(const QFileInfoList& listing) const
-{
-    QSet<QString> listed;
-    listed.reserve(listing.size());
-    for (const QFileInfo& file : listing)
-        listed.insert(file.fileName());
-
-    Changes changes;
-    for (const FileEntry* const entry : _entries) {
-        if (!listed.contains(entry->fileName()))
+    auto listed = isListed.cbegin();
+    for (const FileEntry* const entry : std::as_const(_entries)) {
+        if (!*listed++)
             changes.deleted.append(entry->fileName());
         if (!_consumers.isEmpty() && entry->allConsumed())
             changes.consumed.append(entry->fileName());

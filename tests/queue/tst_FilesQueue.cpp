@@ -290,7 +290,10 @@ private Q_SLOTS:
     void duplicateIsRefusedBeforeThePurge();
     void directoryIsCheckedBeforeIdentifiers();
     void keptFilesBecomeEntriesInNameOrder();
+    void filesAreThoseThatQtLists();
+    void nameThatBeginsWithAByteOrderMarkIsKept();
     void rescanWithoutDescriptorsChangesNothing();
+    void directoryThatCannotBeListedIsRefused();
     void purgeDeletesFilesOnly();
     void purgeLeavesTargetsOfLinks();
     void purgeLeavesWhatMayNotBeUsed();
@@ -496,6 +499,74 @@ void FilesQueueTest::directoryIsCheckedBeforeIdentifiers()
     const QueueDirectory directory;
     const QString path = directory.filePath("absent");
     QCOMPARE(constructionFailure(path, entriesOf({"c", "c"})), invalidDirectory(path));
+}
+
+void FilesQueueTest::filesAreThoseThatQtLists()
+{
+    const QueueDirectory directory;
+    QVERIFY(
+        directory.createAll({"b",         "a",      "B",         "10",         "9",
+                             "a b",       "é",      "e\u0301",   "\ufb00",     "\U0001f600",
+                             "%1",        "-",      "~",         ".hidden",    "..hidden",
+                             "new\nline", "closed", "read-only", "write-only", QString(255, 'n')}));
+    QVERIFY(directory.setMode("closed", 0) && directory.setMode("read-only", 0400) &&
+            directory.setMode("write-only", 0200));
+    QVERIFY(directory.makeDirectory("directory") && directory.makeFifo("fifo"));
+    const QList<std::pair<QString, QString>> links{
+        {"to a file", "a"},           {"to nothing", "nowhere"}, {"to a fifo", "fifo"},
+        {"to a device", "/dev/null"}, {"to a directory", "."},   {"to itself", "to itself"},
+        {"to a link", "to a file"},   {"to closed", "closed"}};
+    for (const auto& [name, target] : links)
+        QVERIFY(directory.makeLink(name, target));
+    for (const char* const name : {"invalid \xff", "cut off \xc3", "surrogate \xed\xa0\x80"}) {
+        const QByteArray path = QFile::encodeName(directory.path()) + '/' + name;
+        std::FILE* const stream = std::fopen(path.constData(), "w");
+        QVERIFY(stream && std::fclose(stream) == 0);
+    }
+
+    QStringList wanted;
+    const QFileInfoList listed =
+        QDir(directory.path())
+            .entryInfoList(QDir::Files | QDir::Readable | QDir::Writable | QDir::NoDotAndDotDot,
+                           QDir::Name);
+    for (const QFileInfo& file : listed) {
+        if (file.isFile())
+            wanted.append(file.fileName());
+    }
+    const TraceLog log;
+    FilesQueue queue(directory.path(), {}, true, 0);
+    QCOMPARE(queuedNames(queue, wanted), wanted);
+    queue.onDirectoryChanged();
+    QCOMPARE(log.texts(),
+             QStringList({listingTrace(int(listed.size())), rejectionTrace("to a device"),
+                          rejectionTrace("to a fifo"), summaryTrace(0, 0, 0, queue.size())}));
+}
+
+void FilesQueueTest::nameThatBeginsWithAByteOrderMarkIsKept()
+{
+    const QueueDirectory directory;
+    const QString name = QStringLiteral("\ufeffa");
+    QVERIFY(directory.createAll({name, "a"}));
+    FilesQueue queue(directory.path(), entriesOf({"x"}), true, 0);
+    QCOMPARE(queuedNames(queue, {"a", name}), QStringList({"a", name}));
+    queue.onConsumed("x", name);
+    queue.onDirectoryChanged();
+    QCOMPARE(directory.names().size(), 1);
+    QVERIFY(directory.exists("a"));
+}
+
+void FilesQueueTest::directoryThatCannotBeListedIsRefused()
+{
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    constructionFailure("/nowhere"); // once before: see DescriptorLimit
+    QString failure;
+    {
+        const DescriptorLimit none(0);
+        failure = constructionFailure(directory.path(), {}, false);
+    }
+    QCOMPARE(failure, invalidDirectory(directory.path()));
+    QVERIFY(directory.exists("a"));
 }
 
 void FilesQueueTest::rescanWithoutDescriptorsChangesNothing()
