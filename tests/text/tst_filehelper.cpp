@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/childprocess.h"
+#include "support/language.h"
+
 #include <kez/exception.h>
 #include <kez/filehelper.h>
 #include <kez/identity.h>
-#include <kez/translator.h>
-
-#include <support/childprocess.h>
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -108,7 +108,7 @@ private:
 void tst_FileHelper::initTestCase()
 {
     QVERIFY(_directory.isValid());
-    QCOMPARE(Translator::getInstance()->defaultLang(), QStringLiteral("en_US"));
+    useLanguage(QStringLiteral("en_US"));
 }
 
 void tst_FileHelper::fileName_data()
