@@ -547,6 +547,7 @@ void FilesQueueTest::nameThatBeginsWithAByteOrderMarkIsKept()
     const QueueDirectory directory;
     const QString name = QStringLiteral("\ufeffa");
     QVERIFY(directory.createAll({name, "a"}));
+    const TraceLog log;
     FilesQueue queue(directory.path(), entriesOf({"x"}), true, 0);
     QCOMPARE(queuedNames(queue, {"a", name}), QStringList({"a", name}));
     queue.onConsumed("x", name);
@@ -573,6 +574,7 @@ void FilesQueueTest::rescanWithoutDescriptorsChangesNothing()
 {
     const QueueDirectory directory;
     QVERIFY(directory.createAll({"a", "b"}));
+    TraceLog log;
     FilesQueue queue(directory.path(), entriesOf({"x"}), true, 0);
     QSignalSpy updates(&queue, &FilesQueue::queueUpdated);
     queue.onDirectoryChanged();
@@ -580,7 +582,7 @@ void FilesQueueTest::rescanWithoutDescriptorsChangesNothing()
     queue.onConsumed("x", "a");
     QVERIFY(directory.remove("b"));
     QVERIFY(directory.create("c"));
-    const TraceLog log;
+    log.take();
     {
         const DescriptorLimit none(0);
         queue.onDirectoryChanged();
