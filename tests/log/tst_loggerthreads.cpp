@@ -16,6 +16,7 @@
 #include <array>
 #include <atomic>
 #include <barrier>
+#include <cstring>
 #include <functional>
 #include <thread>
 #include <vector>
@@ -220,25 +221,56 @@ private Q_SLOTS:
         second.closeDuplicatedHandle();
     }
 
-    /// The formatter's text is the literal's own memory, which no logger may change.
+    void oneTextThroughSeveralLoggersAtOnce_data()
+    {
+        QTest::addColumn<bool>("sharing");
+        QTest::addColumn<int>("head");
+        QTest::newRow("formatter by default")
+            << false << int(strlen("dd/MM/yyyy HH:mm:ss,zzz <INFOR> "));
+        QTest::newRow("formatter that shares the text") << true << 0;
+    }
+    /// The texts do not own their characters, which no logger may change or have copied.
     void oneTextThroughSeveralLoggersAtOnce()
     {
-        const auto sharingFormatter = [](LoggerLevel::LogLevel, const QString& msg, QString& out) {
-            out = msg;
-        };
-        const QString text = QStringLiteral("the same text for all");
+        QFETCH(const bool, sharing);
+        QFETCH(const int, head);
+        const LogFormatter sharingFormatter = [](LoggerLevel::LogLevel, const QString& msg,
+                                                 QString& out) { out = msg; };
+        const QString literal = QStringLiteral("the same text for all");
+        const std::vector<QString> texts(1000, literal);
         const std::array<LogRing, Threads> rings;
         const MessageCapture capture;
         runThreads([&](int thread) {
             Logger logger(rings[size_t(thread)].name(), 1 << 30, 1, Century, LoggerLevel::debug,
-                          sharingFormatter);
+                          sharing ? sharingFormatter : nullptr);
             logger.disableTee();
-            for (int i = 0; i < 1000; ++i)
+            for (const QString& text : texts)
                 logger.info(text);
         });
+        for (const QString& text : texts)
+            QCOMPARE(text.constData(), literal.constData());
+        for (const LogRing& ring : rings) {
+            const QByteArrayList lines = ring.lines(0);
+            QCOMPARE(lines.size(), qsizetype(texts.size()));
+            for (const QByteArray& line : lines)
+                QCOMPARE(line.mid(head), QByteArray("the same text for all"));
+        }
+        QCOMPARE(literal, QLatin1String("the same text for all"));
+    }
+
+    void oneLiteralThroughSeveralFacadesAtOnce()
+    {
+        static constexpr const char* text = "le m\xc3\xaame texte pour tous";
+        const std::array<LogRing, Threads> rings;
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            Log facade(rings[size_t(thread)].name(), false, 1 << 30, 1, Century, LoggerLevel::debug,
+                       plainFormatter);
+            for (int i = 0; i < 1000; ++i)
+                facade.info(text);
+        });
         for (const LogRing& ring : rings)
-            QCOMPARE(ring.lines(0), QByteArrayList(1000, "the same text for all"));
-        QCOMPARE(text, QLatin1String("the same text for all"));
+            QCOMPARE(ring.lines(0), QByteArrayList(1000, text));
     }
 
     void teeShowsEveryThreadsLines()
