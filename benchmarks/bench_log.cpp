@@ -12,6 +12,8 @@
 // Times are medians of rounds in which the contenders take turns, so that what disturbs one of them
 // disturbs all; the ratios of one run compare better than the times of two.
 
+#include "support/allocations.h"
+
 #include <kez/logger.h>
 
 #include <QDateTime>
@@ -20,7 +22,6 @@
 #include <QTextStream>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -37,39 +38,6 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
 #endif
-
-// Every allocation of the process comes by here, operator new and Qt's containers included.
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-}
-
-namespace {
-
-std::atomic<long> s_allocations = 0;
-
-} // namespace
-
-extern "C" {
-void* malloc(size_t size)
-{
-    s_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_malloc(size);
-}
-
-void* calloc(size_t count, size_t size)
-{
-    s_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_calloc(count, size);
-}
-
-void* realloc(void* block, size_t size)
-{
-    s_allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_realloc(block, size);
-}
-}
 
 namespace {
 
@@ -225,10 +193,10 @@ double nanosecondsPerLine(const Contender& contender)
 double allocationsPerLine(const Contender& contender)
 {
     constexpr int Lines = 1000;
-    const long before = s_allocations;
+    const long before = Allocations::count;
     for (int i = 0; i < Lines; ++i)
         contender.writeLine();
-    return double(s_allocations - before) / Lines;
+    return double(Allocations::count - before) / Lines;
 }
 
 double median(std::vector<double> values)

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/allocations.h"
 #include "support/childprocess.h"
 #include "support/language.h"
 #include "support/logring.h"
@@ -304,6 +305,31 @@ private Q_SLOTS:
         log->warning(text.get());
         log->critical(text.get());
         QCOMPARE(ring.bytes(0), QByteArray());
+    }
+
+    void filteredTextAllocatesNothing()
+    {
+        if (!Allocations::AreCounted)
+            QSKIP("The sanitizer has the functions that would count.");
+        const LogRing ring;
+        const auto log = quietLog(ring);
+        log->setFilter(LoggerLevel::fatal);
+        const QString text = QStringLiteral("nobody's text");
+        const long before = Allocations::count;
+        log->debug("nobody's text");
+        log->info("nobody's text");
+        log->warning("nobody's text");
+        log->critical("nobody's text");
+        log->debug(text);
+        log->info(text);
+        log->warning(text);
+        log->critical(text);
+        const long after = Allocations::count;
+        log->setFilter(LoggerLevel::debug);
+        log->debug("everybody's text");
+        QVERIFY(Allocations::count > after); // or nothing is counted
+        QCOMPARE(after, before);
+        QCOMPARE(ring.bytes(0), QByteArray("0:everybody's text\n"));
     }
 
     // --- A facade on a copy

@@ -1,0 +1,57 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+// Counts every allocation of the process, operator new and Qt's containers included. For one source
+// file of a program that is linked with ENABLE_EXPORTS, so that the shared libraries come by here,
+// too.
+
+#include <atomic>
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KEZ_ALLOCATIONS_ARE_SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KEZ_ALLOCATIONS_ARE_SANITIZED
+#endif
+#endif
+
+namespace Allocations {
+
+inline std::atomic<long> count{0};
+
+#ifdef KEZ_ALLOCATIONS_ARE_SANITIZED
+inline constexpr bool AreCounted = false; // the sanitizer needs these functions itself
+#else
+inline constexpr bool AreCounted = true;
+#endif
+
+} // namespace Allocations
+
+#ifndef KEZ_ALLOCATIONS_ARE_SANITIZED
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+
+void* malloc(size_t size)
+{
+    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    return __libc_malloc(size);
+}
+
+void* calloc(size_t count, size_t size)
+{
+    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* block, size_t size)
+{
+    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    return __libc_realloc(block, size);
+}
+}
+#endif
