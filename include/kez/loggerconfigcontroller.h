@@ -30,9 +30,9 @@ public:
     bool isLegalConfiguration(Properties* properties) override;
 
 private:
-    void checkFileName(const Properties& properties);
-    void checkIntegers(const Properties& properties);
-    void checkBannerTitle(const Properties& properties);
-    void checkFilter(const Properties& properties);
+    bool checkFileName(const Properties& properties);
+    bool checkIntegers(const Properties& properties);
+    bool checkBannerTitle(const Properties& properties);
+    bool checkFilter(const Properties& properties);
     void insertInvalid(const QString& key, const QString& value, const QString& hint = QString());
 };

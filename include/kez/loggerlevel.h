@@ -5,6 +5,7 @@
 
 #include "kez_global.h"
 
+#include <QDebug> // for the meta-type to know how to print a level
 #include <QMetaType>
 #include <QObject>
 #include <QString>

@@ -8,6 +8,9 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 bool isInteger(const QString& text)
@@ -50,49 +53,55 @@ bool LoggerConfigController::isLegalConfiguration(Properties* properties)
         insertError(Failure::message("UndefinedConfig"));
         return false;
     }
-    const qsizetype errorsBefore = errors().size();
-    checkFileName(*properties);
-    checkIntegers(*properties);
-    checkBannerTitle(*properties);
-    checkFilter(*properties);
-    return errors().size() == errorsBefore;
+    // All of them, so that every fault is recorded.
+    const bool checks[] = {checkFileName(*properties), checkIntegers(*properties),
+                           checkBannerTitle(*properties), checkFilter(*properties)};
+    return std::all_of(std::begin(checks), std::end(checks), [](bool isLegal) { return isLegal; });
 }
 
-void LoggerConfigController::checkFileName(const Properties& properties)
+bool LoggerConfigController::checkFileName(const Properties& properties)
 {
     const QString key = QStringLiteral("log.filename");
     const QString fileName = properties.contains(key) ? properties.value(key) : QString();
-    if (fileName.isEmpty() || !isUsableDirectory(QFileInfo(fileName).absoluteDir().path()))
-        insertInvalid(key, fileName);
+    if (!fileName.isEmpty() && isUsableDirectory(QFileInfo(fileName).absoluteDir().path()))
+        return true;
+    insertInvalid(key, fileName);
+    return false;
 }
 
-void LoggerConfigController::checkIntegers(const Properties& properties)
+bool LoggerConfigController::checkIntegers(const Properties& properties)
 {
+    bool areLegal = true;
     for (const char* name :
          {"log.maxsize", "log.kept", "log.timeout", "log.tee", "log.banner.properties"}) {
         const QString key = QString::fromLatin1(name);
-        if (properties.contains(key) && !isInteger(properties.value(key)))
+        if (properties.contains(key) && !isInteger(properties.value(key))) {
             insertInvalid(key, properties.value(key));
+            areLegal = false;
+        }
     }
+    return areLegal;
 }
 
-void LoggerConfigController::checkBannerTitle(const Properties& properties)
+bool LoggerConfigController::checkBannerTitle(const Properties& properties)
 {
     const QString key = QStringLiteral("log.banner.title");
-    if (properties.contains(key) && holdsForeignMarker(properties.value(key)))
-        insertInvalid(key, properties.value(key), QStringLiteral(" -> %1 = version"));
+    if (!properties.contains(key) || !holdsForeignMarker(properties.value(key)))
+        return true;
+    insertInvalid(key, properties.value(key), QStringLiteral(" -> %1 = version"));
+    return false;
 }
 
-void LoggerConfigController::checkFilter(const Properties& properties)
+bool LoggerConfigController::checkFilter(const Properties& properties)
 {
     const QString key = QStringLiteral("log.filter");
-    if (!properties.contains(key))
-        return;
     static const QStringList names = {QStringLiteral("debug"), QStringLiteral("info"),
                                       QStringLiteral("warning"), QStringLiteral("error"),
                                       QStringLiteral("fatal")};
-    if (!names.contains(properties.value(key)))
-        insertInvalid(key, properties.value(key));
+    if (!properties.contains(key) || names.contains(properties.value(key)))
+        return true;
+    insertInvalid(key, properties.value(key));
+    return false;
 }
 
 void LoggerConfigController::insertInvalid(const QString& key, const QString& value,

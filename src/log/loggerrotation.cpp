@@ -58,6 +58,8 @@ unsigned int Logger::rotation(unsigned int last)
 
 unsigned int Logger::lookForLastFile()
 {
+    if (!_spFileName)
+        return 0;
     for (const unsigned int index : indexesDownwards()) {
         const QFileInfo file(ringFileName(index));
         if (file.exists())

@@ -46,6 +46,14 @@ int childMain(const QStringList& arguments)
     return 0;
 }
 
+/// Keeps the errors in a place of its own.
+class ReportingController : public LoggerConfigController {
+public:
+    QStringList reported;
+
+    void insertError(const QString& error) override { reported.append(error); }
+};
+
 } // namespace
 
 class TestLoggerConfigController : public QObject {
@@ -73,6 +81,7 @@ private Q_SLOTS:
     void faultsInFrench();
     void askedTwiceAccumulates();
     void propertiesAreOnlyRead();
+    void answerDoesNotDependOnWhereErrorsGo();
 
 private:
     Entries legal(Entries more = {}) const
@@ -310,6 +319,16 @@ void TestLoggerConfigController::propertiesAreOnlyRead()
     controller.isLegalConfiguration(&properties);
     QCOMPARE(*properties.toDictionnary(), entries);
     QVERIFY(!QFile::exists(_dir->filePath("app-0.log")));
+}
+
+void TestLoggerConfigController::answerDoesNotDependOnWhereErrorsGo()
+{
+    Properties illegal(Entries{{"log.filename", QDir::tempPath() + "/app"}, {"log.kept", "x"}});
+    ReportingController controller;
+    QVERIFY(!controller.isLegalConfiguration(&illegal));
+    QCOMPARE(controller.reported, QStringList{invalid("log.kept", "x")});
+    illegal.setValue("log.kept", "3");
+    QVERIFY(controller.isLegalConfiguration(&illegal));
 }
 
 KEZ_TEST_MAIN_WITH_CHILDREN(TestLoggerConfigController, childMain)

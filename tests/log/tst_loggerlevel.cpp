@@ -151,6 +151,16 @@ private Q_SLOTS:
         QCOMPARE(static_cast<int>(loaded), value);
     }
 
+    void registeredTypeKnowsHowToPrintALevel()
+    {
+        auto type = QMetaType::fromName("LoggerLevel::LogLevel");
+        const auto level = LoggerLevel::warning;
+        QString text;
+        QDebug stream(&text);
+        QVERIFY(type.debugStream(stream, &level));
+        QVERIFY2(text.contains(QLatin1String("warning")), qPrintable(text));
+    }
+
     void debugStreamPrintsTheKey()
     {
         QString direct;

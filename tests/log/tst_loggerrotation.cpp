@@ -685,6 +685,12 @@ private Q_SLOTS:
         QCOMPARE(ring.bytes(4294967293U), QByteArray("x\n"));
     }
 
+    void loggerWithoutFileNameHasNothingToLookFor()
+    {
+        Logger logger;
+        QCOMPARE(logger.lookForLastFile(), 0U);
+    }
+
     void lookingAgainAnswersTheNewestOrRotates()
     {
         const LogRing ring;
