@@ -11,3 +11,6 @@
 #else
 #define KEZ_EXPORT Q_DECL_IMPORT
 #endif
+
+/// Marks the private members of an exported class: nobody outside the library may link to them.
+#define KEZ_HIDDEN Q_DECL_HIDDEN

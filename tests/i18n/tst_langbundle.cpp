@@ -4,6 +4,7 @@
 #include "support/bundledirectory.h"
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
+#include "support/failuretext.h"
 
 #include <kez/langbundle.h>
 #include <kez/translator.h>

@@ -3,6 +3,7 @@
 
 #include "support/bundledirectory.h"
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 
 #include <kez/initlib.h>
 #include <kez/log.h>

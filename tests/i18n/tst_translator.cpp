@@ -3,6 +3,7 @@
 
 #include "support/bundledirectory.h"
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 #include "support/messagecapture.h"
 
 #include <kez/initlib.h>

@@ -3,14 +3,12 @@
 
 #pragma once
 
-#include <kez/exception.h>
+#include "support/files.h"
 
 #include <QByteArray>
 #include <QFile>
 #include <QString>
 #include <QTemporaryDir>
-
-#include <memory>
 
 /// A temporary directory of `.lang` files.
 class BundleDirectory {
@@ -26,8 +24,7 @@ public:
     /// Writes the file as given.
     bool writeRaw(const QString& module, const QString& lang, const QByteArray& bytes) const
     {
-        QFile file(fileName(module, lang));
-        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+        return writeFile(fileName(module, lang), bytes);
     }
 
     /// Writes the header that belongs to the file, then `body`.
@@ -45,15 +42,3 @@ public:
 private:
     QTemporaryDir _directory;
 };
-
-/// The pointer that `call` throws, owned; empty when it throws none.
-template <typename Call>
-std::unique_ptr<Exception> thrownPointer(Call call)
-{
-    try {
-        call();
-    } catch (Exception* e) {
-        return std::unique_ptr<Exception>(e);
-    }
-    return nullptr;
-}
