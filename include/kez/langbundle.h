@@ -28,8 +28,10 @@ public:
     /// An empty bundle. load() is the way to a filled one.
     LangBundle(const QString& path, const QString& module, const QString& lang);
     virtual ~LangBundle();
-    LangBundle(const LangBundle&) = default;
-    LangBundle& operator=(const LangBundle&) = default;
+
+    /// Copies the texts; nothing is shared.
+    LangBundle(const LangBundle& other);
+    LangBundle& operator=(const LangBundle& other);
 
     /// Reads the bundle from the directory `path`, which may be a resource path such as
     /// ":resources/lang".

@@ -4,6 +4,7 @@
 #include "kez/properties.h"
 #include "config/propertiesreader_p.h"
 #include "frame/failure_p.h"
+#include "frame/unshared_p.h"
 
 #include <QFile>
 #include <QTextStream>
@@ -34,7 +35,7 @@ Properties::Properties() : _spMap(std::make_shared<Dictionnary>())
 {}
 
 Properties::Properties(const QMap<QString, QString>& map)
-    : _spMap(std::make_shared<Dictionnary>(map))
+    : _spMap(std::make_shared<Dictionnary>(unshared(map)))
 {}
 
 Properties::Properties(const Properties& other) : Properties(*other._spMap)
@@ -42,7 +43,8 @@ Properties::Properties(const Properties& other) : Properties(*other._spMap)
 
 Properties& Properties::operator=(const Properties& other)
 {
-    *_spMap = *other._spMap;
+    if (this != &other)
+        *_spMap = unshared(*other._spMap);
     return *this;
 }
 

@@ -4,6 +4,7 @@
 #include "kez/langbundle.h"
 #include "frame/failure_p.h"
 #include "frame/keyvalue_p.h"
+#include "frame/unshared_p.h"
 #include "i18n/bracketed_p.h"
 #include "kez/exception.h"
 
@@ -85,6 +86,21 @@ LangBundle::LangBundle(const QString& path, const QString& module, const QString
 {}
 
 LangBundle::~LangBundle() = default;
+
+LangBundle::LangBundle(const LangBundle& other)
+    : _path(other._path), _module(other._module), _lang(other._lang), _texts(unshared(other._texts))
+{}
+
+LangBundle& LangBundle::operator=(const LangBundle& other)
+{
+    if (this == &other)
+        return *this;
+    _path = other._path;
+    _module = other._module;
+    _lang = other._lang;
+    _texts = unshared(other._texts);
+    return *this;
+}
 
 std::shared_ptr<LangBundle> LangBundle::load(const QString& path, const QString& module,
                                              const QString& lang)

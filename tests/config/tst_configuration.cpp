@@ -147,6 +147,7 @@ private Q_SLOTS:
     void readersOfFilesDiffer();
     void readersDifferOnAFailedOpen();
     void loadPropertiesCopiesThem();
+    void loadedPropertiesShareNothing();
     void loadPropertiesRefusesAVersionAmongThem();
 
     void logBannerTitle_data();
@@ -565,6 +566,16 @@ void TestConfiguration::loadPropertiesCopiesThem()
     QCOMPARE(source.value(" a "), " 1 ");
 
     QCOMPARE(entriesOf(*Config::load(Properties(), "")), withVersion({}));
+}
+
+void TestConfiguration::loadedPropertiesShareNothing()
+{
+    Properties source(Entries{{"a", "1"}});
+    const Properties::iterator iterator = source.begin();
+    const auto config = Config::load(source, "2.1");
+    *iterator = "through the iterator";
+    QCOMPARE(source.value("a"), "through the iterator");
+    QCOMPARE(config->value("a"), "1");
 }
 
 void TestConfiguration::loadPropertiesRefusesAVersionAmongThem()

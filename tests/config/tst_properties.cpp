@@ -24,7 +24,11 @@
 
 using Entries = QMap<QString, QString>;
 using Action = std::function<void()>;
+using Change = std::function<void(Properties&)>;
+using Copying = std::function<std::shared_ptr<Properties>(const Properties&)>;
 Q_DECLARE_METATYPE(Action)
+Q_DECLARE_METATYPE(Change)
+Q_DECLARE_METATYPE(Copying)
 
 static_assert(std::has_virtual_destructor_v<Properties>);
 
@@ -93,6 +97,9 @@ private Q_SLOTS:
     void defaultIsEmpty();
     void mapIsCopied();
     void copiesAreIndependent();
+    void copiesShareNothing_data();
+    void copiesShareNothing();
+    void assignmentOfItselfChangesNothing();
     void keysAndValuesAreStoredAsGiven();
     void orderIsByCodeUnit();
     void keyIteratorsWalkTheKeysInOrder();
@@ -200,6 +207,62 @@ void TestProperties::copiesAreIndependent()
     second.clear();
     QCOMPARE(first.size(), 1);
     QCOMPARE(first.toDictionnary(), held);
+}
+
+void TestProperties::copiesShareNothing_data()
+{
+    QTest::addColumn<Copying>("copying");
+    QTest::newRow("copy") << Copying(
+        [](const Properties& original) { return std::make_shared<Properties>(original); });
+    QTest::newRow("copy of the map") << Copying([](const Properties& original) {
+        return std::make_shared<Properties>(*original.toDictionnary());
+    });
+    QTest::newRow("assignment") << Copying([](const Properties& original) {
+        auto copy = std::make_shared<Properties>(Entries{{"z", "0"}});
+        *copy = original;
+        return copy;
+    });
+    QTest::newRow("toProperties") << Copying([](const Properties& original) {
+        return Properties::toProperties(*original.toDictionnary());
+    });
+}
+
+/// What was handed out before the copy was made writes to its own map only.
+void TestProperties::copiesShareNothing()
+{
+    QFETCH(Copying, copying);
+    const Entries entries{{"a", "1"}, {"b", "2"}};
+    const Entries changed{{"a", "through the iterator"}, {"b", "through the reference"}};
+    Properties original(entries);
+    const Properties::iterator iterator = original.begin();
+    QString& reference = (*original.toDictionnary())["b"];
+
+    const std::shared_ptr<Properties> copy = copying(original);
+    *iterator = "through the iterator";
+    reference = "through the reference";
+    QCOMPARE(*copy->toDictionnary(), entries);
+    QCOMPARE(*original.toDictionnary(), changed);
+
+    copy->setValue("a", "in the copy");
+    *copy->begin() += "!";
+    QCOMPARE(copy->value("a"), "in the copy!");
+    QCOMPARE(*original.toDictionnary(), changed);
+
+    original.remove("b");
+    *iterator = "through the iterator again";
+    QCOMPARE(original.value("a"), "through the iterator again");
+    QCOMPARE(copy->value("a"), "in the copy!");
+}
+
+void TestProperties::assignmentOfItselfChangesNothing()
+{
+    Properties properties(Entries{{"a", "1"}, {"b", "2"}});
+    const QString* const value = &*properties.begin();
+    const Properties& same = properties;
+    properties = same;
+    const Entries expected{{"a", "1"}, {"b", "2"}};
+    QCOMPARE(*properties.toDictionnary(), expected);
+    QCOMPARE(&*properties.begin(), value);
 }
 
 void TestProperties::keysAndValuesAreStoredAsGiven()

@@ -159,6 +159,7 @@ private Q_SLOTS:
     void keysComeInOrder();
     void textsChangeThroughIterators();
     void changesDoNotReachCopies();
+    void iteratorsTakenBeforeACopyDoNotReachIt();
 
     void windowsLineEndsAreAccepted();
     void byteOrderMarkIsSkipped();
@@ -635,6 +636,24 @@ void TestLangBundle::changesDoNotReachCopies()
     *bundle->begin() = QStringLiteral("changed");
     QCOMPARE(bundle->text(QStringLiteral("A")), QStringLiteral("changed"));
     QCOMPARE(copy.text(QStringLiteral("A")), QStringLiteral("1"));
+}
+
+void TestLangBundle::iteratorsTakenBeforeACopyDoNotReachIt()
+{
+    const auto bundle = loadBody("A=1\n");
+    const LangBundle::iterator iterator = bundle->begin();
+    const LangBundle copy(*bundle);
+    LangBundle assigned(QStringLiteral("/nowhere"), QStringLiteral("shop"), French);
+    assigned = *bundle;
+    *iterator = QStringLiteral("changed");
+    QCOMPARE(bundle->text(QStringLiteral("A")), QStringLiteral("changed"));
+    QCOMPARE(copy.text(QStringLiteral("A")), QStringLiteral("1"));
+    QCOMPARE(assigned.text(QStringLiteral("A")), QStringLiteral("1"));
+    QCOMPARE(assigned.bundleFileName(), bundle->bundleFileName());
+
+    const LangBundle& same = assigned;
+    assigned = same;
+    QCOMPARE(assigned.text(QStringLiteral("A")), QStringLiteral("1"));
 }
 
 void TestLangBundle::windowsLineEndsAreAccepted()
