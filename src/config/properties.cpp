@@ -152,7 +152,8 @@ QString Properties::setValue(const QString& key, const QString& value)
     const auto found = _spMap->find(key);
     if (found == _spMap->end())
         raiseNotFound("QString Properties::setValue(const QString&, const QString&)", key);
-    return std::exchange(*found, value);
+    const QString newValue = value; // it may be the entry's own, which exchange() empties first
+    return std::exchange(*found, newValue);
 }
 
 void Properties::insert(const QString& key, const QString& value, bool overwrite)
@@ -165,8 +166,9 @@ void Properties::insert(const QString& key, const QString& value, bool overwrite
 
 void Properties::insert(const QMap<QString, QString>& map, bool overwrite)
 {
-    const QMap<QString, QString> entries = map; // it may be this object's own
-    for (auto it = entries.cbegin(); it != entries.cend(); ++it) {
+    if (overwrite && &map == _spMap.get())
+        return; // each value would replace itself
+    for (auto it = map.cbegin(); it != map.cend(); ++it) {
         if (!overwrite && _spMap->contains(it.key()))
             Failure::raise("void Properties::insert(QMap<QString,QString>&)",
                            Failure::libraryMessage("PropertyAlreadyExists", it.key()));

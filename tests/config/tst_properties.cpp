@@ -116,6 +116,11 @@ private Q_SLOTS:
     void insertMapOverwrites();
     void insertMapStopsAtTheFirstKeyPresent();
     void insertMapWorksOnItsOwnMap();
+    void insertOfItsOwnMapKeepsIteratorsValid();
+    void insertOfItsOwnMapWithoutOverwriteNamesTheFirstKey();
+    void argumentsMayReferIntoTheMap_data();
+    void argumentsMayReferIntoTheMap();
+    void refusedKeyMayReferIntoTheMap();
     void failureTexts_data();
     void failureTexts();
 
@@ -419,6 +424,102 @@ void TestProperties::insertMapWorksOnItsOwnMap()
     const Entries expected = *properties.toDictionnary();
     properties.insert(*properties.toDictionnary(), true);
     QCOMPARE(*properties.toDictionnary(), expected);
+}
+
+void TestProperties::insertOfItsOwnMapKeepsIteratorsValid()
+{
+    Properties properties(Entries{{"a", "1"}, {"b", "2"}});
+    const QString* const value = &*properties.begin();
+    properties.insert(*properties.toDictionnary(), true);
+    QCOMPARE(&*properties.begin(), value);
+
+    const Entries held = *properties.toDictionnary();
+    properties.insert(*properties.toDictionnary(), true);
+    QCOMPARE(*properties.toDictionnary(), held);
+    QCOMPARE(properties.size(), 2);
+
+    Properties empty;
+    empty.insert(*empty.toDictionnary(), true);
+    empty.insert(*empty.toDictionnary(), false);
+    QVERIFY(empty.empty());
+}
+
+void TestProperties::insertOfItsOwnMapWithoutOverwriteNamesTheFirstKey()
+{
+    Properties properties(Entries{{"a", "1"}, {"b", "2"}});
+    const QString* const value = &*properties.begin();
+    QCOMPARE(failureText([&] { properties.insert(*properties.toDictionnary(), false); }),
+             "void Properties::insert(QMap<QString,QString>&) -> Property [a] already exists");
+    QCOMPARE(properties.size(), 2);
+    QCOMPARE(&*properties.begin(), value);
+}
+
+void TestProperties::argumentsMayReferIntoTheMap_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<Entries>("expected");
+
+    // What is changed holds {"a", "b"} and {"b", "b"}.
+    const auto row = [](const char* name, const Entries& expected, const Change& change) {
+        QTest::newRow(name) << change << expected;
+    };
+    const auto valueAt = [](Properties& properties, const char* key) -> QString& {
+        return (*properties.toDictionnary())[key];
+    };
+    row("set the entry's own value", {{"a", "b"}, {"b", "b"}},
+        [=](Properties& p) { QCOMPARE(p.setValue("a", valueAt(p, "a")), "b"); });
+    row("set another entry's value", {{"a", "b"}, {"b", "b"}},
+        [=](Properties& p) { QCOMPARE(p.setValue("a", valueAt(p, "b")), "b"); });
+    row("set by the entry's own key", {{"a", "2"}, {"b", "b"}},
+        [](Properties& p) { QCOMPARE(p.setValue(p.begin().key(), "2"), "b"); });
+    row("set by the value that is replaced", {{"a", "b"}, {"b", "2"}},
+        [=](Properties& p) { QCOMPARE(p.setValue(valueAt(p, "b"), "2"), "b"); });
+    row("set by and to the value that is replaced", {{"a", "b"}, {"b", "b"}},
+        [=](Properties& p) { QCOMPARE(p.setValue(valueAt(p, "b"), valueAt(p, "b")), "b"); });
+    row("set the entry's own key", {{"a", "a"}, {"b", "b"}},
+        [](Properties& p) { QCOMPARE(p.setValue("a", p.begin().key()), "b"); });
+    row("insert the entry's own value", {{"a", "b"}, {"b", "b"}},
+        [=](Properties& p) { p.insert("a", valueAt(p, "a"), true); });
+    row("insert the entry's own key and value", {{"a", "b"}, {"b", "b"}},
+        [=](Properties& p) { p.insert(p.begin().key(), valueAt(p, "a"), true); });
+    row("insert by the value that is replaced", {{"a", "b"}, {"b", "2"}},
+        [=](Properties& p) { p.insert(valueAt(p, "b"), "2", true); });
+    row("insert a value under a new key", {{"a", "b"}, {"b", "b"}, {"c", "b"}},
+        [=](Properties& p) { p.insert("c", valueAt(p, "a"), false); });
+    row("remove by the entry's own key", {{"b", "b"}},
+        [](Properties& p) { QCOMPARE(p.remove(p.begin().key()), "b"); });
+    row("remove by the entry's own value", {{"a", "b"}},
+        [=](Properties& p) { QCOMPARE(p.remove(valueAt(p, "b")), "b"); });
+    row("remove by another entry's value", {{"a", "b"}},
+        [=](Properties& p) { QCOMPARE(p.remove(valueAt(p, "a")), "b"); });
+}
+
+void TestProperties::argumentsMayReferIntoTheMap()
+{
+    QFETCH(Change, change);
+    QFETCH(Entries, expected);
+    Properties properties(Entries{{"a", "b"}, {"b", "b"}});
+    change(properties);
+    QCOMPARE(*properties.toDictionnary(), expected);
+
+    // The same with a map that the change has to part from first.
+    Properties parting(Entries{{"a", "b"}, {"b", "b"}});
+    const Entries held = *parting.toDictionnary();
+    change(parting);
+    QCOMPARE(*parting.toDictionnary(), expected);
+}
+
+void TestProperties::refusedKeyMayReferIntoTheMap()
+{
+    Properties properties(Entries{{"a", "gone"}});
+    QCOMPARE(failureText([&] { properties.insert(properties.begin().key(), "2", false); }),
+             InsertPrefix + "Property [a] already exists (duplicate prohibited)");
+    QCOMPARE(failureText([&] { properties.remove(*properties.begin()); }),
+             "QString Properties::remove(const QString&) -> Property [gone] does not exist");
+    QCOMPARE(failureText([&] { properties.setValue(*properties.begin(), "2"); }),
+             "QString Properties::setValue(const QString&, const QString&) -> Property [gone] does "
+             "not exist");
+    QCOMPARE(properties.value("a"), "gone");
 }
 
 void TestProperties::failureTexts_data()
