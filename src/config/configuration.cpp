@@ -236,17 +236,17 @@ QDataStream& operator<<(QDataStream& stream, const Config& config)
 QDataStream& operator>>(QDataStream& stream, Config& config)
 {
     auto properties = std::make_shared<Properties>();
-    while (!stream.atEnd()) {
+    while (stream.status() == QDataStream::Ok && !stream.atEnd()) {
         QString text;
         stream >> text;
-        if (stream.status() != QDataStream::Ok)
-            return stream;
         const auto pair = splitAtFirstEquals(text);
         if (pair)
             properties->insert(pair->key.toString(), pair->value.toString(), true);
         else
             properties->insert(text, QString(), true);
     }
+    if (stream.status() != QDataStream::Ok)
+        return stream;
     config._properties = properties;
     config._logger = properties->contains(logFileNameKey())
                          ? Config::buildFileSystemLogger(*properties)

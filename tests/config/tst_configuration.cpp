@@ -193,6 +193,8 @@ private Q_SLOTS:
     void readingATruncatedStreamLeavesTheConfiguration();
     void readingAHostileStreamLeavesTheConfiguration_data();
     void readingAHostileStreamLeavesTheConfiguration();
+    void readingAFailedStreamLeavesTheConfiguration_data();
+    void readingAFailedStreamLeavesTheConfiguration();
     void readingConsumesTheStream();
 
 private:
@@ -1129,6 +1131,38 @@ void TestConfiguration::readingAHostileStreamLeavesTheConfiguration()
     QVERIFY(readInto(config, bytes) != QDataStream::Ok);
     QCOMPARE(entriesOf(config), withVersion({}, "1"));
     QVERIFY(!config.logger());
+}
+
+void TestConfiguration::readingAFailedStreamLeavesTheConfiguration_data()
+{
+    QTest::addColumn<QDataStream::Status>("status");
+    QTest::addColumn<QByteArray>("bytes");
+    const std::pair<const char*, QByteArray> rests[] = {{"nothing", QByteArray()},
+                                                        {"a sound text", streamed({"a=1"})}};
+    for (const auto& [name, bytes] : rests) {
+        QTest::addRow("read past the end, %s is left", name) << QDataStream::ReadPastEnd << bytes;
+        QTest::addRow("corrupt, %s is left", name) << QDataStream::ReadCorruptData << bytes;
+        QTest::addRow("failed write, %s is left", name) << QDataStream::WriteFailed << bytes;
+    }
+}
+
+void TestConfiguration::readingAFailedStreamLeavesTheConfiguration()
+{
+    QFETCH(QDataStream::Status, status);
+    QFETCH(QByteArray, bytes);
+    Config config("1");
+    const auto logger = quietLogger();
+    config.setLogger(logger);
+    const auto properties = config.properties();
+
+    QDataStream stream(bytes);
+    stream.setStatus(status);
+    stream >> config;
+    QCOMPARE(stream.status(), status);
+    QCOMPARE(stream.device()->pos(), 0);
+    QCOMPARE(config.properties(), properties);
+    QCOMPARE(entriesOf(config), withVersion({}, "1"));
+    QCOMPARE(config.logger(), logger);
 }
 
 void TestConfiguration::readingConsumesTheStream()
