@@ -207,7 +207,8 @@ void Config::logBanner(const QString& titleFormat, const QString& titleArgument,
 
 bool Config::isLegalConfiguration(IConfigController* controller)
 {
-    return controller && controller->isLegalConfiguration(_properties.get());
+    const std::shared_ptr<Properties> held = _properties; // the controller may replace them
+    return controller && controller->isLegalConfiguration(held.get());
 }
 
 void Config::setLogger(std::shared_ptr<Logger> logger)

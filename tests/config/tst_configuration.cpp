@@ -83,6 +83,24 @@ private:
     bool _answer;
 };
 
+/// Reads another configuration into the one that asks.
+class ReplacingController : public IConfigController {
+    Q_OBJECT
+
+public:
+    explicit ReplacingController(Config& config) : _config(config) {}
+
+    bool isLegalConfiguration(Properties*) override
+    {
+        const std::weak_ptr<Properties> asked = _config.properties();
+        readInto(_config, streamed({"a=1"}));
+        return !asked.expired();
+    }
+
+private:
+    Config& _config;
+};
+
 class StrictConfig : public Config {
     Q_OBJECT
 
@@ -132,6 +150,7 @@ private Q_SLOTS:
     void userAccount_data();
     void userAccount();
     void isLegalConfigurationAsksTheController();
+    void controllerMayReplaceTheProperties();
     void isLegalConfigurationCanBeOverridden();
 
     void loadReadsLines_data();
@@ -381,6 +400,14 @@ void TestConfiguration::isLegalConfigurationAsksTheController()
         QCOMPARE(config.isLegalConfiguration(&controller), answer);
         QCOMPARE(controller.asked, {config.properties().get()});
     }
+}
+
+void TestConfiguration::controllerMayReplaceTheProperties()
+{
+    Config config;
+    ReplacingController controller(config);
+    QVERIFY(config.isLegalConfiguration(&controller));
+    QCOMPARE(config.value("a"), "1");
 }
 
 void TestConfiguration::isLegalConfigurationCanBeOverridden()
