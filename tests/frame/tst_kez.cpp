@@ -1,21 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/language.h"
+
 #include <kez/identity.h>
 #include <kez/translator.h>
 
 #include <QTest>
-
-namespace {
-
-void useLibraryBundle(const QString& lang)
-{
-    Translator::getInstance()->insertBundle(QStringLiteral(":resources/lang"),
-                                            QStringLiteral("kez"), lang);
-    Translator::getInstance()->setDefaultBundleKey(QStringLiteral("kez"), lang);
-}
-
-} // namespace
 
 class TestKez : public QObject {
     Q_OBJECT
@@ -37,7 +28,7 @@ private Q_SLOTS:
 
 void TestKez::init()
 {
-    useLibraryBundle(QStringLiteral("fr_FR"));
+    useLanguage(QStringLiteral("fr_FR"));
 }
 
 void TestKez::versionHasThreeParts()
@@ -72,7 +63,7 @@ void TestKez::copyrightIsTranslated_data()
 void TestKez::copyrightIsTranslated()
 {
     QFETCH(QString, lang);
-    useLibraryBundle(lang);
+    useLanguage(lang);
     QCOMPARE(Kez::defaultCopyright(), QStringLiteral("(c) Vandrel"));
 }
 

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "support/files.h"
+
 #include <kez/initlib.h>
 
 #include <QDir>
@@ -42,11 +44,10 @@ public:
     /// Writes the file and returns its path.
     static QString write(const QString& name, const QByteArray& content)
     {
-        QFile file(path(name));
-        file.remove(); // some file systems flush a file that is emptied and written again
-        require(file.open(QIODevice::WriteOnly) && file.write(content) == content.size(),
-                "the input can be written");
-        return file.fileName();
+        const QString file = path(name);
+        QFile::remove(file); // some file systems flush a file that is emptied and written again
+        require(writeFile(file, content), "the input can be written");
+        return file;
     }
 };
 

@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/files.h"
+
 #include <kez/langbundle.h>
 #include <kez/translator.h>
 
-#include <QFile>
 #include <QSet>
 #include <QTest>
 
@@ -143,8 +144,7 @@ QByteArray fileIn(const QString& lang)
 
 QByteArray embeddedFile(const QString& lang)
 {
-    QFile file(QStringLiteral(":resources/lang/kez_%1.lang").arg(lang));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return readFile(QStringLiteral(":resources/lang/kez_%1.lang").arg(lang));
 }
 
 void addLanguages()

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/bundledirectory.h"
-#include "support/childprocess.h"
+#include "support/childoutput.h"
 #include "support/descriptorlimit.h"
 #include "support/failuretext.h"
 
@@ -14,7 +14,6 @@
 #include <QTest>
 
 #include <atomic>
-#include <cstdio>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -46,14 +45,10 @@ QString headerText(const QString& fileName)
            QStringLiteral("] invalide - ");
 }
 
-/// The detail of the pointer that load() throws; a text that no failure has when it throws none or
-/// when the exception has a parent.
+/// The text of the pointer that load() throws; null when it throws none.
 QString failureOf(const QString& path, const QString& module, const QString& lang)
 {
-    const auto failure = thrownPointer([&] { LangBundle::load(path, module, lang); });
-    if (!failure)
-        return QStringLiteral("(nothing thrown)");
-    return failure->parent() ? QStringLiteral("(has a parent)") : failure->detail();
+    return pointerFailureText([&] { LangBundle::load(path, module, lang); });
 }
 
 Dictionnary textsOf(LangBundle& bundle)
@@ -81,11 +76,6 @@ int openDescriptors()
 }
 
 // --- what the children do ------------------------------------------------------------------------
-
-void say(const QString& line)
-{
-    std::puts(line.toUtf8().constData());
-}
 
 /// What load() says while the process can open no further file.
 QString failureWithoutDescriptors(const QString& path)

@@ -1,19 +1,17 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "support/childprocess.h"
+#include "support/childoutput.h"
 #include "support/environmentguard.h"
+#include "support/files.h"
 
 #include <kez/initlib.h>
 #include <kez/log.h>
 
 #include <QDir>
-#include <QFile>
 #include <QResource>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <cstdio>
 
 namespace {
 
@@ -22,7 +20,7 @@ const QStringList OwnLanguages{QStringLiteral("en_US"), QStringLiteral("fr_FR")}
 
 void sayLanguages()
 {
-    std::puts(Log::languages().join(QLatin1Char('|')).toUtf8().constData());
+    say(Log::languages().join(QLatin1Char('|')));
 }
 
 void sayLanguagesWithoutResources()
@@ -111,8 +109,8 @@ void TestLanguages::answersWhateverTheWorkingDirectory()
 {
     QTemporaryDir directory;
     QVERIFY(QDir(directory.path()).mkpath(QStringLiteral("resources/lang")));
-    QFile file(directory.filePath(QStringLiteral("resources/lang/kez_es_ES.lang")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(writeFile(directory.filePath(QStringLiteral("resources/lang/kez_es_ES.lang")),
+                      QByteArray()));
 
     const QString before = QDir::currentPath();
     QVERIFY(QDir::setCurrent(directory.path()));

@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/bundledirectory.h"
-#include "support/childprocess.h"
+#include "support/childoutput.h"
 #include "support/failuretext.h"
+#include "support/files.h"
 
 #include <kez/initlib.h>
 #include <kez/log.h>
@@ -11,8 +12,6 @@
 
 #include <QFile>
 #include <QTest>
-
-#include <cstdio>
 
 namespace {
 
@@ -26,16 +25,6 @@ Translator& translator()
 }
 
 // --- what the children do: one scenario each, in the directory given -----------------------------
-
-void say(const QString& line)
-{
-    std::puts(line.toUtf8().constData());
-}
-
-void say(bool value)
-{
-    std::puts(value ? "true" : "false");
-}
 
 /// The default language, then each bundle with its own language and its greeting.
 void sayState()
@@ -71,11 +60,8 @@ void switchToTheSame(const QString& path)
     kezEnsureInit();
     insert(path, QStringLiteral("shop"), French);
     const auto before = translator().bundle(QStringLiteral("shop"), French);
-    QFile file(path + QStringLiteral("/shop_fr_FR.lang"));
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write("module=shop;lang=fr_FR\nYes=newly read\n");
-    file.close();
+    writeFile(path + QStringLiteral("/shop_fr_FR.lang"),
+              "module=shop;lang=fr_FR\nYes=newly read\n");
     translator().setDefaultLang(French);
     sayState();
     say(translator().bundle(QStringLiteral("shop"), French) != before);
@@ -101,18 +87,14 @@ void switchPastAMissingFile(const QString& path)
     kezEnsureInit();
     for (const char* module : {"alpha", "beta", "zeta"})
         insert(path, QString::fromLatin1(module), French);
-    const auto failure = thrownPointer([] { translator().setDefaultLang(English); });
-    say(failure ? failure->detail() : QStringLiteral("nothing thrown"));
-    say(failure && !failure->parent());
+    say(pointerFailureText([] { translator().setDefaultLang(English); }));
     sayState();
 }
 
 void switchWhereNothingCanBe(const QString& path)
 {
     insert(path, QStringLiteral("shop"), French);
-    const auto failure =
-        thrownPointer([] { translator().setDefaultLang(QStringLiteral("xx_YY")); });
-    say(failure ? failure->detail() : QStringLiteral("nothing thrown"));
+    say(pointerFailureText([] { translator().setDefaultLang(QStringLiteral("xx_YY")); }));
     sayState();
 }
 
@@ -230,14 +212,6 @@ QByteArray refusalOf(const QByteArray& module)
            module + ".de_DE n'est pas chargé";
 }
 
-#define COMPARE_CHILD(result, expected)                                                            \
-    do {                                                                                           \
-        const ChildResult& done = (result);                                                        \
-        QVERIFY2(done.finished && !done.crashed, done.err.constData());                            \
-        QCOMPARE(done.exitCode, 0);                                                                \
-        QCOMPARE(done.out, QByteArray(expected));                                                  \
-    } while (false)
-
 } // namespace
 
 /// Switching touches every bundle of the process: each scenario runs in a child of its own.
@@ -281,21 +255,19 @@ void TestLanguageSwitch::write(const char* module, const QString& lang, const QB
 
 ChildResult TestLanguageSwitch::run(const QStringList& arguments)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("LANG"), QStringLiteral("fr_FR.UTF-8"));
     QStringList all = arguments;
     all.insert(1, _directory->path());
-    return runChild(all, environment);
+    return runChild(all, environmentUnder(QStringLiteral("fr_FR.UTF-8")));
 }
 
 /// The log's lines without their times.
 QByteArrayList TestLanguageSwitch::logged() const
 {
-    QFile file(_directory->path() + QStringLiteral("/app-0.log"));
-    if (!file.open(QIODevice::ReadOnly))
+    const QString file = _directory->path() + QStringLiteral("/app-0.log");
+    if (!QFile::exists(file))
         return {"no log"};
     QByteArrayList lines;
-    for (const QByteArray& line : file.readAll().split('\n')) {
+    for (const QByteArray& line : readFile(file).split('\n')) {
         if (!line.isEmpty())
             lines.append(line.mid(line.indexOf('<')));
     }
@@ -368,7 +340,6 @@ void TestLanguageSwitch::missingFileLeavesMidwayAsAPointer()
                   "QString&) -> Le fichier du module de traduction [" +
                       missing +
                       "] n'existe pas ou ne peut pas être lu\n"
-                      "true\n"
                       "default kez.en_US\n"
                       "alpha.en_US en_US yes\n"
                       "beta.fr_FR fr_FR oui\n"

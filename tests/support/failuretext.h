@@ -9,20 +9,26 @@
 
 #include <memory>
 
-/// The text of the Exception that `action` throws; null when it throws none. The failures of one
-/// operation have no parent: one that has reads as such.
+/// An Exception in one text. The failures of one operation have no parent: one that has reads as
+/// such.
+inline QString exceptionText(const Exception& e)
+{
+    return e.parent() ? QStringLiteral("with a parent: ") + e.detail() : e.detail();
+}
+
+/// The text of the Exception that `action` throws; null if it throws none.
 template <typename Action>
 QString failureText(Action action)
 {
     try {
         action();
     } catch (const Exception& e) {
-        return e.parent() ? QStringLiteral("with a parent: ") + e.detail() : e.detail();
+        return exceptionText(e);
     }
     return QString();
 }
 
-/// The Exception that `action` throws as a pointer, owned; empty when it throws none.
+/// The Exception that `action` throws as a pointer, owned; empty if it throws none.
 template <typename Action>
 std::unique_ptr<Exception> thrownPointer(Action action)
 {
@@ -34,10 +40,10 @@ std::unique_ptr<Exception> thrownPointer(Action action)
     return nullptr;
 }
 
-/// The text of the Exception that `action` throws as a pointer; null when it throws none.
+/// The text of the Exception that `action` throws as a pointer; null if it throws none.
 template <typename Action>
 QString pointerFailureText(Action action)
 {
     const std::unique_ptr<Exception> failure = thrownPointer(action);
-    return failure ? failure->detail() : QString();
+    return failure ? exceptionText(*failure) : QString();
 }
