@@ -106,9 +106,11 @@ public:
     void setDefaultLang(const QString& lang);
 
 private:
-    Translator();
-    ~Translator();
+    KEZ_HIDDEN Translator();
+    KEZ_HIDDEN ~Translator();
+    KEZ_HIDDEN static Translator& object();
 
+    KEZ_HIDDEN static const Translator& _builtAtLoad;
     QString _defaultModule;
     QString _defaultLang;
     BundleMap _bundles;

@@ -7,6 +7,7 @@
 #include "kez/exception.h"
 #include "kez/langbundle.h"
 #include "kez/log.h"
+#include "kez/metatypes.h"
 #include "kez/translator.h"
 
 #include <QCoreApplication>
@@ -103,6 +104,10 @@ const bool preRoutineAdded = [] {
     qAddPreRoutine(KezAutoInit);
     return true;
 }();
+
+// Built when the library is loaded, as the translator is: the destructors of an application's
+// static objects may still look classes up.
+const MetaTypes* const registry = MetaTypes::getInstance();
 
 const struct cleanup {
     ~cleanup() { kezCleanup(); }

@@ -17,15 +17,30 @@ QString bundleKey(const QString& module, const QString& lang)
 
 } // namespace
 
-Translator::Translator() : _defaultModule(QStringLiteral("kez")), _defaultLang(systemLanguage())
+// Built when the library is loaded, before any static object of the application, and so destroyed
+// after all of them: their destructors may still meet a failure.
+const Translator& Translator::_builtAtLoad = object();
+
+Translator::Translator() : _defaultModule(QStringLiteral("kez"))
 {}
 
 Translator::~Translator() = default;
 
+// Local, since set-up may need it before this unit's static objects are built.
+Translator& Translator::object()
+{
+    static Translator translator;
+    return translator;
+}
+
 Translator* Translator::getInstance()
 {
-    static Translator instance;
-    return &instance;
+    // Not before the first use: Qt keeps its first answer, and main() may still change the locale.
+    static Translator* const instance = [] {
+        object()._defaultLang = systemLanguage();
+        return &object();
+    }();
+    return instance;
 }
 
 QString Translator::defaultLang() const
