@@ -174,6 +174,7 @@ bool Translator::insertBundle(const QString& path, const QString& module, const 
 void Translator::changeLang(const QString& module, const QString& oldLang, const QString& newLang)
 {
     const QString oldKey = bundleKey(module, oldLang);
+    const QString newKey = bundleKey(module, newLang); // before a key goes that they may refer to
     const std::shared_ptr<LangBundle> oldBundle = _bundles.value(oldKey);
     if (!oldBundle) {
         // No separator after the signature, which names two arguments in every form.
@@ -184,7 +185,7 @@ void Translator::changeLang(const QString& module, const QString& oldLang, const
     }
     const auto newBundle = LangBundle::load(oldBundle->_path, module, newLang);
     _bundles.remove(oldKey);
-    _bundles.insert(bundleKey(module, newLang), newBundle);
+    _bundles.insert(newKey, newBundle);
 }
 
 void Translator::changeLang(const QString& module, const QString& newLang)

@@ -2,19 +2,18 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/bundledirectory.h"
-#include "support/childprocess.h"
+#include "support/childoutput.h"
 #include "support/failuretext.h"
 #include "support/messagecapture.h"
 
 #include <kez/initlib.h>
 #include <kez/translator.h>
 
+#include <QLocale>
 #include <QTest>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <optional>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -40,29 +39,7 @@ std::shared_ptr<LangBundle> emptyBundle(const QString& module, const QString& la
     return std::make_shared<LangBundle>(QStringLiteral("/nowhere"), module, lang);
 }
 
-/// The detail of the exception that `call` throws by value, if it throws one.
-template <typename Call>
-std::optional<QString> thrownDetail(Call call)
-{
-    try {
-        call();
-    } catch (const Exception& e) {
-        return e.parent() ? QStringLiteral("(has a parent)") : e.detail();
-    }
-    return std::nullopt;
-}
-
 // --- what the children do ------------------------------------------------------------------------
-
-void say(const QString& line)
-{
-    std::puts(line.toUtf8().constData());
-}
-
-void say(bool value)
-{
-    std::puts(value ? "true" : "false");
-}
 
 void describeBeforeSetUp()
 {
@@ -91,21 +68,37 @@ void describeAfterSetUp()
     say(translator().toString().replace(QLatin1Char('\n'), QLatin1Char('|')));
 }
 
+void changeTheLocaleFirst()
+{
+    qputenv("LC_ALL", "de_DE.UTF-8");
+    say(QLocale::system().name());
+    say(translator().defaultLang());
+}
+
+/// The new language is named by the key of the bundle that goes.
+void changeToALanguageOfTheMap(const QString& path)
+{
+    translator().insertBundle(path, QStringLiteral("m"), QStringLiteral("l"));
+    translator().changeLang(QStringLiteral("m"), QStringLiteral("l"), *translator().keyBegin());
+    say(translator().toString().trimmed());
+}
+
 int child(const QStringList& arguments)
 {
     if (arguments.at(0) == QLatin1String("before"))
         describeBeforeSetUp();
     if (arguments.at(0) == QLatin1String("after"))
         describeAfterSetUp();
+    if (arguments.at(0) == QLatin1String("locale"))
+        changeTheLocaleFirst();
+    if (arguments.at(0) == QLatin1String("alias"))
+        changeToALanguageOfTheMap(arguments.at(1));
     return 0;
 }
 
 QByteArray outputUnder(const QString& locale, const QStringList& arguments)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("LANG"), locale);
-    environment.insert(QStringLiteral("LC_ALL"), locale);
-    return runChild(arguments, environment).out;
+    return runChild(arguments, environmentUnder(locale, locale)).out;
 }
 
 } // namespace
@@ -120,6 +113,7 @@ private Q_SLOTS:
     void thereIsOneInstance();
     void startsWithModuleKezAndTheSystemLanguage_data();
     void startsWithModuleKezAndTheSystemLanguage();
+    void systemLanguageIsAskedForAtTheFirstUse();
     void setUpGivesItTheLibraryBundle();
 
     void defaultKeyIsModuleDotLanguage();
@@ -156,6 +150,7 @@ private Q_SLOTS:
     void changeLangReplacesABundleOfTheNewLanguage();
     void changeLangToTheSameLanguageReloads();
     void changeLangFromTheDefaultLanguage();
+    void changeLangTakesALanguageThatRefersIntoTheMap();
     void changeLangLeavesTheDefaultAlone();
     void changeLangOfAnUnloadedBundleThrows_data();
     void changeLangOfAnUnloadedBundleThrows();
@@ -222,6 +217,12 @@ void TestTranslator::startsWithModuleKezAndTheSystemLanguage()
     QCOMPARE(outputUnder(locale, {"before"}),
              lang + "\nkez." + lang +
                  "\ntrue\ntrue\ntrue\ntrue\ntrue\ntrue\nfalse\n[Yes]\n[Yes]\n");
+}
+
+void TestTranslator::systemLanguageIsAskedForAtTheFirstUse()
+{
+    // The library has been loaded by then, and must not have asked Qt, which keeps its answer.
+    QCOMPARE(outputUnder(QStringLiteral("fr_FR.UTF-8"), {"locale"}), QByteArray("de_DE\nde_DE\n"));
 }
 
 void TestTranslator::setUpGivesItTheLibraryBundle()
@@ -602,10 +603,16 @@ void TestTranslator::changeLangFromTheDefaultLanguage()
              QStringLiteral("new"));
 
     // Which is not the bundle's own language.
-    const auto detail =
-        thrownDetail([&] { translator().changeLang(QStringLiteral("m"), QStringLiteral("xx")); });
-    QCOMPARE(detail.value_or(QString()),
-             ChangePrefix + QStringLiteral("Le module de langue m.%1 n'est pas chargé").arg(_lang));
+    QCOMPARE(
+        failureText([&] { translator().changeLang(QStringLiteral("m"), QStringLiteral("xx")); }),
+        ChangePrefix + QStringLiteral("Le module de langue m.%1 n'est pas chargé").arg(_lang));
+}
+
+void TestTranslator::changeLangTakesALanguageThatRefersIntoTheMap()
+{
+    QVERIFY(_directory->write(QStringLiteral("m"), QStringLiteral("l"), "K=old\n"));
+    QVERIFY(_directory->write(QStringLiteral("m"), QStringLiteral("m.l"), "K=new\n"));
+    COMPARE_CHILD(runChild({"alias", _directory->path()}, strictEnvironment()), "m.m.l : 1\n");
 }
 
 void TestTranslator::changeLangLeavesTheDefaultAlone()
@@ -638,14 +645,13 @@ void TestTranslator::changeLangOfAnUnloadedBundleThrows()
     const QString expected = ChangePrefix + QStringLiteral("Le module de langue ") + module +
                              QLatin1Char('.') + oldLang + QStringLiteral(" n'est pas chargé");
 
-    const auto byThree =
-        thrownDetail([&] { translator().changeLang(module, oldLang, QStringLiteral("fr_FR")); });
-    QCOMPARE(byThree.value_or(QString()), expected);
+    QCOMPARE(
+        failureText([&] { translator().changeLang(module, oldLang, QStringLiteral("fr_FR")); }),
+        expected);
 
     translator().setDefaultBundleKey(QStringLiteral("kez"), oldLang);
-    const auto byTwo =
-        thrownDetail([&] { translator().changeLang(module, QStringLiteral("fr_FR")); });
-    QCOMPARE(byTwo.value_or(QString()), expected);
+    QCOMPARE(failureText([&] { translator().changeLang(module, QStringLiteral("fr_FR")); }),
+             expected);
     QCOMPARE(translator().toString(), before);
 }
 
