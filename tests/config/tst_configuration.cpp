@@ -161,6 +161,7 @@ private Q_SLOTS:
     void loadRefusesUnreadableFile();
     void loadReads200000Lines();
     void loadReadsALineOf10Megabytes();
+    void readErrorEndsTheFile();
     void loadSurvivesBinaryRubbish();
     void readersOfFilesDiffer_data();
     void readersOfFilesDiffer();
@@ -195,6 +196,7 @@ private Q_SLOTS:
     void buildLoggerReportsEachFaultOnALine();
     void buildLoggerNeedsAFileName();
     void buildLoggerNeedsAWritableDirectory();
+    void buildLoggerPutsABareFileNameIntoTheHomeDirectory();
     void buildLoggerLeavesThePropertiesAlone();
     void getOrbuildBuildsAnotherEachTime();
     void getOrbuildReturnsTheLoggerHeld();
@@ -535,6 +537,12 @@ void TestConfiguration::loadReadsALineOf10Megabytes()
     QCOMPARE(config->properties()->size(), 3);
     QVERIFY(config->value("a") == QString::fromLatin1(text));
     QCOMPARE(config->value(QString::fromLatin1(text)), "1");
+}
+
+void TestConfiguration::readErrorEndsTheFile()
+{
+    // Its first page is not there to be read.
+    QCOMPARE(entriesOf(*Config::load("/proc/self/mem", "")), withVersion({}));
 }
 
 void TestConfiguration::loadSurvivesBinaryRubbish()
@@ -950,6 +958,13 @@ void TestConfiguration::buildLoggerNeedsAWritableDirectory()
     QCOMPARE(child.exitCode, 0);
     QCOMPARE(QString::fromUtf8(child.out),
              BuildPrefix + "Invalid parameter \"log.filename\"=[" + directory + "/app.log]");
+}
+
+void TestConfiguration::buildLoggerPutsABareFileNameIntoTheHomeDirectory()
+{
+    const EnvironmentGuard home("HOME", _dir->path().toLocal8Bit());
+    Config::buildFileSystemLogger(Properties(Entries{{"log.filename", "app"}}));
+    QVERIFY(QFile::exists(path("app-0.log")));
 }
 
 void TestConfiguration::buildLoggerLeavesThePropertiesAlone()

@@ -139,6 +139,7 @@ private Q_SLOTS:
     void loadFollowsALink();
     void loadNamesFileNotWritableForAFailedOpen();
     void loadRefusesUnreadableFile();
+    void readErrorEndsTheFile();
 
     void saveWritesSortedLines();
     void saveOfEmptyMapWritesEmptyFile();
@@ -775,6 +776,16 @@ void TestProperties::loadRefusesUnreadableFile()
     const ChildResult child = runChild({"load", file});
     QCOMPARE(child.exitCode, 0);
     QCOMPARE(QString::fromUtf8(child.out), LoadPrefix + "File [" + file + "] isn't readable");
+}
+
+void TestProperties::readErrorEndsTheFile()
+{
+    // Its first page is not there to be read.
+    QFile file("/proc/self/mem");
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray());
+    QCOMPARE(file.error(), QFileDevice::ReadError);
+    QCOMPARE(loaded(file.fileName()), Entries());
 }
 
 void TestProperties::saveWritesSortedLines()

@@ -1,8 +1,12 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/failuretext.h"
+
 #include <kez/exception.h>
 
+#include <QFuture>
+#include <QPromise>
 #include <QTest>
 
 #include <exception>
@@ -57,6 +61,7 @@ private Q_SLOTS:
     void accessorsAreVirtual();
     void raiseAndCloneAreThoseOfQException();
     void crossesThreads();
+    void promiseKeepsTheCurrentExceptionOnly();
 };
 
 void TestException::detailIsKeptAsGiven_data()
@@ -200,6 +205,36 @@ void TestException::crossesThreads()
         QCOMPARE(e.detail(), QStringLiteral("effect"));
         QCOMPARE(e.parent().get(), cause.get());
     }
+}
+
+void TestException::promiseKeepsTheCurrentExceptionOnly()
+{
+    const auto answer = [](const auto& setException) {
+        QPromise<void> promise;
+        promise.start();
+        try {
+            throw Exception(QStringLiteral("effect"), nullptr);
+        } catch (const Exception& e) {
+            setException(promise, e);
+        }
+        promise.finish();
+        QFuture<void> future = promise.future();
+        return failureText([&] {
+            try {
+                future.waitForFinished();
+            } catch (const QException& e) {
+                if (typeid(e) == typeid(QException))
+                    throw Exception(QStringLiteral("a plain QException"), nullptr);
+                throw;
+            }
+        });
+    };
+    QCOMPARE(answer([](QPromise<void>& promise, const Exception& e) { promise.setException(e); }),
+             QStringLiteral("a plain QException"));
+    QCOMPARE(answer([](QPromise<void>& promise, const Exception&) {
+                 promise.setException(std::current_exception());
+             }),
+             QStringLiteral("effect"));
 }
 
 QTEST_GUILESS_MAIN(TestException)

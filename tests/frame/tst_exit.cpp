@@ -16,9 +16,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <algorithm>
-#include <iterator>
-
 namespace {
 
 using Step = void (*)();
@@ -108,18 +105,10 @@ constexpr NamedStep StepsAtExit[] = {{"failure", meetAFailure}, {"text", lookATe
                                      {"log", logToAFile},       {"banner", logABanner},
                                      {"class", findTheClass}};
 
-template <std::size_t Size>
-Step stepNamed(const NamedStep (&steps)[Size], const QString& name)
-{
-    return std::find_if(std::begin(steps), std::end(steps),
-                        [&](const NamedStep& step) { return name == QLatin1String(step.name); })
-        ->step;
-}
-
 int child(const QStringList& arguments)
 {
-    stepNamed(StepsInMain, arguments.at(0))();
-    stepAtExit = stepNamed(StepsAtExit, arguments.at(1));
+    named(StepsInMain, arguments.at(0)).step();
+    stepAtExit = named(StepsAtExit, arguments.at(1)).step;
     return 0;
 }
 

@@ -62,6 +62,13 @@ SetUp setUpNamed(const QString& name)
     return constructApplication;
 }
 
+void setUpOnce(SetUp setUp)
+{
+    setUp();
+    sayState();
+    say(Kez::defaultCopyright());
+}
+
 void useUndecodableLang()
 {
     qputenv("LANG", "fr_\xff\xfe.UTF-8");
@@ -181,6 +188,31 @@ void failFirst(SetUp attempt)
     qputenv("LANG", "fr_FR.UTF-8");
 }
 
+void sayYes()
+{
+    say(translator().string(QStringLiteral("Yes")));
+}
+
+void setUpAndSayYes()
+{
+    kezEnsureInit();
+    sayYes();
+}
+
+/// Q_COREAPP_STARTUP_FUNCTION makes the same call in a static constructor.
+void runStartUpFunction(QtStartUpFunction function)
+{
+    qAddPreRoutine(function);
+    constructApplication();
+    sayYes();
+}
+
+void failWithoutACatch(SetUp attempt)
+{
+    registerMoreLanguages();
+    attempt();
+}
+
 void tryAgainThroughInit(SetUp attempt)
 {
     failFirst(attempt);
@@ -195,41 +227,34 @@ void tryAgainThroughEnsure(SetUp attempt)
     sayState();
 }
 
+struct Task {
+    const char* name;
+    void (*run)(SetUp setUp);
+};
+
+constexpr Task Tasks[] = {
+    {"nothing", [](SetUp) {}},
+    {"setUp", setUpOnce},
+    {"untouched", [](SetUp) { sayState(); }},
+    {"undecodable", [](SetUp) { useUndecodableLang(); }},
+    {"moreLanguages", [](SetUp) { useMoreLanguages(); }},
+    {"everythingAgain", everythingAgain},
+    {"cleanUpThenInit", [](SetUp) { cleanUpThenInit(); }},
+    {"watchResources", [](SetUp) { watchResources(); }},
+    {"unregisterBeforeSetUp", [](SetUp) { unregisterBeforeSetUp(); }},
+    {"registerByHand", [](SetUp) { registerByHand(); }},
+    {"ownBundle", [](SetUp) { insertOwnBundleBeforeSetUp(); }},
+    {"threads", [](SetUp) { setUpFromThreads(); }},
+    {"startUp", [](SetUp) { runStartUpFunction(sayYes); }},
+    {"startUpWithSetUp", [](SetUp) { runStartUpFunction(setUpAndSayYes); }},
+    {"fail", failWithoutACatch},
+    {"failThenInit", tryAgainThroughInit},
+    {"failThenEnsure", tryAgainThroughEnsure},
+};
+
 int child(const QStringList& arguments)
 {
-    const QString& what = arguments.at(0);
-    const SetUp setUp = setUpNamed(arguments.value(1));
-    if (what == QLatin1String("nothing"))
-        return 0;
-    if (what == QLatin1String("setUp")) {
-        setUp();
-        sayState();
-        say(Kez::defaultCopyright());
-    }
-    if (what == QLatin1String("untouched"))
-        sayState();
-    if (what == QLatin1String("undecodable"))
-        useUndecodableLang();
-    if (what == QLatin1String("moreLanguages"))
-        useMoreLanguages();
-    if (what == QLatin1String("everythingAgain"))
-        everythingAgain(setUp);
-    if (what == QLatin1String("cleanUpThenInit"))
-        cleanUpThenInit();
-    if (what == QLatin1String("watchResources"))
-        watchResources();
-    if (what == QLatin1String("unregisterBeforeSetUp"))
-        unregisterBeforeSetUp();
-    if (what == QLatin1String("registerByHand"))
-        registerByHand();
-    if (what == QLatin1String("ownBundle"))
-        insertOwnBundleBeforeSetUp();
-    if (what == QLatin1String("threads"))
-        setUpFromThreads();
-    if (what == QLatin1String("failThenInit"))
-        tryAgainThroughInit(setUp);
-    if (what == QLatin1String("failThenEnsure"))
-        tryAgainThroughEnsure(setUp);
+    named(Tasks, arguments.at(0)).run(setUpNamed(arguments.value(1)));
     return 0;
 }
 
@@ -257,6 +282,7 @@ class TestInitLib : public QObject {
 private Q_SLOTS:
     void languageFollowsLang_data();
     void languageFollowsLang();
+    void startUpFunctionsRunBeforeSetUp();
     void languageFollowsTheSystemWithoutLang_data();
     void languageFollowsTheSystemWithoutLang();
     void undecodableLangFallsBackToEnglish();
@@ -275,6 +301,7 @@ private Q_SLOTS:
     void concurrentCallersWaitForTheBundle();
     void failedLoadLeavesSetUpAsAPointer_data();
     void failedLoadLeavesSetUpAsAPointer();
+    void uncaughtFailureEndsTheProcessWithoutItsText();
     void ensureSpendsItsFlagEvenWhenSetUpFails();
     void initStillHelpsAfterAFailedEnsure();
     void processEndsCleanlyWithoutSetUp();
@@ -349,6 +376,12 @@ void TestInitLib::languageFollowsTheSystemWithoutLang()
     QFETCH(QByteArray, expected);
     COMPARE_CHILD(childUnder(lang, {"setUp", "kezEnsureInit"}, system),
                   stateIn(expected) + "(c) Vandrel\n");
+}
+
+void TestInitLib::startUpFunctionsRunBeforeSetUp()
+{
+    COMPARE_CHILD(childUnder(French, {"startUp"}), "[Yes]\noui\n");
+    COMPARE_CHILD(childUnder(French, {"startUpWithSetUp"}), "oui\noui\n");
 }
 
 void TestInitLib::undecodableLangFallsBackToEnglish()
@@ -457,6 +490,14 @@ void TestInitLib::failedLoadLeavesSetUpAsAPointer()
     QFETCH(QString, entry);
     COMPARE_CHILD(childUnder(QStringLiteral("xx_YY.UTF-8"), {"failThenInit", entry}),
                   FailedState + stateIn("fr_FR"));
+}
+
+void TestInitLib::uncaughtFailureEndsTheProcessWithoutItsText()
+{
+    const ChildResult result = childUnder(QStringLiteral("xx_YY.UTF-8"), {"fail", "application"});
+    QVERIFY(result.finished);
+    QVERIFY(result.crashed);
+    QVERIFY2(!result.err.contains("Nom de langue"), result.err.constData());
 }
 
 void TestInitLib::ensureSpendsItsFlagEvenWhenSetUpFails()

@@ -7,7 +7,10 @@
 
 #include <QString>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <iterator>
 
 /// In a child: prints one line for COMPARE_CHILD().
 inline void say(const QString& line)
@@ -18,6 +21,18 @@ inline void say(const QString& line)
 inline void say(bool value)
 {
     std::puts(value ? "true" : "false");
+}
+
+/// In a child: the entry that bears `name`, of a table of what the children can do.
+template <typename Entry, std::size_t Size>
+const Entry& named(const Entry (&table)[Size], const QString& name)
+{
+    const auto found = std::find_if(std::begin(table), std::end(table), [&](const Entry& entry) {
+        return name == QLatin1String(entry.name);
+    });
+    if (found == std::end(table))
+        qFatal("unknown: %s", qPrintable(name));
+    return *found;
 }
 
 /// Checks that a child ended well, printed `expected` and nothing on its error output.
