@@ -106,7 +106,7 @@ public:
 
 private:
     friend KEZ_EXPORT QDataStream& operator>>(QDataStream& stream, Config& config);
-    void setVersion(const QString& version);
+    KEZ_HIDDEN void setVersion(const QString& version);
 
     std::shared_ptr<Properties> _properties;
     std::shared_ptr<Logger> _logger;

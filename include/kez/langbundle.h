@@ -65,8 +65,8 @@ public:
 
 private:
     friend class Translator;
-    const QString* find(const QString& key) const;
-    void addLine(QStringView line);
+    KEZ_HIDDEN const QString* find(const QString& key) const;
+    KEZ_HIDDEN void addLine(QStringView line);
 
     QString _path;
     QString _module;
