@@ -6,5 +6,5 @@
 #include <QMap>
 #include <QString>
 
-/// The library's name, spelled so, for a plain map of text to text.
+/// The library's name (spelled so) for a plain map of text to text.
 using Dictionnary = QMap<QString, QString>;

@@ -13,10 +13,16 @@
 /// The one exception type of the library: a complete, already translated text and, optionally, the
 /// failure that caused it.
 ///
-/// The library throws it by value, except in the two places that say "throws a pointer": there the
+/// The library throws it by value, except where a function says "throws a pointer": there the
 /// catcher owns and deletes the object.
 ///
 /// `what()` is the standard exception's generic text, not the detail: read detail().
+///
+/// An exception that is thrown in a function of QtConcurrent, or given as an object to
+/// QPromise::setException(), arrives as a plain QException without its detail, since clone() and
+/// raise() are those of QException. To carry it to another thread, catch it and call
+///
+///     promise.setException(std::current_exception());
 ///
 /// *Threads*: a built exception is read from any thread.
 /// *Owns*: shares its parent with its copies.

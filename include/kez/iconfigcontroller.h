@@ -12,11 +12,11 @@
 
 /// A validator of a configuration, to be implemented by applications.
 ///
-/// An implementation calls insertError() once per fault and answers true only when it found none.
+/// An implementation calls insertError() once per fault and answers true only if it found none.
 ///
 /// *Threads*: one thread at a time.
-/// *Owns*: its list of errors, which is never cleared: asked twice, it holds the faults of both
-/// runs.
+/// *Owns*: its list of errors. The list is never cleared: after two checks it holds the faults of
+/// both, so use a new controller for each check.
 /// *Fails*: never.
 class KEZ_EXPORT IConfigController : public QObject {
     Q_OBJECT
@@ -33,7 +33,7 @@ public:
 
     virtual void insertError(const QString& error);
 
-    /// The faults in one text. The separator is only written after a text that is not empty: an
+    /// The faults in one text. The separator is written only after a text that is not empty: an
     /// empty fault at the head of the list adds none.
     ///
     ///     {"a", "b"}, "; "  ->  a; b

@@ -9,8 +9,8 @@
 
 /// Who made the library and which version it is.
 ///
-/// *Threads*: any thread, once set-up is done (see initlib.h); what shows the copyright, as the
-/// translator's look-ups.
+/// *Threads*: any thread, once set-up is done (see initlib.h). defaultCopyright() and
+/// borderedTitle() look a text up: see Translator.
 /// *Owns*: nothing.
 /// *Fails*: never.
 namespace Kez {
@@ -30,9 +30,9 @@ KEZ_EXPORT QString defaultAuthor();
 /// The text of the key "DefaultCopyright" in the default language: "(c) Vandrel".
 KEZ_EXPORT QString defaultCopyright();
 
-/// A framed title for a start-up banner. The title is trimmed; the line below the frame is
-/// `copyright`, or defaultCopyright() when that is empty, or left out when it is exactly "-".
-/// The block ends with an empty line.
+/// A framed title for a start-up banner. The title is trimmed. The line below the frame is
+/// `copyright`, or defaultCopyright() if that is empty; there is none if it is exactly "-". The
+/// block ends with an empty line.
 ///
 ///     borderedTitle(" Demo ", "")  ->  +------+
 ///                                      | Demo |

@@ -13,11 +13,12 @@
 /// The texts of one module in one language, read from `<path>/<module>_<lang>.lang`.
 ///
 /// The file is UTF-8. Its first line reads `module=<module>;lang=<lang>` (in either order), every
-/// later line `key=text`; blank lines, lines that begin with "#" and lines without a key are
-/// skipped, and the last of several lines with the same key counts. Texts are kept as read: no
-/// escape sequences, and "%1", "%2" are left to the caller.
+/// later line `key=text`. Blank lines, lines that begin with "#" and lines without a key are
+/// skipped. The last of several lines with the same key counts. Texts are kept as read: there are
+/// no escape sequences, and "%1", "%2" are left to the caller.
 ///
-/// *Threads*: any thread while nobody calls begin() or end(), which may write even to iterate.
+/// *Threads*: any thread, while nobody calls begin() or end(): they may allocate, even if no text
+/// is changed.
 /// *Owns*: its texts; created in a shared pointer by load().
 /// *Fails*: load() throws a pointer; the rest never.
 class KEZ_EXPORT LangBundle {
@@ -25,21 +26,21 @@ public:
     using iterator = Dictionnary::iterator;
     using key_iterator = Dictionnary::key_iterator;
 
-    /// An empty bundle. load() is the way to a filled one.
+    /// An empty bundle; load() makes a filled one.
     LangBundle(const QString& path, const QString& module, const QString& lang);
-    virtual ~LangBundle();
 
-    /// Copies the texts; nothing is shared.
+    /// Copies every text. Nothing is shared: iterators into `other` never reach the copy.
     LangBundle(const LangBundle& other);
     LangBundle& operator=(const LangBundle& other);
+    virtual ~LangBundle();
 
     /// Reads the bundle from the directory `path`, which may be a resource path such as
     /// ":resources/lang".
     ///
-    /// Throws a POINTER to a new Exception, which the catcher deletes, when the file is missing or
-    /// unreadable, when its first line is no valid header, or when it names another module or
-    /// language. Callers rely on that form: a handler for `Exception&` does not see it. Its text is
-    /// always French, since no bundle can be relied on yet.
+    /// Throws a POINTER to a new Exception, which the catcher deletes: if the file is missing or
+    /// unreadable, if its first line is not a valid header, or if that names another module or
+    /// language. A handler for `Exception&` does not catch it; this form is kept for compatibility.
+    /// Its text is always French, since no bundle may be loaded yet.
     static std::shared_ptr<LangBundle> load(const QString& path, const QString& module,
                                             const QString& lang);
 
@@ -50,7 +51,7 @@ public:
     /// `<path>/<module>_<lang>.lang`
     QString bundleFileName() const;
 
-    /// The text of `key`; "[key]" when there is none, so that a missing text is visible.
+    /// The text of `key`; "[key]" if there is none, so that a missing text is visible.
     QString text(const QString& key) const;
     bool contains(const QString& key) const;
     int size() const;

@@ -13,15 +13,17 @@
 
 /// Configuration text: unique keys, kept in order, with their values.
 ///
-/// Keys and values are stored exactly as given. In a properties file each line reads `key=value`;
-/// lines that begin with "#" (after blanks), blank lines and lines without "=" are skipped. There
+/// Keys and values are stored exactly as given. In a properties file each line reads `key=value`.
+/// Lines that begin with "#" (after blanks), blank lines and lines without "=" are skipped. There
 /// are no escape sequences: a key that begins with "#", holds "=" or has blanks at either end, and
 /// a value with blanks at either end, do not survive saving and loading.
 ///
+/// Keys and values that are passed in may refer into the object's own map.
+///
 /// *Threads*: one thread at a time, all holders of the shared map included.
 /// *Owns*: a map of its own, which toDictionnary() shares.
-/// *Fails*: throws Exception, as said at each function; but for insert() of a map, the map is then
-/// unchanged.
+/// *Fails*: throws Exception, as said at each function. The map is then unchanged, except after
+/// insert() of a map.
 class KEZ_EXPORT Properties {
 public:
     using iterator = Dictionnary::iterator;
@@ -30,30 +32,36 @@ public:
 
     Properties();
 
-    /// Copies every entry of `map`.
+    /// Copies every entry of `map`. Nothing is shared: iterators and references into `map` never
+    /// reach the copy.
     Properties(const QMap<QString, QString>& map);
 
-    /// Copies the entries; the maps are not shared.
+    /// Copies every entry, as the constructor from a map does.
     Properties(const Properties& other);
     Properties& operator=(const Properties& other);
     virtual ~Properties();
 
     /// Reads a properties file (UTF-8).
     ///
-    /// `maxLineLength`: the most characters taken as one line, the rest being taken as a line of
-    /// its own; 0 for no limit.
+    /// `maxLineLength`: the most characters taken as one line; the rest is taken as a line of its
+    /// own. 0 for no limit.
     ///
-    /// Throws Exception: FileDoesntExist, FileNotReadable, FileNotWritable (for a file that cannot
-    /// be opened: callers rely on that key), DuplicateProperty for a key that comes twice.
+    /// A read error ends the file as its end would: what was read before it is returned.
+    ///
+    /// Throws Exception: FileDoesntExist, FileNotReadable, FileNotWritable for a file that cannot
+    /// be opened (this key is kept for compatibility), DuplicateProperty for a key that comes
+    /// twice.
     static std::shared_ptr<Properties> loadProperties(const QString& path,
                                                       qint64 maxLineLength = 0);
 
     /// Writes `map` as a properties file, one `key=value` line per entry, in key order.
     ///
+    /// With `overwrite` a file that is there is deleted first: it is lost if writing fails after
+    /// that.
+    ///
     /// Throws Exception: FileAlreadyExists (without `overwrite`), CannotDeleteFile,
     /// FileCreatingFailure, CannotWriteLine with the line that failed; the lines before it stay in
-    /// the file. With `overwrite` the file that is there is deleted first: it is lost when writing
-    /// fails after that.
+    /// the file.
     static void saveProperties(const QString& path, const QMap<QString, QString>& map,
                                bool overwrite = false);
 
@@ -75,8 +83,12 @@ public:
     key_iterator keyBegin() const;
     key_iterator keyEnd() const;
 
-    /// The map itself, not a copy: what is changed through it is changed here, and it outlives this
+    /// The map itself, not a copy: a change through it is a change here, and the map outlives this
     /// object while somebody holds it.
+    ///
+    /// `QMap copy = *properties.toDictionnary()` shares its data until one of the two changes, as
+    /// Qt's containers do. An iterator or a reference that was taken before then writes to both:
+    /// `Properties copy(properties)` does not share.
     std::shared_ptr<Dictionnary> toDictionnary() const;
 
     /// saveProperties() on this object's map.
@@ -86,13 +98,13 @@ public:
     /// Exception (PropertyNotFound).
     QString setValue(const QString& key, const QString& value);
 
-    /// Adds the key; replaces its value when `overwrite`, else throws Exception
-    /// (DuplicateProperty).
+    /// Adds the key. If it is there already: replaces its value with `overwrite`, throws Exception
+    /// (DuplicateProperty) without.
     void insert(const QString& key, const QString& value, bool overwrite = false);
 
-    /// Inserts every entry of `map` in key order. Without `overwrite`, throws Exception
-    /// (PropertyAlreadyExists) at the first key that is there already; the entries before it stay
-    /// inserted.
+    /// Inserts every entry of `map`, which may be this object's own, in key order. Without
+    /// `overwrite`, throws Exception (PropertyAlreadyExists) at the first key that is there
+    /// already; the entries before it stay inserted.
     void insert(const QMap<QString, QString>& map, bool overwrite = false);
 
     /// Removes the key and returns its value. Throws Exception (PropertyNotFound).

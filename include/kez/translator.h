@@ -11,15 +11,19 @@
 
 #include <memory>
 
-/// The process's message texts: every loaded bundle, and the module and language that are used when
+/// The process's message texts: every loaded bundle, and the module and language that are used if
 /// none is named.
 ///
 /// A key that cannot be resolved reads as "[key]", never as an empty text. Bundles are kept under
 /// "module.lang" and walked in that order.
 ///
-/// *Threads*: any thread may read while nobody inserts a bundle or changes a language; those are
+/// It is built when the library is loaded and outlives the static objects that the application
+/// builds after that: their destructors may look texts up. They cannot load a bundle from a
+/// resource, since parts of Qt may be gone by then.
+///
+/// *Threads*: any thread may read while nobody inserts a bundle or changes a language. Those are
 /// for start-up, or for a moment when nobody reads.
-/// *Owns*: shares its bundles: one obtained from here stays valid after it was replaced.
+/// *Owns*: shares its bundles: one obtained from here stays valid after it is replaced.
 /// *Fails*: as said at each function; look-ups never.
 class KEZ_EXPORT Translator {
 public:
@@ -61,13 +65,14 @@ public:
     bool contains(const QString& key) const;
 
     /// Whether that bundle has the message `key`, which comes last here and first in string();
-    /// false when the bundle is not loaded.
+    /// false if the bundle is not loaded.
     bool contains(const QString& module, const QString& lang, const QString& key) const;
 
     /// The number of bundles.
     int size() const;
 
-    /// (bundle key, bundle) pairs, and bundle keys, in order.
+    /// (bundle key, bundle) pairs, and bundle keys, in order. Iterators last until a bundle is
+    /// inserted or a language changed.
     const_iterator begin() const;
     const_iterator end() const;
     key_iterator keyBegin() const;
@@ -76,22 +81,23 @@ public:
     /// One line per bundle: "kez.fr_FR : 67\n"
     QString toString() const;
 
-    /// Sets what is used when no module or language is named; loads and checks nothing.
+    /// Sets what is used if no module or language is named; loads and checks nothing.
     void setDefaultBundleKey(const QString& module, const QString& lang);
 
-    /// False, and nothing changed, for an empty pointer or when a bundle of that module and
+    /// False, and nothing is changed, for an empty pointer or if a bundle of that module and
     /// language is there already.
     bool insertBundle(std::shared_ptr<LangBundle> bundle);
 
-    /// Loads the bundle from the directory `path` and inserts it. False, without touching the disk,
-    /// when a bundle of that module and language is there already. Throws what LangBundle::load
-    /// throws: a pointer.
+    /// Loads the bundle from the directory `path` and inserts it. False, without reading the file,
+    /// if a bundle of that module and language is there already. Throws a pointer, as
+    /// LangBundle::load does.
     bool insertBundle(const QString& path, const QString& module, const QString& lang);
 
     /// Replaces the module's bundle in `oldLang` by the one in `newLang`, read from the same
-    /// directory. Throws Exception when the old one is not loaded, and a pointer, as
-    /// LangBundle::load does, when the new one cannot be read; nothing is changed then. The default
-    /// language stays.
+    /// directory. The default language stays.
+    ///
+    /// Throws Exception if the old one is not loaded; throws a pointer, as LangBundle::load does,
+    /// if the new one cannot be read. Nothing is changed then.
     void changeLang(const QString& module, const QString& oldLang, const QString& newLang);
 
     /// changeLang(module, defaultLang(), newLang)
@@ -100,9 +106,13 @@ public:
     /// Makes `lang` the default language and switches every loaded bundle to it.
     ///
     /// A bundle that changeLang() refuses with an Exception is reported as a critical line of the
-    /// process's log, and the others are still switched. What LangBundle::load throws, a pointer,
-    /// leaves this function at once: the default language is then `lang` already, and the bundles
-    /// that come first in key order are switched.
+    /// process's log, and the others are still switched. Throws a pointer at once if
+    /// LangBundle::load does: the default language is then `lang` already, and the bundles that
+    /// come first in key order are switched.
+    ///
+    /// Creates the process's log, one without a file, if there is none yet. A later
+    /// Log::initInstance() with a file name returns that log and ignores the name: start the log
+    /// first.
     void setDefaultLang(const QString& lang);
 
 private:

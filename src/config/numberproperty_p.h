@@ -9,8 +9,8 @@
 
 #include <type_traits>
 
-/// The number under `key`, in base 10, or `fallback` when it is absent. `fail(key, value)` is
-/// called for a value that is no such number, and is to throw.
+/// The number under `key`, in base 10, or `fallback` if the key is absent. Calls
+/// `fail(key, value)`, which must throw, for a value that is not such a number.
 template <typename Number, typename Fail>
 Number numberOr(const Properties& properties, const QString& key, Number fallback, Fail fail)
 {

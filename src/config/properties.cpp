@@ -9,6 +9,8 @@
 #include <QFile>
 #include <QTextStream>
 
+#include <utility>
+
 namespace {
 
 [[noreturn]] void raiseNotFound(const char* signature, const QString& key)
@@ -152,7 +154,7 @@ QString Properties::setValue(const QString& key, const QString& value)
     const auto found = _spMap->find(key);
     if (found == _spMap->end())
         raiseNotFound("QString Properties::setValue(const QString&, const QString&)", key);
-    const QString newValue = value; // it may be the entry's own, which exchange() empties first
+    const QString newValue = value; // it may be the entry's own, which exchange() moves from first
     return std::exchange(*found, newValue);
 }
 

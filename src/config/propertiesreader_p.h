@@ -11,9 +11,8 @@
 #include <QFileInfo>
 #include <QString>
 
-/// Reads a properties file and hands each key with its value to `store`. The readers that stand on
-/// it differ in what they do with a key that comes twice, and in the signature that their failures
-/// name.
+/// Reads a properties file and hands each key with its value to `store`. Its callers differ in what
+/// they do with a key that comes twice, and in the signature that their failures name.
 template <typename Store>
 void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* signature,
                         Store store)
@@ -23,7 +22,7 @@ void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* s
         Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!QFileInfo(path).isReadable())
         Failure::raise(signature, Failure::libraryMessage("FileNotReadable", path));
-    // This key, and not FileNotReadable: callers rely on it.
+    // Not FileNotReadable: kept for compatibility.
     if (!file.open(QIODevice::ReadOnly))
         Failure::raise(signature, Failure::libraryMessage("FileNotWritable", path));
 

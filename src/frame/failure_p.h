@@ -8,12 +8,12 @@
 
 #include <QString>
 
-/// How the library composes the text of a failure: the failing function's signature, the message,
-/// and its arguments, put in by one substitution, so that a "%2" inside a value stays as it is.
+/// How the library composes the text of a failure: the failing function's signature, then the
+/// message with its arguments. All arguments are put in by one substitution, so that a "%2" inside
+/// a value stays as it is.
 namespace Failure {
 
-/// `text` with its place markers replaced. A text without any (a key that has no text, for
-/// instance) is left alone.
+/// `text` with its place markers replaced. A text without any, such as "[key]", stays as it is.
 template <typename... Arguments>
 QString completed(const QString& text, const Arguments&... arguments)
 {

@@ -18,8 +18,8 @@
 
 namespace {
 
-// Set-up may run inside the construction of this unit's static objects (see the pre-routine below),
-// so it may only use what needs no construction at run time.
+// Set-up may run while this unit's static objects are still being built (see the pre-routine
+// below), so these two must not need construction at run time.
 constinit bool INITIALIZED = false;
 constinit std::once_flag INIT_FLAG;
 
@@ -50,7 +50,7 @@ void loadLibraryBundle(const QString& lang)
         Translator::getInstance()->insertBundle(
             LangBundle::load(bundleDirectory(), libraryModule(), lang));
     } catch (const Exception& e) {
-        // What load() throws is a pointer, which passes by here: see its declaration.
+        // load() throws a pointer, which is not caught here: see its declaration.
         reportCritical(QStringLiteral(
             "Echec de chargement de la ressource de langue par défaut de la librairie kez"));
         reportCritical(e.detail());
@@ -98,8 +98,8 @@ void kezCleanup()
 
 namespace {
 
-// Qt runs a pre-routine when the core application object is constructed, and at once when there is
-// one already.
+// Qt runs a pre-routine when the core application object is constructed, or at once if there is one
+// already.
 const bool preRoutineAdded = [] {
     qAddPreRoutine(KezAutoInit);
     return true;

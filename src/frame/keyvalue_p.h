@@ -13,7 +13,7 @@ struct KeyValue {
     QStringView value;
 };
 
-/// Splits a line at its first "=", which may be its first or last character. Nothing without one.
+/// Splits a line at its first "=", wherever that stands. Nothing if there is none.
 inline std::optional<KeyValue> splitAtFirstEquals(QStringView line)
 {
     const qsizetype equals = line.indexOf(QLatin1Char('='));

@@ -7,8 +7,8 @@
 #include <QMessageLogger>
 #include <QString>
 
-/// Qt's message output. The constructor without arguments would leave the category null instead of
-/// "default".
+/// Qt's message output. QMessageLogger's constructor without arguments would leave the category
+/// null instead of "default".
 inline QMessageLogger qtMessages()
 {
     return QMessageLogger(nullptr, 0, nullptr);

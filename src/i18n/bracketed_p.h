@@ -5,7 +5,7 @@
 
 #include <QString>
 
-/// How a key without a text reads, so that a missing text is visible.
+/// What is shown for a key without a text, so that a missing text is visible.
 inline QString bracketed(const QString& key)
 {
     return QLatin1Char('[') + key + QLatin1Char(']');

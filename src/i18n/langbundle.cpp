@@ -18,7 +18,7 @@ QString bundleFileName(const QString& path, const QString& module, const QString
     return QStringLiteral("%1/%2_%3.lang").arg(path, module, lang);
 }
 
-// A pointer, unlike everywhere else: see the declaration of load().
+// Throws a pointer: see the declaration of load().
 [[noreturn]] void fail(const QString& message)
 {
     // NOLINTNEXTLINE(misc-throw-by-value-catch-by-reference)

@@ -6,13 +6,13 @@
 #include "kez/log.h"
 #include "kez/translator.h"
 
-// Stands apart from the rest of the class, since it logs, and loggers translate.
+// In a source file of its own, above the log: it logs, and loggers translate.
 void Translator::setDefaultLang(const QString& lang)
 {
     _defaultLang = lang;
     const std::shared_ptr<Logger> logger = Log::getInstance()->logger();
 
-    // changeLang() changes the map, so the walk is over a copy of it.
+    // A copy, since changeLang() changes the map.
     const BundleMap loaded = _bundles;
     for (const auto& bundle : loaded) {
         try {

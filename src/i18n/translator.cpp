@@ -35,7 +35,8 @@ Translator& Translator::object()
 
 Translator* Translator::getInstance()
 {
-    // Not before the first use: Qt keeps its first answer, and main() may still change the locale.
+    // Asked for at the first use, not at load: Qt keeps its first answer, and main() may still
+    // change the locale.
     static Translator* const instance = [] {
         object()._defaultLang = systemLanguage();
         return &object();
@@ -162,7 +163,7 @@ bool Translator::insertBundle(const QString& path, const QString& module, const 
     try {
         return insertBundle(LangBundle::load(path, module, lang));
     } catch (const Exception& e) {
-        // What load() throws is a pointer, which passes by here: see its declaration.
+        // load() throws a pointer, which is not caught here: see its declaration.
         reportCritical(QStringLiteral("Echec de chargement du module ") + module +
                        QStringLiteral(" pour la langue ") + lang +
                        QStringLiteral(" sur le chemin ") + path + QStringLiteral(" - ") +
@@ -174,10 +175,11 @@ bool Translator::insertBundle(const QString& path, const QString& module, const 
 void Translator::changeLang(const QString& module, const QString& oldLang, const QString& newLang)
 {
     const QString oldKey = bundleKey(module, oldLang);
-    const QString newKey = bundleKey(module, newLang); // before a key goes that they may refer to
+    const QString newKey = bundleKey(module, newLang); // they may refer to the key that is removed
     const std::shared_ptr<LangBundle> oldBundle = _bundles.value(oldKey);
     if (!oldBundle) {
-        // No separator after the signature, which names two arguments in every form.
+        // No separator after the signature, and two arguments in every form: kept for
+        // compatibility.
         throw Exception(
             QStringLiteral("void Translator::changeLang(const QString&, const QString&)") +
                 QStringLiteral("Le module de langue %1 n'est pas chargé").arg(oldKey),

@@ -56,7 +56,7 @@ QByteArray streamed(const QStringList& texts)
     return bytes;
 }
 
-/// What was made of `bytes`: the stream's status, with the properties in `config`.
+/// Reads `bytes` into `config` and returns the stream's status.
 QDataStream::Status readInto(Config& config, const QByteArray& bytes)
 {
     QDataStream stream(bytes);
@@ -110,7 +110,7 @@ public:
     bool isLegalConfiguration(IConfigController*) override { return existsKey("strict"); }
 };
 
-/// load <path> | build <file name>, both as an ordinary user. Prints the failure's text.
+/// load <path> | build <file name>, both as an ordinary user. Prints the text of the failure.
 int childMain(const QStringList& arguments)
 {
     qputenv("LANG", "en_US.UTF-8");
@@ -541,7 +541,7 @@ void TestConfiguration::loadReadsALineOf10Megabytes()
 
 void TestConfiguration::readErrorEndsTheFile()
 {
-    // Its first page is not there to be read.
+    // It can be opened, but its first page cannot be read.
     QCOMPARE(entriesOf(*Config::load("/proc/self/mem", "")), withVersion({}));
 }
 
@@ -890,7 +890,7 @@ void TestConfiguration::buildLoggerRefusesNumbers_data()
         for (const char* value : {"abc", "", "1.5", "0x10", "1e3", "99999999999999999999", "%2"})
             row(key, value, invalid);
     }
-    // Integers, but none that the setting can hold.
+    // Integers that the setting cannot hold.
     const char* const unusable = "Configuration parameter [%1=%2] is invalid";
     row("log.maxsize", "-1", unusable);
     row("log.kept", "-1", unusable);

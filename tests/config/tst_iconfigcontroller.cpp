@@ -16,7 +16,7 @@ static_assert(std::is_base_of_v<QObject, IConfigController>);
 
 namespace {
 
-/// Wants a key "name", and reports each of its faults once.
+/// Requires a key "name" and reports each fault once.
 class NameController : public IConfigController {
     Q_OBJECT
 
@@ -59,7 +59,7 @@ private Q_SLOTS:
     void errorsToString_data();
     void errorsToString();
     void errorsToStringOf100000Errors();
-    void askedTwiceAccumulates();
+    void secondCheckAddsItsErrors();
     void virtualMembersAreCalled();
 };
 
@@ -156,7 +156,7 @@ void TestIConfigController::errorsToStringOf100000Errors()
     QCOMPARE(text.count('\n'), 99999);
 }
 
-void TestIConfigController::askedTwiceAccumulates()
+void TestIConfigController::secondCheckAddsItsErrors()
 {
     NameController controller;
     Properties empty;

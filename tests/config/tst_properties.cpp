@@ -50,7 +50,7 @@ bool limitFileSize(rlim_t bytes)
     return std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR && setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
-/// Three lines, the second one 100,000 characters long and holding place markers.
+/// Three lines; the second has 100,000 characters and holds place markers.
 Entries entriesWithOneLongLine()
 {
     return {{"a", "1111"}, {"b%1", QString("%2").repeated(50000)}, {"c", "3333"}};
@@ -58,7 +58,7 @@ Entries entriesWithOneLongLine()
 
 /// load <path> | save <path> <overwrite>, both as an ordinary user
 /// save-up-to <bytes> <path> | save-long-up-to <bytes> <path>
-/// Prints the failure's text.
+/// Prints the text of the failure.
 int childMain(const QStringList& arguments)
 {
     qputenv("LANG", "en_US.UTF-8");
@@ -233,7 +233,7 @@ void TestProperties::copiesShareNothing_data()
     });
 }
 
-/// What was handed out before the copy was made writes to its own map only.
+/// An iterator or a reference that was taken before the copy writes to its own map only.
 void TestProperties::copiesShareNothing()
 {
     QFETCH(Copying, copying);
@@ -460,7 +460,7 @@ void TestProperties::argumentsMayReferIntoTheMap_data()
     QTest::addColumn<Change>("change");
     QTest::addColumn<Entries>("expected");
 
-    // What is changed holds {"a", "b"} and {"b", "b"}.
+    // The properties that are changed hold {"a", "b"} and {"b", "b"}.
     const auto row = [](const char* name, const Entries& expected, const Change& change) {
         QTest::newRow(name) << change << expected;
     };
@@ -503,11 +503,11 @@ void TestProperties::argumentsMayReferIntoTheMap()
     change(properties);
     QCOMPARE(*properties.toDictionnary(), expected);
 
-    // The same with a map that the change has to part from first.
-    Properties parting(Entries{{"a", "b"}, {"b", "b"}});
-    const Entries held = *parting.toDictionnary();
-    change(parting);
-    QCOMPARE(*parting.toDictionnary(), expected);
+    // The same if another map shares the data, which the change has to copy first.
+    Properties sharing(Entries{{"a", "b"}, {"b", "b"}});
+    const Entries held = *sharing.toDictionnary();
+    change(sharing);
+    QCOMPARE(*sharing.toDictionnary(), expected);
 }
 
 void TestProperties::refusedKeyMayReferIntoTheMap()
@@ -780,7 +780,7 @@ void TestProperties::loadRefusesUnreadableFile()
 
 void TestProperties::readErrorEndsTheFile()
 {
-    // Its first page is not there to be read.
+    // It can be opened, but its first page cannot be read.
     QFile file("/proc/self/mem");
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), QByteArray());

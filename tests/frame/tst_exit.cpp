@@ -114,8 +114,8 @@ int child(const QStringList& arguments)
 
 } // namespace
 
-/// What the destructor of an application's static object sees: it runs after main(), and after the
-/// destructors of what the application built later.
+/// What the destructors of an application's static objects can use. They run after main(), when
+/// what was built after those objects is gone.
 class TestExit : public QObject {
     Q_OBJECT
 

@@ -177,7 +177,7 @@ void setUpFromThreads()
     sayState();
 }
 
-/// The first attempt meets a bundle that names another language than its file does.
+/// The first attempt reads a bundle whose header names another language than its file name.
 void failFirst(SetUp attempt)
 {
     registerMoreLanguages();
@@ -258,7 +258,7 @@ int child(const QStringList& arguments)
     return 0;
 }
 
-// --- what the parent makes of it -----------------------------------------------------------------
+// --- how the parent starts them ------------------------------------------------------------------
 
 ChildResult childUnder(const QString& lang, const QStringList& arguments,
                        const QString& all = QString())
@@ -344,7 +344,7 @@ void TestInitLib::languageFollowsLang()
 {
     QFETCH(QString, lang);
     QFETCH(QByteArray, expected);
-    // The system locale is another one, to show that it is not asked.
+    // The system locale is another one, to show that it does not count.
     const QString system = QStringLiteral("fr_FR.UTF-8");
     COMPARE_CHILD(childUnder(lang, {"setUp", "kezEnsureInit"}, system),
                   stateIn(expected) + "(c) Vandrel\n");
@@ -418,7 +418,7 @@ void TestInitLib::nothingIsSetUpBeforeTheFirstCall()
 
 void TestInitLib::applicationObjectSetsUpByItself()
 {
-    // This process has one and calls none of the library's functions.
+    // This process has an application object and calls none of the start-up functions.
     QVERIFY(translator().bundle(QStringLiteral("kez"), translator().defaultLang()) != nullptr);
     QCOMPARE(translator().size(), 1);
 }
@@ -467,7 +467,7 @@ void TestInitLib::concurrentCallersWaitForTheBundle()
     COMPARE_CHILD(childUnder(French, {"threads"}), "8\n" + stateIn("fr_FR"));
 }
 
-// The thread sanitizer's own once primitive never returns after an exception.
+// Under ThreadSanitizer call_once never returns after an exception.
 #if defined(__SANITIZE_THREAD__)
 #define SKIP_WITHOUT_ONCE_RETRY() QSKIP("call_once cannot be retried under this sanitizer")
 #else

@@ -6,8 +6,8 @@
 
 #include <dlfcn.h>
 
-/// What a process sees that loads the library after its application object was constructed, as a
-/// plug-in's host does: set-up then runs while the library's static objects are being built.
+/// A process that loads the library when its application object is there already, as a plug-in's
+/// host does. Set-up then runs while the library's static objects are being built.
 class TestLateLoad : public QObject {
     Q_OBJECT
 
@@ -35,8 +35,8 @@ void TestLateLoad::setUpRunsWhileTheLibraryIsLoaded()
     QCOMPARE(defaultCopyright(), QStringLiteral("(c) Vandrel"));
 }
 
-// Qt keeps the pre-routine and the meta-types that the library gave it: were it unloaded, the next
-// application object would call into nothing.
+// Qt keeps the pre-routine and the meta-types that the library gave it. If the library were
+// unloaded, the next application object would call a function that is gone.
 void TestLateLoad::closedLibraryStaysLoaded()
 {
     void* const library = dlopen(KEZ_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// What holds for every bundle, whatever its file held.
+/// Checks what is true of every bundle.
 void checkBundle(LangBundle& bundle)
 {
     int keys = 0;

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// Reads the input as a properties file, the first byte being the limit of the line length, and
-// checks that what was read survives saving and loading.
+// Reads the input as a properties file and checks that what was read survives saving and loading.
+// The first byte is the limit of the line length.
 
 #include "fuzz/inputfile.h"
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-/// Null when a key comes twice.
+/// Null if a key comes twice.
 std::shared_ptr<Properties> load(const QString& path, qint64 maxLineLength)
 {
     try {
@@ -26,8 +26,8 @@ std::shared_ptr<Properties> load(const QString& path, qint64 maxLineLength)
     }
 }
 
-/// Halves of a character pair, which a limit can separate, are not saved as they are, and a byte
-/// order mark in front is taken for the file's own.
+/// A limit can separate the halves of a surrogate pair, which are then not saved as they are. A
+/// byte order mark in front is taken for the file's own.
 bool survivesSaving(const Dictionnary& map)
 {
     if (!map.isEmpty() && map.firstKey().startsWith(QChar(QChar::ByteOrderMark)))
@@ -43,7 +43,7 @@ void checkEntries(const Dictionnary& map, qint64 maxLineLength)
         const QString& key = it.key();
         const QString& value = it.value();
         require(!key.contains(QLatin1Char('=')), "the first = separates");
-        require(!key.startsWith(QLatin1Char('#')), "a comment is no entry");
+        require(!key.startsWith(QLatin1Char('#')), "a comment is not an entry");
         require(!key.contains(QLatin1Char('\n')) && !value.contains(QLatin1Char('\n')),
                 "an entry is one line");
         require(key.isEmpty() || !key.front().isSpace(), "a line is trimmed at its beginning");

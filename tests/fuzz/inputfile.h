@@ -15,7 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// Ends the run as a finding unless `holds`.
+/// Ends the run as a finding if `holds` is false.
 inline void require(bool holds, const char* what)
 {
     if (holds)
@@ -24,15 +24,14 @@ inline void require(bool holds, const char* what)
     std::abort();
 }
 
-/// Sets the library up and silences what it prints for its users.
+/// Sets the library up and silences its messages.
 inline void prepare()
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     kezEnsureInit();
 }
 
-/// The bytes of one fuzz input, and of what is made of them, as files of a directory that is gone
-/// with the process.
+/// A directory for the input and for what is made of it, which is removed when the process ends.
 class InputDirectory {
 public:
     static QString path(const QString& name)

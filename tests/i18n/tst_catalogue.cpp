@@ -311,7 +311,7 @@ void TestCatalogue::keyThatIsMissingReadsAsBracketedKey()
     QFETCH(QString, lang);
     Translator* translator = Translator::getInstance();
     translator->setDefaultBundleKey(Module, lang);
-    // The catalogue's keys are spelled as they are: these three are not among them.
+    // The catalogue holds the first two with a slip, and the third with a capital.
     for (const char* key : {"DirDoesntExist", "NoInvariantIdInDictionnary", "yes"}) {
         const QString name = QString::fromLatin1(key);
         QCOMPARE(translator->string(name), QStringLiteral("[%1]").arg(name));

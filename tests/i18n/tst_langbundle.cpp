@@ -45,7 +45,7 @@ QString headerText(const QString& fileName)
            QStringLiteral("] invalide - ");
 }
 
-/// The text of the pointer that load() throws; null when it throws none.
+/// The text of the pointer that load() throws; null if it throws none.
 QString failureOf(const QString& path, const QString& module, const QString& lang)
 {
     return pointerFailureText([&] { LangBundle::load(path, module, lang); });
@@ -77,10 +77,10 @@ int openDescriptors()
 
 // --- what the children do ------------------------------------------------------------------------
 
-/// What load() says while the process can open no further file.
+/// The text that load() fails with while the process cannot open any more files.
 QString failureWithoutDescriptors(const QString& path)
 {
-    // Once before: see DescriptorLimit.
+    // Both once before: see DescriptorLimit.
     LangBundle::load(path, Kez, French);
     failureOf(path, Kez, QStringLiteral("missing"));
     const DescriptorLimit none(0);

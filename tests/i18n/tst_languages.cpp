@@ -31,7 +31,7 @@ void sayLanguagesWithoutResources()
     sayLanguages();
 }
 
-/// Creates the log's instance in `directory`, which only works as long as there is none.
+/// Creates the log in `directory`, which only works if there is none yet.
 void logAfterAsking(const QString& directory)
 {
     Log::languages();
@@ -121,8 +121,8 @@ void TestLanguages::answersWhateverTheWorkingDirectory()
 
 void TestLanguages::cutsNamesAtTheFirstUnderscoreAndTheLastDot()
 {
-    // alone.lang, kez_de_DE.lang, kez_en_US.lang, kez_fr_FR.lang, kez_xx_YY.lang,
-    // shop_it.IT.lang; and notes.txt, which is no bundle.
+    // alone.lang, kez_de_DE.lang, kez_en_US.lang, kez_fr_FR.lang, kez_xx_YY.lang and
+    // shop_it.IT.lang; notes.txt is not a bundle.
     QVERIFY(QResource::registerResource(MoreLanguages));
     QCOMPARE(Log::languages(), QStringList({"alone", "de_DE", "en_US", "fr_FR", "xx_YY", "it.IT"}));
 

@@ -98,7 +98,7 @@ void switchWhereNothingCanBe(const QString& path)
     sayState();
 }
 
-/// Gives the inserted bundle another identity, which is then not loaded under its own key.
+/// Gives the inserted bundle another module and language, so that it stands under a wrong key.
 void disguise(const QString& module)
 {
     *translator().bundle(module, French) =
@@ -202,7 +202,7 @@ int child(const QStringList& arguments)
     return 0;
 }
 
-// --- what the parent makes of it -----------------------------------------------------------------
+// --- what the parent expects ---------------------------------------------------------------------
 
 QByteArray refusalOf(const QByteArray& module)
 {
@@ -214,7 +214,7 @@ QByteArray refusalOf(const QByteArray& module)
 
 } // namespace
 
-/// Switching touches every bundle of the process: each scenario runs in a child of its own.
+/// Switching changes every bundle of the process, so each scenario runs in a child of its own.
 class TestLanguageSwitch : public QObject {
     Q_OBJECT
 

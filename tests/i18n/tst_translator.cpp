@@ -75,7 +75,7 @@ void changeTheLocaleFirst()
     say(translator().defaultLang());
 }
 
-/// The new language is named by the key of the bundle that goes.
+/// The new language is a reference to the key of the bundle that is removed.
 void changeToALanguageOfTheMap(const QString& path)
 {
     translator().insertBundle(path, QStringLiteral("m"), QStringLiteral("l"));
@@ -103,7 +103,7 @@ QByteArray outputUnder(const QString& locale, const QStringList& arguments)
 
 } // namespace
 
-/// The translator is one per process: each test uses modules and a language of its own.
+/// There is one translator per process, so each test uses modules and a language of its own.
 class TestTranslator : public QObject {
     Q_OBJECT
 
@@ -221,7 +221,8 @@ void TestTranslator::startsWithModuleKezAndTheSystemLanguage()
 
 void TestTranslator::systemLanguageIsAskedForAtTheFirstUse()
 {
-    // The library has been loaded by then, and must not have asked Qt, which keeps its answer.
+    // The library is loaded before main() sets the locale. It must not ask Qt for the language by
+    // then, since Qt keeps its first answer.
     QCOMPARE(outputUnder(QStringLiteral("fr_FR.UTF-8"), {"locale"}), QByteArray("de_DE\nde_DE\n"));
 }
 
@@ -468,7 +469,7 @@ void TestTranslator::bundleOfAKeySearchesEveryLanguage()
     QVERIFY(insert(QStringLiteral("m"), _otherLang, "OfBundle=m\n"));
     QVERIFY(insert(QStringLiteral("l"), _lang, "Other=l\n"));
     QCOMPARE(translator().bundle(key), translator().bundle(QStringLiteral("m"), _otherLang));
-    // Within a module, language by language.
+    // Of one module, the language that sorts first counts.
     QVERIFY(insert(QStringLiteral("m"), _lang, "OfBundle=m\n"));
     QCOMPARE(translator().bundle(key), translator().bundle(QStringLiteral("m"), _lang));
 }
@@ -602,7 +603,7 @@ void TestTranslator::changeLangFromTheDefaultLanguage()
     QCOMPARE(translator().string(QStringLiteral("K"), QStringLiteral("m"), _otherLang),
              QStringLiteral("new"));
 
-    // Which is not the bundle's own language.
+    // The default language counts, not the bundle's own one.
     QCOMPARE(
         failureText([&] { translator().changeLang(QStringLiteral("m"), QStringLiteral("xx")); }),
         ChangePrefix + QStringLiteral("Le module de langue m.%1 n'est pas chargé").arg(_lang));

@@ -3,9 +3,9 @@
 
 #pragma once
 
-// Counts every allocation of the process, operator new and Qt's containers included. For one source
-// file of a program that is linked with ENABLE_EXPORTS, so that the shared libraries come by here,
-// too.
+// Counts every allocation of the process, also those of operator new and of Qt's containers.
+// Include it in one source file of a program, and link that with ENABLE_EXPORTS: the shared
+// libraries then use these functions, too.
 
 #include <atomic>
 #include <cstddef>
@@ -23,7 +23,7 @@ namespace Allocations {
 inline std::atomic<long> count{0};
 
 #ifdef KEZ_ALLOCATIONS_ARE_SANITIZED
-inline constexpr bool AreCounted = false; // the sanitizer needs these functions itself
+inline constexpr bool AreCounted = false; // the sanitizer has functions of its own
 #else
 inline constexpr bool AreCounted = true;
 #endif

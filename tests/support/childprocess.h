@@ -13,8 +13,8 @@
 #include <unistd.h>
 
 #if defined(__SANITIZE_THREAD__)
-/// A process that has started another one is to the thread sanitizer a forked one itself, which it
-/// ends at its next thread unless told otherwise.
+/// ThreadSanitizer takes a process that has started another one for a forked one. By default it
+/// then ends it when it creates its next thread.
 extern "C" __attribute__((used)) inline const char* __tsan_default_options()
 {
     return "die_after_fork=0";
@@ -30,8 +30,8 @@ struct ChildResult {
     QByteArray err;
 };
 
-/// Runs this test program again as `--child <arguments>`, with its own environment. For what can
-/// only be seen from outside (a fatal line, another LANG) or would spoil the test process.
+/// Runs this test program again as `--child <arguments>`, in the environment given. For what can
+/// only be seen from outside (a fatal line, another LANG) or would disturb the other tests.
 inline ChildResult
 runChild(const QStringList& arguments,
          const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
@@ -48,7 +48,8 @@ runChild(const QStringList& arguments,
     return result;
 }
 
-/// In a child: gives up root, so that file permissions count. Nothing to do for anybody else.
+/// In a child: gives up root's rights, so that file permissions count. Does nothing for other
+/// users.
 inline bool becomeOrdinaryUser()
 {
     constexpr uid_t Nobody = 65534;
@@ -56,8 +57,8 @@ inline bool becomeOrdinaryUser()
            (setgroups(0, nullptr) == 0 && setgid(Nobody) == 0 && setuid(Nobody) == 0);
 }
 
-/// The main function of a test program with children: `childMain(QStringList)` is what a child
-/// runs, without a core application object unless it makes one, and its result is the exit code.
+/// The main function of a test program with children. A child runs `childMain(QStringList)`, whose
+/// result is its exit code. It has a core application object only if it makes one.
 #define KEZ_TEST_MAIN_WITH_CHILDREN(TestClass, childMain)                                          \
     int main(int argc, char* argv[])                                                               \
     {                                                                                              \

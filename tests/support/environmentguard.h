@@ -6,7 +6,7 @@
 #include <QByteArray>
 #include <QtGlobal>
 
-/// Sets (or, with a null value, unsets) an environment variable while it lives.
+/// Sets an environment variable while it lives, or unsets it if the value is null.
 class EnvironmentGuard {
 public:
     EnvironmentGuard(const char* name, const QByteArray& value)

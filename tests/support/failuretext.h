@@ -9,8 +9,7 @@
 
 #include <memory>
 
-/// An Exception in one text. The failures of one operation have no parent: one that has reads as
-/// such.
+/// The text of an Exception. The library's failures have no parent; a text says so if one has.
 inline QString exceptionText(const Exception& e)
 {
     return e.parent() ? QStringLiteral("with a parent: ") + e.detail() : e.detail();

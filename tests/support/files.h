@@ -7,21 +7,21 @@
 #include <QFile>
 #include <QString>
 
-/// A new file with these bytes, in place of an earlier one.
+/// Writes a file with these bytes; replaces one that is there. False if that fails.
 inline bool writeFile(const QString& path, const QByteArray& bytes)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
 }
 
-/// A file's bytes; empty when it cannot be read.
+/// A file's bytes; empty if it cannot be read.
 inline QByteArray readFile(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// Lets every user enter a temporary directory (or read a file), for children that are not root.
+/// Lets every user enter a directory or read a file, for children that give up root's rights.
 inline bool openToEverybody(const QString& path)
 {
     return QFile::setPermissions(path, QFile::permissions(path) | QFile::ReadGroup |

@@ -7,7 +7,8 @@
 
 #include <QString>
 
-/// Makes the library's own messages read in `lang` ("en_US", "fr_FR"), whatever the environment.
+/// Sets the language of the library's own messages ("en_US", "fr_FR"), whatever the environment
+/// says.
 inline void useLanguage(const QString& lang)
 {
     Translator* translator = Translator::getInstance();
