@@ -85,8 +85,6 @@ LangBundle::LangBundle(const QString& path, const QString& module, const QString
     : _path(path), _module(module), _lang(lang)
 {}
 
-LangBundle::~LangBundle() = default;
-
 LangBundle::LangBundle(const LangBundle& other)
     : _path(other._path), _module(other._module), _lang(other._lang), _texts(unshared(other._texts))
 {}
@@ -101,6 +99,8 @@ LangBundle& LangBundle::operator=(const LangBundle& other)
     _texts = unshared(other._texts);
     return *this;
 }
+
+LangBundle::~LangBundle() = default;
 
 std::shared_ptr<LangBundle> LangBundle::load(const QString& path, const QString& module,
                                              const QString& lang)
