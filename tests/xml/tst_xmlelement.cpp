@@ -420,31 +420,185 @@ private Q_SLOTS:
         QCOMPARE(Counted::s_count, 0);
     }
 
-    void heldElementSurvivesTakingApartWithItsParents()
+    // Taking apart
+
+    void heldGrandchildKeepsItsChildren()
     {
-        const Element root = chain<Counted>(5);
+        Element root = chain<Counted>(5);
         Element held = root->childAt(0)->childAt(0);
         root->clearChildren();
         QVERIFY(!root->hasChild());
-        QCOMPARE(Counted::s_count, 3);
-        QVERIFY(!held->hasChild());
+        QCOMPARE(held->toString(-1), QStringLiteral("<n><n><n/></n></n>"));
+        QCOMPARE(held->childAt(0)->parent(), held);
         QCOMPARE(held->parent()->parent(), root);
         QVERIFY(!held->parent()->hasChild());
+        QCOMPARE(Counted::s_count, 5);
+
         root->addChild(held);
-        QCOMPARE(root->childAt(0), held);
+        QCOMPARE(root->toString(-1), QStringLiteral("<n><n><n><n/></n></n></n>"));
+        held.reset();
         root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+        root.reset();
+    }
+
+    void movedChildKeepsWhatIsBelowIt()
+    {
+        const Element from = leaf("from");
+        childOf(childOf(from, "child"), "grandchild");
+        const Element to = leaf("to");
+        {
+            const Element child = from->childAt(0);
+            from->clearChildren();
+            to->addChild(child);
+        }
+        QCOMPARE(from->toString(-1), QStringLiteral("<from/>"));
+        QCOMPARE(to->toString(-1), QStringLiteral("<to><child><grandchild/></child></to>"));
+        to->clearChildren();
+    }
+
+    void childBelowTwoTreesStaysWholeInTheOther()
+    {
+        const Element one = std::make_shared<Counted>(QStringLiteral("one"));
+        const Element two = std::make_shared<Counted>(QStringLiteral("two"));
+        const std::weak_ptr<XmlElement> shared = [&] {
+            const Element child = childOf<Counted>(one, "shared");
+            childOf<Counted>(childOf<Counted>(child, "below"), "deep");
+            two->addChild(child);
+            return child;
+        }();
+        one->clearChildren();
+        QCOMPARE(two->toString(-1), QStringLiteral("<two><shared><below><deep/></below></shared>"
+                                                   "</two>"));
+        QCOMPARE(Counted::s_count, 5);
+        two->clearChildren();
+        QVERIFY(shared.expired());
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    void childOfAHeldElementIsHeld()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        const Element held = childOf<Counted>(root, "held");
+        childOf<Counted>(childOf<Counted>(held, "shared"), "below");
+        root->addChild(held->childAt(0));
+        root->clearChildren();
+        QCOMPARE(held->toString(-1), QStringLiteral("<held><shared><below/></shared></held>"));
+        held->clearChildren();
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    /// A parent link keeps the parent, but does not count as somebody who holds it.
+    void parentThatNobodyHoldsLosesItsChildren_data()
+    {
+        QTest::addColumn<bool>("isAdded");
+        QTest::newRow("its child is held") << true;
+        QTest::newRow("an element made with it, but never added, is held") << false;
+    }
+    void parentThatNobodyHoldsLosesItsChildren()
+    {
+        QFETCH(bool, isAdded);
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        Element held;
+        {
+            const Element between = childOf<Counted>(root, "between");
+            held = std::make_shared<Counted>(QStringLiteral("held"), between);
+            if (isAdded)
+                between->addChild(held);
+            childOf<Counted>(childOf<Counted>(between, "other"), "below");
+        }
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 3);
+        QCOMPARE(held->parent()->toString(-1), QStringLiteral("<between/>"));
         held.reset();
         QCOMPARE(Counted::s_count, 1);
     }
 
-    void sharedChildIsTakenApartOnce()
+    void parentObtainedFromAChildIsHeld()
     {
         const Element root = std::make_shared<Counted>(QStringLiteral("root"));
-        const Element branch = childOf<Counted>(root, "branch");
-        for (int i = 0; i < 3; ++i)
-            branch->addChild(childOf<Counted>(root, "shared"));
+        Element parent = childOf<Counted>(childOf<Counted>(root, "parent"), "child")->parent();
         root->clearChildren();
-        QCOMPARE(Counted::s_count, 2);
+        QCOMPARE(parent->toString(-1), QStringLiteral("<parent><child/></parent>"));
+        parent->clearChildren();
+        parent.reset();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void elementListedElsewhereThanBelowItsParentGoes()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        {
+            const Element branch = childOf<Counted>(root, "branch");
+            const Element twig = childOf<Counted>(branch, "twig");
+            twig->addChild(std::make_shared<Counted>(QStringLiteral("leaf"), branch));
+            root->addChild(std::make_shared<Counted>(QStringLiteral("end"), twig));
+        }
+        QCOMPARE(Counted::s_count, 5);
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void sameElementTwiceInAListGoesOnce()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        {
+            const Element branch = childOf<Counted>(root, "branch");
+            for (int i = 0; i < 3; ++i) {
+                branch->addChild(childOf<Counted>(root, "shared"));
+                root->addChild(branch);
+            }
+            childOf<Counted>(branch, "end");
+        }
+        QCOMPARE(Counted::s_count, 6);
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void heldElementTwiceInAListKeepsItsChildren()
+    {
+        const Element root = leaf("root");
+        const Element held = childOf(root, "held");
+        childOf(held, "child");
+        root->addChild(held);
+        root->clearChildren();
+        QCOMPARE(held->toString(-1), QStringLiteral("<held><child/></held>"));
+        held->clearChildren();
+    }
+
+    /// Any graph of children and parents: what can be reached from a held element, down the lists
+    /// of children, stays as it is; everything else goes, or has lost its children.
+    void whatIsHeldStaysAndAllElseGoes()
+    {
+        QRandomGenerator random(11);
+        for (int round = 0; round < 500; ++round) {
+            QList<Element> all{std::make_shared<Counted>(QStringLiteral("root"))};
+            for (int i = 1; i < 20; ++i) {
+                const Element above = all.at(random.bounded(i));
+                const Element parent = random.bounded(3) > 0 ? above : all.at(random.bounded(i));
+                all.append(std::make_shared<Counted>(QString::number(i), parent));
+                above->addChild(all.last());
+                if (random.bounded(4) == 0)
+                    all.at(random.bounded(i))->addChild(all.last());
+            }
+            QList<Element> held;
+            for (int i = random.bounded(4); i > 0; --i)
+                held.append(all.at(1 + random.bounded(19)));
+            QStringList texts;
+            for (const Element& element : std::as_const(held))
+                texts.append(element->toString(-1));
+            const Element root = all.first();
+            all.clear();
+
+            root->clearChildren();
+            QCOMPARE(root->toString(-1), QStringLiteral("<root/>"));
+            for (int i = 0; i < held.size(); ++i)
+                QCOMPARE(held.at(i)->toString(-1), texts.at(i));
+            for (const Element& element : std::as_const(held))
+                element->clearChildren();
+            held.clear();
+            QCOMPARE(Counted::s_count, 1);
+        }
     }
 
     // Size
