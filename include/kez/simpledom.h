@@ -50,6 +50,9 @@ public:
     SimpleDom& operator=(SimpleDom&& other) noexcept;
     virtual ~SimpleDom();
 
+    /// The document's top element; an empty pointer for a document without any element.
+    std::shared_ptr<XmlElement> root() const;
+
     /// Every element of that name, case-sensitive and without prefix, in the order of the document:
     /// an element before those below it.
     QList<std::shared_ptr<XmlElement>> elementsByName(const QString& name) const;

@@ -91,6 +91,12 @@ public:
     /// In a tree that SimpleDom read, what is taken out stays whole and goes with the tree.
     void clearChildren();
 
+    /// Takes out one child and returns it with everything below it; an empty pointer for an index
+    /// out of range. Like addChild(), it does not change the child's parent(). In a tree that
+    /// SimpleDom read, the pointer is as those of childAt(): it keeps the whole tree. In a tree
+    /// built by hand, call clearChildren() on a child that is not added again.
+    std::shared_ptr<XmlElement> removeChild(int index);
+
 private:
     friend class XmlTree;
     using Children = QList<std::shared_ptr<XmlElement>>;

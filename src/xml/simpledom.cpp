@@ -182,6 +182,11 @@ SimpleDom& SimpleDom::operator=(SimpleDom&& other) noexcept = default;
 
 SimpleDom::~SimpleDom() = default;
 
+std::shared_ptr<XmlElement> SimpleDom::root() const
+{
+    return _root;
+}
+
 QList<std::shared_ptr<XmlElement>> SimpleDom::elementsByName(const QString& name) const
 {
     return XmlTree::elementsByName(_root, name);

@@ -200,6 +200,17 @@ void XmlElement::clearChildren()
         letGo(std::move(removed));
 }
 
+std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
+{
+    std::shared_ptr<XmlElement> child = childAt(index);
+    if (!child)
+        return child;
+    std::shared_ptr<XmlElement> removed = _children->takeAt(index);
+    if (const std::shared_ptr<XmlTree> tree = _tree.lock())
+        tree->keep({std::move(removed)});
+    return child;
+}
+
 /// An element of a read tree is handed out together with the tree.
 std::shared_ptr<XmlElement> XmlElement::handedOut(const std::shared_ptr<XmlElement>& element)
 {

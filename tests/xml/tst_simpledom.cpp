@@ -212,6 +212,25 @@ private Q_SLOTS:
         QCOMPARE(first(dom, "c")->parent(), root);
     }
 
+    void rootIsHandedOut()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b/></a>"));
+        Element root = dom->root();
+        QCOMPARE(root, first(*dom, "a"));
+        QCOMPARE(root->parent(), nullptr);
+        const auto watched = watch(first(*dom, "b"));
+        dom.reset();
+        QCOMPARE(root->toString(-1), QStringLiteral("<a><b/></a>"));
+        root.reset();
+        QVERIFY(watched.expired());
+    }
+
+    void documentWithoutElementHasNoRoot()
+    {
+        const SimpleDom dom(Declaration);
+        QCOMPARE(dom.root(), nullptr);
+    }
+
     // Searches
 
     void searchIsInDocumentOrder()
@@ -845,6 +864,68 @@ private Q_SLOTS:
         QVERIFY(!watched.expired());
     }
 
+    void removedChildStaysWholeWhileItIsHeld()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c k=\"1\"/></b><d/></a>"));
+        const auto leaf = watch(first(*dom, "c"));
+        Element removed = dom->root()->removeChild(0);
+        QCOMPARE(dom->toString(false), QStringLiteral("<a><d/></a>"));
+        QVERIFY(dom->elementsByName(QStringLiteral("c")).isEmpty());
+        QCOMPARE(dom->root()->removeChild(1), nullptr);
+        dom.reset();
+        QCOMPARE(removed->toString(-1), QStringLiteral("<b><c k=\"1\"/></b>"));
+        QCOMPARE(removed->parent()->toString(-1), QStringLiteral("<a><d/></a>"));
+        removed.reset();
+        QVERIFY(leaf.expired());
+    }
+
+    void removedChildMayBeAddedElsewhere()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b><d/></a>"));
+        const auto watched = watch(dom->root());
+        dom->root()->childAt(1)->addChild(dom->root()->removeChild(0));
+        QCOMPARE(dom->toString(false), QStringLiteral("<a><d><b><c/></b></d></a>"));
+        Element top = counted("top");
+        top->addChild(dom->root()->childAt(0)->removeChild(0));
+        dom.reset();
+        QCOMPARE(top->toString(-1), QStringLiteral("<top><b><c/></b></top>"));
+        QVERIFY(!watched.expired());
+        top->removeChild(0);
+        QVERIFY(watched.expired());
+    }
+
+    void addedElementIsTakenOutOfTheTreeWhole()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a/>"));
+        {
+            const Element made = counted("new");
+            made->addChild(counted("below", made));
+            dom->root()->addChild(made);
+        }
+        Element removed = dom->root()->removeChild(0);
+        QCOMPARE(removed->toString(-1), QStringLiteral("<new><below/></new>"));
+        QCOMPARE(Counted::s_count, 2);
+        dom.reset();
+        QCOMPARE(removed->childAt(0)->parent(), removed);
+        removed.reset();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void elementOfAnotherTreeIsTakenOutWhole()
+    {
+        const SimpleDom dom(QStringLiteral("<a/>"));
+        dom.root()->addChild(SimpleDom(QStringLiteral("<x><y k=\"1\"/></x>")).root());
+        Element removed = dom.root()->removeChild(0);
+        const auto watched = watch(removed->childAt(0));
+        QCOMPARE(removed->toString(-1), QStringLiteral("<x><y k=\"1\"/></x>"));
+        removed.reset();
+        QVERIFY(watched.expired());
+        dom.root()->addChild(SimpleDom(QStringLiteral("<x><y/></x>")).root());
+        const auto cleared = watch(dom.root()->childAt(0)->childAt(0));
+        dom.root()->clearChildren();
+        QVERIFY(cleared.expired());
+    }
+
     void removedElementsGoWithTheTree()
     {
         auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b><d/></a>"));
@@ -903,6 +984,27 @@ private Q_SLOTS:
         QVERIFY(watched.expired());
     }
 
+    void lengthOfARowOfTreesIsNotTheStacks()
+    {
+        bool isReleased = false;
+        const std::unique_ptr<QThread> thread(QThread::create([&isReleased] {
+            SimpleDom dom(QStringLiteral("<a/>"));
+            const auto watched = watch(dom.root());
+            for (int i = 1; i < 20000; ++i) {
+                const SimpleDom above(QStringLiteral("<a/>"));
+                above.root()->addChild(dom.root());
+                dom = above;
+            }
+            const bool isHeld = !watched.expired();
+            dom = SimpleDom(QStringLiteral("<a/>"));
+            isReleased = isHeld && watched.expired();
+        }));
+        thread->setStackSize(256 * 1024);
+        thread->start();
+        QVERIFY(thread->wait());
+        QVERIFY(isReleased);
+    }
+
     void deepFailureIsReleased()
     {
         QCOMPARE(readingFailure(QStringLiteral("<n>").repeated(200000)),
@@ -945,6 +1047,29 @@ private Q_SLOTS:
         QVERIFY(before > 0);
         QVERIFY(read(count));
         const qint64 growth = residentBytes() - before;
+        if (!IsSanitized)
+            QVERIFY2(growth < 2 * 1024 * 1024, qPrintable(QString::number(growth)));
+    }
+
+    void movingElementsInALoopLeavesNothingBehind()
+    {
+        const SimpleDom dom(QStringLiteral("<a><b/><c/></a>"));
+        const Element root = dom.root();
+        const auto move = [&](int count) {
+            for (int i = 0; i < count; ++i) {
+                root->addChild(root->removeChild(0));
+                const Element child = root->childAt(0);
+                root->clearChildren();
+                root->addChild(child);
+                root->addChild(child);
+            }
+        };
+        move(1000);
+        const qint64 before = residentBytes();
+        QVERIFY(before > 0);
+        move(300000);
+        const qint64 growth = residentBytes() - before;
+        QCOMPARE(root->chidrenCount(), 2);
         if (!IsSanitized)
             QVERIFY2(growth < 2 * 1024 * 1024, qPrintable(QString::number(growth)));
     }

@@ -566,6 +566,56 @@ private Q_SLOTS:
         held->clearChildren();
     }
 
+    void removedChildIsWhole()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        for (const char* name : {"a", "b", "c"})
+            childOf<Counted>(childOf<Counted>(root, name), "below");
+        const Element b = root->childAt(1);
+        QCOMPARE(root->removeChild(1), b);
+        QCOMPARE(b->toString(-1), QStringLiteral("<b><below/></b>"));
+        QCOMPARE(b->parent(), root);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><a><below/></a><c><below/></c></root>"));
+        root->removeChild(1)->clearChildren();
+        root->addChild(b);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><a><below/></a><b><below/></b></root>"));
+        root->clearChildren();
+        b->clearChildren();
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    void removedChildGoesWithItsLastPointer()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        childOf<Counted>(root, "child");
+        QCOMPARE(Counted::s_count, 2);
+        root->removeChild(0);
+        QCOMPARE(Counted::s_count, 1);
+        QVERIFY(!root->hasChild());
+        QCOMPARE(root->toString(-1), QStringLiteral("<root/>"));
+    }
+
+    void removingTakesOneOfSeveralPlaces()
+    {
+        const Element root = leaf("root");
+        const Element child = leaf("child");
+        root->addChild(child);
+        root->addChild(leaf("between"));
+        root->addChild(child);
+        QCOMPARE(root->removeChild(0), child);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><between/><child/></root>"));
+    }
+
+    void nothingIsRemovedOutOfRange()
+    {
+        const Element root = leaf("root");
+        QCOMPARE(root->removeChild(0), nullptr);
+        root->addChild(leaf("child"));
+        for (int outside : {-1, 1, INT_MIN, INT_MAX})
+            QCOMPARE(root->removeChild(outside), nullptr);
+        QCOMPARE(root->chidrenCount(), 1);
+    }
+
     /// Any graph of children and parents: what can be reached from a held element, down the lists
     /// of children, stays as it is; everything else goes, or has lost its children.
     void whatIsHeldStaysAndAllElseGoes()
