@@ -65,6 +65,9 @@ public:
     /// stands inside a document already, the next element becomes the root, and what follows it is
     /// left out.
     ///
+    /// A reader without device that holds no markup yet but a declaration stays as it was at its
+    /// end: given more data, it can be read again.
+    ///
     /// Throws Exception: ErrorEncountered with the reader's text, after "***** "; and
     /// DuplicateProperty for two attributes of an element that differ only by their prefixes.
     void readDom(QXmlStreamReader& reader);

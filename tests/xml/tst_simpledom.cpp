@@ -15,7 +15,9 @@
 #include <QThread>
 #include <QXmlStreamReader>
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 
 #include <unistd.h>
 
@@ -122,6 +124,43 @@ qint64 residentBytes()
 {
     const QList<QByteArray> fields = readFile(QStringLiteral("/proc/self/statm")).split(' ');
     return fields.value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+constexpr std::pair<const char*, QStringConverter::Encoding> Encodings[] = {
+    {"UTF-8", QStringConverter::Utf8},       {"UTF-16LE", QStringConverter::Utf16LE},
+    {"UTF-16BE", QStringConverter::Utf16BE}, {"UTF-32LE", QStringConverter::Utf32LE},
+    {"UTF-32BE", QStringConverter::Utf32BE},
+};
+
+/// Reads up to three bytes in every way.
+void checkFewBytes(const QByteArray& bytes, QFile& file)
+{
+    const QByteArray content = bytes.startsWith("\xef\xbb\xbf") ? bytes.mid(3) : bytes;
+    const bool isMark = bytes == "\xff\xfe" || bytes == "\xfe\xff";
+    const bool isPrologue = isMark || std::all_of(content.begin(), content.end(), [](char byte) {
+                                return byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
+                            });
+    const auto check = [&](const char* way, const auto& read) {
+        const QString text = failureText(read);
+        const bool isRight = isPrologue
+                                 ? text.isNull()
+                                 : text.startsWith(QStringLiteral("***** Error encountered: "));
+        QVERIFY2(isRight, qPrintable(QString::fromLatin1(way) + QLatin1Char(' ') +
+                                     QString::fromLatin1(bytes.toHex()) + QLatin1Char(' ') + text));
+    };
+    QVERIFY(file.resize(0) && file.seek(0) && file.write(bytes) == bytes.size() && file.seek(0));
+    check("file", [&] { SimpleDom{&file}; });
+    check("device", [&] {
+        QVERIFY(file.seek(0));
+        QXmlStreamReader reader(&file);
+        SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+    });
+    if (isMark) // of which a reader without device shows nothing
+        return;
+    check("bytes", [&] {
+        QXmlStreamReader reader(bytes);
+        SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+    });
 }
 
 const QString Declaration = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
@@ -294,18 +333,148 @@ private Q_SLOTS:
     void prologueInOtherEncodings_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        const QString declaration = QStringLiteral("<?xml version=\"1.0\"?>\n");
-        QTest::newRow("nothing") << QByteArray();
-        QTest::newRow("UTF-8 with its mark") << encoded(declaration, QStringConverter::Utf8);
-        QTest::newRow("UTF-16LE") << encoded(declaration, QStringConverter::Utf16LE);
-        QTest::newRow("UTF-16BE") << encoded(declaration, QStringConverter::Utf16BE);
+        QTest::addColumn<bool>("isPrologue");
+        QTest::newRow("nothing") << QByteArray() << true;
+        const QString declaration = QStringLiteral("<?xml version=\"1.0\"?>");
+        for (const auto& [name, encoding] : Encodings) {
+            const auto row = [&, name = name, encoding = encoding](const char* what,
+                                                                   const QString& text,
+                                                                   const QByteArray& end = {}) {
+                QTest::addRow("%s, %s", name, what)
+                    << encoded(text, encoding) + end << end.isEmpty();
+            };
+            row("its mark", QString());
+            row("a blank", QStringLiteral(" "));
+            row("blanks", QStringLiteral(" \t\r\n\n"));
+            row("a declaration", declaration);
+            row("a declaration and blanks", declaration + QStringLiteral("\r\n \t"));
+            row("many blanks", declaration + QString(12000, QLatin1Char(' ')));
+            row("a cut character", QString(), "\xf0");
+            row("blanks and a cut character", QStringLiteral("    "), "\xf0");
+            row("a declaration and a cut character", declaration, "\xf0");
+        }
+        for (const auto encoding : {QStringConverter::Utf16LE, QStringConverter::Utf16BE}) {
+            const QByteArray bytes = encoded(declaration, encoding).mid(2);
+            QTest::addRow("UTF-16 without its mark, %d", encoding) << bytes << true;
+            QTest::addRow("UTF-16 cut in its last character, %d", encoding)
+                << bytes.chopped(1) << false;
+            QTest::addRow("half a blank in UTF-16, %d", encoding)
+                << encoded(QStringLiteral(" "), encoding).chopped(1) << false;
+        }
     }
     void prologueInOtherEncodings()
     {
         QFETCH(QByteArray, bytes);
+        QFETCH(bool, isPrologue);
+        const QString expected =
+            isPrologue ? QString()
+                       : QStringLiteral("***** Error encountered: Premature end of document.");
         OpenFile document(bytes);
         QVERIFY(document.isOpen());
-        QCOMPARE(SimpleDom(document.file()).toString(false), QString());
+        QCOMPARE(failureText([&] { QCOMPARE(SimpleDom(document.file()).root(), nullptr); }),
+                 expected);
+        QVERIFY(document.file()->atEnd());
+        Pipe piped(bytes);
+        QVERIFY(piped.isOpen());
+        QCOMPARE(failureText([&] { QCOMPARE(SimpleDom(piped.file()).root(), nullptr); }), expected);
+    }
+
+    void fewBytesAreAPrologueOrAFailure_data()
+    {
+        QTest::addColumn<int>("count");
+        QTest::newRow("one") << 1;
+        QTest::newRow("two") << 2;
+        QTest::newRow("three") << 3;
+    }
+    void fewBytesAreAPrologueOrAFailure()
+    {
+        QFETCH(int, count);
+        // Every byte; of two and three of them, those that mean something somewhere.
+        QByteArray alphabet("\0\n <>ab\xc3\xe9\xef\xbb\xbf\xfe\xff", 14);
+        for (int byte = 0; count == 1 && byte < 256; ++byte)
+            alphabet.append(char(byte));
+        QByteArray bytes(count, alphabet.at(0));
+        QList<qsizetype> letters(count, 0);
+        const QTemporaryDir directory;
+        QFile file(directory.filePath(QStringLiteral("few.xml")));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        for (qsizetype place = 0; place < count;) {
+            checkFewBytes(bytes, file);
+            if (QTest::currentTestFailed())
+                return;
+            for (place = 0; place < count; ++place) {
+                letters[place] = (letters[place] + 1) % alphabet.size();
+                bytes[place] = alphabet.at(letters[place]);
+                if (letters[place] != 0)
+                    break;
+            }
+        }
+    }
+
+    void fewCharactersAreAPrologueOrAFailure()
+    {
+        for (char16_t c = 1; c < 0x180; ++c) {
+            const QString text(1, QChar(c));
+            const bool isBlank = QStringLiteral(" \t\r\n").contains(text);
+            QCOMPARE(readingFailure(text).isEmpty(), isBlank);
+            QCOMPARE(readingFailure(text + text).isEmpty(), isBlank);
+        }
+        QVERIFY(readingFailure(QString(1, QChar(0xfeff))).isEmpty());
+    }
+
+    void readerWithoutDeviceIsLeftAtItsEnd_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("a blank") << QByteArray(" ");
+        QTest::newRow("blanks") << QByteArray("\t \t \t ");
+        QTest::newRow("many blanks") << QByteArray(50000, ' ');
+        QTest::newRow("line feeds") << QByteArray("\n\n\n\n");
+        QTest::newRow("a mark") << QByteArray("\xef\xbb\xbf");
+        QTest::newRow("a declaration") << Declaration.toLatin1();
+        QTest::newRow("a declaration and a line feed") << Declaration.toLatin1() + '\n';
+        QTest::newRow("a declaration and blanks") << Declaration.toLatin1() + " \r\n\t";
+    }
+    void readerWithoutDeviceIsLeftAtItsEnd()
+    {
+        QFETCH(QByteArray, bytes);
+        const auto check = [](QXmlStreamReader& reader, QXmlStreamReader& untouched,
+                              const QByteArray& more) {
+            SimpleDom dom(QStringLiteral("<x/>"));
+            dom.readDom(reader);
+            QCOMPARE(dom.root(), nullptr);
+            readersError(untouched);
+            QCOMPARE(reader.tokenType(), untouched.tokenType());
+            QCOMPARE(reader.error(), untouched.error());
+            QCOMPARE(reader.lineNumber(), untouched.lineNumber());
+            QCOMPARE(reader.namespaceProcessing(), untouched.namespaceProcessing());
+            reader.addData(more);
+            dom.readDom(reader);
+            QCOMPARE(dom.toString(false), QStringLiteral("<a><b/></a>"));
+        };
+        const QByteArray more =
+            bytes.isEmpty() ? QByteArray("<?xml version='1.0'?><a><b/></a>") : "<a><b/></a>";
+        QXmlStreamReader ofBytes(bytes);
+        QXmlStreamReader sameBytes(bytes);
+        check(ofBytes, sameBytes, more);
+        QXmlStreamReader ofText(QString::fromUtf8(bytes));
+        QXmlStreamReader sameText(QString::fromUtf8(bytes));
+        ofText.setNamespaceProcessing(false);
+        sameText.setNamespaceProcessing(false);
+        check(ofText, sameText, more);
+    }
+
+    void declarationLeavesAReaderWithoutDeviceUntouched()
+    {
+        for (const QString& end : {QString(), QStringLiteral("\n"), QStringLiteral("\n\n")}) {
+            QXmlStreamReader reader(Declaration + end);
+            QXmlStreamReader untouched(Declaration + end);
+            readersError(untouched);
+            SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+            QCOMPARE(reader.characterOffset(), untouched.characterOffset());
+            QCOMPARE(reader.columnNumber(), untouched.columnNumber());
+            QCOMPARE(reader.lineNumber(), untouched.lineNumber());
+        }
     }
 
     void documentThatBreaksOffEarly_data()
@@ -323,6 +492,9 @@ private Q_SLOTS:
         QTest::newRow("in the document type")
             << Declaration + QStringLiteral("<!DOCTYPE a [ <!ENTITY x \"1\"> ");
         QTest::newRow("after the document type") << QStringLiteral("<!DOCTYPE a>\n");
+        QTest::newRow("at the beginning of a document type") << QStringLiteral("<!DOCTYPE a [");
+        QTest::newRow("in a document type with blanks")
+            << Declaration + QStringLiteral("<!DOCTYPE a [") + QString(50000, QLatin1Char(' '));
         QTest::newRow("in the root") << QStringLiteral("<root>");
         QTest::newRow("in a text") << QStringLiteral("<root><item>Hello");
         QTest::newRow("in an end tag") << QStringLiteral("<root></root");
@@ -333,6 +505,10 @@ private Q_SLOTS:
         const QString expected =
             QStringLiteral("***** Error encountered: Premature end of document.");
         QCOMPARE(readingFailure(xml), expected);
+        SimpleDom dom(QStringLiteral("<x/>"));
+        QXmlStreamReader reader(xml.toUtf8());
+        QCOMPARE(failureText([&] { dom.readDom(reader); }), expected);
+        QCOMPARE(dom.toString(false), QStringLiteral("<x/>"));
         OpenFile plain(xml.toUtf8());
         QVERIFY(plain.isOpen());
         QCOMPARE(failureText([&] { SimpleDom{plain.file()}; }), expected);
@@ -469,6 +645,17 @@ private Q_SLOTS:
         QVERIFY(!document.file()->isTransactionStarted());
         QVERIFY(document.file()->seek(0));
         QCOMPARE(document.file()->readAll(), QByteArray("<a><b></a>"));
+    }
+
+    void prologueInATransactionOfItsOwn()
+    {
+        OpenFile document(Declaration.toLatin1());
+        QVERIFY(document.isOpen());
+        document.file()->startTransaction();
+        QCOMPARE(SimpleDom(document.file()).root(), nullptr);
+        QVERIFY(document.file()->isTransactionStarted());
+        document.file()->rollbackTransaction();
+        QCOMPARE(document.file()->readAll(), Declaration.toLatin1());
     }
 
     void fileWithATransactionOfItsOwn()
