@@ -3,7 +3,7 @@
 
 #include "kez/timehelper.h"
 
-#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QThread>
 #include <QThreadStorage>
@@ -33,17 +33,18 @@ PauseLoops& pauseLoops()
 
 void TimeHelper::pause(int milliseconds)
 {
+    // An event loop that is made now prints a warning, and running it can take for ever.
+    if (!QCoreApplication::instance()) {
+        QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
+        return;
+    }
+
     PauseLoops& pauses = pauseLoops();
     if (pauses.running == pauses.loops.size())
         pauses.loops.push_back(std::make_unique<QEventLoop>());
     QEventLoop& loop = *pauses.loops[pauses.running];
 
-    if (!QAbstractEventDispatcher::instance()) { // without an application object: no events
-        QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
-        return;
-    }
-
-    // A timer of this pause alone: one that was left over would end a later pause.
+    // A timer of this pause alone: one that is left over from a pause would end a later one.
     QTimer timer;
     timer.setSingleShot(true);
     timer.setTimerType(milliseconds < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer);
