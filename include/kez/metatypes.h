@@ -42,7 +42,8 @@ public:
     ///
     /// Throws Exception: FileNotReadable, LibLoadingFailure with the loader's text,
     /// ClassNotRegistered with the name.
-    static void* instantiateFromMetaTypes(const QString& className, const QString& libraryPath);
+    static void* instantiateFromMetaTypes(const QString& className,
+                                          const QString& libraryPath = QString());
 
     bool containsMetaType(const QString& className) const;
     bool isMetaTypeId(int typeId) const;

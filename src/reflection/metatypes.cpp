@@ -45,7 +45,8 @@ void* MetaTypes::instantiateFromMetaTypes(const QString& className, const QStrin
     if (!libraryPath.isEmpty())
         loadSharedLibrary(libraryPath, signature, Failure::message<QString>);
     const QMetaType type = QMetaType::fromName(className.toUtf8());
-    if (!type.isValid())
+    // Qt looks up the part before the first NUL.
+    if (!type.isValid() || className.contains(QChar::Null))
         Failure::raise(signature, Failure::completed(Failure::message("ClassNotRegistered") +
                                                          QStringLiteral(" - [%1]"),
                                                      className));

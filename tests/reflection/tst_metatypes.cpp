@@ -10,6 +10,7 @@
 #include "support/files.h"
 #include "support/language.h"
 
+#include <QDir>
 #include <QMap>
 #include <QMetaType>
 #include <QRandomGenerator>
@@ -438,6 +439,30 @@ private Q_SLOTS:
         }
     }
 
+    void libraryMayBeLeftOut()
+    {
+        void* const made = MetaTypes::instantiateFromMetaTypes(QStringLiteral("QByteArray"));
+        QVERIFY(made != nullptr);
+        QMetaType::fromType<QByteArray>().destroy(made);
+    }
+
+    void nameWithANulInsideIsUnknown_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("after the name") << QStringLiteral("QByteArray") + QChar(0);
+        QTest::newRow("followed by more") << QStringLiteral("QByteArray") + QChar(0) + u'x';
+        QTest::newRow("in front") << QChar(0) + QStringLiteral("QByteArray");
+    }
+    void nameWithANulInsideIsUnknown()
+    {
+        QFETCH(QString, name);
+        QCOMPARE(failureText([&] { MetaTypes::instantiateFromMetaTypes(name, QString()); }),
+                 InstantiatePrefix +
+                     QStringLiteral("Reflexive class not declared in the metatype "
+                                    "management mechanism - [") +
+                     name + QLatin1Char(']'));
+    }
+
     void registeredNameThatQtDoesNotKnowMakesNoInstance()
     {
         registry()->insertMetaType(QStringLiteral("Alias"), QMetaType::QString);
@@ -523,6 +548,21 @@ private Q_SLOTS:
         QCOMPARE(failureText(
                      [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); }),
                  InstantiatePrefix + QStringLiteral("File [%1] isn't readable").arg(path));
+    }
+
+    void libraryThatIsCheckedIsTheOneLoaded()
+    {
+        const QTemporaryDir directory;
+        const QString name = QStringLiteral("libm.so.6");
+        QVERIFY(writeFile(directory.filePath(name), "this is no library"));
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(directory.path()));
+        const QString text = failureText(
+            [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), name); });
+        QVERIFY(QDir::setCurrent(before));
+        QVERIFY2(text.startsWith(InstantiatePrefix +
+                                 QStringLiteral("Failed to load dynamic library libm.so.6 - ")),
+                 qPrintable(text));
     }
 
     void fifoIsRefusedWithoutWaiting()
