@@ -11,6 +11,14 @@
 #include <climits>
 #include <cstdio>
 #include <memory>
+#include <type_traits>
+
+// With the conversions that tst_text is built without, calls with literals are not ambiguous.
+static_assert(std::is_same_v<decltype(Text::toBase64("Kez")), QString>);
+static_assert(std::is_same_v<decltype(Text::bytesFromBase64("")), QByteArray>);
+static_assert(std::is_same_v<decltype(Text::stringFromBase64("")), QString>);
+static_assert(std::is_same_v<decltype(Text::stringFromBase64(QByteArray())), QString>);
+static_assert(std::is_same_v<decltype(stringFromBase64("")), QString>);
 
 namespace {
 
