@@ -155,7 +155,7 @@ quint64 FileHelper::freeSpace(const QString& path)
         Failure::raise(signature, Failure::libraryMessage("NotFileOrDir", path));
     // Not device().bytesFree(), which finds nothing where the table of mounts lacks the volume, as
     // it does below a changed root.
-    const QByteArray directory = QFile::encodeName(info.isDir() ? path : info.path());
+    const QByteArray directory = QFile::encodeName(info.isDir() ? info.filePath() : info.path());
     std::error_code failure;
     const auto space = std::filesystem::space(directory.toStdString(), failure);
     return failure ? 0 : space.free;

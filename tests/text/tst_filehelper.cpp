@@ -290,6 +290,10 @@ void tst_FileHelper::freeSpaceOfAFileIsThatOfItsVolume()
     if (volume.isValid()) // not so below a changed root
         QVERIFY(isNear(ofFile, quint64(volume.bytesFree())));
     QVERIFY(isNear(ofFile, ofDirectory));
+    QDir::setSearchPaths(QStringLiteral("volume"), {_directory.path()});
+    QVERIFY(isNear(ofFile, FileHelper::freeSpace(QStringLiteral("volume:space"))));
+    QVERIFY(isNear(ofFile, FileHelper::freeSpace(QStringLiteral("volume:."))));
+    QDir::setSearchPaths(QStringLiteral("volume"), {});
 }
 
 void tst_FileHelper::freeSpaceFailures()
