@@ -47,9 +47,9 @@ public:
     /// An empty pointer for an index out of range.
     std::shared_ptr<XmlElement> childAt(int index) const;
 
-    /// The element and everything below it, without an XML declaration and without a newline at the
-    /// end. `indent`: the blanks before it, its children having four more; below 0 for one line
-    /// without blanks.
+    /// The element and everything below it, without an XML declaration and without a line feed at
+    /// the end. `indent`: the number of blanks before it; its children have four more. With a
+    /// negative `indent` all is on one line without blanks.
     ///
     ///     <order            <order client="ACME" id="7"><item>Nuts</item></order>
     ///            id="7">
@@ -116,8 +116,8 @@ private:
     std::shared_ptr<Properties> _attributes;
     std::shared_ptr<Children> _children;
 
-    /// The read tree that the element is part of, and the element's own place in memory, which
-    /// links inside that tree use: a link that kept the tree would keep it for ever.
+    /// The read tree that the element is part of, and the pointer to the element that links inside
+    /// that tree use. A link that owned the tree would keep it for ever.
     std::weak_ptr<XmlTree> _tree;
     std::weak_ptr<XmlElement> _self;
 
@@ -125,6 +125,6 @@ private:
     /// reference to it, so that clearChildren() can tell them from other holders.
     std::weak_ptr<std::shared_ptr<XmlElement>> _asParent;
 
-    /// Whether the read tree keeps the element until it goes, whatever its parents do.
+    /// Whether the read tree keeps the element until the tree goes, even without a parent.
     bool _isKept = false;
 };

@@ -35,7 +35,7 @@ void DateWatcher::check()
 {
     if (!_target.isValid())
         return;
-    // Compared before they are subtracted: the difference of two moments can overflow.
+    // The difference of two moments can overflow: they are compared first.
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     const qint64 wanted = _target.toMSecsSinceEpoch();
     if (wanted > now) {

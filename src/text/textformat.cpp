@@ -72,7 +72,7 @@ QString Text::frenchDateTime(const QDateTime& dateTime, const QString& separator
 
 QString Text::frenchDecimalFormat(double value, int decimals)
 {
-    // The locale cannot make a text of any length, and no number has more digits than these.
+    // The locale ends the process if the text is too long. A number has no more digits than these.
     QString text = frenchLocale().toString(value, 'f', qMin(decimals, MostDecimals));
     if (decimals > MostDecimals && qIsFinite(value))
         text += QString(decimals - MostDecimals, QLatin1Char('0'));

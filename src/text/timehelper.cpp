@@ -14,8 +14,8 @@
 
 namespace {
 
-/// The event loops of a thread's pauses, one per pause within a pause. They stay allocated for the
-/// next ones.
+/// The event loops of a thread's pauses, one for each pause within a pause. They stay allocated for
+/// later pauses.
 struct PauseLoops {
     std::vector<std::unique_ptr<QEventLoop>> loops;
     size_t running = 0;
@@ -33,7 +33,7 @@ PauseLoops& pauseLoops()
 
 void TimeHelper::pause(int milliseconds)
 {
-    // An event loop that is made now prints a warning, and running it can take for ever.
+    // Without an application object an event loop prints a warning and may never end.
     if (!QCoreApplication::instance()) {
         QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
         return;
@@ -44,7 +44,7 @@ void TimeHelper::pause(int milliseconds)
         pauses.loops.push_back(std::make_unique<QEventLoop>());
     QEventLoop& loop = *pauses.loops[pauses.running];
 
-    // A timer of this pause alone: one that is left over from a pause would end a later one.
+    // Each pause has its own timer: one that is left over would end a later pause.
     QTimer timer;
     timer.setSingleShot(true);
     timer.setTimerType(milliseconds < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer);

@@ -25,14 +25,14 @@ bool isBlank(QStringView text)
     return std::all_of(text.begin(), text.end(), [](QChar c) { return isBlank(c); });
 }
 
-/// How the bytes of a document stand for ASCII characters.
+/// How a document's encoding stores ASCII characters.
 struct Layout {
-    qint64 markSize; ///< bytes of the byte order mark
+    qint64 markSize; ///< bytes in the byte order mark
     qint64 width;    ///< bytes per character
-    qint64 position; ///< which of them is the character; the others are 0
+    qint64 position; ///< which of these bytes has the character's value; the others are 0
 };
 
-/// From the first four bytes, or from all if there are fewer.
+/// `start`: the first four bytes, or all if there are fewer.
 Layout layoutOf(const QByteArray& start)
 {
     const auto markSize = [&start](const QByteArray& mark) {
@@ -52,7 +52,7 @@ Layout layoutOf(const QByteArray& start)
     }
 }
 
-/// Looks at the bytes of a document one after the other.
+/// Takes the bytes of a document one by one.
 class PrologueScan {
 public:
     PrologueScan(const Layout& layout, bool isDeclared)
@@ -72,8 +72,7 @@ public:
             _isPrologue &= isBlank(QLatin1Char(byte));
     }
 
-    /// Whether they were a byte order mark, the XML declaration if there is one, and blanks, or
-    /// less than that.
+    /// Whether the bytes were blanks, and before them a byte order mark, a declaration or both.
     bool isPrologue() const
     {
         return _isPrologue && !_isInDeclaration && _position % _layout.width == 0;
@@ -97,12 +96,12 @@ bool holdsPrologue(QIODevice& device, bool isDeclared)
     return scan.isPrologue();
 }
 
-/// Tells a document that holds nothing yet (blanks, or an XML declaration) from one that breaks
-/// off: the stream reader reports a premature end for both. It does so, too, for a device with
-/// fewer than four bytes, whatever they are.
+/// Distinguishes a document that holds nothing yet (blanks, an XML declaration) from one that
+/// breaks off: the stream reader reports a premature end for both, and for any document of fewer
+/// than four bytes.
 class Prologue {
 public:
-    /// Remembers where the device of a reader that has not begun stands, if it has one.
+    /// Remembers the position of the device, if the reader has one and has not begun.
     explicit Prologue(QXmlStreamReader& reader)
         : _reader(reader), _isOver(reader.tokenType() != QXmlStreamReader::NoToken)
     {
@@ -133,8 +132,8 @@ public:
         }
     }
 
-    /// Asked at the reader's error. A device is then at its end; a reader without device stands as
-    /// before, and can be given more, if this is true.
+    /// Whether the document holds nothing yet; called when the reader has failed. A device is at
+    /// its end afterwards. A reader without device is as before, if this returns true.
     bool isAll()
     {
         if (_isOver || _reader.error() != QXmlStreamReader::PrematureEndOfDocumentError)
@@ -161,16 +160,16 @@ private:
         return true;
     }
 
-    /// After the declaration, or instead of one.
+    /// After the declaration, if there is one.
     bool hasOnlyLineFeeds() const
     {
         return _isStarted && _reader.characterOffset() - _declarationSize ==
                                  _reader.lineNumber() - _declarationLine;
     }
 
-    /// What a reader without device was given cannot be read again. Comments mean nothing between
-    /// declaration and root, and are tokens there; inside other markup they are not. Bytes in
-    /// UTF-16 count as markup.
+    /// The data of a reader without device cannot be read again, so comments are added: between
+    /// declaration and root they are tokens without effect, inside other markup they are not
+    /// tokens. Data in UTF-16 counts as markup here.
     bool takesComments()
     {
         const QByteArray comments = QByteArrayLiteral("<!-- --><!-- --><!-- -->");
@@ -179,14 +178,14 @@ private:
             _reader.readNext();
         if (!_reader.isComment())
             return false;
-        // Inside a document type they are tokens, too, but the reader keeps all texts until it
-        // ends. Elsewhere it stores each text in the place of the one before.
+        // Inside a document type they are also tokens. There the reader collects the texts of all
+        // tokens; elsewhere each text replaces the one before.
         _reader.readNext();
         const QChar* const place = _reader.text().data();
         _reader.readNext();
         if (_reader.text().data() != place)
             return false;
-        // In front of a declaration that is yet to come they would be an error.
+        // In an empty reader they would make a declaration that is added later an error.
         if (_reader.characterOffset() == comments.size())
             empty();
         _reader.readNext();
@@ -210,7 +209,7 @@ private:
     qint64 _declarationLine = 1;
 };
 
-/// The tree while it is being read.
+/// Builds the tree while it is read.
 class Builder {
 public:
     ~Builder()
@@ -241,7 +240,7 @@ public:
         }
     }
 
-    /// The root as it is handed out.
+    /// The root, as a pointer that owns the tree.
     std::shared_ptr<XmlElement> finish()
     {
         const std::shared_ptr<XmlElement> root = std::exchange(_root, nullptr);

@@ -11,15 +11,15 @@
 
 namespace {
 
-/// What an element that is being destroyed pointed to.
+/// The links of an element that is being destroyed.
 struct Links {
     std::shared_ptr<XmlElement> parent;
     std::shared_ptr<QList<std::shared_ptr<XmlElement>>> children;
 };
 
-/// The links that this thread still has to release. The first destructor on the stack releases
-/// them one by one, those of the elements that it destroys this way included: the depth of a tree
-/// costs no stack.
+/// The links that this thread still has to release. The first destructor on the stack releases them
+/// one by one, and so also those of the elements that it destroys by that. A deep tree therefore
+/// does not need a deep stack.
 thread_local std::vector<Links>* t_pending = nullptr;
 
 void release(Links links)
@@ -211,15 +211,15 @@ std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
     return child;
 }
 
-/// An element of a read tree is handed out together with the tree.
+/// A pointer to an element of a read tree owns that tree.
 std::shared_ptr<XmlElement> XmlElement::handedOut(const std::shared_ptr<XmlElement>& element)
 {
     const std::shared_ptr<XmlTree> tree = element ? element->_tree.lock() : nullptr;
     return tree ? std::shared_ptr<XmlElement>(tree, element.get()) : element;
 }
 
-/// The pointer that an element made with `parent` keeps. One that owns a read tree stays as it is:
-/// XmlTree::adopt() looks for those.
+/// The pointer that an element made with `parent` keeps. A pointer that owns a read tree stays as
+/// it is: XmlTree::adopt() replaces it.
 std::shared_ptr<XmlElement> XmlElement::linkTo(std::shared_ptr<XmlElement> parent)
 {
     if (!parent || parent.use_count() == 0)
@@ -236,15 +236,15 @@ std::shared_ptr<XmlElement> XmlElement::linkTo(std::shared_ptr<XmlElement> paren
     return {std::move(link), element};
 }
 
-/// Whether anything holds the element besides `element` and the parent links of others.
+/// Whether anything except `element` and parent links holds the element.
 bool XmlElement::isHeldElsewhere(const std::shared_ptr<XmlElement>& element)
 {
     const std::shared_ptr<std::shared_ptr<XmlElement>> link = element->_asParent.lock();
     return element.use_count() > (link && haveSameOwner(element, *link) ? 2 : 1);
 }
 
-/// Releases the elements, and the children of those that nobody else holds. An element that comes
-/// several times is judged when its last pointer is released.
+/// Releases the elements, and the children of those that nobody else holds. If an element is in the
+/// list several times, the last of these pointers decides.
 void XmlElement::letGo(Children elements)
 {
     while (!elements.isEmpty()) {
@@ -254,8 +254,8 @@ void XmlElement::letGo(Children elements)
     }
 }
 
-/// The whole element if no children are written, else its opening tag. `margin`: as the argument
-/// of toString().
+/// The whole element if none of its children are written, else its opening tag. `margin` is the
+/// argument of toString().
 void XmlElement::appendStart(QString& text, qsizetype margin) const
 {
     appendBlanks(text, margin);

@@ -10,8 +10,8 @@
 
 namespace {
 
-/// The elements that this thread still has to take apart. A tree can hold elements of another one
-/// and be the last to do so: however long such a row of trees is, it costs no stack.
+/// The elements that this thread still has to take apart. A tree that goes can be the last holder
+/// of another tree, and so on. A long row of trees does not need a deep stack.
 thread_local QList<std::shared_ptr<XmlElement>>* t_pending = nullptr;
 
 } // namespace

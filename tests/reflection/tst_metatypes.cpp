@@ -29,7 +29,7 @@
 
 namespace {
 
-/// What the test makes known to Qt.
+/// A class that the test registers with Qt.
 struct Receipt {
     QString text = QStringLiteral("new");
 };
@@ -484,7 +484,7 @@ private Q_SLOTS:
                                     u"des méta-types - [%1 Été]"));
     }
 
-    // Before the library is loaded for good by the test below.
+    // Runs before the test below, which loads the library.
     void classOfALibraryIsUnknownWithoutIt()
     {
         QVERIFY(!QMetaType::fromName("PluginOrder").isValid());
@@ -519,7 +519,7 @@ private Q_SLOTS:
         const QTemporaryDir directory;
         const QString path = directory.filePath(QStringLiteral("lib%2.so"));
         QVERIFY(writeFile(path, content));
-        // The class is known: the library's failure comes first.
+        // The class is known, but the library is loaded first.
         const QString text = failureText(
             [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); });
         const QString start = InstantiatePrefix +
@@ -529,7 +529,7 @@ private Q_SLOTS:
         QVERIFY(text.size() > start.size());
     }
 
-    void directoryIsNoLibrary()
+    void directoryIsNotALibrary()
     {
         const QTemporaryDir directory;
         const QString text = failureText([&] {
@@ -603,7 +603,7 @@ private Q_SLOTS:
             isRight &= registry()->classNameFromType(i / 2) == name(i / 2 * 2);
         }
         QVERIFY(isRight);
-        // One gap after the other, each refilled: the search for it does not begin anew.
+        // One gap after the other is refilled; each search takes the same short time.
         for (int i = 0; i < Count; ++i) {
             registry()->removeMetaType(name(i));
             isRight &= registry()->nextInvariantId() == 10000 + i;

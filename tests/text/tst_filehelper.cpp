@@ -19,7 +19,7 @@
 
 namespace {
 
-/// Prints what an ordinary user gets for the directory or file that is named.
+/// Prints what an ordinary user gets for the given directory or file.
 int child(const QStringList& arguments)
 {
     if (!becomeOrdinaryUser())
@@ -78,8 +78,8 @@ private Q_SLOTS:
     void loadLibraryFailures();
     void libraryThatIsCheckedIsTheOneLoaded_data();
     void libraryThatIsCheckedIsTheOneLoaded();
-    void specialFilesAreNoLibraries_data();
-    void specialFilesAreNoLibraries();
+    void specialFilesAreNotLibraries_data();
+    void specialFilesAreNotLibraries();
 
     void repeatedKeyKeepsItsLastValue();
     void propertiesLikeTheOtherReader();
@@ -279,7 +279,7 @@ void tst_FileHelper::deviceFailures()
 
 void tst_FileHelper::freeSpaceOfAFileIsThatOfItsVolume()
 {
-    // The volume is in use: near enough is all that can be said.
+    // Others use the volume as well, so the values are only compared roughly.
     const auto isNear = [](quint64 a, quint64 b) { return qMax(a, b) - qMin(a, b) < b / 2; };
     const QString name = path(QStringLiteral("space"));
     QVERIFY(writeFile(name, "x"));
@@ -287,7 +287,7 @@ void tst_FileHelper::freeSpaceOfAFileIsThatOfItsVolume()
     const quint64 ofDirectory = FileHelper::freeSpace(_directory.path());
     QVERIFY(ofFile > 0);
     const QStorageInfo volume = FileHelper::device(_directory.path());
-    if (volume.isValid()) // not so below a changed root
+    if (volume.isValid()) // it is not below a changed root
         QVERIFY(isNear(ofFile, quint64(volume.bytesFree())));
     QVERIFY(isNear(ofFile, ofDirectory));
     QDir::setSearchPaths(QStringLiteral("volume"), {_directory.path()});
@@ -378,7 +378,7 @@ void tst_FileHelper::cleanKeepsALinkThatItIsGiven()
                        "deleted")
             .arg(link));
     QVERIFY(QFileInfo(link).isSymLink());
-    QVERIFY(!QFile::exists(folder + QStringLiteral("/z"))); // though "a" sorts before it
+    QVERIFY(!QFile::exists(folder + QStringLiteral("/z"))); // even though "a" sorts before it
     QVERIFY(QFileInfo(folder + QStringLiteral("/a")).isSymLink());
 }
 
@@ -487,7 +487,7 @@ void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded()
     const auto place = [&directory](const QString& file) {
         return directory.filePath(file.section(QLatin1Char(':'), -1));
     };
-    // What a loader that completes names would take in place of a text.
+    // What the loader finds if it completes the name.
     for (const char* other : {"text.so", "libtext.so", "below/text.so", "below/libtext.so"})
         QVERIFY(QFile::copy(QStringLiteral(ORDER_PLUGIN), place(QLatin1String(other))));
     if (content.isEmpty())
@@ -515,7 +515,7 @@ void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded()
     }
 }
 
-void tst_FileHelper::specialFilesAreNoLibraries_data()
+void tst_FileHelper::specialFilesAreNotLibraries_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("message");
@@ -530,7 +530,7 @@ void tst_FileHelper::specialFilesAreNoLibraries_data()
                                  << QStringLiteral("Failed to load dynamic library %1 - ");
 }
 
-void tst_FileHelper::specialFilesAreNoLibraries()
+void tst_FileHelper::specialFilesAreNotLibraries()
 {
     QFETCH(QString, name);
     QFETCH(QString, message);

@@ -23,7 +23,7 @@ qint64 indexOf(const QByteArray& haystack, const QByteArray& needle, qint64 from
     return Memory::indexOf(bytes(haystack), haystack.size(), bytes(needle), needle.size(), from);
 }
 
-/// Bytes that end right before memory that must not be touched.
+/// Bytes that are followed by memory that must not be read.
 class GuardedBytes {
 public:
     explicit GuardedBytes(const QByteArray& content)

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// The stricter way to build: tst_textformat is built in the other one.
+// Without the implicit conversions to QString; tst_textformat is built with them.
 #define QT_NO_CAST_FROM_ASCII
 
 #include "kez/text.h"
@@ -27,7 +27,7 @@ QByteArray everyByte()
     return bytes;
 }
 
-/// The same by printf, byte for byte.
+/// The expected text, written by printf byte for byte.
 QString printedHexa(const QByteArray& bytes, const char* format, const QString& separator)
 {
     QStringList pairs;
@@ -36,7 +36,7 @@ QString printedHexa(const QByteArray& bytes, const char* format, const QString& 
     return pairs.join(separator);
 }
 
-/// An array whose last byte is the last one that may be read: AddressSanitizer sees a step beyond.
+/// An array without any memory behind its last byte: AddressSanitizer reports a read beyond it.
 class ExactArray {
 public:
     explicit ExactArray(const QByteArray& bytes)

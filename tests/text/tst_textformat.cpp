@@ -17,7 +17,7 @@
 
 #include <sys/resource.h>
 
-// With the conversions that tst_text is built without, calls with literals are not ambiguous.
+// Calls with literals, with the implicit conversions to QString that tst_text does without.
 static_assert(std::is_same_v<decltype(Text::toBase64("Kez")), QString>);
 static_assert(std::is_same_v<decltype(Text::bytesFromBase64("")), QByteArray>);
 static_assert(std::is_same_v<decltype(Text::stringFromBase64("")), QString>);
@@ -29,7 +29,7 @@ namespace {
 constexpr qsizetype HundredMegabytes = 100'000'000;
 constexpr char16_t GroupSeparator = u'\u202F';
 
-/// The table once more, as rows of consecutive code points.
+/// The expected table, written as rows of consecutive code points.
 QMap<int, QString> expectedEntities()
 {
     const QList<QPair<int, QString>> ranges{
@@ -66,7 +66,7 @@ QMap<int, QString> expectedEntities()
     return entities;
 }
 
-/// Seen before main(): what other static objects find in the library.
+/// Initialised before main(): what static objects of an application find in the library.
 const qsizetype RowsBeforeMain = LATIN.size();
 const QString EscapedBeforeMain = Text::latinToEscapedHtml(QStringLiteral("<é>"));
 
@@ -91,7 +91,7 @@ QByteArray printed(const char* format, Arguments... arguments)
     return text;
 }
 
-/// A dump, field by field as printf writes it.
+/// A dump, written by printf field by field.
 QByteArray printedDump(const QByteArray& bytes)
 {
     QByteArray text;
@@ -126,7 +126,7 @@ QProcessEnvironment environmentWithLang(const QString& lang)
     return environment;
 }
 
-/// With memory for far less than that.
+/// The process has memory for much fewer decimals.
 int formatMostDecimals()
 {
     const rlimit limit{rlim_t(1) << 30, rlim_t(1) << 30};
@@ -140,7 +140,7 @@ int formatMostDecimals()
     return 1;
 }
 
-/// Prints what depends on the system's language, one text per line.
+/// Prints the texts that depend on the system's language, one per line.
 int child(const QStringList& arguments)
 {
     if (arguments.contains(QStringLiteral("decimals")))

@@ -109,8 +109,8 @@ void tst_TimeHelpers::pauseThatWasCutShortLeavesNothingBehind()
     });
     thread.start();
     QVERIFY(thread.wait(10000));
-    // A thread that was told to quit runs no further loop: at once, or for the whole time, but
-    // never until the timer of the first pause.
+    // A thread that was told to quit runs no other loop: the second pause ends at once or takes its
+    // whole time, but does not end with the timer of the first pause.
     QVERIFY2(second < 60 || second >= 249, qPrintable(QString::number(second)));
 }
 
@@ -295,7 +295,8 @@ void tst_TimeHelpers::watcherRechecksLongWaitsEveryMinute()
     QVERIFY(timer->isSingleShot());
     QCOMPARE(timer->timerType(), Qt::PreciseTimer);
     QCOMPARE(timer->interval(), 60000);
-    watcher.watch(QDateTime::currentDateTime().addYears(5000)); // beyond what an int counts
+    watcher.watch(
+        QDateTime::currentDateTime().addYears(5000)); // more milliseconds than an int holds
     QCOMPARE(timer->interval(), 60000);
 }
 
@@ -343,7 +344,7 @@ void tst_TimeHelpers::watcherIsAMetaType()
 
 namespace {
 
-/// Ends, without an application object, after the time that was asked for.
+/// Without an application object, each pause takes the requested time.
 int pauseAlone(const QStringList&)
 {
     QElapsedTimer elapsed;

@@ -31,7 +31,7 @@ namespace {
 
 using Element = std::shared_ptr<XmlElement>;
 
-/// Counts the elements that are there.
+/// An element that counts the existing ones.
 class Counted : public XmlElement {
 public:
     explicit Counted(const QString& name, const Element& parent = nullptr)
@@ -49,7 +49,7 @@ Element counted(const char* name, const Element& parent = nullptr)
     return std::make_shared<Counted>(QString::fromLatin1(name), parent);
 }
 
-/// Sees an element of a read tree without holding it.
+/// Observes an element of a read tree without holding it.
 std::weak_ptr<Properties> watch(const Element& element)
 {
     return element->attributes();
@@ -65,7 +65,7 @@ QString readingFailure(const QString& xml)
     return failureText([&] { SimpleDom{xml}; });
 }
 
-/// What the stream reader itself says about the document.
+/// What the stream reader reports for the document.
 QString readersError(QXmlStreamReader& reader)
 {
     while (!reader.atEnd())
@@ -92,7 +92,7 @@ private:
     bool _isOpen = false;
 };
 
-/// The reading end of a pipe that holds these bytes and ends after them.
+/// The reading end of a pipe that contains these bytes and is closed after them.
 class Pipe {
 public:
     explicit Pipe(const QByteArray& bytes)
@@ -155,7 +155,7 @@ void checkFewBytes(const QByteArray& bytes, QFile& file)
         QXmlStreamReader reader(&file);
         SimpleDom(QStringLiteral("<x/>")).readDom(reader);
     });
-    if (isMark) // of which a reader without device shows nothing
+    if (isMark) // UTF-16: without device it counts as markup
         return;
     check("bytes", [&] {
         QXmlStreamReader reader(bytes);
@@ -226,7 +226,6 @@ private Q_SLOTS:
     {
         const QString expected = QStringLiteral("<root>\n    <item a=\"1\"\n          b=\"2\">\n"
                                                 "        Hello\n    </item>\n    <end/>\n</root>");
-        // The ">" of the text's own line comes after the attributes.
         for (const char* xml :
              {"<root><item b=\"2\" a=\"1\">Hello</item><end/></root>",
               "<root>\n<item\n b='2'   a='1'>Hello</item>\n\n\t<end />   </root>"})
@@ -290,7 +289,7 @@ private Q_SLOTS:
         QCOMPARE(found.at(1)->parent(), found.at(0));
     }
 
-    void prefixIsNoPartOfTheName()
+    void prefixIsNotPartOfTheName()
     {
         const SimpleDom dom(QStringLiteral("<a xmlns:x='urn:x'><x:item/></a>"));
         QCOMPARE(dom.elementsByName(QStringLiteral("item")).size(), 1);
@@ -389,7 +388,7 @@ private Q_SLOTS:
     void fewBytesAreAPrologueOrAFailure()
     {
         QFETCH(int, count);
-        // Every byte; of two and three of them, those that mean something somewhere.
+        // Alone, every byte; two and three of those that have a meaning in XML or in an encoding.
         QByteArray alphabet("\0\n <>ab\xc3\xe9\xef\xbb\xbf\xfe\xff", 14);
         for (int byte = 0; count == 1 && byte < 256; ++byte)
             alphabet.append(char(byte));
@@ -781,7 +780,7 @@ private Q_SLOTS:
                      QStringLiteral("***** Error encountered: Premature end of document."));
     }
 
-    // Lives
+    // Lifetime
 
     void elementsOfATemporaryAreWhole()
     {
@@ -850,6 +849,21 @@ private Q_SLOTS:
         QVERIFY(!root.expired() && !leaf.expired());
         dom.reset();
         QVERIFY(root.expired() && leaf.expired());
+    }
+
+    void pointersOfATreeShareAnOwner()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b/><c/></a>"));
+        const Element b = first(*dom, "b");
+        const Element c = first(*dom, "c");
+        QVERIFY(b != c);
+        QVERIFY(!b.owner_before(c) && !c.owner_before(b));
+        QVERIFY(b.use_count() == c.use_count());
+
+        Element removed = dom->root()->removeChild(0);
+        const std::weak_ptr<XmlElement> watched = removed;
+        removed.reset();
+        QVERIFY(!watched.expired());
     }
 
     void copiesShareTheTree()
@@ -927,7 +941,7 @@ private Q_SLOTS:
             const Element branch = counted("branch", b);
             branch->addChild(counted("twig", branch));
             branch->childAt(0)->addChild(counted("leaf", b));
-            branch->addChild(first(*dom, "c")); // of the same tree, held from outside so far
+            branch->addChild(first(*dom, "c")); // of the same tree, by a pointer that owns it
             b->addChild(branch);
         }
         QCOMPARE(first(*dom, "branch")->toString(-1),
@@ -1227,7 +1241,7 @@ private Q_SLOTS:
             }
             return true;
         };
-        // The sanitizer keeps freed memory, and finds what was not freed by itself.
+        // The sanitizer keeps freed memory, and reports by itself what was not freed.
         const int count = IsSanitized ? 10000 : 200000;
         QVERIFY(read(count / 20));
         const qint64 before = residentBytes();

@@ -16,7 +16,7 @@ namespace {
 
 using Element = std::shared_ptr<XmlElement>;
 
-/// Counts the elements that are there.
+/// An element that counts the existing ones.
 class Counted : public XmlElement {
 public:
     explicit Counted(const QString& name, const Element& parent = nullptr)
@@ -34,7 +34,7 @@ Element leaf(const char* name)
     return std::make_shared<XmlElement>(QString::fromUtf8(name), nullptr);
 }
 
-/// A new element that knows its parent and that its parent knows.
+/// A new element with a link to its parent, and added to it.
 template <typename Type = XmlElement>
 Element childOf(const Element& parent, const char* name)
 {
@@ -43,7 +43,7 @@ Element childOf(const Element& parent, const char* name)
     return child;
 }
 
-/// `depth` elements below each other, with links in both directions.
+/// `depth` elements, each the only child of the one before, with links in both directions.
 template <typename Type = XmlElement>
 Element chain(int depth)
 {
@@ -62,7 +62,7 @@ QXmlStreamAttributes attributes(const QList<std::pair<const char*, const char*>>
     return result;
 }
 
-/// toString() as it is defined, by recursion.
+/// What toString() must return, computed by recursion.
 QString expectedText(const XmlElement& element, int indent)
 {
     const bool pretty = indent >= 0;
@@ -174,7 +174,7 @@ private Q_SLOTS:
         QCOMPARE(othersChild->parent(), other);
     }
 
-    void emptyPointerIsNoChild()
+    void emptyPointerIsNotAdded()
     {
         const Element root = leaf("root");
         root->addChild(nullptr);
@@ -388,7 +388,7 @@ private Q_SLOTS:
         }
     }
 
-    // Lives
+    // Lifetime
 
     void childKeepsItsParent()
     {
@@ -488,7 +488,7 @@ private Q_SLOTS:
         QCOMPARE(Counted::s_count, 2);
     }
 
-    /// A parent link keeps the parent, but does not count as somebody who holds it.
+    /// A parent link keeps the parent, but the parent does not count as held.
     void parentThatNobodyHoldsLosesItsChildren_data()
     {
         QTest::addColumn<bool>("isAdded");
