@@ -1,10 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// What the text and identifier services cost next to Qt's nearest function and to the loop that
-// one would write first. Times are medians of rounds in which the contenders take turns, so that
-// what disturbs one of them disturbs all; the ratios (to the first contender, Kez) of one run
-// compare better than the times of two.
+// Compares the text and identifier services with Qt's nearest function and with a simple loop.
+// Times are medians of rounds in which the contenders take turns, so that a disturbance affects all
+// of them. Compare the ratios (to the first contender, Kez) within one run, not the times of two.
 
 #include <kez/defaultuidverifier.h>
 #include <kez/randomgenerator.h>
@@ -25,7 +24,7 @@ namespace {
 constexpr int Rounds = 9;
 constexpr qsizetype Megabyte = 1'000'000;
 
-/// Where results go, so that no call can be left out.
+/// Receives the results, so that the compiler cannot omit a call.
 volatile qsizetype s_sink = 0;
 
 struct Contender {
@@ -124,7 +123,7 @@ qsizetype naiveDump(FILE* stream, const QByteArray& bytes)
     return bytes.size();
 }
 
-/// 255 different bytes, each draw looked for in the whole array.
+/// 255 different bytes; each draw is searched for in the whole array.
 qsizetype naiveUniqueFill(RandomGenerator& random)
 {
     QByteArray bytes(255, '\0');

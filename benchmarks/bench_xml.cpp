@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// What a tree costs next to the stream reader that it is built with, which keeps nothing, and next
-// to Qt's own document class where that is installed: reading, a search, writing, releasing. Times
-// are medians of rounds in which the contenders take turns; compare the ratios, to Kez, of one run.
+// Compares a tree with the stream reader that it is built with, which keeps nothing, and with Qt's
+// own document class if that is installed: reading, a search, writing, releasing. Times are medians
+// of rounds in which the contenders take turns. Compare the ratios (to Kez) within one run.
 
 #include <kez/simpledom.h>
 
@@ -25,12 +25,12 @@ namespace {
 
 constexpr int Rounds = 5;
 
-/// Where results go, so that no call can be left out.
+/// Receives the results, so that the compiler cannot omit a call.
 volatile qsizetype s_sink = 0;
 
 using Step = std::function<qsizetype()>;
 
-/// One way of handling a document; a step that it has no part in is left empty.
+/// One way of handling a document; steps that it does not have are empty.
 struct Contender {
     std::string name;
     Step read;
@@ -153,7 +153,7 @@ Contender qtTree(const QString& xml)
                 return xml.size();
             },
             [document] {
-                // Its list searches again at every access: taken once, it is walked by sibling.
+                // The list searches again at every access, so only its length is taken.
                 qsizetype found = 0;
                 const QDomNodeList list = document->elementsByTagName(QStringLiteral("item"));
                 found += list.length();
@@ -171,7 +171,7 @@ void compareDocuments(const char* title, const QString& xml, bool isDeep)
 {
     std::vector<Contender> contenders = {kezTree(xml), streamReader(xml)};
 #ifdef KEZ_BENCH_QTXML
-    if (!isDeep) // it recurses: a deep document ends the process
+    if (!isDeep) // it recurses, and a deep document ends the process
         contenders.push_back(qtTree(xml));
 #else
     static_cast<void>(isDeep);

@@ -9,7 +9,7 @@
 #include <QObject>
 #include <QTimer>
 
-/// Signals when a date and time is reached. Long waits are checked again every minute, so that a
+/// Signals when a date and time is reached. A long wait is checked again every minute, so that a
 /// change of the system clock is noticed.
 ///
 /// *Threads*: the object's thread.
@@ -23,15 +23,16 @@ public:
     ~DateWatcher() override;
 
     /// Watches for `target`, in place of the target before; an invalid one ends the watch. A target
-    /// in the past is signalled at once.
+    /// in the past is signalled at once. A local time inside the hour that daylight saving skips is
+    /// invalid.
     void watch(const QDateTime& target);
 
 public Q_SLOTS:
-    /// Signals a target that is reached, else waits on.
+    /// Signals the target if it is reached, else goes on waiting.
     void check();
 
 Q_SIGNALS:
-    /// Emitted once per target. The watcher is idle by then: a slot may set a new target.
+    /// Emitted once per target. The watcher is idle at that moment: a slot may set a new target.
     void timestampReached(const QDateTime& target);
 
 private:

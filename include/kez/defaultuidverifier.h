@@ -12,7 +12,8 @@
 
 #include <memory>
 
-/// A store of identifiers of one size, in memory. It finds one among millions as fast as among ten.
+/// A store of identifiers of one size, in memory. A search takes the same time among millions as
+/// among ten.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: what it stores, for as long as it lives.
@@ -21,13 +22,13 @@ class KEZ_EXPORT DefaultUidVerifier : public IUidVerifier {
     Q_OBJECT
 
 public:
-    /// `uidSize`: the only size, in bytes, of the identifiers that it accepts.
+    /// `uidSize`: the size, in bytes, of the identifiers that it accepts.
     explicit DefaultUidVerifier(unsigned char uidSize, QObject* parent = nullptr);
     ~DefaultUidVerifier() override;
 
     bool contains(const QByteArray& uid) override;
 
-    /// Ignores, silently, an identifier of another size and one that contains() knows.
+    /// Silently ignores an identifier of another size, and one for which contains() is true.
     void append(const QByteArray& uid) override;
 
     /// The number of identifiers.

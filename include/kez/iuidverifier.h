@@ -8,8 +8,8 @@
 #include <QByteArray>
 #include <QObject>
 
-/// A store of issued identifiers that knows whether one was seen before, to be implemented by
-/// applications (over a database, say).
+/// A store of identifiers that can tell whether one was seen before. Applications implement it, for
+/// example over a database.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: as the implementation says.

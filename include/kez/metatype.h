@@ -10,7 +10,7 @@
 /// A registered class: its name, the id that stays the same from one run to the next, and the id
 /// that Qt's meta-type system gave it in this process.
 ///
-/// *Threads*: a value: any thread reads its own copy.
+/// *Threads*: a value; each thread reads a copy of its own.
 /// *Owns*: its fields.
 /// *Fails*: never.
 class KEZ_EXPORT MetaType {

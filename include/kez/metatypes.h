@@ -13,14 +13,14 @@
 
 #include <set>
 
-/// The process's reflective classes by name: each has the type id that Qt gave it in this process
-/// and an invariant id that can be stored or sent, and can be created by name.
+/// The process's reflective classes by name. Each has the type id that Qt gave it in this process
+/// and an invariant id that can be stored or sent. Instances are created by name.
 ///
-/// There is one record per name; ids are not checked for uniqueness. Where several classes share an
-/// id, a look-up by that id answers the one whose name sorts first. Names are case-sensitive.
+/// There is one record per name. Ids need not be unique: if several classes share one, a look-up by
+/// it returns the class whose name sorts first. Names are case-sensitive.
 ///
-/// *Threads*: any thread may look up while nobody inserts or removes; those are for start-up, from
-/// one thread. Only the choice of the next invariant id is locked.
+/// *Threads*: any thread may look up while no thread inserts or removes. Insert and remove at
+/// start-up, from one thread: only the choice of the next invariant id is locked.
 /// *Owns*: its records; never the instances that it creates.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT MetaTypes {
@@ -33,16 +33,17 @@ public:
 
     static MetaTypes* getInstance();
 
-    /// A new default-constructed instance of a class that Qt knows by that name, whether or not it
-    /// is registered here; the caller owns it. A null pointer for a class that has no default
-    /// constructor.
+    /// A new default-constructed instance of a class that Qt knows by that name; the class need not
+    /// be registered here. The caller owns the instance. A null pointer for a class that has no
+    /// default constructor. A name that contains a NUL is unknown.
     ///
-    /// `libraryPath`: a shared library that makes the class known, loaded first and kept loaded;
-    /// none when empty.
+    /// `libraryPath`: a shared library that makes the class known; none if empty. It is loaded
+    /// first, as FileHelper::loadLibrary() does, and stays loaded.
     ///
     /// Throws Exception: FileNotReadable, LibLoadingFailure with the loader's text,
     /// ClassNotRegistered with the name.
-    static void* instantiateFromMetaTypes(const QString& className, const QString& libraryPath);
+    static void* instantiateFromMetaTypes(const QString& className,
+                                          const QString& libraryPath = QString());
 
     bool containsMetaType(const QString& className) const;
     bool isMetaTypeId(int typeId) const;
@@ -61,8 +62,8 @@ public:
     /// NoInvariantIdIndictionnary.
     int typeId(int invariantId) const;
 
-    /// The invariant id of the class with that type id. Throws Exception: NoTypeIdInDictionnary, a
-    /// key without a text, which reads as "[NoTypeIdInDictionnary]".
+    /// The invariant id of the class with that type id. Throws Exception: NoTypeIdInDictionnary.
+    /// The key has no text: the message is "[NoTypeIdInDictionnary]".
     int invariantType(int typeId) const;
 
     /// Throws Exception: NoMetaTypeInDictionnary.
@@ -71,8 +72,8 @@ public:
     /// Throws Exception: NoInvariantIdIndictionnary.
     QString classNameFromInvariantType(int invariantId) const;
 
-    /// A new default-constructed instance of a registered class, which the caller owns; a null
-    /// pointer when Qt does not know its type id. Throws Exception: NoMetaTypeInDictionnary.
+    /// A new default-constructed instance of a registered class; the caller owns it. A null pointer
+    /// if Qt does not know its type id. Throws Exception: NoMetaTypeInDictionnary.
     void* instanciateFromRegistry(const QString& className) const;
 
     int size() const;
@@ -84,11 +85,11 @@ public:
     key_iterator keyBegin() const;
     key_iterator keyEnd() const;
 
-    /// The smallest id from 10000 upward that no class uses. Nothing reserves it before a class is
-    /// inserted with it.
+    /// The smallest id from 10000 upward that no class uses. It is not reserved: only inserting a
+    /// class with it takes it.
     int nextInvariantId() const;
 
-    /// False, and nothing changed, when the name is registered already.
+    /// Returns false and changes nothing if the name is registered already.
     bool insertMetaType(const QString& className, int invariantId, int typeId);
 
     /// The same, with the next invariant id.
@@ -100,21 +101,21 @@ public:
 private:
     using NamesById = QHash<int, std::set<QString>>;
 
-    MetaTypes();
-    ~MetaTypes();
+    KEZ_HIDDEN MetaTypes();
+    KEZ_HIDDEN ~MetaTypes();
 
-    const MetaType* find(const QString& className) const;
-    const MetaType* first(const NamesById& namesById, int id) const;
+    KEZ_HIDDEN const MetaType* find(const QString& className) const;
+    KEZ_HIDDEN const MetaType* first(const NamesById& namesById, int id) const;
 
-    void takeInvariantId(int id);
-    void freeInvariantId(int id);
+    KEZ_HIDDEN void takeInvariantId(int id);
+    KEZ_HIDDEN void freeInvariantId(int id);
 
     QMap<QString, MetaType> _registry;
     mutable QMutex _mutex;
 
     NamesById _namesByTypeId;
     NamesById _namesByInvariantId;
-    /// The invariant ids in use from 10000 upward, as runs without a gap: the first id of each, and
-    /// the one after its last.
+    /// The invariant ids in use from 10000 upward, as runs without a gap: the first id of each run,
+    /// and the id after its last one.
     QMap<qint64, qint64> _usedRuns;
 };

@@ -11,8 +11,9 @@
 
 /// A toolbox of random values: integers in a range, bytes, identifiers and keys.
 ///
-/// It is a QRandomGenerator, seeded as its constructors say: equal seeds give equal values, and the
-/// default seed is always the same. What must not be guessed starts from the system's generator:
+/// It is a QRandomGenerator and is seeded by its constructors: equal seeds give equal values, and
+/// the default seed is always the same. For values that nobody must be able to guess, start from
+/// the system's generator:
 ///
 ///     RandomGenerator random(QRandomGenerator::securelySeeded());
 ///     const QString password = random.key(16, true);
@@ -25,7 +26,7 @@ public:
     using QRandomGenerator::QRandomGenerator;
     RandomGenerator() = default;
 
-    /// Goes on as `other` would.
+    /// Continues with the values that `other` would give next.
     explicit RandomGenerator(const QRandomGenerator& other) : QRandomGenerator(other) {}
 
     using QRandomGenerator::bounded;
@@ -35,25 +36,25 @@ public:
     /// range may be as wide as INT_MIN to INT_MAX.
     int bounded(int low, int high);
 
-    /// A value from `low` to below `high`, by one 64-bit draw or more; a range of one value takes
-    /// one draw too. `low` must be below `high`: equal to it, it is what comes out;
-    /// above it, any value.
+    /// A value from `low` to below `high`, by one or more 64-bit draws; a range of one value takes
+    /// one draw. `low` must be below `high`. If they are equal, the result is `low`; if `low` is
+    /// above `high`, it is any value.
     qint64 bounded64(qint64 low, qint64 high);
 
     /// Replaces every byte, by one 32-bit draw each.
     ///
-    /// `unique`: no byte comes twice and none is 0, with as many more draws as that takes. Only up
-    /// to 255 bytes can differ so: larger arrays are filled as if it were false.
+    /// `unique`: no byte comes twice and no byte is 0, which takes as many more draws as needed.
+    /// This is possible for up to 255 bytes: larger arrays are filled as if it were false.
     void fillRange(QByteArray& bytes, bool unique);
 
-    /// Replaces the first `length` bytes of `buffer`, which must hold as many; 0 or less does
-    /// nothing. Bytes may repeat, whatever `unique` is.
+    /// Replaces the first `length` bytes of `buffer`, which must have room for them; a length of 0
+    /// or less does nothing. `unique` is ignored: bytes may repeat.
     void fillRange(char* buffer, int length, bool unique);
 
     /// 16 different bytes, none of them 0. No version or variant bits are set.
     QByteArray uuid();
 
-    /// `length` random bytes, all different and none 0 up to a `length` of 255, in hexadecimal.
+    /// `length` random bytes in hexadecimal. Up to a `length` of 255 they all differ and none is 0.
     ///
     ///     4, true, ':'  ->  3a:9f:01:c4
     ///     4, false      ->  3A9F01C4

@@ -12,8 +12,8 @@
 
 #include <utility>
 
-/// A catalogue of regular expressions, and tests of code-point ranges. The patterns are interface,
-/// irregularities included.
+/// A catalogue of regular expressions, and tests of code-point ranges. The patterns are part of the
+/// interface and are kept as they are, irregularities included.
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
@@ -22,19 +22,19 @@ class KEZ_EXPORT RegexProvider {
 public:
     using Options = QRegularExpression::PatternOptions;
 
-    /// A text with one carriage return, line feed or vertical bar in it; a further line feed keeps
-    /// it from matching, unless the options let "." match it.
+    /// A text that contains a carriage return, a line feed or a vertical bar. If it contains
+    /// another line feed, it does not match unless the options let "." match a line feed.
     static QRegularExpression
     regexForLineBreak(Options options = QRegularExpression::NoPatternOption);
 
-    /// "#" and six letters or digits, not only hexadecimal ones.
+    /// "#" and six letters or digits, which need not be hexadecimal digits.
     static QRegularExpression
     regexForHtmlColor(Options options = QRegularExpression::NoPatternOption);
 
-    /// An address anywhere in a text, in lower case unless the options say otherwise.
+    /// An address anywhere in a text; it matches lower case only, unless the options say otherwise.
     static QRegularExpression regexForEmail(Options options = QRegularExpression::NoPatternOption);
 
-    /// Holds escapes that QRegularExpression does not know: not valid, and matches nothing.
+    /// Contains escapes that QRegularExpression does not know: it is not valid and matches nothing.
     static QRegularExpression
     regexForUrlStrict(Options options = QRegularExpression::NoPatternOption);
 
@@ -56,8 +56,8 @@ public:
     /// The UTF-16 code unit.
     static unsigned int codePoint(const QChar& c);
 
-    /// Whether a UTF-16 code unit of the text lies in one of the ranges, bounds included. The
-    /// halves of a surrogate pair are tested one by one.
+    /// Whether any UTF-16 code unit of the text lies in one of the ranges, bounds included. The two
+    /// halves of a surrogate pair are tested separately.
     static bool hasCodePoint(const QString& text,
                              const QList<std::pair<unsigned int, unsigned int>>& ranges);
     static bool hasCodePoint(const QString& text, unsigned int first, unsigned int last);

@@ -16,23 +16,28 @@ class QXmlStreamReader;
 
 /// An XML document, read into a tree of elements.
 ///
-/// Kept are elements, attributes and texts, by their local names; comments, processing
-/// instructions, the document type and texts of blanks only are not. Of a text that a child or a
-/// comment splits, the last part that is not blank is kept. A document without any element, such as
-/// an XML declaration alone, has no root: that is no failure.
+/// Elements and attributes are kept by their local names, and so are texts. Comments, processing
+/// instructions, the document type and texts that are all blank are not kept. If a child or a
+/// comment splits a text, the last part that is not blank is kept, with the blanks around it. A
+/// document without markup, or with an XML declaration and nothing else, has no root and is not a
+/// failure.
 ///
 ///     for (const auto& item : SimpleDom(xml).elementsByName(QStringLiteral("item")))
 ///         total += item->childAt(0)->innerText().toInt();
 ///
-/// How long elements live: each pointer obtained from the tree, by a search or by an element's
-/// parent() and childAt(), keeps the whole tree, root and children included, however long the
-/// document itself lives. Once the document, its copies and all such pointers are gone, so is the
-/// tree. Elements that were made elsewhere and added to it belong to it from then on: held by the
-/// pointer that they were made with, they keep their parents only, and lose their children when the
-/// tree goes. Two trees that hold elements of each other are not freed.
+/// How long elements live: a pointer obtained from the tree, by root(), by a search or by an
+/// element's parent() and childAt(), keeps the whole tree, even if the document itself is gone. The
+/// tree goes with the last of the document, its copies and these pointers. An element that is made
+/// elsewhere and added belongs to the tree from then on. The pointer that it was made with keeps
+/// its parents only: when the tree goes, the element loses its children. Two trees that hold
+/// elements of each other are not freed.
+///
+/// All pointers obtained from one tree share one owner, the tree. So owner_before() does not tell
+/// them apart (compare them by ==), use_count() counts the holders of the tree, and a weak pointer
+/// to an element expires with the tree and not when the element is taken out.
 ///
 /// *Threads*: one thread at a time, copies and elements of the same tree included.
-/// *Owns*: shares its tree with its copies and with what it handed out.
+/// *Owns*: shares its tree with its copies and with the pointers that it handed out.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT SimpleDom {
 public:
@@ -41,8 +46,8 @@ public:
 
     /// Reads the file from its current position to its end, and leaves it open.
     ///
-    /// Throws Exception: FileDescriptorCannotBeNull, FileNotOpened (for one that is not open for
-    /// reading as well), or as readDom().
+    /// Throws Exception: FileDescriptorCannotBeNull, FileNotOpened (for a file that is not open, or
+    /// open for writing only), or as readDom().
     explicit SimpleDom(QFile* file);
     SimpleDom(const SimpleDom& other);
     SimpleDom(SimpleDom&& other) noexcept;
@@ -50,17 +55,23 @@ public:
     SimpleDom& operator=(SimpleDom&& other) noexcept;
     virtual ~SimpleDom();
 
+    /// The document's top element; an empty pointer for a document without any element.
+    std::shared_ptr<XmlElement> root() const;
+
     /// Every element of that name, case-sensitive and without prefix, in the order of the document:
     /// an element before those below it.
     QList<std::shared_ptr<XmlElement>> elementsByName(const QString& name) const;
 
-    /// The tree as XmlElement::toString() writes it, on one line unless `indented`; empty without
-    /// root.
+    /// The tree as XmlElement::toString() writes it, on one line unless `indented`; empty if there
+    /// is no root.
     QString toString(bool indented) const;
 
-    /// Reads a document in place of the one before, which stays on a failure. From a reader that
-    /// stands inside a document already, the next element becomes the root, and what follows it is
-    /// left out.
+    /// Reads a document in place of the one before, which stays if this fails. If the reader stands
+    /// inside a document already, the next element becomes the root, and what follows that element
+    /// is left out.
+    ///
+    /// A reader without device that holds nothing but blanks or a declaration is left at its end:
+    /// when more data is added, it can be read again.
     ///
     /// Throws Exception: ErrorEncountered with the reader's text, after "***** "; and
     /// DuplicateProperty for two attributes of an element that differ only by their prefixes.

@@ -15,17 +15,18 @@
 /// The HTML entities of the Latin-1 characters, by code point: 100 rows, built when the library is
 /// loaded and never changed.
 ///
-/// Eight of them are not the entities that HTML gives these characters; callers rely on them all
-/// the same: 198 "&Aelig;", 204 to 207 "&lgrave;", "&lacute;", "&lcirc;", "&luml;" (a lower-case
-/// L), 224 "&agrav;", 247 "&otilde;" (as 245), 253 "&yacut;".
-/// Code point 160 and every other one that is not listed have no entity.
+/// Eight of them are not the entities of the HTML standard and are kept for compatibility: 198
+/// "&Aelig;", 204 to 207 "&lgrave;", "&lacute;", "&lcirc;", "&luml;" (a lower-case L), 224
+/// "&agrav;", 247 "&otilde;" (as 245), 253 "&yacut;". Code point 160 and every code point that is
+/// not listed have no entity.
 KEZ_EXPORT extern const QMap<int, QString> LATIN;
 
 /// Conversions between bytes, numbers and text, and the formatting of text.
 ///
 /// Where a codec works on bytes, text is encoded as UTF-8 first, and text made of bytes is read as
 /// UTF-8 (without a byte order mark at its beginning). What cannot be decoded is skipped or left as
-/// it is; no decoder reports an error.
+/// it is; no decoder reports an error. A `const char*` is UTF-8 and ends at its first NUL; a null
+/// pointer is empty.
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
@@ -42,17 +43,29 @@ public:
     ///     ""     ->  (empty)
     static QString toBase64(const QByteArray& bytes);
     static QString toBase64(const QString& text);
+    static QString toBase64(const char* text) { return toBase64(QByteArray(text)); }
 
     /// Characters outside the Base64 alphabet are skipped.
     static QByteArray bytesFromBase64(const QByteArray& base64);
     static QByteArray bytesFromBase64(const QString& base64);
+    static QByteArray bytesFromBase64(const char* base64)
+    {
+        return bytesFromBase64(QByteArray(base64));
+    }
 
-    /// The decoded bytes read as UTF-8. For a QByteArray, see the free function
-    /// ::stringFromBase64().
+    /// The decoded bytes read as UTF-8.
     static QString stringFromBase64(const QString& base64);
+    static QString stringFromBase64(const QByteArray& base64)
+    {
+        return QString::fromUtf8(bytesFromBase64(base64));
+    }
+    static QString stringFromBase64(const char* base64)
+    {
+        return stringFromBase64(QByteArray(base64));
+    }
 
-    /// Two digits per byte, `separator` (a Latin-1 character) between bytes unless it is NUL. Upper
-    /// case is given to the whole text, a letter used as separator included.
+    /// Two digits per byte, with `separator` (a Latin-1 character) between bytes unless it is NUL.
+    /// Without `lowerCase` the whole text is in upper case, a letter used as separator included.
     ///
     ///     {0x01, 0xAB}, false, ':'  ->  01:AB
     ///     {0x01, 0xAB}, true        ->  01ab
@@ -65,8 +78,8 @@ public:
     ///     0x12345, 2  ->  12345
     static QString toHexa(quint64 value, unsigned int width);
 
-    /// Either case; characters that are no digits are skipped; an odd number of digits reads as if
-    /// a "0" came first.
+    /// Takes digits in either case and skips all other characters. An odd number of digits reads as
+    /// if a "0" came first.
     ///
     ///     "01:aB"  ->  {0x01, 0xAB}
     ///     "1ab"    ->  {0x01, 0xAB}
@@ -85,7 +98,8 @@ public:
 
     // Big-endian integers: the first 4 or 8 bytes, the most significant one first
 
-    /// False, and `value` unchanged, when there are too few bytes; surplus bytes are ignored.
+    /// Returns false and leaves `value` unchanged if there are too few bytes. Further bytes are
+    /// ignored.
     ///
     ///     {0xFF, 0xFF, 0xFF, 0xFE}  ->  true, -2
     static bool bigEndianToInt32(const QByteArray& bytes, int& value);
@@ -93,7 +107,7 @@ public:
     static bool bigEndianToInt64(const QByteArray& bytes, long long& value);
     static bool bigEndianToUInt64(const QByteArray& bytes, unsigned long long& value);
 
-    /// Overwrites the first bytes of `bytes`, which grows when it is too short and never shrinks.
+    /// Overwrites the first bytes of `bytes`, which grows if it is too short and never shrinks.
     ///
     ///     1, {}                  ->  {0, 0, 0, 1}
     ///     1, {9, 9, 9, 9, 9, 9}  ->  {0, 0, 0, 1, 9, 9}
@@ -118,8 +132,8 @@ public:
     ///     08:05:04.007, false  ->  08:05:04,007
     static QString frenchTime(const QTime& time, bool withoutMilliseconds);
 
-    /// `separator` becomes part of the Qt date-time pattern: letters that mean something there are
-    /// read so, unless they are quoted.
+    /// `separator` becomes part of the Qt date-time pattern: letters that have a meaning there keep
+    /// it, unless they are quoted.
     ///
     ///     " - "     ->  09/03/2026 - 08:05:04
     ///     " yy "    ->  09/03/2026 26 08:05:04
@@ -138,25 +152,26 @@ public:
 
     // Layout
 
-    /// Fills up on the left to `width` characters: the text ends flush right. The name says where
-    /// the padding goes. Never cuts. `fill` is a Latin-1 character.
+    /// Puts `fill`, a Latin-1 character, before the text until it has `width` characters: the name
+    /// tells where the padding goes. A longer text is returned as it is.
     ///
     ///     "7", 3, '0'  ->  007
     static QString leftAlign(const QString& text, int width, char fill = ' ');
 
-    /// Fills up on the right.
+    /// Puts `fill` after the text in the same way.
     ///
     ///     "ab", 4, '.'  ->  ab..
     static QString rightAlign(const QString& text, int width, char fill = ' ');
 
-    /// Trims every line and puts `indent` blanks (none when negative) before it. The result has no
-    /// line feed at its end of its own; with an `indent` of 0, empty lines at the beginning go.
+    /// Trims every line and puts `indent` blanks before it (none if negative). No line feed is
+    /// added at the end. With an `indent` of 0, empty lines at the beginning are left out.
     ///
     ///     "a\n  b\n", 2  ->  "  a\n  b\n  "
     static QString identText(const QString& text, int indent);
 
-    /// A framed title. The marker "%1" in `title` stands for `version`; without a marker, a version
-    /// that is not empty follows as " v" and the version. `trailer` is a last line, or nothing.
+    /// A framed title. "%1" in `title` is replaced by `version`. In a title without "%1", a version
+    /// that is not empty follows as " v" and the version. A `trailer` that is not empty is a last
+    /// line.
     ///
     ///     boxedTitle("Demo", "1.2")  ->  +-----------+
     ///                                    | Demo v1.2 |
@@ -164,20 +179,20 @@ public:
     static QString boxedTitle(const QString& title, const QString& version = QString(),
                               const QString& trailer = QString());
 
-    /// A short form of an array for a log line: all its bytes when it has fewer than 10 more than
-    /// twice `count`, else its size with its first and last `count` bytes (none when negative).
+    /// A short form of an array for a log line: all its bytes if there are fewer than twice `count`
+    /// plus 10, else its size with its first and last `count` bytes (none if negative).
     ///
     ///     17 bytes, 4  ->  [00,01,02,03,04,05,06,07,08,09,0A,0B,0C,0D,0E,0F,10]
     ///     18 bytes, 4  ->  (18)[00,01,02,03...0E,0F,10,11]
     ///     {}, 4        ->  []
     static QString abrevArrayToString(const QByteArray& bytes, int count);
 
-    /// Writes 16 bytes per line: offset, hexadecimal form, characters ("." for what is not ASCII
-    /// and for control characters, 0x7F excepted), with an empty line at the end. A title that is
-    /// not empty comes first, in the local 8-bit encoding, with the size in decimal and
+    /// Writes 16 bytes per line: the offset, the bytes in hexadecimal form, and the bytes as
+    /// characters ("." for each byte below 0x20 or above 0x7F). An empty line comes last. A title
+    /// that is not empty comes first, in the local 8-bit encoding, with the size in decimal and
     /// hexadecimal.
     ///
-    /// The stream's own error flag tells of a failed write; a null stream is ignored.
+    /// A failed write sets the error flag of the stream. A null stream is ignored.
     ///
     ///     key 3 octets (0x00000003)
     ///     0000: 4b 65 7a                                         Kez
@@ -191,8 +206,7 @@ public:
     static QString latinToEscapedHtml(const QString& text);
 };
 
-/// The bytes that `base64` encodes, read as UTF-8. Characters outside the Base64 alphabet are
-/// skipped.
+/// The same as Text::stringFromBase64().
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.

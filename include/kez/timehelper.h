@@ -5,18 +5,18 @@
 
 #include "kez_global.h"
 
-/// Waiting without holding up the thread's events.
+/// Waiting while the thread's events are processed.
 ///
 /// *Threads*: any thread that may run an event loop.
-/// *Owns*: event loops, one per pause within a pause, kept for the thread's next ones.
+/// *Owns*: event loops, one for each pause within a pause, kept for the thread's next pauses.
 /// *Fails*: never.
 class KEZ_EXPORT TimeHelper {
 public:
     TimeHelper() = delete;
 
-    /// Waits while the calling thread's timers and queued signals are processed; 0 or less for one
-    /// round of events. Returns early when the thread's event loops are told to quit. May be called
-    /// again from a slot that runs meanwhile: the outer pause then ends after the inner one.
-    /// Without an application object there are no events, and the thread sleeps.
+    /// Waits while the calling thread's timers and queued signals are processed; 0 or less
+    /// processes one round of events. Returns early if the thread's event loops are told to quit.
+    /// May be called again from a slot that runs meanwhile: the outer pause then ends after the
+    /// inner one. Without an application object no events are processed: the thread sleeps.
     static void pause(int milliseconds);
 };

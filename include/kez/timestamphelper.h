@@ -13,14 +13,15 @@
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
-/// *Fails*: never; an invalid QDateTime where there is no such date.
+/// *Fails*: never; the QDateTime is invalid if there is no such date.
 class KEZ_EXPORT TimestampHelper {
 public:
     TimestampHelper() = delete;
 
-    /// The local date and time of `seconds` since the epoch, ONE MONTH EARLY: callers rely on the
-    /// month being counted from 0. A date in January, and one whose day the month before does not
-    /// have (31 March), is invalid.
+    /// The local date and time of `seconds` since the epoch, ONE MONTH EARLY: the month is counted
+    /// from 0, which is kept for compatibility. The result is invalid for a date in January, for a
+    /// day that the month before does not have (31 March), and for a time that falls, one month
+    /// early, into the hour that daylight saving skips.
     static QDateTime ctimeToDateTime(quint64 seconds);
 
     /// A time format without its time zone ("t" outside quotes), its white space reduced.

@@ -16,10 +16,10 @@
 
 class QRandomGenerator64;
 
-/// The process's source of unique identifiers: random bytes of a size that is chosen at first use.
+/// The process's source of unique identifiers: random bytes of a size that the first use chooses.
 ///
-/// Nothing is checked while generating: an application that must exclude a repetition asks a
-/// verifier of its own.
+/// Nothing is checked while generating. An application that must exclude repetitions asks a
+/// verifier itself:
 ///
 ///     UidGenerator* generator = UidGenerator::getInstance(16);
 ///     QByteArray uid = generator->generate();
@@ -28,10 +28,10 @@ class QRandomGenerator64;
 ///     verifier.append(uid);
 ///     const QString name = UidGenerator::toUUID(uid);
 ///
-/// *Threads*: any thread, once a first getInstance() has returned; the application sees to it that
-/// no two threads make the first call at the same time.
+/// *Threads*: any thread, after the first getInstance() has returned. The application must not make
+/// the first call from two threads at the same time.
 /// *Owns*: the default verifier, if one was made; not the application's, which must outlive it.
-/// *Fails*: throws Exception(RandomizerNotInitialized) when it was not obtained by getInstance().
+/// *Fails*: throws Exception(RandomizerNotInitialized) if it was not obtained by getInstance().
 class KEZ_EXPORT UidGenerator : public QObject {
     Q_OBJECT
 
@@ -40,17 +40,17 @@ public:
     explicit UidGenerator(unsigned char size, QObject* parent = nullptr);
     ~UidGenerator() override;
 
-    /// The one generator of the process, which lives until the process exits.
+    /// The only generator of the process. It lives until the process exits.
     ///
-    /// The first call decides for good: identifiers have `size` bytes; `verifier` is kept, or a
-    /// DefaultUidVerifier for 16 bytes (whatever `size` is) when it is null; and the generator is a
-    /// child of `parent` while that lives, but is not deleted with it. Later calls ignore their
-    /// arguments.
+    /// The first call decides: identifiers have `size` bytes; the generator keeps `verifier`, or,
+    /// if it is null, a DefaultUidVerifier for 16 bytes (whatever `size` is); it is a child of
+    /// `parent` while that lives, but is not deleted with it. Later calls ignore their arguments.
     static UidGenerator* getInstance(unsigned char size, IUidVerifier* verifier = nullptr,
                                      QObject* parent = nullptr);
 
-    /// Lower-case digits in groups of 8, 4, 4, 4 and all the others; zeros are put before an
-    /// identifier of fewer than 16 bytes.
+    /// Lower-case digits in groups of 8, 4, 4, 4 and the rest; zeros come before an identifier of
+    /// fewer than 16 bytes. The bytes are written as they are: no version or variant bits are set,
+    /// so the text only looks like a UUID of RFC 4122.
     ///
     ///     16 bytes      ->  0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1
     ///     {0x12, 0xab}  ->  00000000-0000-0000-0000-0000000012ab

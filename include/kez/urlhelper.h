@@ -14,14 +14,15 @@
 /// *Fails*: never.
 class KEZ_EXPORT UrlHelper {
 public:
-    /// Whether the text is or contains an address. For short texts: the cost grows with the square
-    /// of a run of dotted words, and a run of tens of thousands of characters is given up.
+    /// Whether the text is or contains an address. Meant for short texts: the time grows with the
+    /// square of the length of a run of dotted words, and a run of tens of thousands of characters
+    /// is not searched to its end.
     static bool isEmailValid(const QString& text);
 
     /// Whether the text begins with "http://" or "https://", in lower case, and is a URL.
     static bool isHttpUrlValid(const QString& text);
 
-    /// Whether the text is a URL; one that begins with "mailto:" only with `acceptMailto`.
+    /// Whether the text is a URL. A text that begins with "mailto:" is one only if `acceptMailto`.
     static bool isUrlValid(const QString& text, bool acceptMailto = false);
 
     /// Whether the text has no scheme.

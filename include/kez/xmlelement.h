@@ -18,8 +18,8 @@ class XmlTree;
 ///
 /// *Threads*: one thread at a time, the whole tree included.
 /// *Owns*: shares its attributes, its children **and its parent**. A tree that was built by hand
-/// with parents therefore stays until somebody takes it apart: clearChildren() on its root. A tree
-/// that SimpleDom read needs nothing of the kind; see there how long its elements live.
+/// with parents therefore stays in memory until clearChildren() is called on its root. A tree that
+/// SimpleDom read goes by itself; see there how long its elements live.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT XmlElement {
 public:
@@ -31,7 +31,7 @@ public:
 
     QString name() const;
 
-    /// An empty pointer for a root.
+    /// The parent that the element was made with; an empty pointer for a root.
     std::shared_ptr<XmlElement> parent() const;
 
     /// The dictionary itself, not a copy; an empty pointer before the first attribute was set.
@@ -47,23 +47,25 @@ public:
     /// An empty pointer for an index out of range.
     std::shared_ptr<XmlElement> childAt(int index) const;
 
-    /// The element and everything below it, without an XML declaration and without a newline at the
-    /// end. `indent`: the blanks before it, its children having four more; below 0 for one line
-    /// without blanks.
+    /// The element and everything below it, without an XML declaration and without a line feed at
+    /// the end. `indent`: the number of blanks before it; its children have four more. With a
+    /// negative `indent` all is on one line without blanks.
     ///
     ///     <order            <order client="ACME" id="7"><item>Nuts</item></order>
     ///            id="7">
     ///
-    /// Attributes come in the order of their names. Nothing is escaped: what holds "&", "<" or a
-    /// double quote does not read back. An element that has a text is written without its children,
-    /// and, if it has any, with a second ">" before the text: callers rely on both.
+    /// Attributes come in the order of their names. Nothing is escaped: a name, value or text with
+    /// "&", "<" or a double quote cannot be read back. An element that has a text is written
+    /// without its children; if it has any, a second ">" comes before the text. Both are kept for
+    /// compatibility. With `indent` of 0 or more a text stands on a line of its own: when such a
+    /// document is read again, these line feeds and blanks belong to the text.
     QString toString(int indent) const;
 
     /// Replaces the attributes: local names, without prefixes. Throws Exception (DuplicateProperty)
-    /// when two differ only by their prefixes; those before the second of them are then set.
+    /// if two differ only by their prefixes; those before the second of them are then set.
     void setAttributes(QXmlStreamAttributes attributes);
 
-    /// False, and nothing changed, when the attribute exists.
+    /// Returns false and changes nothing if the attribute exists.
     bool appendAttribute(const QString& name, const QString& value);
 
     /// Replaces the value of an existing attribute and returns the one before. Throws Exception for
@@ -72,24 +74,41 @@ public:
 
     void setInnerText(const QString& text);
 
-    /// Appends the child and leaves its parent() alone: that is given when the child is made. An
+    /// Appends the child and does not change its parent(), which is set when the child is made. An
     /// empty pointer is ignored. An element must not be added below itself.
     void addChild(std::shared_ptr<XmlElement> child);
 
-    /// Takes out the children. Below an element built by hand it also takes out the children's
-    /// children and so on, so that nothing of them stays that nobody else holds; what is held keeps
-    /// its parents. What is taken out of a tree that SimpleDom read stays whole, and goes with the
-    /// tree.
+    /// Takes out all children.
+    ///
+    /// In a tree built by hand, a child that somebody else holds keeps its own children: it is held
+    /// by a pointer of the application, or by another element that has it as a child. A child that
+    /// nobody else holds goes at once, and its children are treated in the same way. Being the
+    /// parent() of an element does not count as being held: an element that nothing else holds
+    /// stays as long as its parent() links need it, but loses its children. A child that keeps its
+    /// children is a tree of its own from then on: before its last pointer goes, call
+    /// clearChildren() on it.
+    ///
+    /// In a tree that SimpleDom read, what is taken out stays whole and goes with the tree.
     void clearChildren();
+
+    /// Takes out one child and returns it with everything below it; an empty pointer for an index
+    /// out of range. Like addChild(), it does not change the child's parent(). In a tree that
+    /// SimpleDom read, the pointer is as those of childAt(): it keeps the whole tree. In a tree
+    /// built by hand, call clearChildren() on a child that is not added again.
+    std::shared_ptr<XmlElement> removeChild(int index);
 
 private:
     friend class XmlTree;
     using Children = QList<std::shared_ptr<XmlElement>>;
 
-    static std::shared_ptr<XmlElement> handedOut(const std::shared_ptr<XmlElement>& element);
-    void appendStart(QString& text, qsizetype margin) const;
-    void appendAttributes(QString& text, qsizetype margin) const;
-    void appendEnd(QString& text) const;
+    KEZ_HIDDEN static std::shared_ptr<XmlElement>
+    handedOut(const std::shared_ptr<XmlElement>& element);
+    KEZ_HIDDEN static std::shared_ptr<XmlElement> linkTo(std::shared_ptr<XmlElement> parent);
+    KEZ_HIDDEN static bool isHeldElsewhere(const std::shared_ptr<XmlElement>& element);
+    KEZ_HIDDEN static void letGo(Children elements);
+    KEZ_HIDDEN void appendStart(QString& text, qsizetype margin) const;
+    KEZ_HIDDEN void appendAttributes(QString& text, qsizetype margin) const;
+    KEZ_HIDDEN void appendEnd(QString& text) const;
 
     QString _name;
     QString _innerText;
@@ -97,8 +116,15 @@ private:
     std::shared_ptr<Properties> _attributes;
     std::shared_ptr<Children> _children;
 
-    /// The read tree that the element is part of, and the element's own place in memory, which
-    /// links inside that tree use: a link that kept the tree would keep it for ever.
+    /// The read tree that the element is part of, and the pointer to the element that links inside
+    /// that tree use. A link that owned the tree would keep it for ever.
     std::weak_ptr<XmlTree> _tree;
     std::weak_ptr<XmlElement> _self;
+
+    /// What the parent links of the elements made with this one share. Together they count as one
+    /// reference to it, so that clearChildren() can tell them from other holders.
+    std::weak_ptr<std::shared_ptr<XmlElement>> _asParent;
+
+    /// Whether the read tree keeps the element until the tree goes, even without a parent.
+    bool _isKept = false;
 };

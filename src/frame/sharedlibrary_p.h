@@ -5,19 +5,32 @@
 
 #include "failure_p.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QLibrary>
 
-/// Loads the shared library `path` for good, or throws with the caller's signature.
-/// `message(key, argument)` is the caller's way to look up the text of a key.
+/// `path` with its search prefix, if it has one, resolved, and made absolute. Nothing is cleaned: a
+/// ".." after a link means the directory above the link's target.
+inline QString absolutePath(const QString& path)
+{
+    const QFileInfo info(path);
+    if (path.isEmpty() || !info.isRelative())
+        return info.filePath();
+    return QDir::currentPath() + QLatin1Char('/') + info.filePath();
+}
+
+/// Loads the shared library `path`, which stays loaded, or throws with the caller's signature.
+/// `message(key, argument)` is how the caller looks up the text of a key.
 template <typename Message>
 void loadSharedLibrary(const QString& path, const char* signature, Message message)
 {
-    const QFileInfo info(path);
-    // Opening a fifo would wait for somebody to write to it.
-    if ((!info.isFile() && !info.isDir()) || !info.isReadable())
+    // By its absolute path: the loader searches the system for a name without "/", and tries other
+    // prefixes and suffixes first for a relative path.
+    const QFileInfo info(absolutePath(path));
+    // Opening a fifo would wait until something writes to it.
+    if ((!info.isFile() && !info.isDir()) || !info.isReadable() || !info.isNativePath())
         Failure::raise(signature, message("FileNotReadable", path));
-    QLibrary library(path);
+    QLibrary library(info.filePath());
     if (!library.isLoaded() && !library.load())
         Failure::raise(signature, message("LibLoadingFailure",
                                           path + QStringLiteral(" - ") + library.errorString()));

@@ -15,7 +15,7 @@ constexpr qsizetype UuidSize = 16;
 
 } // namespace
 
-// Sums and differences are taken unsigned: a range wider than half the type's would overflow.
+// Sums and differences are unsigned: a range wider than half that of the type would overflow.
 
 int RandomGenerator::bounded(int low, int high)
 {
@@ -41,7 +41,7 @@ qint64 RandomGenerator::bounded64(qint64 low, qint64 high)
 void RandomGenerator::fillRange(QByteArray& bytes, bool unique)
 {
     const bool distinct = unique && bytes.size() <= MostUniqueBytes;
-    // 0 counts as taken: the array is seen as zeroed before it is filled.
+    // 0 counts as taken, as if the array was filled with zeros first.
     std::bitset<256> taken(1);
     for (char& byte : bytes) {
         auto value = static_cast<quint8>(bounded(0, 256));

@@ -35,9 +35,9 @@ UidGenerator* UidGenerator::getInstance(unsigned char size, IUidVerifier* verifi
         instance._verifier = verifier;
     else
         instance._spVerifier = std::make_shared<DefaultUidVerifier>(DefaultVerifierUidSize);
-    // A parent deletes its children, and this object was not made by new.
+    // A parent deletes its children, but this object must not be deleted.
     if (parent)
-        // Directly: by the time a queued call came, the parent would have deleted the instance.
+        // Directly: a queued call would come after the parent has deleted its children.
         connect(
             parent, &QObject::destroyed, &instance, [] { instance.setParent(nullptr); },
             Qt::DirectConnection);

@@ -5,8 +5,8 @@
 
 #include <QtGlobal>
 
-/// The number of 32-bit words that are drawn for an identifier of `size` bytes: a word more than
-/// the whole words of the size where these are no multiple of 4, and always enough to cover it.
+/// The number of 32-bit words that are drawn for an identifier of `size` bytes: the whole words of
+/// the size, and one more if their number is not a multiple of 4 or if they do not cover the size.
 constexpr qsizetype uidWords(unsigned char size)
 {
     const int wholeWords = size / 4;

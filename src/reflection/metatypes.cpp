@@ -12,7 +12,7 @@ namespace {
 
 constexpr int FirstInvariantId = 10000;
 
-/// The record, or the failure of a look-up that found none.
+/// The record that a look-up found, or its failure.
 const MetaType& required(const MetaType* found, const char* signature, const char* key,
                          const QString& wanted)
 {
@@ -45,7 +45,8 @@ void* MetaTypes::instantiateFromMetaTypes(const QString& className, const QStrin
     if (!libraryPath.isEmpty())
         loadSharedLibrary(libraryPath, signature, Failure::message<QString>);
     const QMetaType type = QMetaType::fromName(className.toUtf8());
-    if (!type.isValid())
+    // Qt ignores what follows the first NUL.
+    if (!type.isValid() || className.contains(QChar::Null))
         Failure::raise(signature, Failure::completed(Failure::message("ClassNotRegistered") +
                                                          QStringLiteral(" - [%1]"),
                                                      className));
@@ -67,7 +68,7 @@ bool MetaTypes::isInvariantType(int invariantId) const
     return _namesByInvariantId.contains(invariantId);
 }
 
-// The signatures in the texts below are what callers know; one has lost its first letter, and two
+// The signatures in the texts below are kept for compatibility: one lacks its first letter, and two
 // name another function.
 
 MetaType MetaTypes::metaTypeFromClassName(const QString& className) const
@@ -232,7 +233,7 @@ void MetaTypes::takeInvariantId(int id)
         end = after.value();
         _usedRuns.erase(after);
     }
-    // Looked up again: erase() left no usable iterator behind.
+    // A new search: erase() has invalidated the iterators.
     auto before = _usedRuns.upperBound(id);
     if (before != _usedRuns.begin() && std::prev(before).value() >= id) {
         before = std::prev(before);

@@ -35,9 +35,12 @@ void DateWatcher::check()
 {
     if (!_target.isValid())
         return;
-    const qint64 remaining = QDateTime::currentDateTimeUtc().msecsTo(_target);
-    if (remaining > 0) {
-        _timer.start(static_cast<int>(std::min(remaining, LongestWait)));
+    // The difference of two moments can overflow: they are compared first.
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 wanted = _target.toMSecsSinceEpoch();
+    if (wanted > now) {
+        const qint64 next = std::min(wanted, now + LongestWait);
+        _timer.start(static_cast<int>(next - now));
         return;
     }
     const QDateTime reached = _target;

@@ -35,14 +35,14 @@ void removeSubdirectory(const QFileInfo& entry, const char* signature)
         Failure::raise(signature, Failure::libraryMessage("CannotDeleteSubdir", entry.path()));
 }
 
-/// Files are not removed, and the failure names their directory: see the declaration of
-/// cleanDirectory().
+/// Plain files are not removed, and the failure names the directory that they are in: see the
+/// declaration of cleanDirectory().
 [[noreturn]] void refuseFile(const QFileInfo& entry, const char* signature)
 {
     Failure::raise(signature, Failure::libraryMessage("CannotDeleteFile", entry.path()));
 }
 
-/// To the listing, a link to a directory is one.
+/// The listing sorts a link to a directory among the directories.
 bool isRealDirectory(const QFileInfo& entry)
 {
     return entry.isDir() && !entry.isSymLink();
@@ -153,9 +153,9 @@ quint64 FileHelper::freeSpace(const QString& path)
         Failure::raise(signature, Failure::libraryMessage("FileDoesntExist", path));
     if (!info.isFile() && !info.isDir())
         Failure::raise(signature, Failure::libraryMessage("NotFileOrDir", path));
-    // Not device().bytesFree(), which finds nothing where the table of mounts lacks the volume, as
-    // it does below a changed root.
-    const QByteArray directory = QFile::encodeName(info.isDir() ? path : info.path());
+    // Not device().bytesFree(): it finds nothing if the volume is missing from the table of mounts,
+    // which happens below a changed root.
+    const QByteArray directory = QFile::encodeName(info.isDir() ? info.filePath() : info.path());
     std::error_code failure;
     const auto space = std::filesystem::space(directory.toStdString(), failure);
     return failure ? 0 : space.free;

@@ -15,7 +15,7 @@ struct Row {
     QStringView entity;
 };
 
-// Not all of these are the entities of the HTML standard: see the comment of LATIN.
+// Some of these are not the entities of the HTML standard: see the comment of LATIN.
 constexpr std::array<Row, 100> Rows{{
     {34, u"&quot;"},    {38, u"&amp;"},     {39, u"&apos;"},    {60, u"&lt;"},
     {62, u"&gt;"},      {161, u"&iexcl;"},  {162, u"&cent;"},   {163, u"&pound;"},
@@ -52,8 +52,7 @@ constexpr std::array<QStringView, 256> entitiesByCodePoint()
     return result;
 }
 
-// Known to the compiler, so that escaping neither searches a map nor depends on when LATIN is
-// built.
+// A constant, so that escaping needs no search in a map and works before LATIN is built.
 constexpr std::array<QStringView, 256> Entities = entitiesByCodePoint();
 
 constexpr QStringView entityOf(char16_t unit)

@@ -11,7 +11,7 @@ qint64 Memory::indexOf(const unsigned char* haystack, qint64 haystackLength,
 {
     const qint64 length = std::max<qint64>(needleLength, 1);
     const qint64 start = static_cast<quint32>(from);
-    if (haystackLength - start < length)
+    if (haystackLength < length || haystackLength - length < start)
         return -1;
     const void* const found = memmem(haystack + start, static_cast<size_t>(haystackLength - start),
                                      needle, static_cast<size_t>(length));

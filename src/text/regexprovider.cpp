@@ -7,7 +7,7 @@
 
 namespace {
 
-// The patterns are interface: not even their slips may be mended.
+// The patterns are part of the interface: even their mistakes must not be fixed.
 
 constexpr const char* LineBreak = "^.*[\r|\n].*$";
 

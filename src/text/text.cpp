@@ -37,7 +37,7 @@ int digitValue(char digit)
     return -1;
 }
 
-/// The byte that the escape at `position` stands for, or -1 where there is no whole escape.
+/// The byte that the escape at `position` stands for, or -1 if there is no complete escape.
 int escapedByte(const QByteArray& text, qsizetype position)
 {
     if (text[position] != '%' || text.size() - position < 3)
@@ -114,7 +114,7 @@ QString Text::toUrlEncoding(const QString& text)
     return QString::fromLatin1(QUrl::toPercentEncoding(text));
 }
 
-// Not by QUrl::fromPercentEncoding: that makes bytes out of a "%" that no digits follow.
+// QUrl::fromPercentEncoding() decodes a "%" even if no digits follow it.
 QString Text::fromUrlEncoding(const QString& text)
 {
     QByteArray bytes = text.toUtf8();

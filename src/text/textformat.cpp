@@ -5,10 +5,12 @@
 
 #include <QLocale>
 #include <QStringTokenizer>
+#include <QtNumeric>
 
 namespace {
 
 constexpr qsizetype BytesPerRow = 16;
+constexpr int MostDecimals = 1074; // of a double
 
 QString datePattern(bool shortForm)
 {
@@ -70,7 +72,11 @@ QString Text::frenchDateTime(const QDateTime& dateTime, const QString& separator
 
 QString Text::frenchDecimalFormat(double value, int decimals)
 {
-    return frenchLocale().toString(value, 'f', decimals);
+    // The locale ends the process if the text is too long. A number has no more digits than these.
+    QString text = frenchLocale().toString(value, 'f', qMin(decimals, MostDecimals));
+    if (decimals > MostDecimals && qIsFinite(value))
+        text += QString(decimals - MostDecimals, QLatin1Char('0'));
+    return text;
 }
 
 QString Text::frenchIntegerFormat(qint64 value)

@@ -3,7 +3,7 @@
 
 #include "kez/timehelper.h"
 
-#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QThread>
 #include <QThreadStorage>
@@ -14,8 +14,8 @@
 
 namespace {
 
-/// The event loops of a thread's pauses, one per pause within a pause. They stay allocated for the
-/// next ones.
+/// The event loops of a thread's pauses, one for each pause within a pause. They stay allocated for
+/// later pauses.
 struct PauseLoops {
     std::vector<std::unique_ptr<QEventLoop>> loops;
     size_t running = 0;
@@ -33,17 +33,18 @@ PauseLoops& pauseLoops()
 
 void TimeHelper::pause(int milliseconds)
 {
+    // Without an application object an event loop prints a warning and may never end.
+    if (!QCoreApplication::instance()) {
+        QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
+        return;
+    }
+
     PauseLoops& pauses = pauseLoops();
     if (pauses.running == pauses.loops.size())
         pauses.loops.push_back(std::make_unique<QEventLoop>());
     QEventLoop& loop = *pauses.loops[pauses.running];
 
-    if (!QAbstractEventDispatcher::instance()) { // without an application object: no events
-        QThread::msleep(static_cast<unsigned long>(qMax(milliseconds, 0)));
-        return;
-    }
-
-    // A timer of this pause alone: one that was left over would end a later pause.
+    // Each pause has its own timer: one that is left over would end a later pause.
     QTimer timer;
     timer.setSingleShot(true);
     timer.setTimerType(milliseconds < 2000 ? Qt::PreciseTimer : Qt::CoarseTimer);

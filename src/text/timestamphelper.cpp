@@ -9,7 +9,7 @@ QDateTime TimestampHelper::ctimeToDateTime(quint64 seconds)
 {
     const auto time = static_cast<std::time_t>(seconds);
     std::tm local{};
-    tzset(); // localtime_r alone would miss a change of the time zone
+    tzset(); // localtime_r() does not notice a change of the time zone by itself
     if (!localtime_r(&time, &local))
         return QDateTime();
     const QString text =

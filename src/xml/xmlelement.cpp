@@ -11,14 +11,15 @@
 
 namespace {
 
-/// What an element that is being destroyed pointed to.
+/// The links of an element that is being destroyed.
 struct Links {
     std::shared_ptr<XmlElement> parent;
     std::shared_ptr<QList<std::shared_ptr<XmlElement>>> children;
 };
 
-/// The links that this thread has yet to release. The destructor that began collects those of the
-/// elements that its own links destroy, so that a tree's depth never becomes the stack's.
+/// The links that this thread still has to release. The first destructor on the stack releases them
+/// one by one, and so also those of the elements that it destroys by that. A deep tree therefore
+/// does not need a deep stack.
 thread_local std::vector<Links>* t_pending = nullptr;
 
 void release(Links links)
@@ -53,12 +54,12 @@ void appendNewLine(QString& text, qsizetype margin)
 } // namespace
 
 XmlElement::XmlElement(const QString& name, std::shared_ptr<XmlElement> parent)
-    : _name(name), _parent(std::move(parent))
+    : _name(name), _parent(linkTo(std::move(parent)))
 {}
 
 XmlElement::~XmlElement()
 {
-    // The usual case in a tree that goes: others still hold the parent, and nothing is below.
+    // The usual case in a tree that goes: the parent has other holders, and there are no children.
     if (!_children && _parent.use_count() != 1)
         return;
     release({std::move(_parent), std::move(_children)});
@@ -71,7 +72,10 @@ QString XmlElement::name() const
 
 std::shared_ptr<XmlElement> XmlElement::parent() const
 {
-    return handedOut(_parent);
+    if (!_parent)
+        return nullptr;
+    const std::shared_ptr<std::shared_ptr<XmlElement>> link = _parent->_asParent.lock();
+    return handedOut(link && haveSameOwner(link, _parent) ? *link : _parent);
 }
 
 std::shared_ptr<Properties> XmlElement::attributes() const
@@ -193,17 +197,64 @@ void XmlElement::clearChildren()
     if (const std::shared_ptr<XmlTree> tree = _tree.lock())
         tree->keep(std::move(removed));
     else
-        XmlTree::takeApart(std::move(removed));
+        letGo(std::move(removed));
 }
 
-/// An element of a read tree is handed out together with the tree.
+std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
+{
+    std::shared_ptr<XmlElement> child = childAt(index);
+    if (!child)
+        return child;
+    std::shared_ptr<XmlElement> removed = _children->takeAt(index);
+    if (const std::shared_ptr<XmlTree> tree = _tree.lock())
+        tree->keep({std::move(removed)});
+    return child;
+}
+
+/// A pointer to an element of a read tree owns that tree.
 std::shared_ptr<XmlElement> XmlElement::handedOut(const std::shared_ptr<XmlElement>& element)
 {
     const std::shared_ptr<XmlTree> tree = element ? element->_tree.lock() : nullptr;
     return tree ? std::shared_ptr<XmlElement>(tree, element.get()) : element;
 }
 
-/// The whole element if none of its children is written, else its opening tag. `margin`: as the
+/// The pointer that an element made with `parent` keeps. A pointer that owns a read tree stays as
+/// it is: XmlTree::adopt() replaces it.
+std::shared_ptr<XmlElement> XmlElement::linkTo(std::shared_ptr<XmlElement> parent)
+{
+    if (!parent || parent.use_count() == 0)
+        return parent;
+    XmlElement* const element = parent.get();
+    const std::shared_ptr<XmlTree> tree = element->_tree.lock();
+    std::shared_ptr<std::shared_ptr<XmlElement>> link = element->_asParent.lock();
+    if ((tree && haveSameOwner(parent, tree)) || (link && !haveSameOwner(parent, *link)))
+        return parent;
+    if (!link) {
+        link = std::make_shared<std::shared_ptr<XmlElement>>(std::move(parent));
+        element->_asParent = link;
+    }
+    return {std::move(link), element};
+}
+
+/// Whether anything except `element` and parent links holds the element.
+bool XmlElement::isHeldElsewhere(const std::shared_ptr<XmlElement>& element)
+{
+    const std::shared_ptr<std::shared_ptr<XmlElement>> link = element->_asParent.lock();
+    return element.use_count() > (link && haveSameOwner(element, *link) ? 2 : 1);
+}
+
+/// Releases the elements, and the children of those that nobody else holds. If an element is in the
+/// list several times, the last of these pointers decides.
+void XmlElement::letGo(Children elements)
+{
+    while (!elements.isEmpty()) {
+        const std::shared_ptr<XmlElement> element = elements.takeLast();
+        if (element->_children && element->_tree.expired() && !isHeldElsewhere(element))
+            elements.append(std::move(*std::exchange(element->_children, nullptr)));
+    }
+}
+
+/// The whole element if none of its children are written, else its opening tag. `margin` is the
 /// argument of toString().
 void XmlElement::appendStart(QString& text, qsizetype margin) const
 {

@@ -10,11 +10,9 @@
 
 namespace {
 
-template <typename Pointer>
-bool isOwnedBy(const Pointer& pointer, const std::shared_ptr<XmlTree>& tree)
-{
-    return !pointer.owner_before(tree) && !tree.owner_before(pointer);
-}
+/// The elements that this thread still has to take apart. A tree that goes can be the last holder
+/// of another tree, and so on. A long row of trees does not need a deep stack.
+thread_local QList<std::shared_ptr<XmlElement>>* t_pending = nullptr;
 
 } // namespace
 
@@ -26,8 +24,8 @@ XmlTree::~XmlTree()
 std::shared_ptr<XmlElement> XmlTree::own(const std::shared_ptr<XmlElement>& root)
 {
     const auto tree = std::make_shared<XmlTree>();
-    tree->_tops.append(root);
     adopt(tree, root);
+    tree->keep({root});
     return {tree, root.get()};
 }
 
@@ -61,12 +59,13 @@ void XmlTree::adopt(const std::shared_ptr<XmlTree>& tree,
         pending.pop_back();
         next->_tree = tree;
         next->_self = next;
-        if (isOwnedBy(next->_parent, tree))
-            next->_parent = direct(next->_parent);
+        next->_isKept = false;
+        if (haveSameOwner(next->_parent, tree))
+            next->_parent = XmlElement::linkTo(direct(next->_parent));
         if (!next->_children)
             continue;
         for (std::shared_ptr<XmlElement>& child : *next->_children) {
-            if (isOwnedBy(child, tree))
+            if (haveSameOwner(child, tree))
                 child = direct(child);
             else if (child->_tree.expired())
                 pending.push_back(child);
@@ -81,15 +80,26 @@ std::shared_ptr<XmlElement> XmlTree::direct(const std::shared_ptr<XmlElement>& e
 
 void XmlTree::keep(QList<std::shared_ptr<XmlElement>> removed)
 {
-    _tops.append(std::move(removed));
+    for (std::shared_ptr<XmlElement>& element : removed) {
+        if (element->_isKept || element->_tree.lock().get() != this)
+            continue;
+        element->_isKept = true;
+        _tops.append(std::move(element));
+    }
 }
 
 void XmlTree::takeApart(QList<std::shared_ptr<XmlElement>> elements)
 {
+    if (t_pending != nullptr) {
+        t_pending->append(std::move(elements));
+        return;
+    }
+    t_pending = &elements;
     while (!elements.isEmpty()) {
         const std::shared_ptr<XmlElement> element = elements.takeLast();
         if (!element->_tree.expired() || !element->_children)
             continue;
         elements.append(std::move(*std::exchange(element->_children, nullptr)));
     }
+    t_pending = nullptr;
 }

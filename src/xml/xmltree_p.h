@@ -9,12 +9,18 @@
 
 #include <memory>
 
-/// The owner of a tree that was read: whatever is handed out of the tree shares it, and once
-/// nothing does, it takes the links between parents and children apart.
+template <typename One, typename Other>
+bool haveSameOwner(const One& one, const Other& other)
+{
+    return !one.owner_before(other) && !other.owner_before(one);
+}
+
+/// The owner of a tree that was read. Everything that is handed out of the tree shares it; when the
+/// last such pointer goes, it takes the links between parents and children apart.
 ///
-/// Inside the tree elements point to each other directly; to the outside they are pointers to the
-/// element that own the tree. That is why a single held element keeps all of them whole, and why
-/// adding an element (by whatever kind of pointer) has to turn it into a direct link first.
+/// Inside the tree, elements point to each other directly. A pointer that is handed out points to
+/// an element and owns the tree. So a single held element keeps the whole tree, and addChild() has
+/// to turn a pointer of either kind into a direct link.
 class XmlTree {
 public:
     XmlTree() = default;
@@ -33,15 +39,15 @@ public:
     static void adopt(const std::shared_ptr<XmlTree>& tree,
                       const std::shared_ptr<XmlElement>& element);
 
-    /// The pointer to `element` that its own tree's links use; `element` itself if it is in none.
+    /// The pointer that the links inside the element's tree use; `element` itself if it is in none.
     static std::shared_ptr<XmlElement> direct(const std::shared_ptr<XmlElement>& element);
 
-    /// Keeps what an element of the tree has no longer as children: pointers to them that were
-    /// handed out own the tree and nothing else.
+    /// Keeps what was taken out of an element of the tree: a pointer that was handed out owns the
+    /// tree and not the element that it points to. Elements of other trees are released.
     void keep(QList<std::shared_ptr<XmlElement>> removed);
 
-    /// Takes the children out of `elements`, and theirs out of them, and so on, up to what is part
-    /// of a tree that lives.
+    /// Takes the children out of `elements`, then the children of these, and so on. Elements of a
+    /// tree that still lives keep theirs.
     static void takeApart(QList<std::shared_ptr<XmlElement>> elements);
 
 private:

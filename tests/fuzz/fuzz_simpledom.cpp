@@ -10,7 +10,7 @@
 
 namespace {
 
-/// The document, or null with the text that the reader gives for any failure.
+/// The document, or null after checking the text of the failure.
 template <typename Source>
 std::unique_ptr<SimpleDom> readDocument(const Source& source)
 {
@@ -33,7 +33,7 @@ QList<std::shared_ptr<XmlElement>> children(const XmlElement& element)
     return result;
 }
 
-/// Walks from an element that is held to its root and from there to all others.
+/// Walks from an element to its root and from there to all others.
 void checkTree(std::shared_ptr<XmlElement> root)
 {
     while (root->parent())
@@ -52,7 +52,8 @@ void checkTree(std::shared_ptr<XmlElement> root)
 
 } // namespace
 
-/// Any bytes in a file, and any text, are a tree whose elements outlive the document, or a failure.
+/// Any bytes in a file, and any text, give a tree whose elements outlive the document, or a
+/// failure.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     prepare();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// Any bytes, and any text, through every decoder of Text, and back through the encoders.
+// Puts any bytes and any text through the decoders and encoders of Text.
 
 #include "fuzz/inputfile.h"
 
@@ -27,7 +27,7 @@ void decodeHexa(const QByteArray& bytes, const QString& text)
 
 void decodeUrl(const QString& text)
 {
-    // A byte order mark at the beginning is not text to the UTF-8 decoder.
+    // The UTF-8 decoder drops a byte order mark at the beginning.
     const QString decoded = Text::fromUrlEncoding(text);
     const QString again = Text::fromUrlEncoding(Text::toUrlEncoding(decoded));
     require(again == decoded || decoded.startsWith(QChar(QChar::ByteOrderMark)),

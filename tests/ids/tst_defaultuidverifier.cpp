@@ -23,7 +23,7 @@ QByteArray numbered(quint64 number)
     return uid;
 }
 
-/// Answers as it was told, and counts the questions.
+/// Always gives the same answer, and counts the questions.
 class Stubborn : public DefaultUidVerifier {
 public:
     Stubborn(unsigned char uidSize, bool answer) : DefaultUidVerifier(uidSize), _answer(answer) {}
@@ -40,7 +40,7 @@ private:
     bool _answer;
 };
 
-/// Every virtual member in the form that an application overrides.
+/// Overrides every virtual member, as an application may.
 class Everything : public DefaultUidVerifier {
 public:
     Everything() : DefaultUidVerifier(1) {}

@@ -21,8 +21,7 @@ namespace {
 
 constexpr quint32 Seed = 20261121;
 
-/// The rules once more, as they are stated and drawn from Qt's own generator: what the library
-/// draws must be exactly this, value for value.
+/// The rules, applied to Qt's own generator: the library must give exactly these values.
 class Reference {
 public:
     explicit Reference(quint32 seed) : _random(seed) {}
@@ -34,7 +33,7 @@ public:
         return static_cast<int>(low + static_cast<qint64>(product >> 32));
     }
 
-    /// For spans that a signed number holds.
+    /// For spans that a signed number can hold.
     qint64 bounded64(qint64 low, qint64 high)
     {
         const qint64 span = high - low;

@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 #include "ids/uidwords_p.h"
-#include "kez/exception.h"
 #include "kez/uidgenerator.h"
 
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 
 #include <QPointer>
 #include <QSet>
@@ -20,7 +20,7 @@ static_assert(std::is_base_of_v<QObject, UidGenerator>);
 
 namespace {
 
-/// Notes every question, to show that nothing is asked while generating.
+/// Counts the questions, to show that none is asked while generating.
 class NotingVerifier : public IUidVerifier {
 public:
     bool contains(const QByteArray&) override
@@ -33,7 +33,7 @@ public:
     int questions = 0;
 };
 
-/// Gives texts in place of random bytes.
+/// Gives texts instead of random bytes.
 class Counting : public UidGenerator {
 public:
     using UidGenerator::generate;
@@ -47,16 +47,11 @@ private:
 
 QString refusal(UidGenerator& generator)
 {
-    try {
-        generator.generate();
-    } catch (const Exception& failure) {
-        return failure.parent() ? QStringLiteral("(has a parent)") : failure.detail();
-    }
-    return QString();
+    return failureText([&generator] { generator.generate(); });
 }
 
-// What the children do. Each is a process in which the first call is still to be made; its exit
-// code is the number of the check that failed.
+// What the children do. Each is a process in which no call has been made yet; its exit code stands
+// for the line of the check that failed.
 
 #define CHECK(condition)                                                                           \
     if (!(condition))                                                                              \

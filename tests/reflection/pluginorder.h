@@ -5,7 +5,7 @@
 
 #include <QMetaType>
 
-/// What the test's library makes known to Qt, under this name, and the test program does not.
+/// Registered with Qt under this name by the test's library, not by the test program.
 struct PluginOrder {
     int quantity = 42;
 };

@@ -10,6 +10,7 @@
 #include "support/files.h"
 #include "support/language.h"
 
+#include <QDir>
 #include <QMap>
 #include <QMetaType>
 #include <QRandomGenerator>
@@ -28,7 +29,7 @@
 
 namespace {
 
-/// What the test makes known to Qt.
+/// A class that the test registers with Qt.
 struct Receipt {
     QString text = QStringLiteral("new");
 };
@@ -438,6 +439,30 @@ private Q_SLOTS:
         }
     }
 
+    void libraryMayBeLeftOut()
+    {
+        void* const made = MetaTypes::instantiateFromMetaTypes(QStringLiteral("QByteArray"));
+        QVERIFY(made != nullptr);
+        QMetaType::fromType<QByteArray>().destroy(made);
+    }
+
+    void nameWithANulInsideIsUnknown_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("after the name") << QStringLiteral("QByteArray") + QChar(0);
+        QTest::newRow("followed by more") << QStringLiteral("QByteArray") + QChar(0) + u'x';
+        QTest::newRow("in front") << QChar(0) + QStringLiteral("QByteArray");
+    }
+    void nameWithANulInsideIsUnknown()
+    {
+        QFETCH(QString, name);
+        QCOMPARE(failureText([&] { MetaTypes::instantiateFromMetaTypes(name, QString()); }),
+                 InstantiatePrefix +
+                     QStringLiteral("Reflexive class not declared in the metatype "
+                                    "management mechanism - [") +
+                     name + QLatin1Char(']'));
+    }
+
     void registeredNameThatQtDoesNotKnowMakesNoInstance()
     {
         registry()->insertMetaType(QStringLiteral("Alias"), QMetaType::QString);
@@ -459,7 +484,7 @@ private Q_SLOTS:
                                     u"des méta-types - [%1 Été]"));
     }
 
-    // Before the library is loaded for good by the test below.
+    // Runs before the test below, which loads the library.
     void classOfALibraryIsUnknownWithoutIt()
     {
         QVERIFY(!QMetaType::fromName("PluginOrder").isValid());
@@ -494,7 +519,7 @@ private Q_SLOTS:
         const QTemporaryDir directory;
         const QString path = directory.filePath(QStringLiteral("lib%2.so"));
         QVERIFY(writeFile(path, content));
-        // The class is known: the library's failure comes first.
+        // The class is known, but the library is loaded first.
         const QString text = failureText(
             [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); });
         const QString start = InstantiatePrefix +
@@ -504,7 +529,7 @@ private Q_SLOTS:
         QVERIFY(text.size() > start.size());
     }
 
-    void directoryIsNoLibrary()
+    void directoryIsNotALibrary()
     {
         const QTemporaryDir directory;
         const QString text = failureText([&] {
@@ -523,6 +548,21 @@ private Q_SLOTS:
         QCOMPARE(failureText(
                      [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), path); }),
                  InstantiatePrefix + QStringLiteral("File [%1] isn't readable").arg(path));
+    }
+
+    void libraryThatIsCheckedIsTheOneLoaded()
+    {
+        const QTemporaryDir directory;
+        const QString name = QStringLiteral("libm.so.6");
+        QVERIFY(writeFile(directory.filePath(name), "this is no library"));
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(directory.path()));
+        const QString text = failureText(
+            [&] { MetaTypes::instantiateFromMetaTypes(QStringLiteral("QString"), name); });
+        QVERIFY(QDir::setCurrent(before));
+        QVERIFY2(text.startsWith(InstantiatePrefix +
+                                 QStringLiteral("Failed to load dynamic library libm.so.6 - ")),
+                 qPrintable(text));
     }
 
     void fifoIsRefusedWithoutWaiting()
@@ -563,7 +603,7 @@ private Q_SLOTS:
             isRight &= registry()->classNameFromType(i / 2) == name(i / 2 * 2);
         }
         QVERIFY(isRight);
-        // One gap after the other, each refilled: the search for it does not begin anew.
+        // One gap after the other is refilled; each search takes the same short time.
         for (int i = 0; i < Count; ++i) {
             registry()->removeMetaType(name(i));
             isRight &= registry()->nextInvariantId() == 10000 + i;

@@ -2,9 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/childprocess.h"
+#include "support/failuretext.h"
+#include "support/files.h"
 #include "support/language.h"
 
-#include <kez/exception.h>
 #include <kez/filehelper.h>
 #include <kez/identity.h>
 
@@ -18,26 +19,7 @@
 
 namespace {
 
-/// The detail of the Exception that `call` throws; empty when it throws none.
-template <typename Call>
-QString failureOf(Call call)
-{
-    try {
-        call();
-    } catch (const Exception& e) {
-        return e.detail();
-    }
-    return QString();
-}
-
-void write(const QString& path, const QByteArray& content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(content), content.size());
-}
-
-/// Prints what an ordinary user gets for the directory or file that is named.
+/// Prints what an ordinary user gets for the given directory or file.
 int child(const QStringList& arguments)
 {
     if (!becomeOrdinaryUser())
@@ -48,9 +30,9 @@ int child(const QStringList& arguments)
     QTextStream out(stdout);
     const QString& path = arguments.at(1);
     if (arguments.at(0) == QLatin1String("clean"))
-        out << failureOf([&] { FileHelper::cleanDirectory(path); });
+        out << failureText([&] { FileHelper::cleanDirectory(path); });
     else if (arguments.at(0) == QLatin1String("load"))
-        out << failureOf([&] { FileHelper::loadLibrary(path); });
+        out << failureText([&] { FileHelper::loadLibrary(path); });
     else
         out << FileHelper::permissionsMask(QFileInfo(path)) << FileHelper::canRead(path)
             << FileHelper::canWrite(path) << FileHelper::canExec(path);
@@ -94,6 +76,10 @@ private Q_SLOTS:
 
     void loadLibrary();
     void loadLibraryFailures();
+    void libraryThatIsCheckedIsTheOneLoaded_data();
+    void libraryThatIsCheckedIsTheOneLoaded();
+    void specialFilesAreNotLibraries_data();
+    void specialFilesAreNotLibraries();
 
     void repeatedKeyKeepsItsLastValue();
     void propertiesLikeTheOtherReader();
@@ -133,7 +119,7 @@ void tst_FileHelper::fileName()
 void tst_FileHelper::accessIsThatOfTheFile()
 {
     const QString name = path(QStringLiteral("access"));
-    write(name, "x");
+    QVERIFY(writeFile(name, "x"));
     QVERIFY(FileHelper::canRead(name));
     QVERIFY(FileHelper::canWrite(name));
     QVERIFY(!FileHelper::canExec(name));
@@ -162,7 +148,7 @@ void tst_FileHelper::permissionsMask()
 {
     QFETCH(int, mode);
     const QString name = path(QStringLiteral("mask"));
-    write(name, "x");
+    QVERIFY(writeFile(name, "x"));
     QCOMPARE(chmod(QFile::encodeName(name).constData(), static_cast<mode_t>(mode)), 0);
     const QString mask = FileHelper::permissionsMask(QFileInfo(name));
     QCOMPARE(mask.size(), 11);
@@ -181,7 +167,7 @@ void tst_FileHelper::permissionsOfTheUserWhoRunsTheProcess()
 {
     QVERIFY(QFile::setPermissions(_directory.path(), QFile::Permissions(0x7755)));
     const QString name = path(QStringLiteral("others"));
-    write(name, "x");
+    QVERIFY(writeFile(name, "x"));
     QCOMPARE(chmod(QFile::encodeName(name).constData(), 0604), 0);
     const ChildResult result = runChild({QStringLiteral("mask"), name});
     QCOMPARE(result.exitCode, 0);
@@ -205,7 +191,7 @@ void tst_FileHelper::missingFile()
     QFETCH(QString, signature);
     QFETCH(int, operation);
     const QFileInfo info(path(QStringLiteral("mis%1sing")));
-    const QString failure = failureOf([&] {
+    const QString failure = failureText([&] {
         switch (operation) {
         case 0:
             return FileHelper::permissionsMask(info);
@@ -226,7 +212,7 @@ void tst_FileHelper::missingFile()
 void tst_FileHelper::timesAreInTheLocalesShortFormat()
 {
     const QString name = path(QStringLiteral("times"));
-    write(name, "x");
+    QVERIFY(writeFile(name, "x"));
     {
         QFile file(name);
         QVERIFY(file.open(QIODevice::ReadWrite));
@@ -251,7 +237,7 @@ void tst_FileHelper::timesAreInTheLocalesShortFormat()
 void tst_FileHelper::listingLine()
 {
     const QString name = path(QStringLiteral("été 1.txt"));
-    write(name, "12345");
+    QVERIFY(writeFile(name, "12345"));
     QCOMPARE(chmod(QFile::encodeName(name).constData(), 0644), 0);
     const QFileInfo info(name);
     const QLocale french(QLocale::French, QLocale::France);
@@ -283,9 +269,9 @@ void tst_FileHelper::deviceFailures_data()
 
 void tst_FileHelper::deviceFailures()
 {
-    write(path(QStringLiteral("file")), "x");
+    QVERIFY(writeFile(path(QStringLiteral("file")), "x"));
     QFETCH(QString, name);
-    QCOMPARE(failureOf([&] { FileHelper::device(path(name)); }),
+    QCOMPARE(failureText([&] { FileHelper::device(path(name)); }),
              QStringLiteral("QStorageInfo FileHelper::device(const QString&) -> File [%1] is not a "
                             "directory support")
                  .arg(path(name)));
@@ -293,29 +279,33 @@ void tst_FileHelper::deviceFailures()
 
 void tst_FileHelper::freeSpaceOfAFileIsThatOfItsVolume()
 {
-    // The volume is in use: near enough is all that can be said.
+    // Others use the volume as well, so the values are only compared roughly.
     const auto isNear = [](quint64 a, quint64 b) { return qMax(a, b) - qMin(a, b) < b / 2; };
     const QString name = path(QStringLiteral("space"));
-    write(name, "x");
+    QVERIFY(writeFile(name, "x"));
     const quint64 ofFile = FileHelper::freeSpace(name);
     const quint64 ofDirectory = FileHelper::freeSpace(_directory.path());
     QVERIFY(ofFile > 0);
     const QStorageInfo volume = FileHelper::device(_directory.path());
-    if (volume.isValid()) // not so below a changed root
+    if (volume.isValid()) // it is not below a changed root
         QVERIFY(isNear(ofFile, quint64(volume.bytesFree())));
     QVERIFY(isNear(ofFile, ofDirectory));
+    QDir::setSearchPaths(QStringLiteral("volume"), {_directory.path()});
+    QVERIFY(isNear(ofFile, FileHelper::freeSpace(QStringLiteral("volume:space"))));
+    QVERIFY(isNear(ofFile, FileHelper::freeSpace(QStringLiteral("volume:."))));
+    QDir::setSearchPaths(QStringLiteral("volume"), {});
 }
 
 void tst_FileHelper::freeSpaceFailures()
 {
     const QString missing = path(QStringLiteral("missing"));
-    QCOMPARE(failureOf([&] { FileHelper::freeSpace(missing); }),
+    QCOMPARE(failureText([&] { FileHelper::freeSpace(missing); }),
              QStringLiteral("quint64 FileHelper::freeSpace(const QString&) -> File [%1] doesn't "
                             "exist")
                  .arg(missing));
     const QString fifo = path(QStringLiteral("fifo"));
     QCOMPARE(mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    QCOMPARE(failureOf([&] { FileHelper::freeSpace(fifo); }),
+    QCOMPARE(failureText([&] { FileHelper::freeSpace(fifo); }),
              QStringLiteral("quint64 FileHelper::freeSpace(const QString&) -> File [%1] is neither "
                             "a directory nor a regular file")
                  .arg(fifo));
@@ -330,7 +320,7 @@ void tst_FileHelper::cleanRemovesSubdirectories()
     }());
     QVERIFY(QDir().mkpath(folder + QStringLiteral("/a/b/c")));
     QVERIFY(QDir().mkpath(folder + QStringLiteral("/d")));
-    write(folder + QStringLiteral("/a/b/file"), "x");
+    QVERIFY(writeFile(folder + QStringLiteral("/a/b/file"), "x"));
     FileHelper::cleanDirectory(folder);
     QVERIFY(QDir(folder).isEmpty());
 }
@@ -339,7 +329,7 @@ void tst_FileHelper::cleanLeavesHiddenEntriesAlone()
 {
     const QString folder = path(QStringLiteral("hidden"));
     QVERIFY(QDir().mkpath(folder + QStringLiteral("/.secret")));
-    write(folder + QStringLiteral("/.file"), "x");
+    QVERIFY(writeFile(folder + QStringLiteral("/.file"), "x"));
     FileHelper::cleanDirectory(folder);
     QVERIFY(QFile::exists(folder + QStringLiteral("/.secret")));
     QVERIFY(QFile::exists(folder + QStringLiteral("/.file")));
@@ -349,9 +339,9 @@ void tst_FileHelper::cleanStopsAtAFile()
 {
     const QString folder = path(QStringLiteral("withfile"));
     QVERIFY(QDir().mkpath(folder + QStringLiteral("/z")));
-    write(folder + QStringLiteral("/a"), "x");
+    QVERIFY(writeFile(folder + QStringLiteral("/a"), "x"));
     QCOMPARE(
-        failureOf([&] { FileHelper::cleanDirectory(folder); }),
+        failureText([&] { FileHelper::cleanDirectory(folder); }),
         QStringLiteral("void FileHelper::cleanDirectory(const QString&) -> File [%1] cannot be "
                        "deleted")
             .arg(folder));
@@ -363,12 +353,12 @@ void tst_FileHelper::cleanNeverFollowsALink()
 {
     const QString outside = path(QStringLiteral("outside"));
     QVERIFY(QDir().mkpath(outside));
-    write(outside + QStringLiteral("/precious"), "x");
+    QVERIFY(writeFile(outside + QStringLiteral("/precious"), "x"));
     const QString folder = path(QStringLiteral("withlink"));
     QVERIFY(QDir().mkpath(folder));
     QVERIFY(QFile::link(outside, folder + QStringLiteral("/link")));
     QCOMPARE(
-        failureOf([&] { FileHelper::cleanDirectory(folder); }),
+        failureText([&] { FileHelper::cleanDirectory(folder); }),
         QStringLiteral("void FileHelper::cleanDirectory(const QString&) -> File [%1] cannot be "
                        "deleted")
             .arg(folder));
@@ -383,12 +373,12 @@ void tst_FileHelper::cleanKeepsALinkThatItIsGiven()
     const QString link = path(QStringLiteral("givenlink"));
     QVERIFY(QFile::link(folder, link));
     QCOMPARE(
-        failureOf([&] { FileHelper::cleanDirectory(link); }),
+        failureText([&] { FileHelper::cleanDirectory(link); }),
         QStringLiteral("void FileHelper::cleanDirectory(const QString&) -> File [%1] cannot be "
                        "deleted")
             .arg(link));
     QVERIFY(QFileInfo(link).isSymLink());
-    QVERIFY(!QFile::exists(folder + QStringLiteral("/z"))); // though "a" sorts before it
+    QVERIFY(!QFile::exists(folder + QStringLiteral("/z"))); // even though "a" sorts before it
     QVERIFY(QFileInfo(folder + QStringLiteral("/a")).isSymLink());
 }
 
@@ -404,10 +394,10 @@ void tst_FileHelper::cleanFailures_data()
 
 void tst_FileHelper::cleanFailures()
 {
-    write(path(QStringLiteral("file")), "x");
+    QVERIFY(writeFile(path(QStringLiteral("file")), "x"));
     QFETCH(QString, name);
     QFETCH(QString, message);
-    QCOMPARE(failureOf([&] { FileHelper::cleanDirectory(path(name)); }),
+    QCOMPARE(failureText([&] { FileHelper::cleanDirectory(path(name)); }),
              QStringLiteral("void FileHelper::cleanDirectory(const QString&) -> ") +
                  message.arg(path(name)));
 }
@@ -427,7 +417,7 @@ void tst_FileHelper::cleanAsOrdinaryUser()
     const QString parent = path(QStringLiteral("writable"));
     const QString locked = parent + QStringLiteral("/locked");
     QVERIFY(QDir().mkpath(locked));
-    write(locked + QStringLiteral("/file"), "x");
+    QVERIFY(writeFile(locked + QStringLiteral("/file"), "x"));
     QCOMPARE(chmod(QFile::encodeName(parent).constData(), 0777), 0);
     QCOMPARE(chmod(QFile::encodeName(locked).constData(), 0555), 0);
     const ChildResult failed = runChild({QStringLiteral("clean"), parent});
@@ -448,17 +438,12 @@ void tst_FileHelper::loadLibraryFailures()
 {
     const QString signature = QStringLiteral("void FileHelper::loadLibrary(const QString&) -> ");
     const QString missing = path(QStringLiteral("missing.so"));
-    QCOMPARE(failureOf([&] { FileHelper::loadLibrary(missing); }),
+    QCOMPARE(failureText([&] { FileHelper::loadLibrary(missing); }),
              signature + QStringLiteral("File [%1] isn't readable").arg(missing));
 
-    const QString fifo = path(QStringLiteral("fifo.so"));
-    QCOMPARE(mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    QCOMPARE(failureOf([&] { FileHelper::loadLibrary(fifo); }),
-             signature + QStringLiteral("File [%1] isn't readable").arg(fifo));
-
     const QString rubbish = path(QStringLiteral("rubbish.so"));
-    write(rubbish, "this is no library");
-    const QString failure = failureOf([&] { FileHelper::loadLibrary(rubbish); });
+    QVERIFY(writeFile(rubbish, "this is no library"));
+    const QString failure = failureText([&] { FileHelper::loadLibrary(rubbish); });
     QVERIFY2(failure.startsWith(signature + QStringLiteral("Failed to load dynamic library ") +
                                 rubbish + QStringLiteral(" - ")),
              qUtf8Printable(failure));
@@ -470,10 +455,103 @@ void tst_FileHelper::loadLibraryFailures()
              signature + QStringLiteral("File [%1] isn't readable").arg(rubbish));
 }
 
+void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("content");
+    const QString library = QStringLiteral(ORDER_PLUGIN);
+    QTest::newRow("a text with the name of a system library")
+        << QStringLiteral("libm.so.6") << QString();
+    QTest::newRow("a library") << QStringLiteral("libhere.so") << library;
+    QTest::newRow("a library without suffix") << QStringLiteral("here") << library;
+    QTest::newRow("a library below a directory") << QStringLiteral("below/libhere.so") << library;
+    QTest::newRow("a text beside a library") << QStringLiteral("text") << QString();
+    QTest::newRow("a text beside a library, with a path") << QStringLiteral("./text") << QString();
+    QTest::newRow("a text beside a library, below a directory")
+        << QStringLiteral("below/text") << QString();
+    QTest::newRow("a library behind a link") << QStringLiteral("link/../behind.so") << library;
+    QTest::newRow("a search path") << QStringLiteral("libraries:libhere.so") << library;
+    QTest::newRow("a text found by a search path")
+        << QStringLiteral("libraries:libm.so.6") << QString();
+}
+
+void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, content);
+    const QTemporaryDir directory;
+    QVERIFY(QDir(directory.path()).mkpath(QStringLiteral("below/deep")));
+    QVERIFY(QFile::link(directory.filePath(QStringLiteral("below/deep")),
+                        directory.filePath(QStringLiteral("link"))));
+    QVERIFY(writeFile(directory.filePath(QStringLiteral("behind.so")), "not this one"));
+    const auto place = [&directory](const QString& file) {
+        return directory.filePath(file.section(QLatin1Char(':'), -1));
+    };
+    // What the loader finds if it completes the name.
+    for (const char* other : {"text.so", "libtext.so", "below/text.so", "below/libtext.so"})
+        QVERIFY(QFile::copy(QStringLiteral(ORDER_PLUGIN), place(QLatin1String(other))));
+    if (content.isEmpty())
+        QVERIFY(writeFile(place(name), "this is no library"));
+    else
+        QVERIFY(QFile::copy(content, place(name)));
+
+    const QString before = QDir::currentPath();
+    QDir::setSearchPaths(QStringLiteral("libraries"), {directory.path()});
+    QVERIFY(QDir::setCurrent(directory.path()));
+    const QString failure = failureText([&] { FileHelper::loadLibrary(name); });
+    QVERIFY(QDir::setCurrent(before));
+    QDir::setSearchPaths(QStringLiteral("libraries"), {});
+
+    if (content.isEmpty()) {
+        const QString start = QStringLiteral("void FileHelper::loadLibrary(const QString&) -> "
+                                             "Failed to load dynamic library ") +
+                              name + QStringLiteral(" - ");
+        QVERIFY2(failure.startsWith(start), qUtf8Printable(failure));
+        QVERIFY2(failure.contains(directory.path()), qUtf8Printable(failure));
+    } else {
+        QCOMPARE(failure, QString());
+        const QByteArray maps = readFile(QStringLiteral("/proc/self/maps"));
+        QVERIFY(maps.contains(QFile::encodeName(QFileInfo(place(name)).canonicalFilePath())));
+    }
+}
+
+void tst_FileHelper::specialFilesAreNotLibraries_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("message");
+    const QString notReadable = QStringLiteral("File [%1] isn't readable");
+    QTest::newRow("a fifo") << path(QStringLiteral("fifo.so")) << notReadable;
+    QTest::newRow("a link to a fifo") << path(QStringLiteral("link.so")) << notReadable;
+    QTest::newRow("a broken link") << path(QStringLiteral("broken.so")) << notReadable;
+    QTest::newRow("a device") << QStringLiteral("/dev/null") << notReadable;
+    QTest::newRow("a resource") << QStringLiteral(":/library.so") << notReadable;
+    QTest::newRow("nothing") << QString() << notReadable;
+    QTest::newRow("a directory") << path(QStringLiteral("directory.so"))
+                                 << QStringLiteral("Failed to load dynamic library %1 - ");
+}
+
+void tst_FileHelper::specialFilesAreNotLibraries()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, message);
+    const auto make = [](const QString& made, const QString& target) {
+        return QFileInfo(made).isSymLink() || QFile::link(target, made);
+    };
+    QVERIFY(QDir().mkpath(path(QStringLiteral("directory.so"))));
+    QVERIFY(QFile::exists(path(QStringLiteral("fifo.so"))) ||
+            mkfifo(QFile::encodeName(path(QStringLiteral("fifo.so"))).constData(), 0600) == 0);
+    QVERIFY(make(path(QStringLiteral("link.so")), path(QStringLiteral("fifo.so"))));
+    QVERIFY(make(path(QStringLiteral("broken.so")), path(QStringLiteral("none.so"))));
+    const QString failure = failureText([&] { FileHelper::loadLibrary(name); });
+    const QString expected =
+        QStringLiteral("void FileHelper::loadLibrary(const QString&) -> ") + message.arg(name);
+    QVERIFY2(failure.startsWith(expected), qUtf8Printable(failure));
+}
+
 void tst_FileHelper::repeatedKeyKeepsItsLastValue()
 {
     const QString name = path(QStringLiteral("repeated.properties"));
-    write(name, "a=1\nb=2\na=3\n");
+    QVERIFY(writeFile(name, "a=1\nb=2\na=3\n"));
     QCOMPARE(FileHelper::loadProperties(name, 0),
              (Dictionnary{{QStringLiteral("a"), QStringLiteral("3")},
                           {QStringLiteral("b"), QStringLiteral("2")}}));
@@ -482,13 +560,13 @@ void tst_FileHelper::repeatedKeyKeepsItsLastValue()
 void tst_FileHelper::propertiesLikeTheOtherReader()
 {
     const QString name = path(QStringLiteral("rules.properties"));
-    write(name, "\n   \n   # note\n  x = y  \nkey=\n=value\nplain\na#b=c=d\n");
+    QVERIFY(writeFile(name, "\n   \n   # note\n  x = y  \nkey=\n=value\nplain\na#b=c=d\n"));
     QCOMPARE(FileHelper::loadProperties(name, 0),
              (Dictionnary{{QStringLiteral("x "), QStringLiteral(" y")},
                           {QStringLiteral("key"), QString()},
                           {QString(), QStringLiteral("value")},
                           {QStringLiteral("a#b"), QStringLiteral("c=d")}}));
-    write(name, "ab=cd=ef\n");
+    QVERIFY(writeFile(name, "ab=cd=ef\n"));
     QCOMPARE(FileHelper::loadProperties(name, 5),
              (Dictionnary{{QStringLiteral("ab"), QStringLiteral("cd")},
                           {QString(), QStringLiteral("ef")}}));
@@ -499,9 +577,9 @@ void tst_FileHelper::propertiesFailures()
     const QString signature =
         QStringLiteral("Dictionnary FileHelper::loadProperties(const QString&, qint64) -> ");
     const QString missing = path(QStringLiteral("missing"));
-    QCOMPARE(failureOf([&] { FileHelper::loadProperties(missing, 0); }),
+    QCOMPARE(failureText([&] { FileHelper::loadProperties(missing, 0); }),
              signature + QStringLiteral("File [%1] doesn't exist").arg(missing));
-    QCOMPARE(failureOf([&] { FileHelper::loadProperties(_directory.path(), 0); }),
+    QCOMPARE(failureText([&] { FileHelper::loadProperties(_directory.path(), 0); }),
              signature + QStringLiteral("File [%1] cannot be modified").arg(_directory.path()));
 }
 

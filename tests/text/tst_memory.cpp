@@ -6,6 +6,8 @@
 #include <QByteArray>
 #include <QTest>
 
+#include <limits>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -21,7 +23,7 @@ qint64 indexOf(const QByteArray& haystack, const QByteArray& needle, qint64 from
     return Memory::indexOf(bytes(haystack), haystack.size(), bytes(needle), needle.size(), from);
 }
 
-/// Bytes that end right before memory that must not be touched.
+/// Bytes that are followed by memory that must not be read.
 class GuardedBytes {
 public:
     explicit GuardedBytes(const QByteArray& content)
@@ -57,6 +59,8 @@ private Q_SLOTS:
     void needleLengthOfZeroSearchesFirstByte();
     void startCountsInItsLow32Bits();
     void longerNeedleReadsNothing();
+    void haystackOfNoLengthIsNotRead_data();
+    void haystackOfNoLengthIsNotRead();
     void readsNothingBeyondHaystack();
     void searchesRepetitiveBytesInLinearTime();
 };
@@ -115,6 +119,30 @@ void tst_Memory::startCountsInItsLow32Bits()
 void tst_Memory::longerNeedleReadsNothing()
 {
     QCOMPARE(Memory::indexOf(nullptr, 2, nullptr, 3, 0), qint64(-1));
+}
+
+void tst_Memory::haystackOfNoLengthIsNotRead_data()
+{
+    QTest::addColumn<qint64>("haystackLength");
+    QTest::addColumn<qint64>("needleLength");
+    QTest::addColumn<qint64>("from");
+    constexpr qint64 Least = std::numeric_limits<qint64>::min();
+    constexpr qint64 Greatest = std::numeric_limits<qint64>::max();
+    QTest::newRow("zero") << qint64(0) << qint64(0) << qint64(0);
+    QTest::newRow("negative") << qint64(-1) << qint64(1) << qint64(0);
+    QTest::newRow("least") << Least << qint64(1) << qint64(0);
+    QTest::newRow("least, from a later start") << Least << qint64(1) << qint64(1);
+    QTest::newRow("least, from the latest start") << Least + 10 << qint64(1) << qint64(-1);
+    QTest::newRow("least, needle of least length") << Least << Least << qint64(100);
+    QTest::newRow("needle of greatest length") << qint64(3) << Greatest << qint64(-1);
+}
+
+void tst_Memory::haystackOfNoLengthIsNotRead()
+{
+    QFETCH(qint64, haystackLength);
+    QFETCH(qint64, needleLength);
+    QFETCH(qint64, from);
+    QCOMPARE(Memory::indexOf(nullptr, haystackLength, nullptr, needleLength, from), qint64(-1));
 }
 
 void tst_Memory::readsNothingBeyondHaystack()

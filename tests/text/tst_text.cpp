@@ -1,6 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+// Without the implicit conversions to QString; tst_textformat is built with them.
+#define QT_NO_CAST_FROM_ASCII
+
 #include "kez/text.h"
 
 #include <QTest>
@@ -24,7 +27,7 @@ QByteArray everyByte()
     return bytes;
 }
 
-/// The same by printf, byte for byte.
+/// The expected text, written by printf byte for byte.
 QString printedHexa(const QByteArray& bytes, const char* format, const QString& separator)
 {
     QStringList pairs;
@@ -33,7 +36,7 @@ QString printedHexa(const QByteArray& bytes, const char* format, const QString& 
     return pairs.join(separator);
 }
 
-/// An array whose last byte is the last one that may be read: AddressSanitizer sees a step beyond.
+/// An array without any memory behind its last byte: AddressSanitizer reports a read beyond it.
 class ExactArray {
 public:
     explicit ExactArray(const QByteArray& bytes)
@@ -63,6 +66,8 @@ private Q_SLOTS:
     void base64IsReadLeniently();
     void base64SurvivesEveryLength();
     void stringFromBase64ReadsUtf8();
+    void base64TakesLiterals();
+    void base64OfANullPointerIsEmpty();
 
     void hexa_data();
     void hexa();
@@ -205,6 +210,31 @@ void TestText::stringFromBase64ReadsUtf8()
     const QString damaged = Text::toBase64(QByteArray("a\xff"));
     QCOMPARE(Text::stringFromBase64(damaged), QStringLiteral("a\uFFFD"));
     QCOMPARE(stringFromBase64(QByteArray()), QString());
+}
+
+void TestText::base64TakesLiterals()
+{
+    QCOMPARE(Text::toBase64("Kez"), QStringLiteral("S2V6"));
+    QCOMPARE(Text::toBase64("\xc3\xa9\xe2\x82\xac"), Text::toBase64(QStringLiteral("é€")));
+    QCOMPARE(Text::toBase64(""), QString());
+    QCOMPARE(Text::bytesFromBase64(""), QByteArray());
+    QCOMPARE(Text::bytesFromBase64("S2V6"), QByteArray("Kez"));
+    QCOMPARE(Text::stringFromBase64("w6nigqw="), QStringLiteral("é€"));
+    QCOMPARE(stringFromBase64("w6nigqw="), QStringLiteral("é€"));
+    QCOMPARE(Text::stringFromBase64(QByteArray("w6nigqw=")), QStringLiteral("é€"));
+    const char array[] = "S2V6";
+    const char* const pointer = array;
+    QCOMPARE(Text::bytesFromBase64(array), QByteArray("Kez"));
+    QCOMPARE(Text::stringFromBase64(pointer), QStringLiteral("Kez"));
+}
+
+void TestText::base64OfANullPointerIsEmpty()
+{
+    const char* const none = nullptr;
+    QCOMPARE(Text::toBase64(none), QString());
+    QCOMPARE(Text::bytesFromBase64(none), QByteArray());
+    QCOMPARE(Text::stringFromBase64(none), QString());
+    QCOMPARE(Text::toBase64({}), QString());
 }
 
 void TestText::hexa_data()

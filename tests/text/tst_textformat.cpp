@@ -10,14 +10,26 @@
 
 #include <climits>
 #include <cstdio>
+#include <limits>
 #include <memory>
+#include <new>
+#include <type_traits>
+
+#include <sys/resource.h>
+
+// Calls with literals, with the implicit conversions to QString that tst_text does without.
+static_assert(std::is_same_v<decltype(Text::toBase64("Kez")), QString>);
+static_assert(std::is_same_v<decltype(Text::bytesFromBase64("")), QByteArray>);
+static_assert(std::is_same_v<decltype(Text::stringFromBase64("")), QString>);
+static_assert(std::is_same_v<decltype(Text::stringFromBase64(QByteArray())), QString>);
+static_assert(std::is_same_v<decltype(stringFromBase64("")), QString>);
 
 namespace {
 
 constexpr qsizetype HundredMegabytes = 100'000'000;
 constexpr char16_t GroupSeparator = u'\u202F';
 
-/// The table once more, as rows of consecutive code points.
+/// The expected table, written as rows of consecutive code points.
 QMap<int, QString> expectedEntities()
 {
     const QList<QPair<int, QString>> ranges{
@@ -54,7 +66,7 @@ QMap<int, QString> expectedEntities()
     return entities;
 }
 
-/// Seen before main(): what other static objects find in the library.
+/// Initialised before main(): what static objects of an application find in the library.
 const qsizetype RowsBeforeMain = LATIN.size();
 const QString EscapedBeforeMain = Text::latinToEscapedHtml(QStringLiteral("<é>"));
 
@@ -79,7 +91,7 @@ QByteArray printed(const char* format, Arguments... arguments)
     return text;
 }
 
-/// A dump, field by field as printf writes it.
+/// A dump, written by printf field by field.
 QByteArray printedDump(const QByteArray& bytes)
 {
     QByteArray text;
@@ -114,9 +126,25 @@ QProcessEnvironment environmentWithLang(const QString& lang)
     return environment;
 }
 
-/// Prints what depends on the system's language, one text per line.
-int printDates(const QStringList&)
+/// The process has memory for much fewer decimals.
+int formatMostDecimals()
 {
+    const rlimit limit{rlim_t(1) << 30, rlim_t(1) << 30};
+    if (setrlimit(RLIMIT_AS, &limit) != 0)
+        return 2;
+    try {
+        Text::frenchDecimalFormat(1.5, INT_MAX);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return 1;
+}
+
+/// Prints the texts that depend on the system's language, one per line.
+int child(const QStringList& arguments)
+{
+    if (arguments.contains(QStringLiteral("decimals")))
+        return formatMostDecimals();
     const QDateTime moment(QDate(2026, 3, 9), QTime(8, 5, 4, 7), Qt::UTC);
     const QStringList texts{Text::frenchDate(moment.date(), false),
                             Text::frenchDate(moment.date(), true),
@@ -155,6 +183,9 @@ private Q_SLOTS:
 
     void decimalFormat_data();
     void decimalFormat();
+    void decimalsBeyondTheLastDigitAreZeros_data();
+    void decimalsBeyondTheLastDigitAreZeros();
+    void moreDecimalsThanMemoryHoldsAreABadAllocation();
     void integerFormat_data();
     void integerFormat();
     void numbersIgnoreTheDefaultLocale();
@@ -408,6 +439,37 @@ void TestTextFormat::decimalFormat()
 
     expected.replace(QLatin1Char('_'), QChar(GroupSeparator));
     QCOMPARE(Text::frenchDecimalFormat(value, decimals), expected);
+}
+
+void TestTextFormat::decimalsBeyondTheLastDigitAreZeros_data()
+{
+    QTest::addColumn<double>("value");
+    using Limits = std::numeric_limits<double>;
+    QTest::newRow("one and a half") << 1.5;
+    QTest::newRow("a tenth") << -0.1;
+    QTest::newRow("smallest") << Limits::denorm_min();
+    QTest::newRow("greatest") << Limits::max();
+    QTest::newRow("infinite") << Limits::infinity();
+    QTest::newRow("not a number") << Limits::quiet_NaN();
+}
+
+void TestTextFormat::decimalsBeyondTheLastDigitAreZeros()
+{
+    QFETCH(const double, value);
+
+    const QLocale french(QLocale::French, QLocale::France);
+    for (const int decimals : {1073, 1074, 1075, 5000})
+        QCOMPARE(Text::frenchDecimalFormat(value, decimals), french.toString(value, 'f', decimals));
+}
+
+void TestTextFormat::moreDecimalsThanMemoryHoldsAreABadAllocation()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    QSKIP("The sanitizer itself needs more memory than the child may have.");
+#endif
+    const ChildResult result = runChild({QStringLiteral("decimals")});
+    QVERIFY2(!result.crashed, result.err.constData());
+    QCOMPARE(result.exitCode, 0);
 }
 
 void TestTextFormat::integerFormat_data()
@@ -762,5 +824,5 @@ void TestTextFormat::hundredMegabytesOfDump()
     QCOMPARE(std::ftell(file.get()), expected);
 }
 
-KEZ_TEST_MAIN_WITH_CHILDREN(TestTextFormat, printDates)
+KEZ_TEST_MAIN_WITH_CHILDREN(TestTextFormat, child)
 #include "tst_textformat.moc"

@@ -6,6 +6,7 @@
 #include <kez/timestamphelper.h>
 
 #include <support/childprocess.h>
+#include <support/environmentguard.h>
 
 #include <QElapsedTimer>
 #include <QMetaType>
@@ -36,7 +37,11 @@ private Q_SLOTS:
     void timestampShortLong_data();
     void timestampShortLong();
 
+    void localTimeThatDaylightSavingSkipsIsInvalid();
+
     void watcherSignalsPastTargetAtOnce();
+    void watcherTakesAnyMoment_data();
+    void watcherTakesAnyMoment();
     void watcherSignalsOncePerTarget();
     void watcherWaitsForTarget();
     void watcherRechecksLongWaitsEveryMinute();
@@ -104,8 +109,8 @@ void tst_TimeHelpers::pauseThatWasCutShortLeavesNothingBehind()
     });
     thread.start();
     QVERIFY(thread.wait(10000));
-    // A thread that was told to quit runs no further loop: at once, or for the whole time, but
-    // never until the timer of the first pause.
+    // A thread that was told to quit runs no other loop: the second pause ends at once or takes its
+    // whole time, but does not end with the timer of the first pause.
     QVERIFY2(second < 60 || second >= 249, qPrintable(QString::number(second)));
 }
 
@@ -127,6 +132,7 @@ void tst_TimeHelpers::pauseWithoutApplication()
     const ChildResult child = runChild({});
     QVERIFY(child.finished);
     QCOMPARE(child.exitCode, 0);
+    QCOMPARE(child.err, QByteArray());
 }
 
 void tst_TimeHelpers::ctimeCountsMonthsFromZero_data()
@@ -201,6 +207,24 @@ void tst_TimeHelpers::timestampShortLong()
     QVERIFY2(!text.contains(moment.timeZoneAbbreviation()), qUtf8Printable(text));
 }
 
+void tst_TimeHelpers::localTimeThatDaylightSavingSkipsIsInvalid()
+{
+    const EnvironmentGuard zone("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+    const QDateTime april(QDate(2025, 4, 30), QTime(2, 30));
+    QVERIFY(april.isValid());
+    const auto seconds = static_cast<quint64>(april.toSecsSinceEpoch());
+    QVERIFY(TimestampHelper::ctimeToDateTime(seconds - 3600).isValid());
+    QVERIFY(!TimestampHelper::ctimeToDateTime(seconds).isValid()); // 30 March, 2:30
+    QVERIFY(TimestampHelper::ctimeToDateTime(seconds + 3600).isValid());
+
+    DateWatcher watcher;
+    QSignalSpy reached(&watcher, &DateWatcher::timestampReached);
+    watcher.watch(QDateTime(QDate(2025, 3, 30), QTime(2, 30)));
+    QCOMPARE(reached.size(), 0);
+    watcher.watch(QDateTime(QDate(2025, 3, 30), QTime(1, 30)));
+    QCOMPARE(reached.size(), 1);
+}
+
 void tst_TimeHelpers::watcherSignalsPastTargetAtOnce()
 {
     DateWatcher watcher;
@@ -209,6 +233,34 @@ void tst_TimeHelpers::watcherSignalsPastTargetAtOnce()
     watcher.watch(target);
     QCOMPARE(reached.size(), 1);
     QCOMPARE(reached.first().first().toDateTime(), target);
+}
+
+void tst_TimeHelpers::watcherTakesAnyMoment_data()
+{
+    QTest::addColumn<QDateTime>("target");
+    QTest::addColumn<bool>("isPast");
+    using Limits = std::numeric_limits<qint64>;
+    const auto moment = [](qint64 milliseconds) {
+        return QDateTime::fromMSecsSinceEpoch(milliseconds, Qt::UTC);
+    };
+    QTest::newRow("least") << moment(Limits::min()) << true;
+    QTest::newRow("near the least") << moment(Limits::min() + 1000) << true;
+    QTest::newRow("before the epoch") << moment(-1) << true;
+    QTest::newRow("the epoch") << moment(0) << true;
+    QTest::newRow("near the greatest") << moment(Limits::max() - 1000) << false;
+    QTest::newRow("greatest") << moment(Limits::max()) << false;
+}
+
+void tst_TimeHelpers::watcherTakesAnyMoment()
+{
+    QFETCH(QDateTime, target);
+    QFETCH(bool, isPast);
+    QVERIFY(target.isValid());
+    DateWatcher watcher;
+    QSignalSpy reached(&watcher, &DateWatcher::timestampReached);
+    watcher.watch(target);
+    QCOMPARE(reached.size(), isPast ? 1 : 0);
+    QCOMPARE(watcher.findChild<QTimer*>()->isActive(), !isPast);
 }
 
 void tst_TimeHelpers::watcherSignalsOncePerTarget()
@@ -243,7 +295,8 @@ void tst_TimeHelpers::watcherRechecksLongWaitsEveryMinute()
     QVERIFY(timer->isSingleShot());
     QCOMPARE(timer->timerType(), Qt::PreciseTimer);
     QCOMPARE(timer->interval(), 60000);
-    watcher.watch(QDateTime::currentDateTime().addYears(5000)); // beyond what an int counts
+    watcher.watch(
+        QDateTime::currentDateTime().addYears(5000)); // more milliseconds than an int holds
     QCOMPARE(timer->interval(), 60000);
 }
 
@@ -291,13 +344,20 @@ void tst_TimeHelpers::watcherIsAMetaType()
 
 namespace {
 
-/// Ends, without an application object, after the time that was asked for.
+/// Without an application object, each pause takes the requested time.
 int pauseAlone(const QStringList&)
 {
     QElapsedTimer elapsed;
     elapsed.start();
     TimeHelper::pause(20);
-    return elapsed.elapsed() >= 19 ? 0 : 1;
+    bool isLong = elapsed.elapsed() >= 19;
+    const std::unique_ptr<QThread> thread(QThread::create([&] {
+        elapsed.start();
+        TimeHelper::pause(20);
+        isLong = isLong && elapsed.elapsed() >= 19;
+    }));
+    thread->start();
+    return thread->wait() && isLong ? 0 : 1;
 }
 
 } // namespace

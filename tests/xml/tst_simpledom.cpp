@@ -15,7 +15,9 @@
 #include <QThread>
 #include <QXmlStreamReader>
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 
 #include <unistd.h>
 
@@ -29,7 +31,7 @@ namespace {
 
 using Element = std::shared_ptr<XmlElement>;
 
-/// Counts the elements that are there.
+/// An element that counts the existing ones.
 class Counted : public XmlElement {
 public:
     explicit Counted(const QString& name, const Element& parent = nullptr)
@@ -47,7 +49,7 @@ Element counted(const char* name, const Element& parent = nullptr)
     return std::make_shared<Counted>(QString::fromLatin1(name), parent);
 }
 
-/// Sees an element of a read tree without holding it.
+/// Observes an element of a read tree without holding it.
 std::weak_ptr<Properties> watch(const Element& element)
 {
     return element->attributes();
@@ -63,7 +65,7 @@ QString readingFailure(const QString& xml)
     return failureText([&] { SimpleDom{xml}; });
 }
 
-/// What the stream reader itself says about the document.
+/// What the stream reader reports for the document.
 QString readersError(QXmlStreamReader& reader)
 {
     while (!reader.atEnd())
@@ -90,7 +92,7 @@ private:
     bool _isOpen = false;
 };
 
-/// The reading end of a pipe that holds these bytes and ends after them.
+/// The reading end of a pipe that contains these bytes and is closed after them.
 class Pipe {
 public:
     explicit Pipe(const QByteArray& bytes)
@@ -122,6 +124,43 @@ qint64 residentBytes()
 {
     const QList<QByteArray> fields = readFile(QStringLiteral("/proc/self/statm")).split(' ');
     return fields.value(1).toLongLong() * sysconf(_SC_PAGESIZE);
+}
+
+constexpr std::pair<const char*, QStringConverter::Encoding> Encodings[] = {
+    {"UTF-8", QStringConverter::Utf8},       {"UTF-16LE", QStringConverter::Utf16LE},
+    {"UTF-16BE", QStringConverter::Utf16BE}, {"UTF-32LE", QStringConverter::Utf32LE},
+    {"UTF-32BE", QStringConverter::Utf32BE},
+};
+
+/// Reads up to three bytes in every way.
+void checkFewBytes(const QByteArray& bytes, QFile& file)
+{
+    const QByteArray content = bytes.startsWith("\xef\xbb\xbf") ? bytes.mid(3) : bytes;
+    const bool isMark = bytes == "\xff\xfe" || bytes == "\xfe\xff";
+    const bool isPrologue = isMark || std::all_of(content.begin(), content.end(), [](char byte) {
+                                return byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n';
+                            });
+    const auto check = [&](const char* way, const auto& read) {
+        const QString text = failureText(read);
+        const bool isRight = isPrologue
+                                 ? text.isNull()
+                                 : text.startsWith(QStringLiteral("***** Error encountered: "));
+        QVERIFY2(isRight, qPrintable(QString::fromLatin1(way) + QLatin1Char(' ') +
+                                     QString::fromLatin1(bytes.toHex()) + QLatin1Char(' ') + text));
+    };
+    QVERIFY(file.resize(0) && file.seek(0) && file.write(bytes) == bytes.size() && file.seek(0));
+    check("file", [&] { SimpleDom{&file}; });
+    check("device", [&] {
+        QVERIFY(file.seek(0));
+        QXmlStreamReader reader(&file);
+        SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+    });
+    if (isMark) // UTF-16: without device it counts as markup
+        return;
+    check("bytes", [&] {
+        QXmlStreamReader reader(bytes);
+        SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+    });
 }
 
 const QString Declaration = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
@@ -187,7 +226,6 @@ private Q_SLOTS:
     {
         const QString expected = QStringLiteral("<root>\n    <item a=\"1\"\n          b=\"2\">\n"
                                                 "        Hello\n    </item>\n    <end/>\n</root>");
-        // The ">" of the text's own line comes after the attributes.
         for (const char* xml :
              {"<root><item b=\"2\" a=\"1\">Hello</item><end/></root>",
               "<root>\n<item\n b='2'   a='1'>Hello</item>\n\n\t<end />   </root>"})
@@ -212,6 +250,25 @@ private Q_SLOTS:
         QCOMPARE(first(dom, "c")->parent(), root);
     }
 
+    void rootIsHandedOut()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b/></a>"));
+        Element root = dom->root();
+        QCOMPARE(root, first(*dom, "a"));
+        QCOMPARE(root->parent(), nullptr);
+        const auto watched = watch(first(*dom, "b"));
+        dom.reset();
+        QCOMPARE(root->toString(-1), QStringLiteral("<a><b/></a>"));
+        root.reset();
+        QVERIFY(watched.expired());
+    }
+
+    void documentWithoutElementHasNoRoot()
+    {
+        const SimpleDom dom(Declaration);
+        QCOMPARE(dom.root(), nullptr);
+    }
+
     // Searches
 
     void searchIsInDocumentOrder()
@@ -232,7 +289,7 @@ private Q_SLOTS:
         QCOMPARE(found.at(1)->parent(), found.at(0));
     }
 
-    void prefixIsNoPartOfTheName()
+    void prefixIsNotPartOfTheName()
     {
         const SimpleDom dom(QStringLiteral("<a xmlns:x='urn:x'><x:item/></a>"));
         QCOMPARE(dom.elementsByName(QStringLiteral("item")).size(), 1);
@@ -275,18 +332,148 @@ private Q_SLOTS:
     void prologueInOtherEncodings_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        const QString declaration = QStringLiteral("<?xml version=\"1.0\"?>\n");
-        QTest::newRow("nothing") << QByteArray();
-        QTest::newRow("UTF-8 with its mark") << encoded(declaration, QStringConverter::Utf8);
-        QTest::newRow("UTF-16LE") << encoded(declaration, QStringConverter::Utf16LE);
-        QTest::newRow("UTF-16BE") << encoded(declaration, QStringConverter::Utf16BE);
+        QTest::addColumn<bool>("isPrologue");
+        QTest::newRow("nothing") << QByteArray() << true;
+        const QString declaration = QStringLiteral("<?xml version=\"1.0\"?>");
+        for (const auto& [name, encoding] : Encodings) {
+            const auto row = [&, name = name, encoding = encoding](const char* what,
+                                                                   const QString& text,
+                                                                   const QByteArray& end = {}) {
+                QTest::addRow("%s, %s", name, what)
+                    << encoded(text, encoding) + end << end.isEmpty();
+            };
+            row("its mark", QString());
+            row("a blank", QStringLiteral(" "));
+            row("blanks", QStringLiteral(" \t\r\n\n"));
+            row("a declaration", declaration);
+            row("a declaration and blanks", declaration + QStringLiteral("\r\n \t"));
+            row("many blanks", declaration + QString(12000, QLatin1Char(' ')));
+            row("a cut character", QString(), "\xf0");
+            row("blanks and a cut character", QStringLiteral("    "), "\xf0");
+            row("a declaration and a cut character", declaration, "\xf0");
+        }
+        for (const auto encoding : {QStringConverter::Utf16LE, QStringConverter::Utf16BE}) {
+            const QByteArray bytes = encoded(declaration, encoding).mid(2);
+            QTest::addRow("UTF-16 without its mark, %d", encoding) << bytes << true;
+            QTest::addRow("UTF-16 cut in its last character, %d", encoding)
+                << bytes.chopped(1) << false;
+            QTest::addRow("half a blank in UTF-16, %d", encoding)
+                << encoded(QStringLiteral(" "), encoding).chopped(1) << false;
+        }
     }
     void prologueInOtherEncodings()
     {
         QFETCH(QByteArray, bytes);
+        QFETCH(bool, isPrologue);
+        const QString expected =
+            isPrologue ? QString()
+                       : QStringLiteral("***** Error encountered: Premature end of document.");
         OpenFile document(bytes);
         QVERIFY(document.isOpen());
-        QCOMPARE(SimpleDom(document.file()).toString(false), QString());
+        QCOMPARE(failureText([&] { QCOMPARE(SimpleDom(document.file()).root(), nullptr); }),
+                 expected);
+        QVERIFY(document.file()->atEnd());
+        Pipe piped(bytes);
+        QVERIFY(piped.isOpen());
+        QCOMPARE(failureText([&] { QCOMPARE(SimpleDom(piped.file()).root(), nullptr); }), expected);
+    }
+
+    void fewBytesAreAPrologueOrAFailure_data()
+    {
+        QTest::addColumn<int>("count");
+        QTest::newRow("one") << 1;
+        QTest::newRow("two") << 2;
+        QTest::newRow("three") << 3;
+    }
+    void fewBytesAreAPrologueOrAFailure()
+    {
+        QFETCH(int, count);
+        // Alone, every byte; two and three of those that have a meaning in XML or in an encoding.
+        QByteArray alphabet("\0\n <>ab\xc3\xe9\xef\xbb\xbf\xfe\xff", 14);
+        for (int byte = 0; count == 1 && byte < 256; ++byte)
+            alphabet.append(char(byte));
+        QByteArray bytes(count, alphabet.at(0));
+        QList<qsizetype> letters(count, 0);
+        const QTemporaryDir directory;
+        QFile file(directory.filePath(QStringLiteral("few.xml")));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        for (qsizetype place = 0; place < count;) {
+            checkFewBytes(bytes, file);
+            if (QTest::currentTestFailed())
+                return;
+            for (place = 0; place < count; ++place) {
+                letters[place] = (letters[place] + 1) % alphabet.size();
+                bytes[place] = alphabet.at(letters[place]);
+                if (letters[place] != 0)
+                    break;
+            }
+        }
+    }
+
+    void fewCharactersAreAPrologueOrAFailure()
+    {
+        for (char16_t c = 1; c < 0x180; ++c) {
+            const QString text(1, QChar(c));
+            const bool isBlank = QStringLiteral(" \t\r\n").contains(text);
+            QCOMPARE(readingFailure(text).isEmpty(), isBlank);
+            QCOMPARE(readingFailure(text + text).isEmpty(), isBlank);
+        }
+        QVERIFY(readingFailure(QString(1, QChar(0xfeff))).isEmpty());
+    }
+
+    void readerWithoutDeviceIsLeftAtItsEnd_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("nothing") << QByteArray();
+        QTest::newRow("a blank") << QByteArray(" ");
+        QTest::newRow("blanks") << QByteArray("\t \t \t ");
+        QTest::newRow("many blanks") << QByteArray(50000, ' ');
+        QTest::newRow("line feeds") << QByteArray("\n\n\n\n");
+        QTest::newRow("a mark") << QByteArray("\xef\xbb\xbf");
+        QTest::newRow("a declaration") << Declaration.toLatin1();
+        QTest::newRow("a declaration and a line feed") << Declaration.toLatin1() + '\n';
+        QTest::newRow("a declaration and blanks") << Declaration.toLatin1() + " \r\n\t";
+    }
+    void readerWithoutDeviceIsLeftAtItsEnd()
+    {
+        QFETCH(QByteArray, bytes);
+        const auto check = [](QXmlStreamReader& reader, QXmlStreamReader& untouched,
+                              const QByteArray& more) {
+            SimpleDom dom(QStringLiteral("<x/>"));
+            dom.readDom(reader);
+            QCOMPARE(dom.root(), nullptr);
+            readersError(untouched);
+            QCOMPARE(reader.tokenType(), untouched.tokenType());
+            QCOMPARE(reader.error(), untouched.error());
+            QCOMPARE(reader.lineNumber(), untouched.lineNumber());
+            QCOMPARE(reader.namespaceProcessing(), untouched.namespaceProcessing());
+            reader.addData(more);
+            dom.readDom(reader);
+            QCOMPARE(dom.toString(false), QStringLiteral("<a><b/></a>"));
+        };
+        const QByteArray more =
+            bytes.isEmpty() ? QByteArray("<?xml version='1.0'?><a><b/></a>") : "<a><b/></a>";
+        QXmlStreamReader ofBytes(bytes);
+        QXmlStreamReader sameBytes(bytes);
+        check(ofBytes, sameBytes, more);
+        QXmlStreamReader ofText(QString::fromUtf8(bytes));
+        QXmlStreamReader sameText(QString::fromUtf8(bytes));
+        ofText.setNamespaceProcessing(false);
+        sameText.setNamespaceProcessing(false);
+        check(ofText, sameText, more);
+    }
+
+    void declarationLeavesAReaderWithoutDeviceUntouched()
+    {
+        for (const QString& end : {QString(), QStringLiteral("\n"), QStringLiteral("\n\n")}) {
+            QXmlStreamReader reader(Declaration + end);
+            QXmlStreamReader untouched(Declaration + end);
+            readersError(untouched);
+            SimpleDom(QStringLiteral("<x/>")).readDom(reader);
+            QCOMPARE(reader.characterOffset(), untouched.characterOffset());
+            QCOMPARE(reader.columnNumber(), untouched.columnNumber());
+            QCOMPARE(reader.lineNumber(), untouched.lineNumber());
+        }
     }
 
     void documentThatBreaksOffEarly_data()
@@ -304,6 +491,9 @@ private Q_SLOTS:
         QTest::newRow("in the document type")
             << Declaration + QStringLiteral("<!DOCTYPE a [ <!ENTITY x \"1\"> ");
         QTest::newRow("after the document type") << QStringLiteral("<!DOCTYPE a>\n");
+        QTest::newRow("at the beginning of a document type") << QStringLiteral("<!DOCTYPE a [");
+        QTest::newRow("in a document type with blanks")
+            << Declaration + QStringLiteral("<!DOCTYPE a [") + QString(50000, QLatin1Char(' '));
         QTest::newRow("in the root") << QStringLiteral("<root>");
         QTest::newRow("in a text") << QStringLiteral("<root><item>Hello");
         QTest::newRow("in an end tag") << QStringLiteral("<root></root");
@@ -314,6 +504,10 @@ private Q_SLOTS:
         const QString expected =
             QStringLiteral("***** Error encountered: Premature end of document.");
         QCOMPARE(readingFailure(xml), expected);
+        SimpleDom dom(QStringLiteral("<x/>"));
+        QXmlStreamReader reader(xml.toUtf8());
+        QCOMPARE(failureText([&] { dom.readDom(reader); }), expected);
+        QCOMPARE(dom.toString(false), QStringLiteral("<x/>"));
         OpenFile plain(xml.toUtf8());
         QVERIFY(plain.isOpen());
         QCOMPARE(failureText([&] { SimpleDom{plain.file()}; }), expected);
@@ -452,6 +646,17 @@ private Q_SLOTS:
         QCOMPARE(document.file()->readAll(), QByteArray("<a><b></a>"));
     }
 
+    void prologueInATransactionOfItsOwn()
+    {
+        OpenFile document(Declaration.toLatin1());
+        QVERIFY(document.isOpen());
+        document.file()->startTransaction();
+        QCOMPARE(SimpleDom(document.file()).root(), nullptr);
+        QVERIFY(document.file()->isTransactionStarted());
+        document.file()->rollbackTransaction();
+        QCOMPARE(document.file()->readAll(), Declaration.toLatin1());
+    }
+
     void fileWithATransactionOfItsOwn()
     {
         OpenFile document("<a/>");
@@ -575,7 +780,7 @@ private Q_SLOTS:
                      QStringLiteral("***** Error encountered: Premature end of document."));
     }
 
-    // Lives
+    // Lifetime
 
     void elementsOfATemporaryAreWhole()
     {
@@ -644,6 +849,21 @@ private Q_SLOTS:
         QVERIFY(!root.expired() && !leaf.expired());
         dom.reset();
         QVERIFY(root.expired() && leaf.expired());
+    }
+
+    void pointersOfATreeShareAnOwner()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b/><c/></a>"));
+        const Element b = first(*dom, "b");
+        const Element c = first(*dom, "c");
+        QVERIFY(b != c);
+        QVERIFY(!b.owner_before(c) && !c.owner_before(b));
+        QVERIFY(b.use_count() == c.use_count());
+
+        Element removed = dom->root()->removeChild(0);
+        const std::weak_ptr<XmlElement> watched = removed;
+        removed.reset();
+        QVERIFY(!watched.expired());
     }
 
     void copiesShareTheTree()
@@ -721,7 +941,7 @@ private Q_SLOTS:
             const Element branch = counted("branch", b);
             branch->addChild(counted("twig", branch));
             branch->childAt(0)->addChild(counted("leaf", b));
-            branch->addChild(first(*dom, "c")); // of the same tree, held from outside so far
+            branch->addChild(first(*dom, "c")); // of the same tree, by a pointer that owns it
             b->addChild(branch);
         }
         QCOMPARE(first(*dom, "branch")->toString(-1),
@@ -845,6 +1065,68 @@ private Q_SLOTS:
         QVERIFY(!watched.expired());
     }
 
+    void removedChildStaysWholeWhileItIsHeld()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c k=\"1\"/></b><d/></a>"));
+        const auto leaf = watch(first(*dom, "c"));
+        Element removed = dom->root()->removeChild(0);
+        QCOMPARE(dom->toString(false), QStringLiteral("<a><d/></a>"));
+        QVERIFY(dom->elementsByName(QStringLiteral("c")).isEmpty());
+        QCOMPARE(dom->root()->removeChild(1), nullptr);
+        dom.reset();
+        QCOMPARE(removed->toString(-1), QStringLiteral("<b><c k=\"1\"/></b>"));
+        QCOMPARE(removed->parent()->toString(-1), QStringLiteral("<a><d/></a>"));
+        removed.reset();
+        QVERIFY(leaf.expired());
+    }
+
+    void removedChildMayBeAddedElsewhere()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b><d/></a>"));
+        const auto watched = watch(dom->root());
+        dom->root()->childAt(1)->addChild(dom->root()->removeChild(0));
+        QCOMPARE(dom->toString(false), QStringLiteral("<a><d><b><c/></b></d></a>"));
+        Element top = counted("top");
+        top->addChild(dom->root()->childAt(0)->removeChild(0));
+        dom.reset();
+        QCOMPARE(top->toString(-1), QStringLiteral("<top><b><c/></b></top>"));
+        QVERIFY(!watched.expired());
+        top->removeChild(0);
+        QVERIFY(watched.expired());
+    }
+
+    void addedElementIsTakenOutOfTheTreeWhole()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a/>"));
+        {
+            const Element made = counted("new");
+            made->addChild(counted("below", made));
+            dom->root()->addChild(made);
+        }
+        Element removed = dom->root()->removeChild(0);
+        QCOMPARE(removed->toString(-1), QStringLiteral("<new><below/></new>"));
+        QCOMPARE(Counted::s_count, 2);
+        dom.reset();
+        QCOMPARE(removed->childAt(0)->parent(), removed);
+        removed.reset();
+        QCOMPARE(Counted::s_count, 0);
+    }
+
+    void elementOfAnotherTreeIsTakenOutWhole()
+    {
+        const SimpleDom dom(QStringLiteral("<a/>"));
+        dom.root()->addChild(SimpleDom(QStringLiteral("<x><y k=\"1\"/></x>")).root());
+        Element removed = dom.root()->removeChild(0);
+        const auto watched = watch(removed->childAt(0));
+        QCOMPARE(removed->toString(-1), QStringLiteral("<x><y k=\"1\"/></x>"));
+        removed.reset();
+        QVERIFY(watched.expired());
+        dom.root()->addChild(SimpleDom(QStringLiteral("<x><y/></x>")).root());
+        const auto cleared = watch(dom.root()->childAt(0)->childAt(0));
+        dom.root()->clearChildren();
+        QVERIFY(cleared.expired());
+    }
+
     void removedElementsGoWithTheTree()
     {
         auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b><d/></a>"));
@@ -903,6 +1185,27 @@ private Q_SLOTS:
         QVERIFY(watched.expired());
     }
 
+    void lengthOfARowOfTreesIsNotTheStacks()
+    {
+        bool isReleased = false;
+        const std::unique_ptr<QThread> thread(QThread::create([&isReleased] {
+            SimpleDom dom(QStringLiteral("<a/>"));
+            const auto watched = watch(dom.root());
+            for (int i = 1; i < 20000; ++i) {
+                const SimpleDom above(QStringLiteral("<a/>"));
+                above.root()->addChild(dom.root());
+                dom = above;
+            }
+            const bool isHeld = !watched.expired();
+            dom = SimpleDom(QStringLiteral("<a/>"));
+            isReleased = isHeld && watched.expired();
+        }));
+        thread->setStackSize(256 * 1024);
+        thread->start();
+        QVERIFY(thread->wait());
+        QVERIFY(isReleased);
+    }
+
     void deepFailureIsReleased()
     {
         QCOMPARE(readingFailure(QStringLiteral("<n>").repeated(200000)),
@@ -938,13 +1241,36 @@ private Q_SLOTS:
             }
             return true;
         };
-        // The sanitizer keeps freed memory, and finds what was not freed by itself.
+        // The sanitizer keeps freed memory, and reports by itself what was not freed.
         const int count = IsSanitized ? 10000 : 200000;
         QVERIFY(read(count / 20));
         const qint64 before = residentBytes();
         QVERIFY(before > 0);
         QVERIFY(read(count));
         const qint64 growth = residentBytes() - before;
+        if (!IsSanitized)
+            QVERIFY2(growth < 2 * 1024 * 1024, qPrintable(QString::number(growth)));
+    }
+
+    void movingElementsInALoopLeavesNothingBehind()
+    {
+        const SimpleDom dom(QStringLiteral("<a><b/><c/></a>"));
+        const Element root = dom.root();
+        const auto move = [&](int count) {
+            for (int i = 0; i < count; ++i) {
+                root->addChild(root->removeChild(0));
+                const Element child = root->childAt(0);
+                root->clearChildren();
+                root->addChild(child);
+                root->addChild(child);
+            }
+        };
+        move(1000);
+        const qint64 before = residentBytes();
+        QVERIFY(before > 0);
+        move(300000);
+        const qint64 growth = residentBytes() - before;
+        QCOMPARE(root->chidrenCount(), 2);
         if (!IsSanitized)
             QVERIFY2(growth < 2 * 1024 * 1024, qPrintable(QString::number(growth)));
     }

@@ -16,7 +16,7 @@ namespace {
 
 using Element = std::shared_ptr<XmlElement>;
 
-/// Counts the elements that are there.
+/// An element that counts the existing ones.
 class Counted : public XmlElement {
 public:
     explicit Counted(const QString& name, const Element& parent = nullptr)
@@ -34,7 +34,7 @@ Element leaf(const char* name)
     return std::make_shared<XmlElement>(QString::fromUtf8(name), nullptr);
 }
 
-/// A new element that knows its parent and that its parent knows.
+/// A new element with a link to its parent, and added to it.
 template <typename Type = XmlElement>
 Element childOf(const Element& parent, const char* name)
 {
@@ -43,7 +43,7 @@ Element childOf(const Element& parent, const char* name)
     return child;
 }
 
-/// `depth` elements below each other, with links in both directions.
+/// `depth` elements, each the only child of the one before, with links in both directions.
 template <typename Type = XmlElement>
 Element chain(int depth)
 {
@@ -62,7 +62,7 @@ QXmlStreamAttributes attributes(const QList<std::pair<const char*, const char*>>
     return result;
 }
 
-/// toString() as it is defined, by recursion.
+/// What toString() must return, computed by recursion.
 QString expectedText(const XmlElement& element, int indent)
 {
     const bool pretty = indent >= 0;
@@ -174,7 +174,7 @@ private Q_SLOTS:
         QCOMPARE(othersChild->parent(), other);
     }
 
-    void emptyPointerIsNoChild()
+    void emptyPointerIsNotAdded()
     {
         const Element root = leaf("root");
         root->addChild(nullptr);
@@ -388,7 +388,7 @@ private Q_SLOTS:
         }
     }
 
-    // Lives
+    // Lifetime
 
     void childKeepsItsParent()
     {
@@ -420,31 +420,235 @@ private Q_SLOTS:
         QCOMPARE(Counted::s_count, 0);
     }
 
-    void heldElementSurvivesTakingApartWithItsParents()
+    // Taking apart
+
+    void heldGrandchildKeepsItsChildren()
     {
-        const Element root = chain<Counted>(5);
+        Element root = chain<Counted>(5);
         Element held = root->childAt(0)->childAt(0);
         root->clearChildren();
         QVERIFY(!root->hasChild());
-        QCOMPARE(Counted::s_count, 3);
-        QVERIFY(!held->hasChild());
+        QCOMPARE(held->toString(-1), QStringLiteral("<n><n><n/></n></n>"));
+        QCOMPARE(held->childAt(0)->parent(), held);
         QCOMPARE(held->parent()->parent(), root);
         QVERIFY(!held->parent()->hasChild());
+        QCOMPARE(Counted::s_count, 5);
+
         root->addChild(held);
-        QCOMPARE(root->childAt(0), held);
+        QCOMPARE(root->toString(-1), QStringLiteral("<n><n><n><n/></n></n></n>"));
+        held.reset();
         root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+        root.reset();
+    }
+
+    void movedChildKeepsWhatIsBelowIt()
+    {
+        const Element from = leaf("from");
+        childOf(childOf(from, "child"), "grandchild");
+        const Element to = leaf("to");
+        {
+            const Element child = from->childAt(0);
+            from->clearChildren();
+            to->addChild(child);
+        }
+        QCOMPARE(from->toString(-1), QStringLiteral("<from/>"));
+        QCOMPARE(to->toString(-1), QStringLiteral("<to><child><grandchild/></child></to>"));
+        to->clearChildren();
+    }
+
+    void childBelowTwoTreesStaysWholeInTheOther()
+    {
+        const Element one = std::make_shared<Counted>(QStringLiteral("one"));
+        const Element two = std::make_shared<Counted>(QStringLiteral("two"));
+        const std::weak_ptr<XmlElement> shared = [&] {
+            const Element child = childOf<Counted>(one, "shared");
+            childOf<Counted>(childOf<Counted>(child, "below"), "deep");
+            two->addChild(child);
+            return child;
+        }();
+        one->clearChildren();
+        QCOMPARE(two->toString(-1), QStringLiteral("<two><shared><below><deep/></below></shared>"
+                                                   "</two>"));
+        QCOMPARE(Counted::s_count, 5);
+        two->clearChildren();
+        QVERIFY(shared.expired());
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    void childOfAHeldElementIsHeld()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        const Element held = childOf<Counted>(root, "held");
+        childOf<Counted>(childOf<Counted>(held, "shared"), "below");
+        root->addChild(held->childAt(0));
+        root->clearChildren();
+        QCOMPARE(held->toString(-1), QStringLiteral("<held><shared><below/></shared></held>"));
+        held->clearChildren();
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    /// A parent link keeps the parent, but the parent does not count as held.
+    void parentThatNobodyHoldsLosesItsChildren_data()
+    {
+        QTest::addColumn<bool>("isAdded");
+        QTest::newRow("its child is held") << true;
+        QTest::newRow("an element made with it, but never added, is held") << false;
+    }
+    void parentThatNobodyHoldsLosesItsChildren()
+    {
+        QFETCH(bool, isAdded);
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        Element held;
+        {
+            const Element between = childOf<Counted>(root, "between");
+            held = std::make_shared<Counted>(QStringLiteral("held"), between);
+            if (isAdded)
+                between->addChild(held);
+            childOf<Counted>(childOf<Counted>(between, "other"), "below");
+        }
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 3);
+        QCOMPARE(held->parent()->toString(-1), QStringLiteral("<between/>"));
         held.reset();
         QCOMPARE(Counted::s_count, 1);
     }
 
-    void sharedChildIsTakenApartOnce()
+    void parentObtainedFromAChildIsHeld()
     {
         const Element root = std::make_shared<Counted>(QStringLiteral("root"));
-        const Element branch = childOf<Counted>(root, "branch");
-        for (int i = 0; i < 3; ++i)
-            branch->addChild(childOf<Counted>(root, "shared"));
+        Element parent = childOf<Counted>(childOf<Counted>(root, "parent"), "child")->parent();
         root->clearChildren();
+        QCOMPARE(parent->toString(-1), QStringLiteral("<parent><child/></parent>"));
+        parent->clearChildren();
+        parent.reset();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void elementListedElsewhereThanBelowItsParentGoes()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        {
+            const Element branch = childOf<Counted>(root, "branch");
+            const Element twig = childOf<Counted>(branch, "twig");
+            twig->addChild(std::make_shared<Counted>(QStringLiteral("leaf"), branch));
+            root->addChild(std::make_shared<Counted>(QStringLiteral("end"), twig));
+        }
+        QCOMPARE(Counted::s_count, 5);
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void sameElementTwiceInAListGoesOnce()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        {
+            const Element branch = childOf<Counted>(root, "branch");
+            for (int i = 0; i < 3; ++i) {
+                branch->addChild(childOf<Counted>(root, "shared"));
+                root->addChild(branch);
+            }
+            childOf<Counted>(branch, "end");
+        }
+        QCOMPARE(Counted::s_count, 6);
+        root->clearChildren();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void heldElementTwiceInAListKeepsItsChildren()
+    {
+        const Element root = leaf("root");
+        const Element held = childOf(root, "held");
+        childOf(held, "child");
+        root->addChild(held);
+        root->clearChildren();
+        QCOMPARE(held->toString(-1), QStringLiteral("<held><child/></held>"));
+        held->clearChildren();
+    }
+
+    void removedChildIsWhole()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        for (const char* name : {"a", "b", "c"})
+            childOf<Counted>(childOf<Counted>(root, name), "below");
+        const Element b = root->childAt(1);
+        QCOMPARE(root->removeChild(1), b);
+        QCOMPARE(b->toString(-1), QStringLiteral("<b><below/></b>"));
+        QCOMPARE(b->parent(), root);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><a><below/></a><c><below/></c></root>"));
+        root->removeChild(1)->clearChildren();
+        root->addChild(b);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><a><below/></a><b><below/></b></root>"));
+        root->clearChildren();
+        b->clearChildren();
         QCOMPARE(Counted::s_count, 2);
+    }
+
+    void removedChildGoesWithItsLastPointer()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        childOf<Counted>(root, "child");
+        QCOMPARE(Counted::s_count, 2);
+        root->removeChild(0);
+        QCOMPARE(Counted::s_count, 1);
+        QVERIFY(!root->hasChild());
+        QCOMPARE(root->toString(-1), QStringLiteral("<root/>"));
+    }
+
+    void removingTakesOneOfSeveralPlaces()
+    {
+        const Element root = leaf("root");
+        const Element child = leaf("child");
+        root->addChild(child);
+        root->addChild(leaf("between"));
+        root->addChild(child);
+        QCOMPARE(root->removeChild(0), child);
+        QCOMPARE(root->toString(-1), QStringLiteral("<root><between/><child/></root>"));
+    }
+
+    void nothingIsRemovedOutOfRange()
+    {
+        const Element root = leaf("root");
+        QCOMPARE(root->removeChild(0), nullptr);
+        root->addChild(leaf("child"));
+        for (int outside : {-1, 1, INT_MIN, INT_MAX})
+            QCOMPARE(root->removeChild(outside), nullptr);
+        QCOMPARE(root->chidrenCount(), 1);
+    }
+
+    /// Any graph of children and parents: what can be reached from a held element, down the lists
+    /// of children, stays as it is; everything else goes, or has lost its children.
+    void whatIsHeldStaysAndAllElseGoes()
+    {
+        QRandomGenerator random(11);
+        for (int round = 0; round < 500; ++round) {
+            QList<Element> all{std::make_shared<Counted>(QStringLiteral("root"))};
+            for (int i = 1; i < 20; ++i) {
+                const Element above = all.at(random.bounded(i));
+                const Element parent = random.bounded(3) > 0 ? above : all.at(random.bounded(i));
+                all.append(std::make_shared<Counted>(QString::number(i), parent));
+                above->addChild(all.last());
+                if (random.bounded(4) == 0)
+                    all.at(random.bounded(i))->addChild(all.last());
+            }
+            QList<Element> held;
+            for (int i = random.bounded(4); i > 0; --i)
+                held.append(all.at(1 + random.bounded(19)));
+            QStringList texts;
+            for (const Element& element : std::as_const(held))
+                texts.append(element->toString(-1));
+            const Element root = all.first();
+            all.clear();
+
+            root->clearChildren();
+            QCOMPARE(root->toString(-1), QStringLiteral("<root/>"));
+            for (int i = 0; i < held.size(); ++i)
+                QCOMPARE(held.at(i)->toString(-1), texts.at(i));
+            for (const Element& element : std::as_const(held))
+                element->clearChildren();
+            held.clear();
+            QCOMPARE(Counted::s_count, 1);
+        }
     }
 
     // Size
