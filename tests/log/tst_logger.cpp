@@ -4,12 +4,13 @@
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
 #include "support/environmentguard.h"
+#include "support/failuretext.h"
 #include "support/language.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
-#include <kez/exception.h>
 #include <kez/initlib.h>
 #include <kez/logger.h>
 
@@ -44,40 +45,20 @@ void countingFormatter(Level, const QString& msg, QString& out)
     out = msg;
 }
 
-void levelFormatter(Level level, const QString& msg, QString& out)
-{
-    out = QString::number(level) + QLatin1Char(':') + msg;
-}
-
 void throwingFormatter(Level, const QString&, QString&)
 {
     throw std::bad_alloc();
 }
 
-/// The text of the exception that a logger of that name throws; empty when it throws none.
+/// The text of the exception that a logger of that name throws; null if it throws none.
 QString constructorFailure(const QString& name)
 {
-    try {
-        const Logger logger(name, 0, 0, Century, LoggerLevel::debug);
-    } catch (const Exception& exception) {
-        return exception.detail();
-    }
-    return {};
+    return failureText([&name] { const Logger logger(name, 0, 0, Century, LoggerLevel::debug); });
 }
 
 QString duplicateFailure(Logger& logger)
 {
-    try {
-        logger.duplicateLogFile();
-    } catch (const Exception& exception) {
-        return exception.detail();
-    }
-    return {};
-}
-
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
+    return failureText([&logger] { logger.duplicateLogFile(); });
 }
 
 /// The path that a descriptor stands for.
@@ -156,7 +137,7 @@ int childAppending(const QString& name, const QString& tag, int lines)
     return 0;
 }
 
-/// What a program that the process executes finds open below `directory`.
+/// Executes a program that lists the descriptors it inherits.
 int childExec(const QString& name)
 {
     Logger logger(name, 0, 0, Century, LoggerLevel::debug);
@@ -478,7 +459,8 @@ private Q_SLOTS:
             argument = ring.file(0);
             QVERIFY(QDir().mkdir(argument));
         } else if (situation == QLatin1String("create")) {
-            // A link to nowhere: it does not exist, and refuses to be created anew.
+            // A link to nowhere: for the file system it does not exist, and cannot be created
+            // either.
             directory = ring.path();
             argument = ring.file(0);
             QVERIFY(QFile::link(ring.path() + QStringLiteral("/nowhere"), argument));

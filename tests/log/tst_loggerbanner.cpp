@@ -20,11 +20,6 @@ using Level = LoggerLevel::LogLevel;
 
 constexpr quint32 Century = 36500;
 
-void levelFormatter(Level level, const QString& msg, QString& out)
-{
-    out = QString::number(level) + QLatin1Char(':') + msg;
-}
-
 struct QuietLogger : Logger {
     explicit QuietLogger(const LogRing& ring, Level filter = LoggerLevel::debug)
         : Logger(ring.name(), 0, 0, Century, filter, levelFormatter)
@@ -33,7 +28,7 @@ struct QuietLogger : Logger {
     }
 };
 
-/// The records of a banner, all of them at level info, without that level.
+/// The records of a banner without their level, which is info for all of them.
 QStringList records(const LogRing& ring)
 {
     QStringList result;
@@ -52,7 +47,8 @@ QString hexadecimal(quintptr value)
 
 const QString Address = QStringLiteral("0x[0-9a-f]+");
 
-/// Whether the description is these eleven lines, each of them a pattern.
+/// The first line that does not match its pattern, or the whole description if their numbers
+/// differ.
 QString mismatch(const QString& description, const QStringList& patterns)
 {
     const QStringList lines = description.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
