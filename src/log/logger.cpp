@@ -4,6 +4,7 @@
 #include "kez/logger.h"
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
+#include "log/loggerkeys_p.h"
 #include "log/logring_p.h"
 
 #include <QDebug>
@@ -44,6 +45,22 @@ QString ringPattern(const QString& fileName)
     return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
 }
 
+/// The same files, whatever the working directory is later.
+QString absolutePattern(const QString& pattern)
+{
+    if (pattern.startsWith(QLatin1Char('/')))
+        return pattern;
+    const qsizetype slash = pattern.lastIndexOf(QLatin1Char('/'));
+    // A search prefix ("logs:") is replaced by its directory, as it was for checkDirectory().
+    const QString directory = QFileInfo(pattern.left(slash)).filePath();
+    const QString absolute = directory + pattern.sliced(slash);
+    if (absolute.startsWith(QLatin1Char('/')))
+        return absolute;
+    const QString current = QDir::currentPath();
+    // Not cleaned: behind a symbolic link, ".." leads elsewhere.
+    return current.isEmpty() ? absolute : current + QLatin1Char('/') + absolute;
+}
+
 } // namespace
 
 Logger::Logger()
@@ -56,12 +73,12 @@ Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 t
                LoggerLevel::LogLevel filter, LogFormatter lineFormatter)
     : _formatter(orDefault(lineFormatter)),
       _spFileName(std::make_shared<QString>(ringPattern(fileName))),
-      _maxSize(maxSize == 0 ? 1048576 : maxSize),
+      _maxSize(maxSize == 0 ? LoggerKeys::MaxSizeForZero : maxSize),
       _timeout(timeout),
-      _kept(kept == 0 ? 5 : kept),
+      _kept(kept == 0 ? LoggerKeys::KeptForZero : kept),
       _filter(filter),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>())
+      _spRing(std::make_shared<Ring>(absolutePattern(*_spFileName)))
 {
     try {
         openNewestFile();
@@ -250,16 +267,17 @@ void Logger::closeDuplicatedHandle()
 void Logger::openNewestFile()
 {
     const unsigned int index = lookForLastFile();
-    const QString path = ringFileName(index);
     _spRing->last = index;
-    if (QFile::exists(path)) {
+    if (QFile::exists(ringFileName(index))) {
         if (!openRingFile(index, QIODevice::NotOpen))
-            Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
+            Failure::raise(ConstructorSignature,
+                           Failure::message("FileAppendFailure", shownFileName(index)));
         duplicateLogFile();
         if (needsRotate())
             _spRing->last = rotation(index);
     } else if (!openRingFile(index, QIODevice::NewOnly)) {
-        Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
+        Failure::raise(ConstructorSignature,
+                       Failure::message("FileCreatingFailure", shownFileName(index)));
     }
 }
 
@@ -268,7 +286,8 @@ void Logger::openNewestFile()
 bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
 {
     const QByteArray& bytes = _spRing->encoded(line);
-    if (isTooOldOrReaches(bytes.size() + (_spRing->endsInsideLine ? 1 : 0)))
+    const qint64 size = bytes.size() + (_spRing->endsInsideLine ? 1 : 0);
+    if (_spRing->isTooOldOrReaches(size, _maxSize))
         _spRing->last = rotation(_spRing->last);
     if (_spRing->file)
         return _spRing->append(bytes);

@@ -21,7 +21,11 @@ struct Logger::Ring {
     /// How long to wait for the mutex.
     static constexpr std::chrono::milliseconds LockWait{300};
 
-    ~Ring() = default; // closes the file; the stream is left to whoever was handed it
+    /// `absolutePattern`: the files' names as absolute paths, with "%d" for the index.
+    explicit Ring(const QString& absolutePattern = QString()) : pattern(absolutePattern) {}
+
+    /// Closes the file. The stream stays open for its holder.
+    ~Ring() = default;
 
     /// Makes `opened` the current file and learns what cannot change while it is open.
     void setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays);
@@ -29,8 +33,9 @@ struct Logger::Ring {
     /// The file's size in the file system at this moment: others may append to it.
     qint64 size() const;
 
-    /// Whether the file is `timeoutDays` old or more.
-    bool isTooOld() const;
+    /// Whether there is a current file that must be left before `extraBytes` are appended: it is as
+    /// old as the age limit, or would reach `maxSize`.
+    bool isTooOldOrReaches(qint64 extraBytes, quint64 maxSize) const;
 
     /// An empty text to format a line into.
     QString& freshLine();
@@ -45,7 +50,9 @@ struct Logger::Ring {
     void duplicate();
     void closeStream();
 
-    std::shared_ptr<QFile> file; ///< null when there is none
+    const QString pattern;
+
+    std::shared_ptr<QFile> file; ///< null if there is none
     unsigned int last = 0;       ///< its index, or the status of the rotation that left none
     FILE* stream = nullptr;
     bool streamIsOpen = false;

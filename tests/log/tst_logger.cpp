@@ -413,6 +413,57 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(ring.path() + QStringLiteral("/logs/app.LOG-0.log")));
     }
 
+    void relativeRingStaysWhereItWasOpened()
+    {
+        const LogRing ring;
+        const LogRing elsewhere;
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir(ring.path()).mkdir(QStringLiteral("logs")));
+        QVERIFY(QDir::setCurrent(ring.path()));
+        Logger logger(QStringLiteral("logs/app"), 5, 2, Century, LoggerLevel::debug,
+                      plainFormatter);
+        logger.disableTee();
+        QVERIFY(QDir::setCurrent(elsewhere.path()));
+        const MessageCapture capture;
+        for (const char* line : {"one", "two", "six"})
+            logger.info(line);
+        const uint newest = logger.lookForLastFile();
+        QVERIFY(QDir::setCurrent(before));
+        QCOMPARE(capture.texts(), QStringList());
+        QCOMPARE(newest, 1U);
+        const QString logs = ring.path() + QStringLiteral("/logs/");
+        QCOMPARE(readFile(logs + QStringLiteral("app-0.log")), QByteArray("two\n"));
+        QCOMPARE(readFile(logs + QStringLiteral("app-1.log")), QByteArray("six\n"));
+        QCOMPARE(elsewhere.names(), QStringList());
+        logger.closeDuplicatedHandle();
+    }
+
+    void searchPrefixMeansItsDirectory()
+    {
+        const LogRing ring;
+        QVERIFY(QDir(ring.path()).mkdir(QStringLiteral("logs")));
+        QDir::setSearchPaths(QStringLiteral("ringdir"), {ring.path()});
+        const QString failure = constructorFailure(QStringLiteral("ringdir:logs/app"));
+        QDir::setSearchPaths(QStringLiteral("ringdir"), {});
+        QCOMPARE(failure, QString());
+        QVERIFY(QFileInfo::exists(ring.path() + QStringLiteral("/logs/app-0.log")));
+    }
+
+    void relativeNameIsShownAsGiven()
+    {
+        const LogRing ring;
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(ring.path()));
+        QVERIFY(QDir().mkpath(QStringLiteral("logs/app-0.log")));
+        const QString directory = constructorFailure(QStringLiteral("gone/app"));
+        const QString file = constructorFailure(QStringLiteral("logs/app.log"));
+        QVERIFY(QDir::setCurrent(before));
+        QCOMPARE(directory, CtorPrefix + QStringLiteral("Access to directory [gone] is impossible "
+                                                        "or file rights are insufficient."));
+        QCOMPARE(file, CtorPrefix +
+                           QStringLiteral("Failed to open file [logs/app-0.log] in append mode"));
+    }
+
     void constructorFailureHasItsText_data()
     {
         QTest::addColumn<QString>("lang");
