@@ -50,9 +50,12 @@ class Properties;
 /// write is cut short. If the limit is lowered below the file's size meanwhile, the next write
 /// raises SIGXFSZ, which ends a process that does not ignore it.
 ///
-/// *Threads*: any thread may write and change settings. A writer waits at most 300 ms for another
-/// one; then its line goes to Qt's debug output instead of the file. close(), the file handles and
-/// the rotation functions are for one thread, while nobody writes.
+/// *Threads*: any thread may write, change settings, close the logger and use its handles. Each
+/// waits at most 300 ms for another one: a line then goes to Qt's debug output instead of the file,
+/// and the other functions then do nothing, which they report on Qt's message output. A formatter
+/// or a message handler that uses the logger whose line it is called for does not wait: for it the
+/// same happens at once. The destructor waits for a writer without limit. The rotation functions
+/// take no lock: they are for one thread, while no other thread uses the logger.
 /// *Owns*: its file. The stream of duplicatedDescriptor() outlives the logger.
 /// *Fails*: the constructor and duplicateLogFile() throw Exception. A file that does not take a
 /// line throws nothing. What a formatter throws passes; any other failure while a line is written
@@ -82,7 +85,8 @@ public:
     Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
            LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
 
-    /// Closes the file, unless a copy of the logger that the facade made still writes to it.
+    /// Waits until no thread writes, and closes the file, unless a copy of the logger that the
+    /// facade made still uses it.
     ~Logger();
 
     Logger& operator=(const Logger&) = delete;
@@ -210,10 +214,13 @@ public:
 private:
     friend class Log;
     struct KEZ_HIDDEN Ring;
+    class KEZ_HIDDEN RingLock;
 
     KEZ_HIDDEN Logger(const Logger& other);
 
     KEZ_HIDDEN void openNewestFile();
+    KEZ_HIDDEN void writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line,
+                                bool isTeed);
     KEZ_HIDDEN bool appendToFile(LoggerLevel::LogLevel level, QString& line);
     KEZ_HIDDEN QString ringFileName(unsigned int index) const;
     KEZ_HIDDEN QString shownFileName(unsigned int index) const;

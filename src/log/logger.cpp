@@ -11,8 +11,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMutex>
-
-#include <mutex>
+#include <QScopedValueRollback>
 
 namespace {
 
@@ -32,7 +31,7 @@ void checkDirectory(const QString& path)
         Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", path));
 }
 
-/// `<directory>/<base>-%d.log`, in a directory that can be used.
+/// `<directory>/<base>-%d.log` as given. Throws if the directory cannot be used.
 QString ringPattern(const QString& fileName)
 {
     const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
@@ -61,12 +60,28 @@ QString absolutePattern(const QString& pattern)
     return current.isEmpty() ? absolute : current + QLatin1Char('/') + absolute;
 }
 
+/// Whether this thread formats a line that did not get the lock.
+constinit thread_local bool isDegrading = false;
+
+/// Shows a line whose thread did not get the lock.
+void showDegraded(LogFormatter formatter, LoggerLevel::LogLevel level, const QString& msg)
+{
+    // A formatter that logs comes here again for its own line; the default one ends this.
+    const LogFormatter used = isDegrading ? orDefault(nullptr) : formatter;
+    QString line;
+    {
+        const QScopedValueRollback<bool> degrading(isDegrading, true);
+        used(level, msg, line);
+    }
+    qtMessages().debug().noquote().nospace() << "Logger::writeTrace DEADLOCK >> stdout - " << line;
+}
+
 } // namespace
 
 Logger::Logger()
     : _formatter(orDefault(nullptr)),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>())
+      _spRing(std::make_shared<Ring>(_spMutex))
 {}
 
 Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
@@ -78,12 +93,12 @@ Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 t
       _kept(kept == 0 ? LoggerKeys::KeptForZero : kept),
       _filter(filter),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>(absolutePattern(*_spFileName)))
+      _spRing(std::make_shared<Ring>(_spMutex, absolutePattern(*_spFileName)))
 {
     try {
         openNewestFile();
     } catch (...) {
-        closeDuplicatedHandle(); // nobody was handed the stream
+        _spRing->closeStream(); // no caller has it
         throw;
     }
 }
@@ -102,7 +117,11 @@ Logger::Logger(const Logger& other)
       _spRing(other._spRing)
 {}
 
-Logger::~Logger() = default;
+Logger::~Logger()
+{
+    // A thread that writes through this object is done with it when it releases the lock.
+    const RingLock lock(*_spRing, RingLock::Wait::Unlimited);
+}
 
 LoggerLevel::LogLevel Logger::filter() const
 {
@@ -133,12 +152,9 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
 {
     if (level < filter())
         return;
-    std::unique_lock lock(*_spMutex, std::defer_lock);
-    if (!lock.try_lock_for(Ring::LockWait)) {
-        QString line;
-        formatter()(level, msg, line);
-        qtMessages().debug().noquote().nospace()
-            << "Logger::writeTrace DEADLOCK >> stdout - " << line;
+    RingLock lock(*_spRing);
+    if (!lock.isHeld()) {
+        showDegraded(formatter(), level, msg);
         return;
     }
     QString& line = _spRing->freshLine();
@@ -152,24 +168,7 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
         line += QStringLiteral(" [Tee]"); // the file receives it too
         writeConsole(level, line);
     }
-    // A line that did not reach the file is shown once the others can go on.
-    const auto showLostLine = [&] {
-        const QString lost = line + QStringLiteral(" [>>]");
-        lock.unlock();
-        if (!isTeed)
-            writeConsole(level, lost);
-    };
-    try {
-        if (!appendToFile(level, line))
-            showLostLine();
-    } catch (const Exception& e) {
-        showLostLine();
-        throw Exception(e);
-    } catch (...) {
-        showLostLine();
-        Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
-                       QStringLiteral("catch(...) ?"));
-    }
+    writeToFile(lock, level, line, isTeed);
 }
 
 void Logger::debug(const QString& msg)
@@ -227,7 +226,7 @@ LoggerLevel::LogLevel Logger::setFilter(LoggerLevel::LogLevel filter)
 
 LogFormatter Logger::setFormatter(LogFormatter lineFormatter)
 {
-    // Only ever a reset to the default: see the declaration.
+    // Only resets to the default: see the declaration.
     return lineFormatter ? formatter() : _formatter.exchange(orDefault(nullptr));
 }
 
@@ -243,15 +242,19 @@ void Logger::disableTee()
 
 void Logger::close()
 {
-    if (_spRing->file && _spRing->file->isOpen())
-        _spRing->file->close();
-    closeDuplicatedHandle();
+    _spRing->exclusively("close", [this] {
+        if (_spRing->file && _spRing->file->isOpen())
+            _spRing->file->close();
+        _spRing->closeStream();
+    });
 }
 
 void Logger::duplicateLogFile()
 {
-    if (_spRing->file)
-        _spRing->duplicate();
+    _spRing->exclusively("duplicateLogFile", [this] {
+        if (_spRing->file)
+            _spRing->duplicate();
+    });
 }
 
 FILE* Logger::duplicatedDescriptor() const
@@ -261,7 +264,7 @@ FILE* Logger::duplicatedDescriptor() const
 
 void Logger::closeDuplicatedHandle()
 {
-    _spRing->closeStream();
+    _spRing->exclusively("closeDuplicatedHandle", [this] { _spRing->closeStream(); });
 }
 
 void Logger::openNewestFile()
@@ -272,7 +275,7 @@ void Logger::openNewestFile()
         if (!openRingFile(index, QIODevice::NotOpen))
             Failure::raise(ConstructorSignature,
                            Failure::message("FileAppendFailure", shownFileName(index)));
-        duplicateLogFile();
+        _spRing->duplicate();
         if (needsRotate())
             _spRing->last = rotation(index);
     } else if (!openRingFile(index, QIODevice::NewOnly)) {
@@ -281,8 +284,30 @@ void Logger::openNewestFile()
     }
 }
 
-/// False when the file did not take the line. A rotation that leaves no file is no such case: the
-/// line is shown with the reason, and that is what becomes of it.
+/// A line that does not reach the file is shown with a marker, unless the tee has shown it already.
+void Logger::writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line, bool isTeed)
+{
+    const auto showLostLine = [&] {
+        const QString lost = line + QStringLiteral(" [>>]");
+        lock.release(); // other writers do not wait for the message handler
+        if (!isTeed)
+            writeConsole(level, lost);
+    };
+    try {
+        if (!appendToFile(level, line))
+            showLostLine();
+    } catch (const Exception& e) {
+        showLostLine();
+        throw Exception(e);
+    } catch (...) {
+        showLostLine();
+        Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
+                       QStringLiteral("catch(...) ?"));
+    }
+}
+
+/// False if the file did not take the line. After a rotation that leaves no file the line is shown
+/// with that reason, and the result is true.
 bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
 {
     const QByteArray& bytes = _spRing->encoded(line);
