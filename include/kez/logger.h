@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 
+class BannerFilter;
 class QFile;
 class QJsonDocument;
 class QJsonObject;
@@ -148,7 +149,8 @@ public:
     /// Writes a boxed title, the library's notice line and, padded on the right, the properties.
     /// `version` replaces "%1" in `title`; without a "%1", it follows the title after " v".
     ///
-    /// The filter is info meanwhile, for other lines too.
+    /// The filter is info meanwhile, for other lines too. Banners of a logger and its copies are
+    /// written one after the other.
     ///
     ///     +----------+
     ///     | App v1.2 |
@@ -212,6 +214,7 @@ public:
     unsigned int lookForLastFile();
 
 private:
+    friend class BannerFilter;
     friend class Log;
     struct KEZ_HIDDEN Ring;
     class KEZ_HIDDEN RingLock;

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include <sys/resource.h>
@@ -66,6 +67,7 @@ struct Logger::Ring {
 
     const QString pattern;
     const std::shared_ptr<QMutex> mutex;
+    std::recursive_mutex banners; ///< recursive: a formatter may write a banner inside a banner
 
     std::shared_ptr<QFile> file;        ///< null if there is none
     unsigned int last = 0;              ///< its index, or the status of the rotation that left none

@@ -14,6 +14,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <utility>
+
 namespace {
 
 using Level = LoggerLevel::LogLevel;
@@ -27,6 +29,16 @@ struct QuietLogger : Logger {
         disableTee();
     }
 };
+
+Logger* s_outerBanner = nullptr;
+
+/// Writes another banner while it is called for a line of `s_outerBanner`.
+void bannerFormatter(Level level, const QString& msg, QString& out)
+{
+    if (Logger* const logger = std::exchange(s_outerBanner, nullptr))
+        logger->logBanner(QStringLiteral("inner"), QStringLiteral("2"));
+    levelFormatter(level, msg, out);
+}
 
 /// The records of a banner without their level, which is info for all of them.
 QStringList records(const LogRing& ring)
@@ -200,6 +212,20 @@ private Q_SLOTS:
         QCOMPARE(records(ring).size(), 5 + 4 + 1 + 3);
         logger.info(QStringLiteral("x"));
         QCOMPARE(records(ring).size(), filter <= LoggerLevel::info ? 14 : 13);
+    }
+
+    void bannerWithinABannerRestoresTheFilter()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::error, bannerFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        s_outerBanner = &logger;
+        logger.logBanner(QStringLiteral("outer"), QStringLiteral("1"));
+        QCOMPARE(logger.filter(), LoggerLevel::error);
+        QCOMPARE(records(ring).size(), 4);
+        QCOMPARE(capture.texts().size(), 4);
+        QVERIFY(capture.texts().at(1).endsWith(QLatin1String("1:| inner v2 |")));
     }
 
     void bannerOfAFilelessLoggerIsPrinted()

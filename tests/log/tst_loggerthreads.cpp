@@ -7,10 +7,12 @@
 #include "support/messageprinter.h"
 #include "support/opendescriptors.h"
 
+#include <kez/configuration.h>
 #include <kez/log.h>
 #include <kez/logger.h>
 
 #include <QElapsedTimer>
+#include <QJsonDocument>
 #include <QSemaphore>
 #include <QTest>
 
@@ -40,6 +42,18 @@ void blockingFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
         return;
     s_inFormatter.release();
     s_goOn.acquire();
+}
+
+QSemaphore s_secondGoesOn;
+
+/// Stays in the formatter for the heading of a banner. The first banner's title begins with "1".
+void bannerFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
+{
+    plainFormatter(LoggerLevel::info, msg, out);
+    if (!msg.startsWith(QLatin1String("| ")))
+        return;
+    s_inFormatter.release();
+    (msg.startsWith(QLatin1String("| 1")) ? s_goOn : s_secondGoesOn).acquire();
 }
 
 void callHandleFunction(Logger& logger, const QString& name)
@@ -473,6 +487,49 @@ private Q_SLOTS:
         QVERIFY(!tooSoon);
         QCOMPARE(ring.bytes(0), QByteArray("block\n"));
         QCOMPARE(capture.texts(), QStringList());
+    }
+
+    void bannersAtOnceRestoreTheFilter_data()
+    {
+        QTest::addColumn<QString>("second");
+        QTest::newRow("with properties") << "properties";
+        QTest::newRow("with JSON") << "JSON";
+        QTest::newRow("of a configuration") << "configuration";
+    }
+    /// The first banner is at its heading when the second one begins.
+    void bannersAtOnceRestoreTheFilter()
+    {
+        QFETCH(QString, second);
+        const LogRing ring;
+        const auto logger = std::make_shared<Logger>(ring.name(), 0, 0, Century, LoggerLevel::error,
+                                                     bannerFormatter);
+        logger->disableTee();
+        const MessageCapture capture;
+        std::thread first([&] { logger->logBanner(QStringLiteral("1"), QStringLiteral("2")); });
+        s_inFormatter.acquire();
+        std::thread later([&] {
+            if (second == QLatin1String("configuration")) {
+                Config config;
+                config.setLogger(logger);
+                config.logBanner(QStringLiteral("3"), QString(), false, QString());
+            } else if (second == QLatin1String("JSON")) {
+                const QJsonDocument json;
+                logger->logBanner(QStringLiteral("3"), QStringLiteral("4"), &json);
+            } else {
+                logger->logBanner(QStringLiteral("3"), QStringLiteral("4"));
+            }
+        });
+        // The second banner gets into the formatter only if it does not wait for the first one.
+        const bool areMixed = s_inFormatter.tryAcquire(1, 500);
+        s_goOn.release();
+        first.join();
+        s_secondGoesOn.release();
+        later.join();
+        if (!areMixed)
+            s_inFormatter.acquire();
+        QCOMPARE(logger->filter(), LoggerLevel::error);
+        QVERIFY(!areMixed);
+        QVERIFY(ring.lines(0).size() >= 8);
     }
 
     void settingsChangeWhileOthersLog()
