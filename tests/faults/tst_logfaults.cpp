@@ -16,6 +16,7 @@
 #include <kez/logger.h>
 
 #include <QDir>
+#include <QSemaphore>
 #include <QTest>
 
 #include <csignal>
@@ -151,6 +152,24 @@ void logOneLine(Logger& logger, bool inHandler, std::function<void()> action)
     const QtMessageHandler before = qInstallMessageHandler(actingHandler);
     logger.info(QStringLiteral("outer"));
     qInstallMessageHandler(before);
+}
+
+/// Makes the first instance, on a ring whose rotation reports a failure. `action` runs in the
+/// message handler, so inside the constructor.
+Log* instanceThatReports(std::function<void()> action)
+{
+    const LogRing ring;
+    ring.put(0, "full\n");
+    s_inHandler = [&action] {
+        LibcFaults::fdopenError = 0;
+        action();
+    };
+    LibcFaults::fdopenError = ENOMEM;
+    const QtMessageHandler before = qInstallMessageHandler(actingHandler);
+    Log* const instance = Log::initInstance(ring.name(), false, 4, 3, Century, LoggerLevel::debug);
+    qInstallMessageHandler(before);
+    instance->log()->closeDuplicatedHandle();
+    return instance;
 }
 
 Logger* s_chattyLogger = nullptr;
@@ -640,6 +659,51 @@ private Q_SLOTS:
         });
         QVERIFY(waits > 0);
         QCOMPARE(s_shown.size(), 1);
+    }
+
+    // --- The first instance
+
+    /// The first thread is inside the constructor when the second one asks.
+    void secondThreadWaitsForTheFirstInstance()
+    {
+        QSemaphore isInside;
+        QSemaphore goOn;
+        Log* first = nullptr;
+        std::thread creator([&] {
+            first = instanceThatReports([&] {
+                isInside.release();
+                goOn.acquire();
+            });
+        });
+        isInside.acquire();
+        Log* second = nullptr;
+        QSemaphore hasAnswer;
+        std::thread asker([&] {
+            second = Log::getInstance();
+            hasAnswer.release();
+        });
+        const bool tooSoon = hasAnswer.tryAcquire(1, 200);
+        goOn.release();
+        creator.join();
+        asker.join();
+        const bool isOne = first == second;
+        if (!isOne)
+            delete second;
+        delete first;
+        QVERIFY(isOne);
+        QVERIFY(!tooSoon);
+    }
+
+    void instanceCanBeAskedForWhileItIsMade()
+    {
+        Log* inner = nullptr;
+        Log* const outer = instanceThatReports([&inner] { inner = Log::getInstance(); });
+        QVERIFY(inner && outer);
+        QVERIFY(inner != outer);
+        QCOMPARE(Log::getInstance(), outer);
+        delete inner;
+        QCOMPARE(Log::getInstance(), outer);
+        delete outer;
     }
 
     void directoryThatVanishesEndsFileLoggingAtTheRotation()

@@ -532,6 +532,21 @@ private Q_SLOTS:
         QVERIFY(ring.lines(0).size() >= 8);
     }
 
+    void threadsThatAskFirstGetOneInstance()
+    {
+        for (int round = 0; round < 200; ++round) {
+            std::array<Log*, Threads> instances{};
+            std::barrier atOnce(Threads);
+            runThreads([&](int thread) {
+                atOnce.arrive_and_wait();
+                instances[size_t(thread)] = Log::getInstance();
+            });
+            for (Log* instance : instances)
+                QCOMPARE(instance, instances.front());
+            delete instances.front();
+        }
+    }
+
     void settingsChangeWhileOthersLog()
     {
         const LogRing ring;
