@@ -18,17 +18,18 @@ class Properties;
 
 /// The process's logging: one default logger and further loggers by name.
 ///
-/// *Threads*: any thread may log, once the instance exists. Creating the instance and adding or
-/// removing named loggers are for one thread, at start-up and shut-down.
-/// *Owns*: shares its loggers.
+/// *Threads*: any thread may log, and several threads that call initInstance() or getInstance() at
+/// once get one instance. The constructors, the destructor and the functions that add or remove
+/// named loggers are for one thread, at start-up and shut-down.
+/// *Owns*: a share of its loggers.
 /// *Fails*: the level methods throw Exception (LogNotInitialized) without a default logger; the
 /// constructor with a file name throws as Logger's does.
 class KEZ_EXPORT Log : public QObject {
     Q_OBJECT
 
 public:
-    /// Each constructor makes the new object the process's instance, in place of the one before,
-    /// which is not destroyed. `tee` counts, whatever the logger's own start value.
+    /// Each constructor makes the new object the process's instance. The previous one is not
+    /// destroyed. `tee` replaces the logger's own start value.
     Log();
     Log(const QString& fileName, bool tee, quint64 maxSize, quint32 kept, quint32 timeout,
         LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
@@ -37,18 +38,21 @@ public:
     /// lock, and follow each other's rotations. Settings changed later are each one's own.
     explicit Log(Logger& logger);
 
-    /// The process is without an instance afterwards, if this was it.
+    /// If this was the process's instance, there is none afterwards.
     ~Log() override;
 
-    /// The instance, made by the constructor with the same arguments when there is none; otherwise
-    /// the arguments are ignored.
+    /// The instance. If there is none, the constructor with the same arguments makes it; otherwise
+    /// the arguments are ignored, the file name too. Call it before anything that logs: the first
+    /// getInstance() makes an instance without a file, and Translator::setDefaultLang() and
+    /// Logger::buildLog() call it.
     static Log* initInstance(const QString& fileName, bool tee, quint64 maxSize, quint32 kept,
                              quint32 timeout, LoggerLevel::LogLevel filter,
                              LogFormatter lineFormatter = nullptr);
     static Log* initInstance(Logger& logger);
     static Log* initInstance();
 
-    /// Never null: without an instance, one that logs to Qt's message output is made.
+    /// Never null: if there is no instance, makes one that logs to Qt's message output. A message
+    /// handler that calls it while the instance is being made gets such a one of its own.
     static Log* getInstance();
 
     /// The language codes of the bundles that are compiled in below ":resources/lang": "en_US",
@@ -96,8 +100,8 @@ public:
     std::shared_ptr<Logger> removeLogger(const QString& name);
 
 private:
-    void write(const char* signature, LoggerLevel::LogLevel level, const char* msg);
-    Logger& defaultLogger(const char* signature) const;
+    KEZ_HIDDEN void write(const char* signature, LoggerLevel::LogLevel level, const char* msg);
+    KEZ_HIDDEN Logger& defaultLogger(const char* signature) const;
 
     std::shared_ptr<Logger> _spLogger;
     QMap<QString, std::shared_ptr<Logger>> _loggers;

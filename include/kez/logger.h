@@ -7,45 +7,60 @@
 #include "loggerlevel.h"
 
 #include <QIODevice>
-#include <QList>
 #include <QString>
 
 #include <atomic>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
+class BannerFilter;
+class QFile;
 class QJsonDocument;
 class QJsonObject;
 class QMutex;
 class Properties;
 
-/// One log destination: a ring of numbered files, with an optional echo of every line to Qt's
-/// message output ("tee"), and that output as the fall-back whenever the file cannot take a line.
+/// One log destination: a ring of numbered files. The tee echoes every line to Qt's message output,
+/// which also takes each line that the file cannot take.
 ///
 ///     app-0.log  app-1.log  app-2.log   the highest index is the newest, and the one written to
 ///     app-0.log <- app-1.log <- new     a full ring drops its oldest file and moves the others
 ///     down
 ///
-/// A line is in the kernel, by one write, when the call that logs it returns. A file is left before
-/// the line that would make it reach the size limit, and once it is as old as the age limit.
+/// A line is in the kernel, by one write, when the call that logs it returns. The logger leaves a
+/// file before the line that would make it reach the size limit, and when it is as old as the age
+/// limit.
 ///
 /// A line that the file does not take (full disk, I/O error, the process's size limit) goes to Qt's
-/// message output with the marker " [>>]", unless the tee has shown it already; the logger keeps
-/// its file, and the next line that the file takes begins on a line of its own. After a rotation
-/// that failed, the line goes there with the text "LogRotationFailure", and so do all later ones,
-/// plainly.
+/// message output with the marker " [>>]", unless the tee has shown it already. The logger keeps
+/// its file, and the next line that the file takes begins on a line of its own. If a rotation
+/// fails, file logging ends: that line goes to Qt's message output with the text
+/// "LogRotationFailure", and all later lines go there without a marker.
 ///
-/// The process's limit of file size is learnt when a file is opened, and again when a write is cut
-/// short. Lowered in between to less than the file holds already, it ends the process by its
-/// signal, unless the process ignores SIGXFSZ.
+/// A ring with a gap (app-0.log, app-2.log) makes the rotation of a full ring fail. It comes from a
+/// file that was deleted from outside, or from a rotation that failed. To repair it, stop the
+/// program and rename the files so that their indexes begin at 0 and none is missing.
 ///
-/// *Threads*: any thread may write and change settings. A writer waits at most 300 ms for another
-/// one; then its line goes to Qt's debug output instead of the file. close(), the file handles and
-/// the rotation functions are for one thread, while nobody writes.
+/// One ring is for one logger and its copies. Two loggers on one ring, in one process or in two,
+/// keep their lines whole, but the first rotation of one ends the file logging of the other, which
+/// finds its next file there already; in a full ring, each rotates for itself, so that files are
+/// dropped twice as fast.
+///
+/// The logger asks for the process's limit of file size when it opens a file, and again when a
+/// write is cut short. If the limit is lowered below the file's size meanwhile, the next write
+/// raises SIGXFSZ, which ends a process that does not ignore it.
+///
+/// *Threads*: any thread may write, change settings, close the logger and use its handles. Each
+/// waits at most 300 ms for another one: a line then goes to Qt's debug output instead of the file,
+/// and the other functions then do nothing, which they report on Qt's message output. A formatter
+/// or a message handler that uses the logger whose line it is called for does not wait: for it the
+/// same happens at once. The destructor waits for a writer without limit. The rotation functions
+/// take no lock: they are for one thread, while no other thread uses the logger.
 /// *Owns*: its file. The stream of duplicatedDescriptor() outlives the logger.
 /// *Fails*: the constructor and duplicateLogFile() throw Exception. A file that does not take a
-/// line is never thrown; what a formatter throws passes, and what else goes wrong while a line is
-/// written (memory exhaustion) is thrown as Exception.
+/// line throws nothing. What a formatter throws passes; any other failure while a line is written
+/// (memory exhaustion) is thrown as Exception.
 class KEZ_EXPORT Logger {
 public:
     /// A logger without a file: every line goes to Qt's message output.
@@ -53,40 +68,52 @@ public:
 
     /// Opens the ring `<directory>/<base>-<n>.log` and goes on with its newest file.
     ///
-    /// `fileName`: directory and base name, with or without ".log"; in the home directory when it
-    /// holds no "/".
-    /// `maxSize`: bytes that no file reaches; 0 means 1048576.
-    /// `kept`: number of files; 0 means 5.
-    /// `timeout`: days after which a file is left; 0 means before every line.
-    /// `lineFormatter`: null means Logger::formatter.
+    /// - `fileName`: directory and base name, with or without ".log". A name without "/" is in the
+    ///   home directory. A relative directory is resolved here, once: the ring stays where it is
+    ///   when the working directory changes.
+    /// - `maxSize`: bytes that no file reaches; 0 means 1048576. If it is smaller than the lines,
+    ///   each line begins a new file.
+    /// - `kept`: number of files; 0 means 5.
+    /// - `timeout`: days after which a file is left. With 0, each line begins a new file.
+    /// - `lineFormatter`: null means Logger::formatter.
     ///
     /// The tee is ON afterwards.
+    ///
+    /// If the directory cannot be listed since no descriptor is free, the newest file is searched
+    /// by its index, from 0 upwards; the search ends where 65536 indexes in a row have no file.
     ///
     /// Throws Exception: DirAccessFailure, FileAppendFailure, FileCreatingFailure.
     Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
            LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
 
-    /// Closes the file, unless a copy of the logger that the facade made still writes to it.
+    /// Waits until no thread writes, and closes the file, unless a copy of the logger that the
+    /// facade made still uses it.
     ~Logger();
 
     Logger& operator=(const Logger&) = delete;
 
-    /// A logger as the "log.*" and "banner.*" keys describe it; "log.filename" must be there.
+    /// A logger as the "log.*" and "banner.*" keys describe it; "log.filename" must be there. By
+    /// default it has the filter warning, 10 files, 7 days, no tee, and a limit of 1 byte.
     ///
-    /// Without "log.maxsize" the limit is 1 byte, a new file before every line. "warn" is the
-    /// filter's name for warnings, unknown names mean debug. "banner.title" only counts together
-    /// with "banner.properties". Callers rely on all three.
+    /// With that limit each line begins a new file, as it does with "log.timeout=0" or any
+    /// "log.maxsize" that is smaller than the lines. "warn" is the filter's name for warnings, and
+    /// unknown names mean debug. "banner.title" applies only together with "banner.properties".
+    /// All three are kept for compatibility. A "log.filename" without "/" is in the home directory.
     ///
-    /// When the file cannot be opened, the message is printed, written to the process's default
+    /// If the file cannot be opened, the message is printed and written to the process's default
     /// logger, and that logger is returned.
     ///
-    /// Throws Exception: InvalidParameter for a number that does not parse.
+    /// Throws Exception: InvalidParameter for a number that does not parse or is out of range; "-1"
+    /// is one, although LoggerConfigController passes it.
     static std::shared_ptr<Logger> buildLog(const Properties& properties);
 
-    /// A logger as the objects in the array `"log"` describe it, later ones overriding earlier
-    /// ones: "fileName", "maxSize", "timeout", "kept", "filter", "tee", "banner". A member of
-    /// another JSON type, or out of range, is ignored. The process's default logger when there is
-    /// no such array, and, with a message, when the file cannot be opened or is not named.
+    /// A logger as the objects in the array `"log"` describe it: "fileName", "maxSize", "timeout",
+    /// "kept", "filter", "tee", "banner". Later objects override earlier ones; a member of another
+    /// JSON type, or out of range, is ignored. By default it has the filter warning, 10 files,
+    /// 7 days, no tee, and a limit of 1 MiB.
+    ///
+    /// Returns the process's default logger if there is no such array; also if the file cannot be
+    /// opened or has no name, and then with a message.
     static std::shared_ptr<Logger> buildLog(const QJsonObject& json);
 
     /// The default formatter: "dd/MM/yyyy HH:mm:ss,zzz <LEVEL> message" in local time, the level as
@@ -104,7 +131,7 @@ public:
     /// The settings in eleven lines, for diagnostics.
     QString toString() const;
 
-    /// Writes one line when `level` is at least the filter; otherwise costs one comparison.
+    /// Writes one line if `level` is at least the filter; otherwise costs one comparison.
     void writeTrace(LoggerLevel::LogLevel level, const QString& msg);
 
     /// writeTrace() at the level of the same name; critical() at the level error. A fatal line that
@@ -119,8 +146,11 @@ public:
     /// message of the category "default".
     void writeConsole(LoggerLevel::LogLevel level, const QString& line) const;
 
-    /// Writes a boxed title, the library's notice line and, padded on the right, the properties,
-    /// whatever the filter. `version` replaces "%1" in `title`, or follows it after " v".
+    /// Writes a boxed title, the library's notice line and, padded on the right, the properties.
+    /// `version` replaces "%1" in `title`; without a "%1", it follows the title after " v".
+    ///
+    /// The filter is info meanwhile, for other lines too. Banners of a logger and its copies are
+    /// written one after the other.
     ///
     ///     +----------+
     ///     | App v1.2 |
@@ -134,11 +164,11 @@ public:
     /// The same with an indented JSON document after its caption, one record per line.
     void logBanner(const QString& title, const QString& version, const QJsonDocument* json);
 
-    /// Returns the filter before.
+    /// Returns the previous filter.
     LoggerLevel::LogLevel setFilter(LoggerLevel::LogLevel filter);
 
-    /// Returns the formatter before. Null resets to the default; any other value changes nothing:
-    /// a logger's own formatter is fixed when it is built, and callers rely on that.
+    /// Returns the previous formatter. Null resets to the default. Any other value changes nothing:
+    /// a logger's own formatter is fixed when it is built. Kept for compatibility.
     LogFormatter setFormatter(LogFormatter lineFormatter);
     void enableTee();
     void disableTee();
@@ -146,54 +176,64 @@ public:
     /// Closes the file and the duplicated stream. Later lines go to Qt's message output.
     void close();
 
-    /// Opens a stdio stream ("r+") on a copy of the file's descriptor, closed on exec; when there
-    /// is one already, makes it write to the current file. Does nothing without a file.
+    /// Opens a stdio stream ("r+") on a copy of the file's descriptor, closed on exec. If there is
+    /// one already, makes it write to the current file. Does nothing without a file.
     ///
     /// Throws Exception with the system's error text.
     void duplicateLogFile();
 
-    /// A second handle on the log file, for code that writes through stdio; null until the logger
-    /// opened an existing file, rotated, or was asked by duplicateLogFile(). It follows the
-    /// rotations: the same stream then writes to the new file. It is for writing: each line moves
-    /// the position that it would read from.
+    /// A second handle on the log file, for code that writes through stdio. It is null until the
+    /// logger opens an existing file or rotates, or duplicateLogFile() is called. It follows the
+    /// rotations: the same stream then writes to the new file. It is for writing, since each line
+    /// moves the position that it would read from.
     ///
     /// While the logger lives, only close() and closeDuplicatedHandle() may close it; afterwards
-    /// its holder does.
+    /// the caller does.
     FILE* duplicatedDescriptor() const;
 
     /// Closes that stream. The pointer is not reset: it must not be used afterwards.
     void closeDuplicatedHandle();
 
-    /// Whether the current file is full or too old; false without a file. Too old means: born
-    /// `timeout` days ago or more; on a file system that records no birth, last modified then when
-    /// it was opened.
+    /// Whether the current file is full or too old; false without a file. A file is too old if it
+    /// was born `timeout` days ago or more. On a file system that records no birth, the time of the
+    /// last change before the logger opened the file takes its place.
     bool needsRotate() const;
 
-    /// The same, or whether `text` would make the file reach the size limit.
+    /// The same; also true if `text` would make the file reach the size limit.
     bool needsRotate(const QString& text) const;
 
-    /// Leaves the current file for the one after index `last`. Returns the new file's index, or a
-    /// negative status converted to unsigned: -1 the next file cannot be created, -2 the oldest
-    /// cannot be deleted, -3 a rename failed, -4 the newest cannot be created, -5 no file name.
+    /// Leaves the current file for the one after index `last`. Returns the new file's index, from
+    /// which the next rotation goes on, or a negative status converted to unsigned: -1 the next
+    /// file cannot be created, -2 the oldest cannot be deleted, -3 a rename failed (for instance at
+    /// a gap in the ring), -4 the newest cannot be created, -5 there is no file name. After a
+    /// failure there is no current file.
     unsigned int rotation(unsigned int last);
 
-    /// The index to go on with after a start: the newest file's, after a rotation if it is full.
+    /// The index to go on with after a start: that of the newest file. If that one is full, rotates
+    /// first and returns what rotation() returns.
     unsigned int lookForLastFile();
 
 private:
+    friend class BannerFilter;
     friend class Log;
-    struct Ring;
+    struct KEZ_HIDDEN Ring;
+    class KEZ_HIDDEN RingLock;
 
-    Logger(const Logger& other);
+    KEZ_HIDDEN Logger(const Logger& other);
 
-    void openNewestFile();
-    bool appendToFile(LoggerLevel::LogLevel level, QString& line);
-    QString ringFileName(unsigned int index) const;
-    bool openRingFile(unsigned int index, QIODevice::OpenMode mode);
-    unsigned int startRingFile(unsigned int index, unsigned int statusOnFailure);
-    unsigned int shiftRing() const;
-    QList<unsigned int> indexesDownwards() const;
-    bool isTooOldOrReaches(qint64 extraBytes) const;
+    KEZ_HIDDEN void openNewestFile();
+    KEZ_HIDDEN void writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line,
+                                bool isTeed);
+    KEZ_HIDDEN bool appendToFile(LoggerLevel::LogLevel level, QString& line);
+    KEZ_HIDDEN QString ringFileName(unsigned int index) const;
+    KEZ_HIDDEN QString shownFileName(unsigned int index) const;
+    KEZ_HIDDEN bool openRingFile(unsigned int index, QIODevice::OpenMode mode);
+    KEZ_HIDDEN bool openInPlaceOf(std::shared_ptr<QFile> before, unsigned int index);
+    KEZ_HIDDEN unsigned int startRingFile(unsigned int index, std::shared_ptr<QFile> before,
+                                          unsigned int statusOnFailure);
+    KEZ_HIDDEN unsigned int shiftRing() const;
+    KEZ_HIDDEN std::optional<unsigned int> newestIndex() const;
+    KEZ_HIDDEN std::optional<unsigned int> newestIndexTried() const;
 
     std::atomic<LogFormatter> _formatter;
     std::shared_ptr<QString> _spFileName;

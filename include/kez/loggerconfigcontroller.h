@@ -8,13 +8,17 @@
 
 /// Checks the "log.*" keys of a configuration.
 ///
-/// "log.filename" must be there and its directory readable and writable; "log.maxsize", "log.kept",
-/// "log.timeout", "log.tee" and "log.banner.properties" must be integers where present,
-/// "log.banner.title" must hold no place marker but "%1" (the version), and "log.filter" must be
-/// one of debug, info, warning, error, fatal.
+/// "log.filename" must be there, and its directory must be readable and writable. The other keys
+/// are checked if they are there: "log.maxsize", "log.kept", "log.timeout", "log.tee" and
+/// "log.banner.properties" must be integers, "log.banner.title" must hold no place marker except
+/// "%1" (the version), and "log.filter" must be one of debug, info, warning, error, fatal.
 ///
-/// Logger::buildLog reads other spellings of some of these (a tee that is any text, a filter
-/// "warn", banner keys without "log."); callers rely on both as they are.
+/// Some of what passes here is refused when the logger is built, or means something else there:
+/// - "-1", or any integer that is out of range for its key: Logger::buildLog and
+///   Config::buildFileSystemLogger throw.
+/// - a "log.filename" without "/": checked in the working directory, written in the home directory.
+/// - Logger::buildLog also reads a tee that is any text, a filter "warn", and banner keys without
+///   "log."; its filter "warning" means debug. These differences are kept for compatibility.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: its list of errors.
@@ -30,9 +34,10 @@ public:
     bool isLegalConfiguration(Properties* properties) override;
 
 private:
-    bool checkFileName(const Properties& properties);
-    bool checkIntegers(const Properties& properties);
-    bool checkBannerTitle(const Properties& properties);
-    bool checkFilter(const Properties& properties);
-    void insertInvalid(const QString& key, const QString& value, const QString& hint = QString());
+    KEZ_HIDDEN bool checkFileName(const Properties& properties);
+    KEZ_HIDDEN bool checkIntegers(const Properties& properties);
+    KEZ_HIDDEN bool checkBannerTitle(const Properties& properties);
+    KEZ_HIDDEN bool checkFilter(const Properties& properties);
+    KEZ_HIDDEN void insertInvalid(const QString& key, const QString& value,
+                                  const QString& hint = QString());
 };

@@ -19,7 +19,7 @@ class KEZ_EXPORT LoggerLevel {
     Q_GADGET
 
 public:
-    /// A line is written when its level is greater than or equal to the logger's filter.
+    /// A line is written if its level is greater than or equal to the logger's filter.
     enum LogLevel : int {
         debug = 0,
         info = 1,
@@ -30,9 +30,10 @@ public:
     Q_ENUM(LogLevel)
 };
 
-/// The level as a signed 32-bit integer; reading checks no range.
+/// The level as a signed 32-bit integer; reading does not check the range.
 KEZ_EXPORT QDataStream& operator<<(QDataStream& stream, LoggerLevel::LogLevel level);
 KEZ_EXPORT QDataStream& operator>>(QDataStream& stream, LoggerLevel::LogLevel& level);
 
-/// Writes one whole log line, without a line end, into `out`, whose earlier content is dropped.
+/// Writes one whole log line, without a line end, into `out` and drops its earlier content. It is
+/// called with the logger's lock held: it should not wait for a thread that may log.
 using LogFormatter = void (*)(LoggerLevel::LogLevel level, const QString& msg, QString& out);

@@ -8,6 +8,7 @@
 #include "frame/lines_p.h"
 #include "kez/loggerconfigcontroller.h"
 #include "log/banner_p.h"
+#include "log/loggerkeys_p.h"
 
 #include <QDataStream>
 #include <QDir>
@@ -25,11 +26,6 @@ QString versionKey()
     return QStringLiteral("app.version");
 }
 
-QString logFileNameKey()
-{
-    return QStringLiteral("log.filename");
-}
-
 [[noreturn]] void raiseInvalid(const QString& key, const QString& value)
 {
     Failure::raise(BuildSignature,
@@ -38,25 +34,17 @@ QString logFileNameKey()
 
 LoggerLevel::LogLevel filterLevel(const Properties& properties)
 {
-    const QString key = QStringLiteral("log.filter");
-    if (!properties.contains(key))
-        return LoggerLevel::warning;
-    const QString name = properties.value(key).toLower();
-    if (name == QLatin1String("fatal"))
-        return LoggerLevel::fatal;
-    if (name == QLatin1String("error"))
-        return LoggerLevel::error;
-    if (name == QLatin1String("warning"))
-        return LoggerLevel::warning;
-    if (name == QLatin1String("info"))
-        return LoggerLevel::info;
-    return LoggerLevel::debug;
+    if (!properties.contains(LoggerKeys::Filter))
+        return LoggerKeys::ConfigDefaults.filter;
+    return LoggerKeys::levelNamed(&LoggerKeys::LevelNames::config,
+                                  properties.value(LoggerKeys::Filter).toLower())
+        .value_or(LoggerLevel::debug);
 }
 
 bool isTeeOn(const Properties& properties)
 {
-    const QString key = QStringLiteral("log.tee");
-    return properties.contains(key) && properties.value(key) == QLatin1String("1");
+    return properties.contains(LoggerKeys::Tee) &&
+           properties.value(LoggerKeys::Tee) == QLatin1String("1");
 }
 
 void checkLoggerKeys(const Properties& properties)
@@ -121,13 +109,12 @@ std::shared_ptr<Config> Config::load(const Properties& properties, const QString
 std::shared_ptr<Logger> Config::buildFileSystemLogger(const Properties& properties)
 {
     checkLoggerKeys(properties);
-    const auto maxSize =
-        numberOr<quint64>(properties, QStringLiteral("log.maxsize"), 1048576, raiseInvalid);
-    const auto kept = numberOr<quint32>(properties, QStringLiteral("log.kept"), 10, raiseInvalid);
-    const auto timeout =
-        numberOr<quint32>(properties, QStringLiteral("log.timeout"), 7, raiseInvalid);
+    constexpr LoggerKeys::Defaults absent = LoggerKeys::ConfigDefaults;
+    const quint64 maxSize = numberOr(properties, LoggerKeys::MaxSize, absent.maxSize, raiseInvalid);
+    const quint32 kept = numberOr(properties, LoggerKeys::Kept, absent.kept, raiseInvalid);
+    const quint32 timeout = numberOr(properties, LoggerKeys::Timeout, absent.timeout, raiseInvalid);
 
-    auto logger = std::make_shared<Logger>(properties.value(logFileNameKey()), maxSize, kept,
+    auto logger = std::make_shared<Logger>(properties.value(LoggerKeys::FileName), maxSize, kept,
                                            timeout, filterLevel(properties), nullptr);
     if (isTeeOn(properties))
         logger->enableTee();
@@ -169,14 +156,14 @@ bool Config::existsKey(const QString& key) const
 
 QString Config::logBannerTitle() const
 {
-    const QString key = QStringLiteral("log.banner.title");
+    const QString key = LoggerKeys::ConfigBannerTitle;
     const QString title = existsKey(key) ? value(key).trimmed() : QString();
     return title.isEmpty() ? Failure::message("DefaultLogTitle") : title;
 }
 
 bool Config::displayPropertiesWithinBanner() const
 {
-    const QString key = QStringLiteral("log.banner.properties");
+    const QString key = LoggerKeys::ConfigBannerProperties;
     if (!existsKey(key))
         return true;
     const QString choice = value(key).trimmed().toLower();
@@ -249,7 +236,7 @@ QDataStream& operator>>(QDataStream& stream, Config& config)
     if (stream.status() != QDataStream::Ok)
         return stream;
     config._properties = properties;
-    config._logger = properties->contains(logFileNameKey())
+    config._logger = properties->contains(LoggerKeys::FileName)
                          ? Config::buildFileSystemLogger(*properties)
                          : std::make_shared<Logger>();
     return stream;

@@ -5,22 +5,30 @@
 
 #include "kez/logger.h"
 #include "kez/properties.h"
+#include "log/logring_p.h"
 
 #include <QString>
 
 #include <algorithm>
+#include <mutex>
 
 /// Lets the lines of a banner, which are written at level info, through a logger's filter.
+///
+/// The banners of a logger and its copies are written one after the other: of two at once, the
+/// second would restore the filter that the first one had set.
 class BannerFilter {
 public:
     explicit BannerFilter(Logger& logger)
-        : _logger(logger), _previous(logger.setFilter(LoggerLevel::info))
+        : _oneAtATime(logger._spRing->banners),
+          _logger(logger),
+          _previous(logger.setFilter(LoggerLevel::info))
     {}
     ~BannerFilter() { _logger.setFilter(_previous); }
     BannerFilter(const BannerFilter&) = delete;
     BannerFilter& operator=(const BannerFilter&) = delete;
 
 private:
+    const std::lock_guard<std::recursive_mutex> _oneAtATime;
     Logger& _logger;
     LoggerLevel::LogLevel _previous;
 };

@@ -8,10 +8,25 @@
 #include <QDir>
 
 #include <atomic>
+#include <mutex>
 
 namespace {
 
 constinit std::atomic<Log*> currentInstance = nullptr;
+
+// Recursive: a message handler may ask for the instance while its own thread makes it.
+constinit std::recursive_mutex creation;
+
+/// The instance. If there is none, `make` makes it, and only once for threads that ask together.
+template <typename Make>
+Log* instanceOr(Make make)
+{
+    if (Log* const instance = currentInstance)
+        return instance;
+    const std::lock_guard<std::recursive_mutex> lock(creation);
+    Log* const instance = currentInstance;
+    return instance ? instance : make();
+}
 
 } // namespace
 
@@ -45,21 +60,18 @@ Log::~Log()
 Log* Log::initInstance(const QString& fileName, bool tee, quint64 maxSize, quint32 kept,
                        quint32 timeout, LoggerLevel::LogLevel filter, LogFormatter lineFormatter)
 {
-    Log* const instance = currentInstance;
-    return instance ? instance
-                    : new Log(fileName, tee, maxSize, kept, timeout, filter, lineFormatter);
+    return instanceOr(
+        [&] { return new Log(fileName, tee, maxSize, kept, timeout, filter, lineFormatter); });
 }
 
 Log* Log::initInstance(Logger& logger)
 {
-    Log* const instance = currentInstance;
-    return instance ? instance : new Log(logger);
+    return instanceOr([&] { return new Log(logger); });
 }
 
 Log* Log::initInstance()
 {
-    Log* const instance = currentInstance;
-    return instance ? instance : new Log;
+    return instanceOr([] { return new Log; });
 }
 
 Log* Log::getInstance()
@@ -211,7 +223,7 @@ std::shared_ptr<Logger> Log::removeLogger(const QString& name)
     return _loggers.take(name);
 }
 
-/// A text that the filter drops is not even decoded.
+/// Does not decode a text that the filter drops.
 void Log::write(const char* signature, LoggerLevel::LogLevel level, const char* msg)
 {
     Logger& logger = defaultLogger(signature);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/logger.h"
+#include "log/loggerkeys_p.h"
 
 #include <algorithm>
 #include <array>
@@ -35,7 +36,7 @@ char16_t* putNumber(char16_t* at, int value, int digits)
 void render(std::time_t second, RenderedSecond& rendered)
 {
     std::tm local{};
-    tzset(); // localtime_r alone would miss a change of the time zone
+    tzset(); // localtime_r alone does not see a change of the time zone
     localtime_r(&second, &local);
 
     char16_t* at = putNumber(rendered.text.data(), local.tm_mday, 2);
@@ -46,24 +47,6 @@ void render(std::time_t second, RenderedSecond& rendered)
     at = putNumber(put(at, u":"), local.tm_sec, 2);
     put(at, u",");
     rendered.second = second;
-}
-
-// All of one width, so that the messages of all lines begin in the same column.
-std::u16string_view tag(LoggerLevel::LogLevel level)
-{
-    switch (level) {
-    case LoggerLevel::info:
-        return u"INFOR";
-    case LoggerLevel::warning:
-        return u"WARNG";
-    case LoggerLevel::error:
-        return u"ERROR";
-    case LoggerLevel::fatal:
-        return u"FATAL";
-    case LoggerLevel::debug:
-        break;
-    }
-    return u"DEBUG";
 }
 
 } // namespace
@@ -85,7 +68,7 @@ void Logger::formatter(LoggerLevel::LogLevel level, const QString& msg, QString&
     auto* at = reinterpret_cast<char16_t*>(out.data());
     at = std::copy(renderedSecond.text.begin(), renderedSecond.text.end(), at);
     at = putNumber(at, static_cast<int>(now.tv_nsec / 1000000), 3);
-    at = put(put(put(at, u" <"), tag(level)), u"> ");
-    // Not utf16(), which reallocates a text that does not own its characters, const or not.
+    at = put(put(put(at, u" <"), LoggerKeys::tag(level)), u"> ");
+    // Not utf16(): it reallocates a text that does not own its characters, even a const one.
     std::copy_n(reinterpret_cast<const char16_t*>(msg.constData()), msg.size(), at);
 }

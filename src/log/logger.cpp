@@ -4,14 +4,14 @@
 #include "kez/logger.h"
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
+#include "log/loggerkeys_p.h"
 #include "log/logring_p.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QMutex>
-
-#include <mutex>
+#include <QScopedValueRollback>
 
 namespace {
 
@@ -31,7 +31,7 @@ void checkDirectory(const QString& path)
         Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", path));
 }
 
-/// `<directory>/<base>-%d.log`, in a directory that can be used.
+/// `<directory>/<base>-%d.log` as given. Throws if the directory cannot be used.
 QString ringPattern(const QString& fileName)
 {
     const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
@@ -44,29 +44,61 @@ QString ringPattern(const QString& fileName)
     return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
 }
 
+/// The same files, whatever the working directory is later.
+QString absolutePattern(const QString& pattern)
+{
+    if (pattern.startsWith(QLatin1Char('/')))
+        return pattern;
+    const qsizetype slash = pattern.lastIndexOf(QLatin1Char('/'));
+    // A search prefix ("logs:") is replaced by its directory, as it was for checkDirectory().
+    const QString directory = QFileInfo(pattern.left(slash)).filePath();
+    const QString absolute = directory + pattern.sliced(slash);
+    if (absolute.startsWith(QLatin1Char('/')))
+        return absolute;
+    const QString current = QDir::currentPath();
+    // Not cleaned: behind a symbolic link, ".." leads elsewhere.
+    return current.isEmpty() ? absolute : current + QLatin1Char('/') + absolute;
+}
+
+/// Whether this thread formats a line that did not get the lock.
+constinit thread_local bool isDegrading = false;
+
+/// Shows a line whose thread did not get the lock.
+void showDegraded(LogFormatter formatter, LoggerLevel::LogLevel level, const QString& msg)
+{
+    // A formatter that logs comes here again for its own line; the default one ends this.
+    const LogFormatter used = isDegrading ? orDefault(nullptr) : formatter;
+    QString line;
+    {
+        const QScopedValueRollback<bool> degrading(isDegrading, true);
+        used(level, msg, line);
+    }
+    qtMessages().debug().noquote().nospace() << "Logger::writeTrace DEADLOCK >> stdout - " << line;
+}
+
 } // namespace
 
 Logger::Logger()
     : _formatter(orDefault(nullptr)),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>())
+      _spRing(std::make_shared<Ring>(_spMutex))
 {}
 
 Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
                LoggerLevel::LogLevel filter, LogFormatter lineFormatter)
     : _formatter(orDefault(lineFormatter)),
       _spFileName(std::make_shared<QString>(ringPattern(fileName))),
-      _maxSize(maxSize == 0 ? 1048576 : maxSize),
+      _maxSize(maxSize == 0 ? LoggerKeys::MaxSizeForZero : maxSize),
       _timeout(timeout),
-      _kept(kept == 0 ? 5 : kept),
+      _kept(kept == 0 ? LoggerKeys::KeptForZero : kept),
       _filter(filter),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>())
+      _spRing(std::make_shared<Ring>(_spMutex, absolutePattern(*_spFileName)))
 {
     try {
         openNewestFile();
     } catch (...) {
-        closeDuplicatedHandle(); // nobody was handed the stream
+        _spRing->closeStream(); // no caller has it
         throw;
     }
 }
@@ -85,7 +117,11 @@ Logger::Logger(const Logger& other)
       _spRing(other._spRing)
 {}
 
-Logger::~Logger() = default;
+Logger::~Logger()
+{
+    // A thread that writes through this object is done with it when it releases the lock.
+    const RingLock lock(*_spRing, RingLock::Wait::Unlimited);
+}
 
 LoggerLevel::LogLevel Logger::filter() const
 {
@@ -116,12 +152,9 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
 {
     if (level < filter())
         return;
-    std::unique_lock lock(*_spMutex, std::defer_lock);
-    if (!lock.try_lock_for(Ring::LockWait)) {
-        QString line;
-        formatter()(level, msg, line);
-        qtMessages().debug().noquote().nospace()
-            << "Logger::writeTrace DEADLOCK >> stdout - " << line;
+    RingLock lock(*_spRing);
+    if (!lock.isHeld()) {
+        showDegraded(formatter(), level, msg);
         return;
     }
     QString& line = _spRing->freshLine();
@@ -135,24 +168,7 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
         line += QStringLiteral(" [Tee]"); // the file receives it too
         writeConsole(level, line);
     }
-    // A line that did not reach the file is shown once the others can go on.
-    const auto showLostLine = [&] {
-        const QString lost = line + QStringLiteral(" [>>]");
-        lock.unlock();
-        if (!isTeed)
-            writeConsole(level, lost);
-    };
-    try {
-        if (!appendToFile(level, line))
-            showLostLine();
-    } catch (const Exception& e) {
-        showLostLine();
-        throw Exception(e);
-    } catch (...) {
-        showLostLine();
-        Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
-                       QStringLiteral("catch(...) ?"));
-    }
+    writeToFile(lock, level, line, isTeed);
 }
 
 void Logger::debug(const QString& msg)
@@ -210,7 +226,7 @@ LoggerLevel::LogLevel Logger::setFilter(LoggerLevel::LogLevel filter)
 
 LogFormatter Logger::setFormatter(LogFormatter lineFormatter)
 {
-    // Only ever a reset to the default: see the declaration.
+    // Only resets to the default: see the declaration.
     return lineFormatter ? formatter() : _formatter.exchange(orDefault(nullptr));
 }
 
@@ -226,15 +242,19 @@ void Logger::disableTee()
 
 void Logger::close()
 {
-    if (_spRing->file && _spRing->file->isOpen())
-        _spRing->file->close();
-    closeDuplicatedHandle();
+    _spRing->exclusively("close", [this] {
+        if (_spRing->file && _spRing->file->isOpen())
+            _spRing->file->close();
+        _spRing->closeStream();
+    });
 }
 
 void Logger::duplicateLogFile()
 {
-    if (_spRing->file)
-        _spRing->duplicate();
+    _spRing->exclusively("duplicateLogFile", [this] {
+        if (_spRing->file)
+            _spRing->duplicate();
+    });
 }
 
 FILE* Logger::duplicatedDescriptor() const
@@ -244,31 +264,55 @@ FILE* Logger::duplicatedDescriptor() const
 
 void Logger::closeDuplicatedHandle()
 {
-    _spRing->closeStream();
+    _spRing->exclusively("closeDuplicatedHandle", [this] { _spRing->closeStream(); });
 }
 
 void Logger::openNewestFile()
 {
     const unsigned int index = lookForLastFile();
-    const QString path = ringFileName(index);
     _spRing->last = index;
-    if (QFile::exists(path)) {
+    if (QFile::exists(ringFileName(index))) {
         if (!openRingFile(index, QIODevice::NotOpen))
-            Failure::raise(ConstructorSignature, Failure::message("FileAppendFailure", path));
-        duplicateLogFile();
+            Failure::raise(ConstructorSignature,
+                           Failure::message("FileAppendFailure", shownFileName(index)));
+        _spRing->duplicate();
         if (needsRotate())
             _spRing->last = rotation(index);
     } else if (!openRingFile(index, QIODevice::NewOnly)) {
-        Failure::raise(ConstructorSignature, Failure::message("FileCreatingFailure", path));
+        Failure::raise(ConstructorSignature,
+                       Failure::message("FileCreatingFailure", shownFileName(index)));
     }
 }
 
-/// False when the file did not take the line. A rotation that leaves no file is no such case: the
-/// line is shown with the reason, and that is what becomes of it.
+/// A line that does not reach the file is shown with a marker, unless the tee has shown it already.
+void Logger::writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line, bool isTeed)
+{
+    const auto showLostLine = [&] {
+        const QString lost = line + QStringLiteral(" [>>]");
+        lock.release(); // other writers do not wait for the message handler
+        if (!isTeed)
+            writeConsole(level, lost);
+    };
+    try {
+        if (!appendToFile(level, line))
+            showLostLine();
+    } catch (const Exception& e) {
+        showLostLine();
+        throw Exception(e);
+    } catch (...) {
+        showLostLine();
+        Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
+                       QStringLiteral("catch(...) ?"));
+    }
+}
+
+/// False if the file did not take the line. After a rotation that leaves no file the line is shown
+/// with that reason, and the result is true.
 bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
 {
     const QByteArray& bytes = _spRing->encoded(line);
-    if (isTooOldOrReaches(bytes.size() + (_spRing->endsInsideLine ? 1 : 0)))
+    const qint64 size = bytes.size() + (_spRing->endsInsideLine ? 1 : 0);
+    if (_spRing->isTooOldOrReaches(size, _maxSize))
         _spRing->last = rotation(_spRing->last);
     if (_spRing->file)
         return _spRing->append(bytes);

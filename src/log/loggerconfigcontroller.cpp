@@ -3,6 +3,7 @@
 
 #include "kez/loggerconfigcontroller.h"
 #include "frame/failure_p.h"
+#include "log/loggerkeys_p.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -61,7 +62,7 @@ bool LoggerConfigController::isLegalConfiguration(Properties* properties)
 
 bool LoggerConfigController::checkFileName(const Properties& properties)
 {
-    const QString key = QStringLiteral("log.filename");
+    const QString key = LoggerKeys::FileName;
     const QString fileName = properties.contains(key) ? properties.value(key) : QString();
     if (!fileName.isEmpty() && isUsableDirectory(QFileInfo(fileName).absoluteDir().path()))
         return true;
@@ -72,9 +73,8 @@ bool LoggerConfigController::checkFileName(const Properties& properties)
 bool LoggerConfigController::checkIntegers(const Properties& properties)
 {
     bool areLegal = true;
-    for (const char* name :
-         {"log.maxsize", "log.kept", "log.timeout", "log.tee", "log.banner.properties"}) {
-        const QString key = QString::fromLatin1(name);
+    for (const QString key : {LoggerKeys::MaxSize, LoggerKeys::Kept, LoggerKeys::Timeout,
+                              LoggerKeys::Tee, LoggerKeys::ConfigBannerProperties}) {
         if (properties.contains(key) && !isInteger(properties.value(key))) {
             insertInvalid(key, properties.value(key));
             areLegal = false;
@@ -85,7 +85,7 @@ bool LoggerConfigController::checkIntegers(const Properties& properties)
 
 bool LoggerConfigController::checkBannerTitle(const Properties& properties)
 {
-    const QString key = QStringLiteral("log.banner.title");
+    const QString key = LoggerKeys::ConfigBannerTitle;
     if (!properties.contains(key) || !holdsForeignMarker(properties.value(key)))
         return true;
     insertInvalid(key, properties.value(key), QStringLiteral(" -> %1 = version"));
@@ -94,11 +94,9 @@ bool LoggerConfigController::checkBannerTitle(const Properties& properties)
 
 bool LoggerConfigController::checkFilter(const Properties& properties)
 {
-    const QString key = QStringLiteral("log.filter");
-    static const QStringList names = {QStringLiteral("debug"), QStringLiteral("info"),
-                                      QStringLiteral("warning"), QStringLiteral("error"),
-                                      QStringLiteral("fatal")};
-    if (!properties.contains(key) || names.contains(properties.value(key)))
+    const QString key = LoggerKeys::Filter;
+    if (!properties.contains(key) ||
+        LoggerKeys::levelNamed(&LoggerKeys::LevelNames::validator, properties.value(key)))
         return true;
     insertInvalid(key, properties.value(key));
     return false;

@@ -9,9 +9,6 @@
 
 #include <QJsonDocument>
 #include <QMetaEnum>
-#include <QMutex>
-
-#include <mutex>
 
 namespace {
 
@@ -68,8 +65,8 @@ QString Logger::toString() const
     const void* file = nullptr;
     bool isOpen = false;
     unsigned int last = 0;
-    // Not for ever: a formatter or a message handler may ask while its own line is being written.
-    if (std::unique_lock lock(*_spMutex, Ring::LockWait); lock.owns_lock()) {
+    const RingLock lock(*_spRing);
+    if (_spRing->isHeldByThisThread()) {
         file = _spRing->file.get();
         isOpen = _spRing->file && _spRing->file->isOpen();
         last = _spRing->last;

@@ -8,6 +8,7 @@
 #include "kez/log.h"
 #include "kez/logger.h"
 #include "kez/properties.h"
+#include "log/loggerkeys_p.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -16,16 +17,14 @@
 #include <limits>
 #include <optional>
 
-// Stands apart from the rest of the class, since it falls back to the facade, which owns loggers.
+// In a file of its own: it falls back to the facade, which stands above the rest of the class.
 
 namespace {
 
-struct Settings {
+struct Settings : LoggerKeys::Defaults {
+    explicit Settings(const LoggerKeys::Defaults& defaults) : LoggerKeys::Defaults(defaults) {}
+
     QString fileName;
-    quint64 maxSize = 1048576;
-    quint32 kept = 10;
-    quint32 timeout = 7;
-    LoggerLevel::LogLevel filter = LoggerLevel::warning;
     bool isTeeOn = false;
 };
 
@@ -33,7 +32,7 @@ constexpr const char* PropertiesSignature =
     "shared_ptr<Logger> Logger::buildLog(const QMap<QString,QString>&)";
 constexpr const char* JsonSignature = "shared_ptr<Logger> Logger::buildLog(const QJsonObject&)";
 
-/// The process's default logger, told why it has to serve.
+/// The process's default logger, after it has logged the reason.
 std::shared_ptr<Logger> defaultLoggerInstead(const QString& reason)
 {
     reportCritical(reason);
@@ -72,30 +71,22 @@ QString valueOr(const Properties& properties, const QString& key, const QString&
 
 LoggerLevel::LogLevel propertiesFilter(const Properties& properties)
 {
-    const QString name = valueOr(properties, QStringLiteral("log.filter"), QStringLiteral("warn"));
-    if (name == QLatin1String("fatal"))
-        return LoggerLevel::fatal;
-    if (name == QLatin1String("error"))
-        return LoggerLevel::error;
-    if (name == QLatin1String("warn"))
-        return LoggerLevel::warning;
-    if (name == QLatin1String("info"))
-        return LoggerLevel::info;
-    return LoggerLevel::debug; // "warning" included: see the declaration
+    if (!properties.contains(LoggerKeys::Filter))
+        return LoggerKeys::FactoryDefaults.filter;
+    return LoggerKeys::levelNamed(&LoggerKeys::LevelNames::factory,
+                                  properties.value(LoggerKeys::Filter))
+        .value_or(LoggerLevel::debug); // "warning" included: see the declaration
 }
 
 Settings settingsFrom(const Properties& properties)
 {
-    Settings settings;
-    settings.fileName = properties.value(QStringLiteral("log.filename"));
+    Settings settings(LoggerKeys::FactoryDefaults);
+    settings.fileName = properties.value(LoggerKeys::FileName);
     settings.isTeeOn =
-        valueOr(properties, QStringLiteral("log.tee"), QStringLiteral("0")) != QLatin1String("0");
-    // One byte by default, a new file before every line: see the declaration.
-    settings.maxSize =
-        numberOr<quint64>(properties, QStringLiteral("log.maxsize"), 1, raiseInvalid);
-    settings.kept = numberOr(properties, QStringLiteral("log.kept"), settings.kept, raiseInvalid);
-    settings.timeout =
-        numberOr(properties, QStringLiteral("log.timeout"), settings.timeout, raiseInvalid);
+        valueOr(properties, LoggerKeys::Tee, QStringLiteral("0")) != QLatin1String("0");
+    settings.maxSize = numberOr(properties, LoggerKeys::MaxSize, settings.maxSize, raiseInvalid);
+    settings.kept = numberOr(properties, LoggerKeys::Kept, settings.kept, raiseInvalid);
+    settings.timeout = numberOr(properties, LoggerKeys::Timeout, settings.timeout, raiseInvalid);
     settings.filter = propertiesFilter(properties);
     return settings;
 }
@@ -103,15 +94,18 @@ Settings settingsFrom(const Properties& properties)
 QString noFileName()
 {
     return Failure::text(
-        JsonSignature, Failure::message("InvalidParameter", QStringLiteral("fileName"), QString()));
+        JsonSignature,
+        Failure::message("InvalidParameter", QString(LoggerKeys::JsonFileName), QString()));
 }
 
 struct JsonSettings : Settings {
+    using Settings::Settings;
+
     QString bannerTitle;
     bool recordsConfiguration = false;
 };
 
-/// The value as an integer of that type, if it is one.
+/// The value as an integer of that type, if it is one and in range.
 template <typename Number>
 std::optional<Number> integer(const QJsonValue& value)
 {
@@ -122,46 +116,28 @@ std::optional<Number> integer(const QJsonValue& value)
     return fits ? std::optional<Number>(static_cast<Number>(number)) : std::nullopt;
 }
 
-void applyJsonFilter(const QString& name, LoggerLevel::LogLevel& filter)
-{
-    static const QMap<QString, LoggerLevel::LogLevel> levels = {
-        {QStringLiteral("inf"), LoggerLevel::info},
-        {QStringLiteral("info"), LoggerLevel::info},
-        {QStringLiteral("information"), LoggerLevel::info},
-        {QStringLiteral("wrn"), LoggerLevel::warning},
-        {QStringLiteral("warning"), LoggerLevel::warning},
-        {QStringLiteral("err"), LoggerLevel::error},
-        {QStringLiteral("error"), LoggerLevel::error},
-        {QStringLiteral("ftl"), LoggerLevel::fatal},
-        {QStringLiteral("fatal"), LoggerLevel::fatal},
-        {QStringLiteral("dbg"), LoggerLevel::debug},
-        {QStringLiteral("debug"), LoggerLevel::debug},
-        {QStringLiteral("all"), LoggerLevel::debug},
-    };
-    filter = levels.value(name, filter);
-}
-
 void applyJsonBanner(const QJsonArray& banner, JsonSettings& settings)
 {
     for (const QJsonValue& element : banner) {
-        settings.bannerTitle = element[QLatin1String("title")].toString(settings.bannerTitle);
+        settings.bannerTitle = element[LoggerKeys::JsonBannerTitle].toString(settings.bannerTitle);
         settings.recordsConfiguration =
-            element[QLatin1String("properties")].toBool(settings.recordsConfiguration);
+            element[LoggerKeys::JsonBannerProperties].toBool(settings.recordsConfiguration);
     }
 }
 
-/// Members of another type leave the setting as it is.
+/// Members of another type leave the setting as it is, and so does an unknown filter.
 void applyJson(const QJsonObject& members, JsonSettings& settings)
 {
-    settings.fileName = members[QLatin1String("fileName")].toString(settings.fileName);
+    settings.fileName = members[LoggerKeys::JsonFileName].toString(settings.fileName);
     settings.maxSize =
-        integer<quint64>(members[QLatin1String("maxSize")]).value_or(settings.maxSize);
+        integer<quint64>(members[LoggerKeys::JsonMaxSize]).value_or(settings.maxSize);
     settings.timeout =
-        integer<quint32>(members[QLatin1String("timeout")]).value_or(settings.timeout);
-    settings.kept = integer<quint32>(members[QLatin1String("kept")]).value_or(settings.kept);
-    settings.isTeeOn = members[QLatin1String("tee")].toBool(settings.isTeeOn);
-    applyJsonFilter(members[QLatin1String("filter")].toString(), settings.filter);
-    applyJsonBanner(members[QLatin1String("banner")].toArray(), settings);
+        integer<quint32>(members[LoggerKeys::JsonTimeout]).value_or(settings.timeout);
+    settings.kept = integer<quint32>(members[LoggerKeys::JsonKept]).value_or(settings.kept);
+    settings.isTeeOn = members[LoggerKeys::JsonTee].toBool(settings.isTeeOn);
+    settings.filter = LoggerKeys::levelNamedInJson(members[LoggerKeys::JsonFilter].toString())
+                          .value_or(settings.filter);
+    applyJsonBanner(members[LoggerKeys::JsonBanner].toArray(), settings);
 }
 
 } // namespace
@@ -172,25 +148,25 @@ std::shared_ptr<Logger> Logger::buildLog(const Properties& properties)
     const std::shared_ptr<Logger> logger = build(settings);
     setTee(*logger, settings.isTeeOn);
     const QString defaultTitle = Failure::message("DefaultLogBanner");
-    logger->_bannerTitle = valueOr(properties, QStringLiteral("banner.title"), defaultTitle);
-    const QString flagKey = QStringLiteral("banner.properties");
-    if (properties.contains(flagKey)) {
-        const QString flag = properties.value(flagKey).trimmed().toLower();
+    logger->_bannerTitle = valueOr(properties, LoggerKeys::FactoryBannerTitle, defaultTitle);
+    if (properties.contains(LoggerKeys::FactoryBannerProperties)) {
+        const QString flag =
+            properties.value(LoggerKeys::FactoryBannerProperties).trimmed().toLower();
         logger->_recordConfigurationData =
             flag == QLatin1String("1") || flag == QLatin1String("true");
     } else {
-        logger->_bannerTitle = defaultTitle; // the title counts together with the flag only
+        logger->_bannerTitle = defaultTitle; // a title without the flag does not apply
     }
     return logger;
 }
 
 std::shared_ptr<Logger> Logger::buildLog(const QJsonObject& json)
 {
-    const QJsonValue elements = json[QLatin1String("log")];
+    const QJsonValue elements = json[LoggerKeys::JsonLog];
     if (!elements.isArray())
         return Log::getInstance()->log();
 
-    JsonSettings settings;
+    JsonSettings settings(LoggerKeys::JsonDefaults);
     settings.bannerTitle = Failure::message("LogBannerTitle");
     for (const QJsonValue& element : elements.toArray())
         applyJson(element.toObject(), settings);

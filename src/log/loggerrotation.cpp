@@ -7,13 +7,17 @@
 #include "log/logring_p.h"
 
 #include <QDebug>
-#include <QDirIterator>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <functional>
+#include <memory>
+#include <utility>
 
+#include <cerrno>
 #include <cstdio>
+
+#include <dirent.h>
 
 namespace {
 
@@ -25,60 +29,89 @@ constexpr auto NoFileName = static_cast<unsigned int>(-5);
 
 constexpr unsigned int Shifted = 0;
 
+// The search in a directory that cannot be listed ends after so many indexes without a file.
+constexpr unsigned int LongestGap = 65536;
+
 const QLatin1String IndexMarker("%d.log");
+
+/// The pattern with the index in place of its marker.
+QString withIndex(const QString& pattern, unsigned int index)
+{
+    // Only the end of the pattern counts: the directory may hold a "%d" of its own.
+    return pattern.chopped(IndexMarker.size()) + QString::number(index) + QStringLiteral(".log");
+}
 
 bool renameFile(const QString& from, const QString& to)
 {
-    // Not QFile::rename, which would copy and delete where the file system refuses.
+    // Not QFile::rename, which copies and deletes where the file system refuses.
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
+/// The names in a directory; nothing if it cannot be listed.
+std::optional<QStringList> namesIn(const QString& path)
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(
+        opendir(QFile::encodeName(path).constData()), &closedir);
+    if (!directory)
+        return std::nullopt;
+    QStringList names;
+    errno = 0;
+    while (const dirent* const entry = readdir(directory.get())) {
+        names.append(QFile::decodeName(entry->d_name));
+        errno = 0;
+    }
+    return errno == 0 ? std::optional(names) : std::nullopt;
 }
 
 } // namespace
 
 bool Logger::needsRotate() const
 {
-    return isTooOldOrReaches(0);
+    return _spRing->isTooOldOrReaches(0, _maxSize);
 }
 
 bool Logger::needsRotate(const QString& text) const
 {
-    return isTooOldOrReaches(text.toUtf8().size());
+    return _spRing->isTooOldOrReaches(text.toUtf8().size(), _maxSize);
 }
 
 unsigned int Logger::rotation(unsigned int last)
 {
     if (!_spFileName)
         return NoFileName;
-    _spRing->file.reset();
+    std::shared_ptr<QFile> before = std::exchange(_spRing->file, nullptr);
     if (last < _kept - 1)
-        return startRingFile(last + 1, NextNotCreated);
+        return startRingFile(last + 1, std::move(before), NextNotCreated);
     const unsigned int status = shiftRing();
-    return status == Shifted ? startRingFile(_kept - 1, NewestNotCreated) : status;
+    return status == Shifted ? startRingFile(_kept - 1, std::move(before), NewestNotCreated)
+                             : status;
 }
 
 unsigned int Logger::lookForLastFile()
 {
     if (!_spFileName)
         return 0;
-    for (const unsigned int index : indexesDownwards()) {
-        const QFileInfo file(ringFileName(index));
-        if (file.exists())
-            return static_cast<quint64>(file.size()) >= _maxSize ? rotation(index) : index;
-    }
-    return 0;
+    const std::optional<unsigned int> newest = newestIndex();
+    if (!newest)
+        return 0;
+    const bool isFull = static_cast<quint64>(QFileInfo(ringFileName(*newest)).size()) >= _maxSize;
+    return isFull ? rotation(*newest) : *newest;
 }
 
 QString Logger::ringFileName(unsigned int index) const
 {
-    // Only the end of the pattern counts: the directory may hold a "%d" of its own.
-    return _spFileName->chopped(IndexMarker.size()) + QString::number(index) +
-           QStringLiteral(".log");
+    return withIndex(_spRing->pattern, index);
+}
+
+QString Logger::shownFileName(unsigned int index) const
+{
+    return withIndex(*_spFileName, index);
 }
 
 bool Logger::openRingFile(unsigned int index, QIODevice::OpenMode mode)
 {
-    // Appending, a new file too: with several descriptors on it no line overwrites another, and a
-    // file that somebody truncates has no hole.
+    // A new file appends too: with several descriptors on it no line overwrites another one, and a
+    // file that is truncated from outside gets no hole.
     auto file = std::make_shared<QFile>(ringFileName(index));
     if (!file->open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text | mode))
         return false;
@@ -86,22 +119,36 @@ bool Logger::openRingFile(unsigned int index, QIODevice::OpenMode mode)
     return true;
 }
 
-unsigned int Logger::startRingFile(unsigned int index, unsigned int statusOnFailure)
+/// Opens a new file in place of the one before, which is closed after that: another thread could
+/// take a descriptor that was given away first, and none might be left for the new file.
+bool Logger::openInPlaceOf(std::shared_ptr<QFile> before, unsigned int index)
 {
-    if (!openRingFile(index, QIODevice::NewOnly))
+    const bool isOpen = openRingFile(index, QIODevice::NewOnly);
+    if (!before || !before->isOpen())
+        return isOpen;
+    before->close();
+    // If no descriptor was free, there is one now.
+    return isOpen || openRingFile(index, QIODevice::NewOnly);
+}
+
+unsigned int Logger::startRingFile(unsigned int index, std::shared_ptr<QFile> before,
+                                   unsigned int statusOnFailure)
+{
+    if (!openInPlaceOf(std::move(before), index))
         return statusOnFailure;
+    _spRing->last = index;
     try {
-        duplicateLogFile();
+        _spRing->duplicate();
     } catch (const Exception& e) {
         qtMessages().warning().noquote().nospace()
             << "Echec de la duplioation du descripteur de journal : " << e.detail();
-        closeDuplicatedHandle();
+        _spRing->closeStream();
         _spRing->stream = nullptr;
     }
     return index;
 }
 
-/// Makes room at the top of a full ring: drops its oldest file and moves the others down.
+/// Makes room at the top of a full ring: deletes its oldest file and moves the others down.
 unsigned int Logger::shiftRing() const
 {
     const QString oldest = ringFileName(0);
@@ -114,34 +161,42 @@ unsigned int Logger::shiftRing() const
     return Shifted;
 }
 
-/// The indexes of the ring that the directory holds, the newest first. Listed rather than tried one
-/// by one: the number of files to keep may be very large.
-QList<unsigned int> Logger::indexesDownwards() const
+/// The highest index of the ring that has a file. The directory is listed, since a ring may have
+/// very many indexes. Without a free descriptor that fails, and the indexes are tried one by one.
+std::optional<unsigned int> Logger::newestIndex() const
 {
-    const qsizetype slash = _spFileName->lastIndexOf(QLatin1Char('/'));
-    const QString head = _spFileName->sliced(slash + 1).chopped(IndexMarker.size());
-    QList<unsigned int> indexes;
-    QDirIterator entries(_spFileName->left(slash + 1),
-                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    while (entries.hasNext()) {
-        entries.next();
-        const QString name = entries.fileName();
+    const qsizetype slash = _spRing->pattern.lastIndexOf(QLatin1Char('/'));
+    const auto names = namesIn(_spRing->pattern.left(slash + 1));
+    if (!names)
+        return newestIndexTried();
+    const QString head = _spRing->pattern.sliced(slash + 1).chopped(IndexMarker.size());
+    std::optional<unsigned int> newest;
+    for (const QString& name : *names) {
         if (!name.startsWith(head))
             continue;
         const unsigned int index =
             name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
-        if (index < _kept && ringFileName(index).endsWith(QLatin1Char('/') + name))
-            indexes.append(index);
+        const QString path = ringFileName(index);
+        if (index < _kept && (!newest || index > *newest) &&
+            path.endsWith(QLatin1Char('/') + name) && QFile::exists(path))
+            newest = index;
     }
-    std::sort(indexes.begin(), indexes.end(), std::greater<>());
-    return indexes;
+    return newest;
 }
 
-bool Logger::isTooOldOrReaches(qint64 extraBytes) const
+/// The same without a list. A ring has no long gaps, so the search does not go through all indexes
+/// of a large one.
+std::optional<unsigned int> Logger::newestIndexTried() const
 {
-    if (!_spFileName || !_spRing->file)
-        return false;
-    if (_spRing->isTooOld())
-        return true;
-    return static_cast<quint64>(_spRing->size() + extraBytes) >= _maxSize;
+    std::optional<unsigned int> newest;
+    unsigned int gap = 0;
+    for (unsigned int i = 0; i < _kept && gap < LongestGap; ++i) {
+        if (QFile::exists(ringFileName(i))) {
+            newest = i;
+            gap = 0;
+        } else {
+            ++gap;
+        }
+    }
+    return newest;
 }

@@ -18,7 +18,7 @@
 
 namespace {
 
-// Above this the buffers of one long line are given back instead of being kept for the next one.
+// A buffer that a long line made larger than this is freed instead of kept.
 constexpr qsizetype KeptBufferSize = 65536;
 
 qint64 millisecondsNow()
@@ -43,7 +43,7 @@ rlim_t processLimit()
     return getrlimit(RLIMIT_FSIZE, &limit) == 0 ? limit.rlim_cur : RLIM_INFINITY;
 }
 
-/// In the language of the C library's locale, unlike the texts of std::generic_category().
+/// In the language of the C library's locale; the texts of std::generic_category() are English.
 QString systemText(int error)
 {
     std::array<char, 256> buffer{};
@@ -69,14 +69,16 @@ qint64 Logger::Ring::size() const
 {
     if (!file->isOpen())
         return file->size();
-    // Cheaper than fstat, and harmless to whoever writes: that goes to the end of the file anyway.
+    // Cheaper than fstat. It moves the position, which does not matter: every write appends.
     const off_t end = lseek(file->handle(), 0, SEEK_END);
     return end < 0 ? 0 : end;
 }
 
-bool Logger::Ring::isTooOld() const
+bool Logger::Ring::isTooOldOrReaches(qint64 extraBytes, quint64 maxSize) const
 {
-    return millisecondsNow() >= _tooOldAt;
+    if (!file)
+        return false;
+    return millisecondsNow() >= _tooOldAt || static_cast<quint64>(size() + extraBytes) >= maxSize;
 }
 
 QString& Logger::Ring::freshLine()
@@ -94,7 +96,7 @@ const QByteArray& Logger::Ring::encoded(const QString& line)
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
     _bytes.resize(encoder.requiredSpace(line.size()) + 1);
     char* end = encoder.appendToBuffer(_bytes.data(), line);
-    if (encoder.hasError()) { // a lone surrogate: the encoder and QString replace it differently
+    if (encoder.hasError()) { // a lone surrogate, which the encoder and QString replace differently
         _bytes = line.toUtf8() + '\n';
         return _bytes;
     }
@@ -116,8 +118,8 @@ void Logger::Ring::duplicate()
 {
     const int descriptor = file->handle();
     if (streamIsOpen) {
-        // The stream may be in somebody's hands: it stays, and its descriptor changes files. What
-        // it still buffers belongs to the file that it was written for.
+        // A caller may hold the stream: it stays, and its descriptor changes files. What it still
+        // buffers was written for the file before.
         std::fflush(stream);
         if (dup3(descriptor, fileno(stream), O_CLOEXEC) < 0)
             raiseDuplicationFailure(errno);
@@ -143,7 +145,7 @@ void Logger::Ring::closeStream()
     std::fclose(stream);
 }
 
-/// A write beyond the process's limit would not only fail: its signal ends the process.
+/// A write beyond the process's limit must not be tried: its signal may end the process.
 bool Logger::Ring::exceedsProcessLimit(qint64 extraBytes)
 {
     if (_processLimit == RLIM_INFINITY)
@@ -166,7 +168,7 @@ bool Logger::Ring::writeAll(const char* data, qint64 length)
         data += written;
         length -= written;
         endsInsideLine = data[-1] != '\n';
-        if (length > 0) { // cut short, perhaps by a limit that was set since the file was opened
+        if (length > 0) { // cut short, perhaps by a limit that is newer than the file
             _processLimit = processLimit();
             if (exceedsProcessLimit(length))
                 return false;

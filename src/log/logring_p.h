@@ -3,25 +3,33 @@
 
 #pragma once
 
+#include "frame/qtmessage_p.h"
 #include "kez/logger.h"
 
 #include <QByteArray>
 #include <QFile>
+#include <QMutex>
 #include <QString>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include <sys/resource.h>
 
-/// The open end of a ring of log files: what a logger and its copies share, so that all of them
-/// follow a rotation that one of them makes. Guarded by the loggers' mutex.
+/// The open end of a ring of log files. A logger and its copies share it, so that all of them
+/// follow a rotation that one of them makes. Guarded by their mutex.
 struct Logger::Ring {
-    /// How long to wait for the mutex.
-    static constexpr std::chrono::milliseconds LockWait{300};
+    /// `absolutePattern`: the files' names as absolute paths, with "%d" for the index.
+    explicit Ring(std::shared_ptr<QMutex> sharedMutex, const QString& absolutePattern = QString())
+        : pattern(absolutePattern), mutex(std::move(sharedMutex))
+    {}
 
-    ~Ring() = default; // closes the file; the stream is left to whoever was handed it
+    /// Closes the file. The stream stays open for its holder.
+    ~Ring() = default;
 
     /// Makes `opened` the current file and learns what cannot change while it is open.
     void setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays);
@@ -29,8 +37,9 @@ struct Logger::Ring {
     /// The file's size in the file system at this moment: others may append to it.
     qint64 size() const;
 
-    /// Whether the file is `timeoutDays` old or more.
-    bool isTooOld() const;
+    /// Whether there is a current file that must be left before `extraBytes` are appended: it is as
+    /// old as the age limit, or would reach `maxSize`.
+    bool isTooOldOrReaches(qint64 extraBytes, quint64 maxSize) const;
 
     /// An empty text to format a line into.
     QString& freshLine();
@@ -38,25 +47,102 @@ struct Logger::Ring {
     /// `line` in UTF-8 with a line feed.
     const QByteArray& encoded(const QString& line);
 
-    /// Hands `line` to the kernel; false when the file system did not take all of it.
+    /// Hands `line` to the kernel; false if the file system did not take all of it.
     bool append(const QByteArray& line);
 
-    /// Makes the stream, or makes the one that is there write to the current file.
+    /// Opens the stream. If it is open already, makes it write to the current file.
     void duplicate();
     void closeStream();
 
-    std::shared_ptr<QFile> file; ///< null when there is none
-    unsigned int last = 0;       ///< its index, or the status of the rotation that left none
-    FILE* stream = nullptr;
+    /// Whether the calling thread holds the mutex, through a RingLock.
+    bool isHeldByThisThread() const
+    {
+        return _holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
+
+    /// Runs `action` under the lock. If another thread keeps the lock for too long, or the calling
+    /// one holds it, reports that for `Logger::function` instead.
+    template <typename Action>
+    void exclusively(const char* function, Action action);
+
+    const QString pattern;
+    const std::shared_ptr<QMutex> mutex;
+    std::recursive_mutex banners; ///< recursive: a formatter may write a banner inside a banner
+
+    std::shared_ptr<QFile> file;        ///< null if there is none
+    unsigned int last = 0;              ///< its index, or the status of the rotation that left none
+    std::atomic<FILE*> stream{nullptr}; ///< read without the lock
     bool streamIsOpen = false;
     bool endsInsideLine = false; ///< a write was cut short
 
 private:
+    friend class Logger::RingLock;
+
     bool exceedsProcessLimit(qint64 extraBytes);
     bool writeAll(const char* data, qint64 length);
+
+    // The thread that has the lock. No order is needed: a thread only looks for its own id, which
+    // no other thread stores or clears.
+    std::atomic<std::thread::id> _holder{};
 
     qint64 _tooOldAt = 0; // milliseconds since the epoch
     rlim_t _processLimit = RLIM_INFINITY;
     QString _line;
     QByteArray _bytes;
 };
+
+/// Holds a ring's mutex for a scope. It does not get the mutex if the thread holds it already (a
+/// formatter or a message handler that uses the logger): such a thread would wait for itself.
+class Logger::RingLock {
+public:
+    enum class Wait { Limited, Unlimited };
+
+    /// How long a limited wait lasts.
+    static constexpr std::chrono::milliseconds Limit{300};
+
+    explicit RingLock(Ring& ring, Wait wait = Wait::Limited) : _ring(ring), _isHeld(acquire(wait))
+    {
+        if (_isHeld)
+            _ring._holder.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
+    ~RingLock() { release(); }
+    RingLock(const RingLock&) = delete;
+    RingLock& operator=(const RingLock&) = delete;
+
+    bool isHeld() const { return _isHeld; }
+
+    void release()
+    {
+        if (!_isHeld)
+            return;
+        _isHeld = false;
+        _ring._holder.store(std::thread::id(), std::memory_order_relaxed);
+        _ring.mutex->unlock();
+    }
+
+private:
+    bool acquire(Wait wait)
+    {
+        if (_ring.isHeldByThisThread())
+            return false;
+        if (wait == Wait::Limited)
+            return _ring.mutex->try_lock_for(Limit);
+        _ring.mutex->lock();
+        return true;
+    }
+
+    Ring& _ring;
+    bool _isHeld;
+};
+
+template <typename Action>
+void Logger::Ring::exclusively(const char* function, Action action)
+{
+    const RingLock lock(*this);
+    if (lock.isHeld()) {
+        action();
+        return;
+    }
+    qtMessages().warning().noquote().nospace()
+        << "Logger::" << function << " DEADLOCK >> nothing done";
+}

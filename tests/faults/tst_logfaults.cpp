@@ -2,22 +2,29 @@
 // SPDX-License-Identifier: MIT
 
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 #include "support/language.h"
 #include "support/libcfaults.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
 #include <kez/exception.h>
 #include <kez/initlib.h>
+#include <kez/log.h>
 #include <kez/logger.h>
 
 #include <QDir>
-#include <QSet>
+#include <QSemaphore>
 #include <QTest>
 
 #include <csignal>
 #include <cstring>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
 
 #include <sys/resource.h>
 
@@ -34,11 +41,6 @@ struct QuietLogger : Logger {
     }
 };
 
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
-}
-
 void limitFileSize(rlim_t bytes)
 {
     rlimit limit{};
@@ -52,7 +54,7 @@ QString numberedLine(int i)
     return QStringLiteral("line %1 of the child").arg(i, 4, 10, QLatin1Char('0'));
 }
 
-/// Logs a hundred lines into a file that may not grow beyond forty lines, then may grow again.
+/// Logs a hundred lines into a file that may grow to forty lines, and two more without that limit.
 int childSizeLimit(const QString& name, bool tee, bool ignored, bool later, bool inside)
 {
     const rlim_t limit = 40 * 23 + (inside ? 5 : 0);
@@ -82,7 +84,7 @@ int childSizeLimit(const QString& name, bool tee, bool ignored, bool later, bool
     return 0;
 }
 
-/// A signal that was waiting before the logger met the limit still waits afterwards.
+/// A signal that was pending before the logger met the limit is still pending afterwards.
 int childPendingSignal(const QString& name)
 {
     sigset_t set;
@@ -101,7 +103,7 @@ int childPendingSignal(const QString& name)
     return 0;
 }
 
-/// The limit is met by a fatal line: the process ends with the line shown.
+/// A fatal line meets the limit: the process shows the line and ends.
 int childFatal(const QString& name)
 {
     limitFileSize(0);
@@ -110,6 +112,72 @@ int childFatal(const QString& name)
     logger.fatal(QStringLiteral("the end"));
     puts("survived");
     return 0;
+}
+
+/// What the formatter or the message handler does once, the next time that it is called.
+std::function<void()> s_inFormatter;
+std::function<void()> s_inHandler;
+
+void runOnce(std::function<void()>& action)
+{
+    const std::function<void()> taken = std::exchange(action, nullptr);
+    if (taken)
+        taken();
+}
+
+void actingFormatter(LoggerLevel::LogLevel level, const QString& msg, QString& out)
+{
+    runOnce(s_inFormatter);
+    plainFormatter(level, msg, out);
+}
+
+QList<MessageCapture::Message> s_shown;
+
+void actingHandler(QtMsgType type, const QMessageLogContext& context, const QString& text)
+{
+    s_shown.append({type, QString::fromUtf8(context.category), text});
+    runOnce(s_inHandler);
+}
+
+/// Logs one line. Meanwhile `action` runs: in the message handler that shows the line, or in its
+/// formatter.
+void logOneLine(Logger& logger, bool inHandler, std::function<void()> action)
+{
+    s_shown.clear();
+    (inHandler ? s_inHandler : s_inFormatter) = std::move(action);
+    if (inHandler)
+        logger.enableTee();
+    else
+        logger.disableTee();
+    const QtMessageHandler before = qInstallMessageHandler(actingHandler);
+    logger.info(QStringLiteral("outer"));
+    qInstallMessageHandler(before);
+}
+
+/// Makes the first instance, on a ring whose rotation reports a failure. `action` runs in the
+/// message handler, so inside the constructor.
+Log* instanceThatReports(std::function<void()> action)
+{
+    const LogRing ring;
+    ring.put(0, "full\n");
+    s_inHandler = [&action] {
+        LibcFaults::fdopenError = 0;
+        action();
+    };
+    LibcFaults::fdopenError = ENOMEM;
+    const QtMessageHandler before = qInstallMessageHandler(actingHandler);
+    Log* const instance = Log::initInstance(ring.name(), false, 4, 3, Century, LoggerLevel::debug);
+    qInstallMessageHandler(before);
+    instance->log()->closeDuplicatedHandle();
+    return instance;
+}
+
+Logger* s_chattyLogger = nullptr;
+
+void chattyFormatter(LoggerLevel::LogLevel level, const QString& msg, QString& out)
+{
+    s_chattyLogger->debug(QStringLiteral("formatting ") + msg);
+    plainFormatter(level, msg, out);
 }
 
 int childMain(const QStringList& arguments)
@@ -353,7 +421,7 @@ private Q_SLOTS:
                inFile.at(written) == numberedLine(written).toUtf8() + marker)
             ++written;
         QCOMPARE(written, int(40 * 23 / (whole.size() + 1)));
-        // What is left, if anything, is the beginning of the line that met the limit.
+        // At most the beginning of the line that met the limit is left.
         QVERIFY(inFile.size() - written <= 1);
         if (inFile.size() > written)
             QVERIFY(numberedLine(written).toUtf8().startsWith(inFile.at(written)));
@@ -393,12 +461,7 @@ private Q_SLOTS:
         QuietLogger logger(ring);
         const int before = openDescriptors();
         LibcFaults::fdopenError = ENOMEM;
-        QString text;
-        try {
-            logger.duplicateLogFile();
-        } catch (const Exception& exception) {
-            text = exception.detail();
-        }
+        const QString text = failureText([&logger] { logger.duplicateLogFile(); });
         LibcFaults::fdopenError = 0;
         QCOMPARE(text, QStringLiteral("void Logger::duplicateLogFile() -> ") +
                            QString::fromLocal8Bit(strerror(ENOMEM)));
@@ -442,11 +505,205 @@ private Q_SLOTS:
         const LogRing ring;
         QVERIFY(ring.put(0, "long\n"));
         const int before = openDescriptors();
-        LibcFaults::soundCreations = 1; // the rotation's file, which is then opened once more
+        LibcFaults::soundCreations =
+            1; // for the rotation; the constructor then opens the file again
         LibcFaults::createError = EMFILE;
         QVERIFY_EXCEPTION_THROWN(QuietLogger(ring, 4), Exception);
         QVERIFY(ring.has(1));
         QCOMPARE(openDescriptors(), before);
+    }
+
+    // --- The thread that has the lock
+
+    void lineWithinALineDoesNotWait_data()
+    {
+        QTest::addColumn<bool>("inHandler");
+        QTest::newRow("from the formatter") << false;
+        QTest::newRow("from the message handler") << true;
+    }
+    void lineWithinALineDoesNotWait()
+    {
+        QFETCH(bool, inHandler);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, actingFormatter);
+        LibcFaults::waits = 0;
+        logOneLine(logger, inHandler, [&logger] { logger.warning(QStringLiteral("inner")); });
+        QCOMPARE(LibcFaults::waits, 0);
+        QCOMPARE(ring.bytes(0), QByteArray(inHandler ? "outer [Tee]\n" : "outer\n"));
+        QCOMPARE(s_shown.size(), 1);
+        if (inHandler)
+            return; // Qt gives a message within a message to its own handler
+        QCOMPARE(s_shown.first().type, QtDebugMsg);
+        QCOMPARE(s_shown.first().text,
+                 QStringLiteral("Logger::writeTrace DEADLOCK >> stdout - inner"));
+    }
+
+    void formatterThatAlwaysLogsEnds()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, chattyFormatter);
+        logger.disableTee();
+        s_chattyLogger = &logger;
+        const MessageCapture capture;
+        LibcFaults::waits = 0;
+        logger.info(QStringLiteral("outer"));
+        QCOMPARE(LibcFaults::waits, 0);
+        QCOMPARE(ring.bytes(0), QByteArray("outer\n"));
+        const QStringList texts = capture.texts();
+        QCOMPARE(texts.size(), 2);
+        const QString prefix = QStringLiteral("Logger::writeTrace DEADLOCK >> stdout - ");
+        QVERIFY(texts.first().startsWith(prefix));
+        QVERIFY(texts.first().endsWith(QLatin1String(" <DEBUG> formatting formatting outer")));
+        QCOMPARE(texts.last(), prefix + QStringLiteral("formatting outer"));
+    }
+
+    void descriptionWithinALineIsTrue_data() { lineWithinALineDoesNotWait_data(); }
+    void descriptionWithinALineIsTrue()
+    {
+        QFETCH(bool, inHandler);
+        const LogRing ring;
+        QVERIFY(ring.put(2, "x\n"));
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, actingFormatter);
+        QString during;
+        LibcFaults::waits = 0;
+        logOneLine(logger, inHandler, [&] { during = logger.toString(); });
+        QCOMPARE(LibcFaults::waits, 0);
+        QCOMPARE(during, logger.toString());
+        QVERIFY(during.contains(QLatin1String(" (Opened)")));
+        QVERIFY(during.contains(QLatin1String("_last : 2\n")));
+        logger.closeDuplicatedHandle();
+    }
+
+    void handlesStayOpenDuringALine_data()
+    {
+        QTest::addColumn<bool>("inHandler");
+        QTest::addColumn<QString>("function");
+        for (const char* function : {"close", "closeDuplicatedHandle", "duplicateLogFile"}) {
+            QTest::addRow("%s in the formatter", function) << false << function;
+            QTest::addRow("%s in the message handler", function) << true << function;
+        }
+    }
+    void handlesStayOpenDuringALine()
+    {
+        QFETCH(bool, inHandler);
+        QFETCH(QString, function);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, actingFormatter);
+        if (function != QLatin1String("duplicateLogFile"))
+            logger.duplicateLogFile();
+        const int descriptors = openDescriptors();
+        LibcFaults::waits = 0;
+        logOneLine(logger, inHandler, [&] {
+            if (function == QLatin1String("close"))
+                logger.close();
+            else if (function == QLatin1String("closeDuplicatedHandle"))
+                logger.closeDuplicatedHandle();
+            else
+                logger.duplicateLogFile();
+        });
+        QCOMPARE(LibcFaults::waits, 0);
+        QCOMPARE(openDescriptors(), descriptors);
+        QCOMPARE(ring.bytes(0), QByteArray(inHandler ? "outer [Tee]\n" : "outer\n"));
+        QCOMPARE(s_shown.size(), 1);
+        if (!inHandler) {
+            QCOMPARE(s_shown.first().type, QtWarningMsg);
+            QCOMPARE(s_shown.first().text,
+                     QStringLiteral("Logger::%1 DEADLOCK >> nothing done").arg(function));
+        }
+        logger.close();
+    }
+
+    void copyThatGoesDuringALineDoesNotWait_data() { lineWithinALineDoesNotWait_data(); }
+    void copyThatGoesDuringALineDoesNotWait()
+    {
+        QFETCH(bool, inHandler);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, actingFormatter);
+        auto facade = std::make_unique<Log>(logger);
+        LibcFaults::waits = 0;
+        logOneLine(logger, inHandler, [&] { facade.reset(); });
+        QCOMPARE(LibcFaults::waits, 0);
+        QVERIFY(!facade);
+        QCOMPARE(ring.bytes(0), QByteArray(inHandler ? "outer [Tee]\n" : "outer\n"));
+    }
+
+    void lineBelowTheFilterTakesNoLock()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, actingFormatter);
+        int waits = -1;
+        logOneLine(logger, false, [&] {
+            std::thread([&] {
+                LibcFaults::waits = 0;
+                logger.debug(QStringLiteral("dropped"));
+                waits = LibcFaults::waits;
+            }).join();
+        });
+        QCOMPARE(waits, 0);
+        QCOMPARE(s_shown.size(), 0);
+        QCOMPARE(ring.bytes(0), QByteArray("outer\n"));
+    }
+
+    /// Shows that the tests above can fail.
+    void waitingForAnotherThreadIsCounted()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, actingFormatter);
+        int waits = -1;
+        logOneLine(logger, false, [&] {
+            std::thread([&] {
+                LibcFaults::waits = 0;
+                logger.info(QStringLiteral("busy"));
+                waits = LibcFaults::waits;
+            }).join();
+        });
+        QVERIFY(waits > 0);
+        QCOMPARE(s_shown.size(), 1);
+    }
+
+    // --- The first instance
+
+    /// The first thread is inside the constructor when the second one asks.
+    void secondThreadWaitsForTheFirstInstance()
+    {
+        QSemaphore isInside;
+        QSemaphore goOn;
+        Log* first = nullptr;
+        std::thread creator([&] {
+            first = instanceThatReports([&] {
+                isInside.release();
+                goOn.acquire();
+            });
+        });
+        isInside.acquire();
+        Log* second = nullptr;
+        QSemaphore hasAnswer;
+        std::thread asker([&] {
+            second = Log::getInstance();
+            hasAnswer.release();
+        });
+        const bool tooSoon = hasAnswer.tryAcquire(1, 200);
+        goOn.release();
+        creator.join();
+        asker.join();
+        const bool isOne = first == second;
+        if (!isOne)
+            delete second;
+        delete first;
+        QVERIFY(isOne);
+        QVERIFY(!tooSoon);
+    }
+
+    void instanceCanBeAskedForWhileItIsMade()
+    {
+        Log* inner = nullptr;
+        Log* const outer = instanceThatReports([&inner] { inner = Log::getInstance(); });
+        QVERIFY(inner && outer);
+        QVERIFY(inner != outer);
+        QCOMPARE(Log::getInstance(), outer);
+        delete inner;
+        QCOMPARE(Log::getInstance(), outer);
+        delete outer;
     }
 
     void directoryThatVanishesEndsFileLoggingAtTheRotation()

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// Takes the input for a configuration file, when its first byte is even, or for the data stream of
-// a configuration. Streams that name a log file are left out, since reading them would create it.
+// Reads the input as a configuration file if its first byte is even, else as the data stream of a
+// configuration. Skips streams that name a log file, since reading them creates the file.
 
 #include "fuzz/inputfile.h"
 
@@ -26,7 +26,7 @@ QByteArray streamOf(const Config& config)
     return bytes;
 }
 
-/// The texts of a stream hold the key as it stands there: big-endian UTF-16.
+/// In a stream the key is big-endian UTF-16.
 bool namesALogFile(const QByteArray& stream)
 {
     QByteArray key;
@@ -46,7 +46,7 @@ void useAsApplicationsDo(Config& config)
             "what is refused has an error");
 }
 
-/// What is read is what is written again.
+/// A configuration that was read is written and read again without a change.
 void checkRoundTrip(const Config& config)
 {
     const QByteArray bytes = streamOf(config);

@@ -15,7 +15,7 @@
 
 namespace {
 
-/// The same objects with the paths that they name taken away: files are not for the fuzzer to make.
+/// The same objects with this path in place of theirs: the fuzzer must not make files elsewhere.
 QJsonArray harmless(const QJsonArray& description, const QString& pathKey, const QJsonValue& path)
 {
     QJsonArray result;
@@ -30,7 +30,7 @@ QJsonArray harmless(const QJsonArray& description, const QString& pathKey, const
 
 } // namespace
 
-/// A logger and a queue described by any JSON array.
+/// Builds a logger and a queue from any JSON array.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     prepare();

@@ -3,10 +3,12 @@
 
 #include "support/allocations.h"
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 #include "support/language.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
 #include <kez/exception.h>
 #include <kez/initlib.h>
@@ -24,14 +26,7 @@
 
 namespace {
 
-using Level = LoggerLevel::LogLevel;
-
 constexpr quint32 Century = 36500;
-
-void levelFormatter(Level level, const QString& msg, QString& out)
-{
-    out = QString::number(level) + QLatin1Char(':') + msg;
-}
 
 /// A facade on a file of its own, without the tee.
 std::unique_ptr<Log> quietLog(const LogRing& ring, quint64 maxSize = 0)
@@ -53,11 +48,6 @@ public:
 private:
     void* _page;
 };
-
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
-}
 
 int childMain(const QStringList& arguments)
 {
@@ -120,7 +110,7 @@ private Q_SLOTS:
         }
         const LogRing ring;
         Log* instance = Log::initInstance(ring.name(), false, 0, 0, Century, LoggerLevel::debug);
-        QVERIFY(ring.has(0)); // made anew, as nothing was designated
+        QVERIFY(ring.has(0)); // a new instance, since there was none
         QVERIFY(Log::getInstance() == instance);
         delete instance;
     }
@@ -187,12 +177,8 @@ private Q_SLOTS:
     {
         const Log log;
         const QString name = QStringLiteral("/does/not/exist/app");
-        QString text;
-        try {
-            Log(name, true, 0, 0, Century, LoggerLevel::debug);
-        } catch (const Exception& exception) {
-            text = exception.detail();
-        }
+        const QString text =
+            failureText([&name] { Log(name, true, 0, 0, Century, LoggerLevel::debug); });
         QCOMPARE(text, QStringLiteral("Logger::Logger(const QString&, quint64, quint32, quint32, "
                                       "LogLevel, LogFormatter) -> Access to directory "
                                       "[/does/not/exist] is impossible or file rights are "
@@ -327,7 +313,7 @@ private Q_SLOTS:
         const long after = Allocations::count;
         log->setFilter(LoggerLevel::debug);
         log->debug("everybody's text");
-        QVERIFY(Allocations::count > after); // or nothing is counted
+        QVERIFY(Allocations::count > after); // shows that allocations are counted
         QCOMPARE(after, before);
         QCOMPARE(ring.bytes(0), QByteArray("0:everybody's text\n"));
     }

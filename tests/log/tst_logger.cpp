@@ -4,12 +4,13 @@
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
 #include "support/environmentguard.h"
+#include "support/failuretext.h"
 #include "support/language.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
-#include <kez/exception.h>
 #include <kez/initlib.h>
 #include <kez/logger.h>
 
@@ -44,40 +45,20 @@ void countingFormatter(Level, const QString& msg, QString& out)
     out = msg;
 }
 
-void levelFormatter(Level level, const QString& msg, QString& out)
-{
-    out = QString::number(level) + QLatin1Char(':') + msg;
-}
-
 void throwingFormatter(Level, const QString&, QString&)
 {
     throw std::bad_alloc();
 }
 
-/// The text of the exception that a logger of that name throws; empty when it throws none.
+/// The text of the exception that a logger of that name throws; null if it throws none.
 QString constructorFailure(const QString& name)
 {
-    try {
-        const Logger logger(name, 0, 0, Century, LoggerLevel::debug);
-    } catch (const Exception& exception) {
-        return exception.detail();
-    }
-    return {};
+    return failureText([&name] { const Logger logger(name, 0, 0, Century, LoggerLevel::debug); });
 }
 
 QString duplicateFailure(Logger& logger)
 {
-    try {
-        logger.duplicateLogFile();
-    } catch (const Exception& exception) {
-        return exception.detail();
-    }
-    return {};
-}
-
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
+    return failureText([&logger] { logger.duplicateLogFile(); });
 }
 
 /// The path that a descriptor stands for.
@@ -156,7 +137,7 @@ int childAppending(const QString& name, const QString& tag, int lines)
     return 0;
 }
 
-/// What a program that the process executes finds open below `directory`.
+/// Executes a program that lists the descriptors it inherits.
 int childExec(const QString& name)
 {
     Logger logger(name, 0, 0, Century, LoggerLevel::debug);
@@ -432,6 +413,57 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(ring.path() + QStringLiteral("/logs/app.LOG-0.log")));
     }
 
+    void relativeRingStaysWhereItWasOpened()
+    {
+        const LogRing ring;
+        const LogRing elsewhere;
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir(ring.path()).mkdir(QStringLiteral("logs")));
+        QVERIFY(QDir::setCurrent(ring.path()));
+        Logger logger(QStringLiteral("logs/app"), 5, 2, Century, LoggerLevel::debug,
+                      plainFormatter);
+        logger.disableTee();
+        QVERIFY(QDir::setCurrent(elsewhere.path()));
+        const MessageCapture capture;
+        for (const char* line : {"one", "two", "six"})
+            logger.info(line);
+        const uint newest = logger.lookForLastFile();
+        QVERIFY(QDir::setCurrent(before));
+        QCOMPARE(capture.texts(), QStringList());
+        QCOMPARE(newest, 1U);
+        const QString logs = ring.path() + QStringLiteral("/logs/");
+        QCOMPARE(readFile(logs + QStringLiteral("app-0.log")), QByteArray("two\n"));
+        QCOMPARE(readFile(logs + QStringLiteral("app-1.log")), QByteArray("six\n"));
+        QCOMPARE(elsewhere.names(), QStringList());
+        logger.closeDuplicatedHandle();
+    }
+
+    void searchPrefixMeansItsDirectory()
+    {
+        const LogRing ring;
+        QVERIFY(QDir(ring.path()).mkdir(QStringLiteral("logs")));
+        QDir::setSearchPaths(QStringLiteral("ringdir"), {ring.path()});
+        const QString failure = constructorFailure(QStringLiteral("ringdir:logs/app"));
+        QDir::setSearchPaths(QStringLiteral("ringdir"), {});
+        QCOMPARE(failure, QString());
+        QVERIFY(QFileInfo::exists(ring.path() + QStringLiteral("/logs/app-0.log")));
+    }
+
+    void relativeNameIsShownAsGiven()
+    {
+        const LogRing ring;
+        const QString before = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(ring.path()));
+        QVERIFY(QDir().mkpath(QStringLiteral("logs/app-0.log")));
+        const QString directory = constructorFailure(QStringLiteral("gone/app"));
+        const QString file = constructorFailure(QStringLiteral("logs/app.log"));
+        QVERIFY(QDir::setCurrent(before));
+        QCOMPARE(directory, CtorPrefix + QStringLiteral("Access to directory [gone] is impossible "
+                                                        "or file rights are insufficient."));
+        QCOMPARE(file, CtorPrefix +
+                           QStringLiteral("Failed to open file [logs/app-0.log] in append mode"));
+    }
+
     void constructorFailureHasItsText_data()
     {
         QTest::addColumn<QString>("lang");
@@ -478,7 +510,8 @@ private Q_SLOTS:
             argument = ring.file(0);
             QVERIFY(QDir().mkdir(argument));
         } else if (situation == QLatin1String("create")) {
-            // A link to nowhere: it does not exist, and refuses to be created anew.
+            // A link to nowhere: for the file system it does not exist, and cannot be created
+            // either.
             directory = ring.path();
             argument = ring.file(0);
             QVERIFY(QFile::link(ring.path() + QStringLiteral("/nowhere"), argument));

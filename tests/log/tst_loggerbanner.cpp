@@ -14,16 +14,13 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <utility>
+
 namespace {
 
 using Level = LoggerLevel::LogLevel;
 
 constexpr quint32 Century = 36500;
-
-void levelFormatter(Level level, const QString& msg, QString& out)
-{
-    out = QString::number(level) + QLatin1Char(':') + msg;
-}
 
 struct QuietLogger : Logger {
     explicit QuietLogger(const LogRing& ring, Level filter = LoggerLevel::debug)
@@ -33,7 +30,17 @@ struct QuietLogger : Logger {
     }
 };
 
-/// The records of a banner, all of them at level info, without that level.
+Logger* s_outerBanner = nullptr;
+
+/// Writes another banner while it is called for a line of `s_outerBanner`.
+void bannerFormatter(Level level, const QString& msg, QString& out)
+{
+    if (Logger* const logger = std::exchange(s_outerBanner, nullptr))
+        logger->logBanner(QStringLiteral("inner"), QStringLiteral("2"));
+    levelFormatter(level, msg, out);
+}
+
+/// The records of a banner without their level, which is info for all of them.
 QStringList records(const LogRing& ring)
 {
     QStringList result;
@@ -52,7 +59,8 @@ QString hexadecimal(quintptr value)
 
 const QString Address = QStringLiteral("0x[0-9a-f]+");
 
-/// Whether the description is these eleven lines, each of them a pattern.
+/// The first line that does not match its pattern, or the whole description if their numbers
+/// differ.
 QString mismatch(const QString& description, const QStringList& patterns)
 {
     const QStringList lines = description.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
@@ -206,6 +214,20 @@ private Q_SLOTS:
         QCOMPARE(records(ring).size(), filter <= LoggerLevel::info ? 14 : 13);
     }
 
+    void bannerWithinABannerRestoresTheFilter()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::error, bannerFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        s_outerBanner = &logger;
+        logger.logBanner(QStringLiteral("outer"), QStringLiteral("1"));
+        QCOMPARE(logger.filter(), LoggerLevel::error);
+        QCOMPARE(records(ring).size(), 4);
+        QCOMPARE(capture.texts().size(), 4);
+        QVERIFY(capture.texts().at(1).endsWith(QLatin1String("1:| inner v2 |")));
+    }
+
     void bannerOfAFilelessLoggerIsPrinted()
     {
         Logger logger;
@@ -292,7 +314,7 @@ private Q_SLOTS:
         logger.rotation(0);
         logger.close();
         patterns[1] = "     _spFile : " + Address + R"( \()" + words.at(1) + R"(\))";
-        patterns[6] = "       _last : 0|       _last : 1";
+        patterns[6] = "       _last : 1";
         patterns[7] = "        _tee : " + words.at(5);
         patterns[8] = "     _filter : fatal";
         QCOMPARE(mismatch(logger.toString(), patterns), QString());

@@ -20,7 +20,7 @@ using Entries = QMap<QString, QString>;
 
 namespace {
 
-/// The faults of a set, one per line; the answer is checked against them.
+/// The faults of a set, one per line. The validator's answer is checked against them.
 QString faults(const Entries& entries)
 {
     Properties properties(entries);
@@ -46,7 +46,7 @@ int childMain(const QStringList& arguments)
     return 0;
 }
 
-/// Keeps the errors in a place of its own.
+/// Keeps the errors in its own list.
 class ReportingController : public LoggerConfigController {
 public:
     QStringList reported;
@@ -305,7 +305,7 @@ void TestLoggerConfigController::askedTwiceAccumulates()
     QVERIFY(!controller.isLegalConfiguration(nullptr));
     QCOMPARE(controller.errors().size(), 3);
 
-    // Earlier faults do not make a legal set illegal.
+    // A legal set stays legal after the faults of an earlier one.
     Properties sound(legal());
     QVERIFY(controller.isLegalConfiguration(&sound));
     QCOMPARE(controller.errors().size(), 3);

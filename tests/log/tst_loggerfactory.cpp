@@ -62,7 +62,7 @@ struct Shown {
     }
 };
 
-/// The settings when a member changes nothing.
+/// The settings if no member changes them.
 Shown jsonDefaults()
 {
     Shown shown;
@@ -133,7 +133,7 @@ private:
         elements.replace("FILE", '"' + path("app.log") + '"');
         return Logger::buildLog(jsonObject("{\"log\": [" + elements + "]}"));
     }
-    /// What the default logger of the process was told.
+    /// The lines of the process's default logger.
     QList<LogRecord> toldToDefault() const { return logRecords(path("facade-0.log")); }
 
     std::unique_ptr<QTemporaryDir> _dir;
@@ -524,7 +524,7 @@ void TestLoggerFactory::jsonFilter()
     const auto logger = fromJson("{\"fileName\": FILE, \"filter\": \"" + name + "\"}");
     QCOMPARE(levelName(logger->filter()), expected.isNull() ? "warning" : expected);
 
-    // The level left as it was is that of an earlier element, not the default.
+    // An unknown name keeps the level of the element before, not the default.
     const auto second =
         fromJson("{\"fileName\": FILE, \"filter\": \"fatal\"}, {\"filter\": \"" + name + "\"}");
     QCOMPARE(levelName(second->filter()), expected.isNull() ? "fatal" : expected);

@@ -71,7 +71,7 @@ private Q_SLOTS:
     }
     void messageIsNotReallocated()
     {
-        // Other threads may be reading it: const means unchanged, the characters' place included.
+        // Other threads may read the text: neither it nor the place of its characters may change.
         QFETCH(const QString, message);
         const QChar* const before = message.constData();
         QString line;
@@ -321,7 +321,7 @@ private Q_SLOTS:
 
     void daylightSavingIsFollowedWhileRunning()
     {
-        // 2024-03-31T01:00:00Z and 2024-10-27T01:00:00Z are the changes.
+        // Daylight saving begins at 2024-03-31T01:00:00Z and ends at 2024-10-27T01:00:00Z.
         const QByteArrayList lines = linesInZone("CET-1CEST,M3.5.0,M10.5.0/3",
                                                  {1711846799999, 1711846800000, 1711846801000,
                                                   1729990799999, 1729990800000, 1711846799000});

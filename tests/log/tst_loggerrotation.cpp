@@ -3,11 +3,14 @@
 
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
+#include "support/failuretext.h"
 #include "support/language.h"
 #include "support/libcfaults.h"
+#include "support/loggersettings.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
 #include <kez/initlib.h>
 #include <kez/logger.h>
@@ -15,6 +18,7 @@
 #include <QDir>
 #include <QTest>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -25,20 +29,16 @@ constexpr quint64 Large = 1 << 20;
 constexpr qint64 Msec = 1000000;
 constexpr qint64 Day = qint64(86400) * 1000 * Msec;
 
-/// Rotation statuses as the result type shows them.
+/// A rotation status as the result type shows it.
 constexpr uint status(int value)
 {
     return static_cast<uint>(value);
 }
 
-/// The `_last` field as the logger describes it.
+/// The `_last` field that the logger shows.
 QString lastOf(const Logger& logger)
 {
-    const QString label = QStringLiteral("       _last : ");
-    for (const QString& line : logger.toString().split(QLatin1Char('\n')))
-        if (line.startsWith(label))
-            return line.mid(label.size());
-    return {};
+    return QString::number(shownNumber(logger, QStringLiteral("_last")));
 }
 
 struct QuietLogger : Logger {
@@ -49,12 +49,7 @@ struct QuietLogger : Logger {
     }
 };
 
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoFilter).size());
-}
-
-/// A file's birth in nanoseconds since 1970; 0 when the file system records none.
+/// A file's birth in nanoseconds since 1970; 0 if the file system records none.
 qint64 birthOf(const QString& path)
 {
     struct statx info {};
@@ -64,7 +59,7 @@ qint64 birthOf(const QString& path)
     return info.stx_btime.tv_sec * 1000 * Msec + info.stx_btime.tv_nsec;
 }
 
-/// Rotates when the process has no descriptor left for the copy.
+/// Rotates while the process has no free descriptor for the copy.
 int childMain(const QStringList& arguments)
 {
     kezEnsureInit();
@@ -174,7 +169,9 @@ private Q_SLOTS:
         QTest::newRow("oldest cannot be deleted") << "unlink" << -2;
         QTest::newRow("gap in the ring") << "gap" << -3;
         QTest::newRow("rename refused") << "rename" << -3;
+        QTest::newRow("no descriptor for the next file") << "descriptors, room" << -1;
         QTest::newRow("top file cannot be created") << "create, full" << -4;
+        QTest::newRow("no descriptor for the top file") << "descriptors, full" << -4;
     }
     void failedRotationHasItsStatus()
     {
@@ -196,6 +193,8 @@ private Q_SLOTS:
             QVERIFY(QFile::remove(ring.file(3)));
         if (situation.startsWith(QLatin1String("create")))
             LibcFaults::createError = EACCES;
+        if (situation.startsWith(QLatin1String("descriptors")))
+            LibcFaults::createError = EMFILE;
         if (situation == QLatin1String("unlink"))
             LibcFaults::unlinkError = EACCES;
         if (situation == QLatin1String("rename"))
@@ -253,6 +252,102 @@ private Q_SLOTS:
         LibcFaults::renames = 0;
         QCOMPARE(logger.rotation(4), 4U);
         QCOMPARE(LibcFaults::renames.load(), 4);
+        logger.closeDuplicatedHandle();
+    }
+
+    void indexFollowsARotationThatTheApplicationMakes_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::addColumn<uint>("kept");
+        QTest::newRow("rotation, room in the ring") << "rotation" << 5U;
+        QTest::newRow("rotation, full ring") << "rotation" << 2U;
+        QTest::newRow("look for the last file, room in the ring") << "look" << 5U;
+        QTest::newRow("look for the last file, full ring") << "look" << 2U;
+    }
+    void indexFollowsARotationThatTheApplicationMakes()
+    {
+        QFETCH(QString, how);
+        QFETCH(uint, kept);
+        const LogRing ring;
+        QuietLogger logger(ring, 8, kept);
+        uint index = 0;
+        for (int i = 0; i < 3; ++i) {
+            logger.info(QStringLiteral("before"));
+            if (how == QLatin1String("look")) {
+                QVERIFY(ring.append(index, "full"));
+                index = logger.lookForLastFile();
+            } else {
+                index = logger.rotation(index);
+            }
+            QCOMPARE(index, std::min(uint(i) + 1, kept - 1));
+            QCOMPARE(lastOf(logger), QString::number(index));
+        }
+        const MessageCapture capture;
+        logger.info(QStringLiteral("one"));
+        logger.info(QStringLiteral("two two"));
+        QCOMPARE(capture.texts(), QStringList());
+        QCOMPARE(ring.bytes(std::min(index + 1, kept - 1)), QByteArray("two two\n"));
+        logger.closeDuplicatedHandle();
+    }
+
+    void failedRotationOfTheApplicationLeavesTheIndex()
+    {
+        const LogRing ring;
+        QuietLogger logger(ring, Large, 5);
+        QCOMPARE(logger.rotation(0), 1U);
+        QVERIFY(ring.put(2, "left\n"));
+        QCOMPARE(logger.rotation(1), status(-1));
+        QCOMPARE(lastOf(logger), QStringLiteral("1"));
+        logger.closeDuplicatedHandle();
+    }
+
+    void rotationNeedsNoDescriptorThatItGaveAway_data()
+    {
+        QTest::addColumn<uint>("kept");
+        QTest::addColumn<int>("error");
+        QTest::newRow("room, process's limit") << 5U << EMFILE;
+        QTest::newRow("room, system's limit") << 5U << ENFILE;
+        QTest::newRow("full ring, process's limit") << 2U << EMFILE;
+        QTest::newRow("ring of one, process's limit") << 1U << EMFILE;
+    }
+    /// The descriptor of a closed log file is gone at once, as if another thread took it.
+    void rotationNeedsNoDescriptorThatItGaveAway()
+    {
+        QFETCH(uint, kept);
+        QFETCH(int, error);
+        const LogRing ring;
+        for (uint i = 0; i + 1 < std::min(kept, 3U); ++i)
+            QVERIFY(ring.put(i, "earlier\n"));
+        QuietLogger logger(ring, 8, kept);
+        const MessageCapture capture;
+        LibcFaults::createError = error;
+        LibcFaults::refusing = LibcFaults::Refusing::AfterClosing;
+        logger.info(QStringLiteral("long line"));
+        LibcFaults::reset();
+        QCOMPARE(capture.texts(), QStringList());
+        QCOMPARE(ring.bytes(lastOf(logger).toUInt()), QByteArray("long line\n"));
+        logger.closeDuplicatedHandle();
+    }
+
+    void rotationWithoutAFreeDescriptorClosesFirst_data()
+    {
+        rotationNeedsNoDescriptorThatItGaveAway_data();
+    }
+    void rotationWithoutAFreeDescriptorClosesFirst()
+    {
+        QFETCH(uint, kept);
+        QFETCH(int, error);
+        const LogRing ring;
+        QuietLogger logger(ring, 8, kept);
+        logger.info(QStringLiteral("one"));
+        const MessageCapture capture;
+        LibcFaults::createError = error;
+        LibcFaults::refusing = LibcFaults::Refusing::UntilClosing;
+        logger.info(QStringLiteral("two two"));
+        LibcFaults::reset();
+        QCOMPARE(capture.texts(), QStringList());
+        QCOMPARE(lastOf(logger), QString::number(std::min(1U, kept - 1)));
+        QCOMPARE(ring.bytes(lastOf(logger).toUInt()), QByteArray("two two\n"));
         logger.closeDuplicatedHandle();
     }
 
@@ -384,7 +479,7 @@ private Q_SLOTS:
         QVERIFY(logger.needsRotate(QString(10, QLatin1Char('x'))));
         QVERIFY(!logger.needsRotate(QString(4, QChar(0xe9))));
         QVERIFY(logger.needsRotate(QString(5, QChar(0xe9))));
-        const QString lone(9, QChar(0xdc00)); // how long a lone surrogate gets is Qt's decision
+        const QString lone(9, QChar(0xdc00)); // Qt decides how long a lone surrogate gets
         QCOMPARE(logger.needsRotate(lone), lone.toUtf8().size() >= 10);
         QVERIFY(!logger.needsRotate(QString()));
         QVERIFY(ring.append(0, "123456789"));
@@ -569,36 +664,35 @@ private Q_SLOTS:
 
     void restartFindsTheNewestFile_data()
     {
+        QTest::addColumn<int>("listError");
         QTest::addColumn<QList<int>>("sizes"); // per index; -1: no such file
         QTest::addColumn<uint>("kept");
         QTest::addColumn<uint>("index");
         QTest::addColumn<QStringList>("names");
-        QTest::newRow("nothing there") << QList<int>{} << 5U << 0U << QStringList{"app-0.log"};
-        QTest::newRow("one file, room") << QList<int>{9} << 5U << 0U << QStringList{"app-0.log"};
-        QTest::newRow("one file, full")
-            << QList<int>{10} << 5U << 1U << QStringList{"app-0.log", "app-1.log"};
-        QTest::newRow("one file, more than full")
-            << QList<int>{11} << 5U << 1U << QStringList{"app-0.log", "app-1.log"};
-        QTest::newRow("several, newest has room")
-            << QList<int>{10, 10, 3} << 5U << 2U
-            << QStringList{"app-0.log", "app-1.log", "app-2.log"};
-        QTest::newRow("several, newest full")
-            << QList<int>{1, 1, 10} << 5U << 3U
-            << QStringList{"app-0.log", "app-1.log", "app-2.log", "app-3.log"};
-        QTest::newRow("whole ring, newest full")
-            << QList<int>{10, 10, 10} << 3U << 2U
-            << QStringList{"app-0.log", "app-1.log", "app-2.log"};
-        QTest::newRow("gap below the newest")
-            << QList<int>{1, -1, 1} << 5U << 2U << QStringList{"app-0.log", "app-2.log"};
-        QTest::newRow("only a high index")
-            << QList<int>{-1, -1, -1, -1, 0} << 5U << 4U << QStringList{"app-4.log"};
-        QTest::newRow("files above the ring") << QList<int>{1, -1, 1, 1} << 2U << 0U
-                                              << QStringList{"app-0.log", "app-2.log", "app-3.log"};
-        QTest::newRow("ring of one, full")
-            << QList<int>{10} << 1U << 0U << QStringList{"app-0.log"};
+        const auto row = [](const char* name, const QList<int>& sizes, uint kept, uint index,
+                            const QStringList& names) {
+            QTest::newRow(name) << 0 << sizes << kept << index << names;
+            QTest::addRow("%s, directory cannot be listed", name)
+                << EMFILE << sizes << kept << index << names;
+        };
+        row("nothing there", {}, 5, 0, {"app-0.log"});
+        row("one file, room", {9}, 5, 0, {"app-0.log"});
+        row("one file, full", {10}, 5, 1, {"app-0.log", "app-1.log"});
+        row("one file, more than full", {11}, 5, 1, {"app-0.log", "app-1.log"});
+        row("several, newest has room", {10, 10, 3}, 5, 2, {"app-0.log", "app-1.log", "app-2.log"});
+        row("several, newest full", {1, 1, 10}, 5, 3,
+            {"app-0.log", "app-1.log", "app-2.log", "app-3.log"});
+        row("whole ring, newest full", {10, 10, 10}, 3, 2, {"app-0.log", "app-1.log", "app-2.log"});
+        row("gap below the newest", {1, -1, 1}, 5, 2, {"app-0.log", "app-2.log"});
+        row("only a high index", {-1, -1, -1, -1, 0}, 5, 4, {"app-4.log"});
+        row("files above the ring", {1, -1, 1, 1}, 2, 0, {"app-0.log", "app-2.log", "app-3.log"});
+        row("ring of one, full", {10}, 1, 0, {"app-0.log"});
+        row("largest ring", {1, -1, 1}, std::numeric_limits<uint>::max(), 2,
+            {"app-0.log", "app-2.log"});
     }
     void restartFindsTheNewestFile()
     {
+        QFETCH(int, listError);
         QFETCH(QList<int>, sizes);
         QFETCH(uint, kept);
         QFETCH(uint, index);
@@ -607,18 +701,34 @@ private Q_SLOTS:
         for (uint i = 0; i < uint(sizes.size()); ++i)
             if (sizes.at(i) >= 0)
                 QVERIFY(ring.put(i, QByteArray(sizes.at(i), 'x')));
-        {
-            QuietLogger logger(ring, 10, kept);
-            QCOMPARE(ring.names(), names);
-            QCOMPARE(lastOf(logger), QString::number(index));
-            if (index < uint(sizes.size()) && sizes.at(index) >= 0 && sizes.at(index) < 10)
-                QCOMPARE(ring.bytes(index).size(), sizes.at(index));
-            else
-                QCOMPARE(ring.bytes(index), QByteArray(""));
-            logger.info(QString());
-            QVERIFY(ring.bytes(index).endsWith('\n') || ring.bytes(index + 1) == "\n");
-            logger.closeDuplicatedHandle();
-        }
+        LibcFaults::listError = listError;
+        QuietLogger logger(ring, 10, kept);
+        LibcFaults::listError = 0;
+        QCOMPARE(ring.names(), names);
+        QCOMPARE(lastOf(logger), QString::number(index));
+        if (index < uint(sizes.size()) && sizes.at(index) >= 0 && sizes.at(index) < 10)
+            QCOMPARE(ring.bytes(index).size(), sizes.at(index));
+        else
+            QCOMPARE(ring.bytes(index), QByteArray(""));
+        logger.info(QString());
+        QVERIFY(ring.bytes(index).endsWith('\n') || ring.bytes(index + 1) == "\n");
+        logger.closeDuplicatedHandle();
+    }
+
+    void startWithoutDescriptorsNamesTheNewestFile()
+    {
+        const LogRing ring;
+        for (uint i = 0; i < 3; ++i)
+            QVERIFY(ring.put(i, QByteArray::number(i) + '\n'));
+        LibcFaults::listError = EMFILE;
+        LibcFaults::createError = EMFILE;
+        const QString text = failureText([&ring] { const QuietLogger logger(ring, Large, 5); });
+        LibcFaults::reset();
+        QCOMPARE(text, QStringLiteral("Logger::Logger(const QString&, quint64, quint32, quint32, "
+                                      "LogLevel, LogFormatter) -> Failed to open file [%1] in "
+                                      "append mode")
+                           .arg(ring.file(2)));
+        QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-1.log", "app-2.log"}));
     }
 
     void otherNamesAreNotPartOfTheRing()
@@ -892,7 +1002,7 @@ private Q_SLOTS:
 
 namespace {
 
-/// Days of 24 hours, before the application object looks at the zone.
+/// A zone whose days all have 24 hours, set before the application object reads it.
 const bool s_zoneIsSet = qputenv("TZ", "UTC0");
 
 } // namespace

@@ -5,11 +5,14 @@
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/messageprinter.h"
+#include "support/opendescriptors.h"
 
+#include <kez/configuration.h>
 #include <kez/log.h>
 #include <kez/logger.h>
 
 #include <QElapsedTimer>
+#include <QJsonDocument>
 #include <QSemaphore>
 #include <QTest>
 
@@ -18,6 +21,7 @@
 #include <barrier>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -30,7 +34,7 @@ const QString Deadlock = QStringLiteral("Logger::writeTrace DEADLOCK >> stdout -
 QSemaphore s_inFormatter;
 QSemaphore s_goOn;
 
-/// Stays in the formatter, and so in the lock, while the message is "block".
+/// Stays in the formatter, with the lock held, for the message "block".
 void blockingFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
 {
     plainFormatter(LoggerLevel::info, msg, out);
@@ -40,14 +44,36 @@ void blockingFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
     s_goOn.acquire();
 }
 
+QSemaphore s_secondGoesOn;
+
+/// Stays in the formatter for the heading of a banner. The first banner's title begins with "1".
+void bannerFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
+{
+    plainFormatter(LoggerLevel::info, msg, out);
+    if (!msg.startsWith(QLatin1String("| ")))
+        return;
+    s_inFormatter.release();
+    (msg.startsWith(QLatin1String("| 1")) ? s_goOn : s_secondGoesOn).acquire();
+}
+
+void callHandleFunction(Logger& logger, const QString& name)
+{
+    if (name == QLatin1String("close"))
+        logger.close();
+    else if (name == QLatin1String("closeDuplicatedHandle"))
+        logger.closeDuplicatedHandle();
+    else
+        logger.duplicateLogFile();
+}
+
 QByteArray numberedLine(int thread, int number)
 {
     return "thread " + QByteArray::number(thread) + " line " + QByteArray::number(number) + ' ' +
            QByteArray(number % 60, char('a' + thread)) + '.';
 }
 
-/// Runs `work` in every thread. None of them ends before all are done: a file that a thread opened
-/// refers to Qt's data of that thread, counted by atomics that ThreadSanitizer does not see.
+/// Runs `work` in every thread. No thread ends before all are done: a file refers to Qt's data of
+/// the thread that opened it, by a count whose atomics ThreadSanitizer does not see.
 void runThreads(const std::function<void(int)>& work)
 {
     std::barrier allDone(Threads);
@@ -62,8 +88,9 @@ void runThreads(const std::function<void(int)>& work)
         thread.join();
 }
 
-/// What the threads wrote: whole lines only, each once, each thread's in order. A line that found
-/// the logger busy for 300 ms is looked for in `degraded`.
+/// The first fault in what the threads wrote: each line must be whole and be there once, and the
+/// lines of one thread must be in order. Lines that found the logger busy for 300 ms are in
+/// `degraded`.
 QString disorderIn(const QByteArrayList& lines, const QStringList& degraded, int perThread)
 {
     std::vector<std::vector<bool>> seen(Threads, std::vector<bool>(size_t(perThread), false));
@@ -229,7 +256,8 @@ private Q_SLOTS:
             << false << int(strlen("dd/MM/yyyy HH:mm:ss,zzz <INFOR> "));
         QTest::newRow("formatter that shares the text") << true << 0;
     }
-    /// The texts do not own their characters, which no logger may change or have copied.
+    /// The texts do not own their characters. No logger may change these or make the texts copy
+    /// them.
     void oneTextThroughSeveralLoggersAtOnce()
     {
         QFETCH(const bool, sharing);
@@ -318,9 +346,6 @@ private Q_SLOTS:
         const qint64 waited = timer.elapsed();
         const QList<MessageCapture::Message> messages = capture.messages();
         const QByteArray bytes = ring.bytes(0);
-        timer.restart();
-        logger.debug(QStringLiteral("below the filter, so without waiting"));
-        const bool isQuick = timer.elapsed() < 250;
         s_goOn.release();
         holder.join();
 
@@ -330,7 +355,6 @@ private Q_SLOTS:
         QCOMPARE(messages.first().type, QtDebugMsg);
         QCOMPARE(messages.first().category, QStringLiteral("default"));
         QCOMPARE(QString(messages.first().text).remove(u'"'), Deadlock + QStringLiteral("busy"));
-        QVERIFY(isQuick);
         QCOMPARE(ring.bytes(0), QByteArray(tee ? "block [Tee]\n" : "block\n"));
         logger.info(QStringLiteral("free again"));
         QCOMPARE(ring.lines(0).size(), 2);
@@ -351,6 +375,176 @@ private Q_SLOTS:
         holder.join();
         QCOMPARE(shown.size(), 1);
         QVERIFY(shown.first().startsWith(Deadlock));
+    }
+
+    void busyLoggerKeepsItsHandles_data()
+    {
+        QTest::addColumn<QString>("function");
+        for (const char* function : {"close", "closeDuplicatedHandle", "duplicateLogFile"})
+            QTest::newRow(function) << function;
+    }
+    void busyLoggerKeepsItsHandles()
+    {
+        QFETCH(QString, function);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, blockingFormatter);
+        logger.disableTee();
+        if (function != QLatin1String("duplicateLogFile"))
+            logger.duplicateLogFile();
+        const int descriptors = openDescriptors();
+        const MessageCapture capture;
+        std::thread holder([&] { logger.info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+        callHandleFunction(logger, function);
+        const QList<MessageCapture::Message> messages = capture.messages();
+        const int descriptorsAfterwards = openDescriptors();
+        s_goOn.release();
+        holder.join();
+
+        QCOMPARE(messages.size(), 1);
+        QCOMPARE(messages.first().type, QtWarningMsg);
+        QCOMPARE(messages.first().category, QStringLiteral("default"));
+        QCOMPARE(messages.first().text,
+                 QStringLiteral("Logger::%1 DEADLOCK >> nothing done").arg(function));
+        QCOMPARE(descriptorsAfterwards, descriptors);
+        logger.info(QStringLiteral("after"));
+        QCOMPARE(ring.bytes(0), QByteArray("block\nafter\n"));
+        callHandleFunction(logger, function);
+        QCOMPARE(capture.messages().size(), 1);
+        QVERIFY(openDescriptors() != descriptors);
+        logger.close();
+    }
+
+    void lineAfterTheCloseIsShown()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, plainFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        std::thread([&] { logger.close(); }).join();
+        logger.warning(QStringLiteral("late"));
+        QCOMPARE(capture.texts(), QStringList{"\"late\""});
+        QCOMPARE(ring.bytes(0), QByteArray());
+    }
+
+    /// After the close, the same thread opens another file, which gets the descriptor that is free.
+    void closingWhileOthersWriteLeavesForeignFilesAlone()
+    {
+        constexpr int Rounds = 100;
+        constexpr int Writers = 3;
+        const LogRing ring;
+        const MessageCapture capture;
+        for (uint round = 0; round < Rounds; ++round) {
+            Logger logger(ring.name(), 1 << 30, 1, Century, LoggerLevel::debug, plainFormatter);
+            logger.disableTee();
+            QFile foreign(ring.path() + QStringLiteral("/foreign"));
+            std::atomic<int> begun = 0;
+            std::atomic<bool> isOver = false;
+            std::vector<std::thread> writers;
+            for (int i = 0; i < Writers; ++i) {
+                writers.emplace_back([&] {
+                    ++begun;
+                    while (!isOver)
+                        logger.info(QStringLiteral("line"));
+                });
+            }
+            while (begun < Writers)
+                std::this_thread::yield();
+            logger.close();
+            const bool isOpen = foreign.open(QIODevice::ReadWrite | QIODevice::Truncate);
+            isOver = true;
+            for (std::thread& writer : writers)
+                writer.join();
+            QVERIFY(isOpen);
+            QCOMPARE(foreign.size(), 0);
+        }
+        for (const QByteArray& line : ring.lines(0))
+            QCOMPARE(line, QByteArray("line"));
+        for (const QString& text : capture.texts())
+            QVERIFY2(text == QLatin1String("\"line\"") ||
+                         text.contains(QLatin1String(" DEADLOCK ")),
+                     qPrintable(text));
+    }
+
+    void destructorWaitsForTheWriter()
+    {
+        const LogRing ring;
+        auto logger = std::make_unique<Logger>(ring.name(), 0, 0, Century, LoggerLevel::debug,
+                                               blockingFormatter);
+        logger->disableTee();
+        const MessageCapture capture;
+        std::thread writer([used = logger.get()] { used->info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+        QSemaphore isDestroyed;
+        std::thread destroyer([&] {
+            logger.reset();
+            isDestroyed.release();
+        });
+        const bool tooSoon = isDestroyed.tryAcquire(1, 400); // longer than the limited waits
+        s_goOn.release();
+        writer.join();
+        destroyer.join();
+        QVERIFY(!tooSoon);
+        QCOMPARE(ring.bytes(0), QByteArray("block\n"));
+        QCOMPARE(capture.texts(), QStringList());
+    }
+
+    void bannersAtOnceRestoreTheFilter_data()
+    {
+        QTest::addColumn<QString>("second");
+        QTest::newRow("with properties") << "properties";
+        QTest::newRow("with JSON") << "JSON";
+        QTest::newRow("of a configuration") << "configuration";
+    }
+    /// The first banner is at its heading when the second one begins.
+    void bannersAtOnceRestoreTheFilter()
+    {
+        QFETCH(QString, second);
+        const LogRing ring;
+        const auto logger = std::make_shared<Logger>(ring.name(), 0, 0, Century, LoggerLevel::error,
+                                                     bannerFormatter);
+        logger->disableTee();
+        const MessageCapture capture;
+        std::thread first([&] { logger->logBanner(QStringLiteral("1"), QStringLiteral("2")); });
+        s_inFormatter.acquire();
+        std::thread later([&] {
+            if (second == QLatin1String("configuration")) {
+                Config config;
+                config.setLogger(logger);
+                config.logBanner(QStringLiteral("3"), QString(), false, QString());
+            } else if (second == QLatin1String("JSON")) {
+                const QJsonDocument json;
+                logger->logBanner(QStringLiteral("3"), QStringLiteral("4"), &json);
+            } else {
+                logger->logBanner(QStringLiteral("3"), QStringLiteral("4"));
+            }
+        });
+        // The second banner gets into the formatter only if it does not wait for the first one.
+        const bool areMixed = s_inFormatter.tryAcquire(1, 500);
+        s_goOn.release();
+        first.join();
+        s_secondGoesOn.release();
+        later.join();
+        if (!areMixed)
+            s_inFormatter.acquire();
+        QCOMPARE(logger->filter(), LoggerLevel::error);
+        QVERIFY(!areMixed);
+        QVERIFY(ring.lines(0).size() >= 8);
+    }
+
+    void threadsThatAskFirstGetOneInstance()
+    {
+        for (int round = 0; round < 200; ++round) {
+            std::array<Log*, Threads> instances{};
+            std::barrier atOnce(Threads);
+            runThreads([&](int thread) {
+                atOnce.arrive_and_wait();
+                instances[size_t(thread)] = Log::getInstance();
+            });
+            for (Log* instance : instances)
+                QCOMPARE(instance, instances.front());
+            delete instances.front();
+        }
     }
 
     void settingsChangeWhileOthersLog()

@@ -34,7 +34,7 @@ table='
 2: filehelper.h text/filehelper.cpp
 3: loggerlevel.h log/loggerlevel.cpp
 3: logger.h log/logger.cpp log/logformatter.cpp log/loggerrotation.cpp log/loggerdescription.cpp
-3: log/logring_p.h log/logring.cpp log/banner_p.h
+3: log/logring_p.h log/logring.cpp log/banner_p.h log/loggerkeys_p.h
 3: loggerconfigcontroller.h log/loggerconfigcontroller.cpp
 4: log.h log/log.cpp
 5: i18n/languageswitch.cpp log/loggerfactory.cpp

@@ -7,10 +7,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-/// While it lives, the process can open `count` more descriptors and no other.
+/// While it lives, the process can open `count` more descriptors.
 ///
-/// The undefined-behaviour sanitizer opens a pipe for each class that it meets for the first time:
-/// what is tested has to run once before, or to be left out under that sanitizer.
+/// The undefined-behaviour sanitizer opens a pipe for each class that it sees for the first time.
+/// Run the tested code once before, or skip the test under that sanitizer.
 class DescriptorLimit {
 public:
     explicit DescriptorLimit(int count)

@@ -3,9 +3,10 @@
 
 #pragma once
 
-// Functions of the C library that take precedence over the real ones, for the shared libraries too,
-// in a program that is linked with ENABLE_EXPORTS. They answer as the real ones until a switch is
-// set. Only files of a ring "app-<n>.log" are concerned. For one source file of a program.
+// Functions of the C library that take the place of the real ones, in the shared libraries too, in
+// a program that is linked with ENABLE_EXPORTS. They behave like the real ones until a switch is
+// set. The switches apply to the files of a ring "app-<n>.log" only. To be included in one source
+// file of a program.
 
 #include <QByteArray>
 
@@ -16,9 +17,12 @@
 #include <cstring>
 #include <ctime>
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -27,17 +31,24 @@ namespace LibcFaults {
 /// The time of the real-time clocks in nanoseconds since 1970; 0 for the true time.
 inline std::atomic<qint64> clock{0};
 
-/// The error that the function answers; 0 for the true answer.
+/// The error that the function returns; 0 for the true result.
 inline std::atomic<int> createError{0};
+inline std::atomic<int> listError{0}; // of any directory
 inline std::atomic<int> renameError{0};
 inline std::atomic<int> unlinkError{0};
 inline std::atomic<int> fdopenError{0};
 inline std::atomic<int> writeError{0};
 
-/// How many more files are created before createError counts.
+/// How many more files are created before createError applies.
 inline std::atomic<int> soundCreations{0};
 
-/// How many more writes fail with writeError; negative: all.
+/// When createError applies: always, until a ring file is closed (as if the process had no other
+/// descriptor), or after that (as if another thread took the descriptor).
+enum class Refusing { Always, UntilClosing, AfterClosing };
+inline std::atomic<Refusing> refusing{Refusing::Always};
+inline std::atomic<bool> hasClosed{false};
+
+/// How many more writes fail with writeError; all of them if it is negative.
 inline std::atomic<int> failingWrites{-1};
 
 /// The next `shortWrites` writes, before any failing one, take at most `writeLimit` bytes.
@@ -48,18 +59,24 @@ inline std::atomic<size_t> writeLimit{0};
 inline std::atomic<int> writes{0};
 inline std::atomic<int> renames{0};
 
-/// Whether statx knows no birth times.
+/// How many times this thread went to sleep in one of Qt's locks.
+inline thread_local int waits = 0;
+
+/// Whether statx returns no birth times.
 inline std::atomic<bool> noBirthTime{false};
 
 inline void reset()
 {
     clock = 0;
-    createError = renameError = unlinkError = fdopenError = writeError = 0;
+    createError = listError = renameError = unlinkError = fdopenError = writeError = 0;
     soundCreations = 0;
+    refusing = Refusing::Always;
+    hasClosed = false;
     failingWrites = -1;
     writeLimit = 0;
     shortWrites = 0;
     writes = renames = 0;
+    waits = 0;
     noBirthTime = false;
 }
 
@@ -88,7 +105,11 @@ Function real(const char* name)
 
 inline bool isRefusedCreation(const char* path, int flags)
 {
-    return createError != 0 && (flags & O_CREAT) && isRingFile(path) && --soundCreations < 0;
+    if (createError == 0 || !(flags & O_CREAT) || !isRingFile(path))
+        return false;
+    if (refusing == (hasClosed ? Refusing::UntilClosing : Refusing::AfterClosing))
+        return false;
+    return --soundCreations < 0;
 }
 
 } // namespace LibcFaults
@@ -128,6 +149,40 @@ KEZ_INTERPOSE_OPEN(open64)
     }
 KEZ_INTERPOSE_OPENAT(openat)
 KEZ_INTERPOSE_OPENAT(openat64)
+
+int close(int fd)
+{
+    static const auto original = LibcFaults::real<int (*)(int)>("close");
+    if (LibcFaults::createError != 0 && LibcFaults::isRingFile(fd))
+        LibcFaults::hasClosed = true;
+    return original(fd);
+}
+
+DIR* opendir(const char* path)
+{
+    static const auto original = LibcFaults::real<DIR* (*)(const char*)>("opendir");
+    if (LibcFaults::listError != 0) {
+        errno = LibcFaults::listError;
+        return nullptr;
+    }
+    return original(path);
+}
+
+long syscall(long number, ...) noexcept
+{
+    static const auto original =
+        LibcFaults::real<long (*)(long, long, long, long, long, long, long)>("syscall");
+    va_list arguments;
+    va_start(arguments, number);
+    long values[6];
+    for (long& value : values)
+        value = va_arg(arguments, long);
+    va_end(arguments);
+    const long command = values[1] & FUTEX_CMD_MASK;
+    if (number == SYS_futex && (command == FUTEX_WAIT || command == FUTEX_WAIT_BITSET))
+        ++LibcFaults::waits;
+    return original(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+}
 
 int rename(const char* from, const char* to) noexcept
 {

@@ -8,8 +8,8 @@
 #include <QRegularExpression>
 #include <QString>
 
-/// A number that a logger shows of itself ("_maxSize", "_kept", "_timeout", "_last"); -1 when it
-/// shows none.
+/// A number that the logger's description shows ("_maxSize", "_kept", "_timeout", "_last"); -1 if
+/// it shows none.
 inline qint64 shownNumber(const Logger& logger, const QString& field)
 {
     const QRegularExpression pattern("^ *" + field + " : (\\d+)",

@@ -21,7 +21,7 @@ struct LogRecord {
     }
 };
 
-/// The lines of a log file. A line in another format comes back whole, without a tag.
+/// The lines of a log file. A line in another format is returned whole, without a tag.
 inline QList<LogRecord> logRecords(const QString& path)
 {
     static const QRegularExpression format(
@@ -38,7 +38,8 @@ inline QList<LogRecord> logRecords(const QString& path)
     return records;
 }
 
-/// The messages of a log file whose lines all have this tag; a line with another one reads as
+/// The messages of a log file whose lines should all have this tag. A line with another tag reads
+/// as
 /// "<TAG> message".
 inline QStringList logMessages(const QString& path, const QString& tag)
 {

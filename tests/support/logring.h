@@ -14,7 +14,7 @@
 #include <QString>
 #include <QTemporaryDir>
 
-/// The lines without their ends; what follows the last line end counts as a line, too.
+/// The lines without their ends. What follows the last line end is a line too.
 inline QByteArrayList linesIn(const QByteArray& bytes)
 {
     QByteArrayList lines = bytes.split('\n');
@@ -64,9 +64,15 @@ private:
     QTemporaryDir _dir;
 };
 
-/// A formatter whose line is the message alone, so that sizes are known to the byte. A deep copy:
-/// ThreadSanitizer does not see that the count of a shared text is atomic inside of Qt.
+/// A formatter whose line is the message alone, so that sizes are known to the byte. It copies the
+/// characters: ThreadSanitizer does not see that Qt counts the users of a shared text atomically.
 inline void plainFormatter(LoggerLevel::LogLevel, const QString& msg, QString& out)
 {
     out.setUnicode(msg.constData(), msg.size());
+}
+
+/// A formatter that puts the number of the level and a colon before the message.
+inline void levelFormatter(LoggerLevel::LogLevel level, const QString& msg, QString& out)
+{
+    out = QString::number(level) + QLatin1Char(':') + msg;
 }

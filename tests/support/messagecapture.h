@@ -8,8 +8,8 @@
 #include <QString>
 #include <QtGlobal>
 
-/// Collects what reaches Qt's message output, in place of printing it, while it lives. One at a
-/// time.
+/// While it lives, it collects what reaches Qt's message output, which then prints nothing. There
+/// can be one at a time.
 class MessageCapture {
 public:
     struct Message {

@@ -12,8 +12,8 @@
 
 #include <sys/resource.h>
 
-/// In a child: prints each of Qt's messages on the error output as one line "type|category|text",
-/// and leaves no core file when a fatal one ends the process.
+/// In a child: prints each of Qt's messages on the error output as one line "type|category|text". A
+/// fatal one, which ends the process, leaves no core file.
 inline void printMessagesPlainly()
 {
     const rlimit none{0, 0};
@@ -26,7 +26,7 @@ inline void printMessagesPlainly()
         });
 }
 
-/// A text as Qt's debug stream quotes it.
+/// The text as Qt's debug stream quotes it.
 inline QString quoted(const QString& text)
 {
     QString result;

@@ -9,8 +9,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
-/// Is the process's log while it lives, and keeps the messages that pass its filter. One at a time;
-/// made before the threads that log.
+/// While it lives, it is the process's log and keeps the messages that pass its filter. There can
+/// be one at a time, made before the threads that log.
 class TraceLog {
 public:
     explicit TraceLog(LoggerLevel::LogLevel filter = LoggerLevel::debug)
@@ -23,15 +23,15 @@ public:
     TraceLog(const TraceLog&) = delete;
     TraceLog& operator=(const TraceLog&) = delete;
 
-    /// The messages so far, each one as it was logged; those that are not at debug level have the
-    /// number of their level in front.
+    /// The messages so far, as they were logged. A message that is not at level debug has the
+    /// number of its level in front.
     QStringList texts() const
     {
         const QMutexLocker lock(&s_mutex);
         return s_messages;
     }
 
-    /// The same, and forgets them.
+    /// The same; also forgets them.
     QStringList take()
     {
         const QMutexLocker lock(&s_mutex);
