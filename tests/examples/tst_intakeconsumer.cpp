@@ -56,7 +56,7 @@ private Q_SLOTS:
 private:
     QString write(const QString& name) const
     {
-        writeFile(_spool->filePath(name), "x");
+        dropFile(_spool->filePath(name), "x");
         return name;
     }
 
