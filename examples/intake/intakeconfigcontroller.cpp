@@ -33,6 +33,7 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
         insertError(text("NoConfiguration"_L1));
         return false;
     }
+    const qsizetype earlier = errors().size(); // the list is never cleared
     QStringList usable;
     QStringList keys = {u"queue.path"_s, u"archive.path"_s};
     if (!trimmedValue(*properties, u"setaside.path"_s).isEmpty())
@@ -48,7 +49,7 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
     checkPeriod(*properties);
     checkKeep(*properties);
     checkLanguage(*properties);
-    return errors().isEmpty();
+    return errors().size() == earlier;
 }
 
 bool IntakeConfigController::checkDirectory(const Properties& properties, const QString& key)
