@@ -16,6 +16,7 @@ for readme in "$@"; do
         exit 1
     fi
 done
+# shellcheck source=tests/support/service.sh
 . "${source_file%/*}/../../tests/support/service.sh"
 
 signature='shared_ptr<Config> Config::load(const QString&, const QString&)'
