@@ -88,7 +88,7 @@ void IntakeConfigController::checkDirectoriesDiffer(const Properties& properties
     }
 }
 
-/// The queue takes every file of its directory for an order, and deletes it.
+/// The queue would take a file in its directory for an order, and delete it.
 void IntakeConfigController::checkOutsideSpool(const Properties& properties, const QString& key)
 {
     const QString file = trimmedValue(properties, key);

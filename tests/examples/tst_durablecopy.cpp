@@ -31,7 +31,7 @@ QString failureOf(const QString& source, const QString& directory)
     }
 }
 
-/// As an ordinary user, for whom a file without permissions cannot be read.
+/// Copies as an ordinary user, who cannot read a file without permissions.
 int copyUnreadable()
 {
     if (!becomeOrdinaryUser())

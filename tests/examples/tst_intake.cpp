@@ -371,7 +371,7 @@ void TestIntake::signalStopsCleanly()
         dropFile(fixture.spool(u"%1.xml"_s.arg(number)), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    service.send(signal); // in the midst of its work
+    service.send(signal); // while it works
     QCOMPARE(service.waitUntilStopped(), 0);
     QCOMPARE(service.errorOutput(), QString());
     QVERIFY(fixture.logHas(line.constData()));
