@@ -2,19 +2,23 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Runs the program of the README, which must be the very text that each README shows:
-#   run.sh PROGRAM README...
+# Runs the program of the README with its configuration: run.sh PROGRAM README...
+# Each README must show exactly the program's text.
 
 set -euo pipefail
 program=$(realpath "$1")
 shift
 source_file=$(dirname "$(realpath "${BASH_SOURCE[0]}")")/main.cpp
+
+# block LANGUAGE README: the block of that language.
+block() { sed -n "/^\`\`\`$1\$/,/^\`\`\`\$/p" "$2" | sed '1d;$d'; }
+
 for readme in "$@"; do
-    if ! diff <(sed -n '/^```cpp$/,/^```$/p' "$readme" | sed '1d;$d') \
-        <(sed '1,/^\/\/ The program/d' "$source_file"); then
+    if ! diff <(block cpp "$readme") <(sed '1,/^\/\/ The program/d' "$source_file"); then
         echo "$readme shows another program than $source_file" >&2
         exit 1
     fi
+    configuration=$(block properties "$readme")
 done
 # shellcheck source=tests/support/service.sh
 . "${source_file%/*}/../../tests/support/service.sh"
@@ -25,7 +29,9 @@ LANG=en_US.UTF-8 expect_failure \
 LANG=fr_FR.UTF-8 expect_failure \
     "$signature -> Le fichier [service.properties] n'existe pas" "$program"
 
-write_configuration
+mkdir spool
+sed "s|/var/log/service/|$directory/|; s|/var/spool/service|$directory/spool|" \
+    <<<"$configuration" >service.properties
 drop early.xml
 start_service "$program"
 wait_until log_has 'waiting: early.xml'
