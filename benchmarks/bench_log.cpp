@@ -1,16 +1,16 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// What a log line costs, next to other ways of getting the same line into a file, each line in the
-// kernel before the next one is made:
+// What a log line costs, compared with other ways to write the same line into a file. Each line is
+// in the kernel before the next one is made.
 //
 //     bench_log                          the comparison: time, allocations per line
 //     bench_log <contender> <lines>      one contender alone, to count its system calls:
 //
 //     strace -f -c bench_log kez 100000
 //
-// Times are medians of rounds in which the contenders take turns, so that what disturbs one of them
-// disturbs all; the ratios of one run compare better than the times of two.
+// Times are medians of rounds in which the contenders take turns, so that a disturbance hits all of
+// them. Compare the ratios of one run, not the times of two.
 
 #include "support/allocations.h"
 

@@ -5,7 +5,7 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 # Installs a library target with its public headers, its CMake package (find_package(Kez)) and its
-# pkg-config module (kez). The installed tree may be moved: nothing in it holds an absolute path.
+# pkg-config module (kez). The installed tree may be moved: no file in it holds an absolute path.
 function(kez_install target)
   install(TARGETS ${target} EXPORT KezTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

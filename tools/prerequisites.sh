@@ -2,16 +2,16 @@
 # SPDX-License-Identifier: MIT
 #
 # shellcheck shell=bash
-# Sourced by the scripts at the root: what has to be installed before they can work.
+# Sourced by the scripts at the root: installs what they need.
 
-# What configures, builds and runs the library, its tests and its examples.
+# What the library, its tests and its examples need.
 # shellcheck disable=SC2034 # for those who source this file
 build_packages=(cmake g++ ninja-build qt6-base-dev)
 
 # require_packages PACKAGE...: installs the Debian packages that are missing, as root or through
-# sudo. Where neither is possible, prints the one command to run and ends the script.
+# sudo. If neither is possible, prints the command to run and ends the script.
 require_packages() {
-    command -v dpkg-query >/dev/null || return 0 # no Debian: CMake names what it does not find
+    command -v dpkg-query >/dev/null || return 0 # not Debian: CMake says what it does not find
     local installed package missing=() as_root=()
     installed=$(dpkg-query -W -f='${db:Status-Status} ${Package}\n' "$@" 2>/dev/null) || true
     for package in "$@"; do
@@ -33,7 +33,7 @@ require_packages() {
         -o DPkg::Lock::Timeout=120 -o Dpkg::Use-Pty=0 install "${missing[@]}" >/dev/null
 }
 
-# Asks for a password only where somebody can type one.
+# Asks for a password only if somebody can type one.
 may_use_sudo() {
     command -v sudo >/dev/null || return 1
     if [[ -t 0 ]]; then sudo -v; else sudo -n true 2>/dev/null; fi

@@ -7,7 +7,7 @@
 
 namespace intake {
 
-/// Keeps a durable copy of each file, well-formed or not, in the archive directory.
+/// Keeps a durable copy of each file in the archive directory, whatever the file holds.
 ///
 /// *Threads*: the queue's thread.
 /// *Owns*: nothing more.

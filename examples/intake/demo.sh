@@ -2,10 +2,10 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Drives the service and its producer in a temporary directory, sums up what came of it, and ends
-# with 1 if anything did not happen as it should.
+# Runs the service and its producer in a temporary directory, and prints a summary. Ends with 1 if
+# something is not as it should be.
 #
-#     demo.sh DIRECTORY    the directory that holds the programs intake and intake-drop
+#     demo.sh DIRECTORY    the directory with the programs intake and intake-drop
 
 set -euo pipefail
 export LC_ALL=C.UTF-8 # file names and sorting; the language of the texts comes from LANG
@@ -18,7 +18,7 @@ programs=$(cd "$1" && pwd)
 
 good=300
 bad=14
-patience=120 # seconds for any one step; only a broken service needs them
+patience=120 # seconds for each step; only a broken service needs them
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/intake-demo.XXXXXX")
 service=
@@ -47,7 +47,7 @@ expect() {
     fi
 }
 
-# wait_until DESCRIPTION COMMAND...: ends the script when it takes too long, or the service is gone.
+# wait_until DESCRIPTION COMMAND...: ends the script if it takes too long, or if the service is gone.
 wait_until() {
     local description=$1 limit=$((SECONDS + patience))
     shift
@@ -103,13 +103,13 @@ stop_service() {
     service=
 }
 
-# Drops into the spool; once more into a directory that nobody watches, to compare with later.
+# Drops into the spool, and into a directory that nobody watches, for a later comparison.
 drop() {
     "$programs/intake-drop" "$@" "$work/spool"
     "$programs/intake-drop" "$@" "$work/dropped" >/dev/null
 }
 
-# The total in hundredths, from the ledger and from the log, whose separators are those of a language.
+# The total in hundredths, from the ledger and from the log, whose separators depend on the language.
 booked_total() { cut -d ';' -f 6 "$work/ledger.csv" | tr -d . | awk '{ sum += $1 } END { print sum }'; }
 told_total() { log_text | sed -n 's/.*\(enregistré :\|booked:\) \([^E]*\) EUR$/\2/p' | tr -cd '0-9\n-'; }
 
@@ -150,7 +150,7 @@ drop --prefix early --good "$first" --bad 2
 step "The service starts in $language"
 start_service
 
-step "Orders that arrive while it works, and another language from half-way on"
+step "Orders that arrive while it works, and another language after half of them"
 drop --prefix busy --good $((good - 2 * first)) --bad $((bad - 4)) --pause 1 &
 producer=$!
 wait_until "half of the orders are booked" has_booked $((good / 2))

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// Puts order files into a spool directory: good ones, and bad ones spread among them.
+// Puts order files into a spool directory: good ones, with bad ones spread among them.
 
 #include "progress.h"
 #include "sampleorders.h"
@@ -41,7 +41,7 @@ int usageFault(const QString& reason)
     return UsageFault;
 }
 
-/// The value of an option, an integer of 0 or more; -1 for anything else.
+/// The value of an option if it is an integer of 0 or more; otherwise -1.
 int countOf(const QCommandLineParser& parser, const QString& option)
 {
     bool isNumber = false;
@@ -49,7 +49,7 @@ int countOf(const QCommandLineParser& parser, const QString& option)
     return isNumber && value >= 0 ? value : -1;
 }
 
-/// A file is written under a hidden name and renamed when it is whole: a queue takes up a file as
+/// A file is written under a hidden name and renamed when it is complete: a queue takes a file as
 /// soon as it is visible.
 void drop(const QDir& spool, const QString& name, const QByteArray& content)
 {
@@ -67,7 +67,7 @@ void drop(const QDir& spool, const QString& name, const QByteArray& content)
     removeHidden.dismiss();
 }
 
-/// Whether the file at `index` is a bad one, so that they are spread evenly.
+/// Whether the file at `index` is a bad one; they are spread evenly.
 bool isBad(const Task& task, qint64 index)
 {
     const qint64 total = qint64{task.good} + task.bad;

@@ -24,7 +24,7 @@ namespace {
 
 constexpr qint64 ChunkSize = 65536;
 
-// One for each directory: a remainder of a crash is overwritten by the next copy.
+// The same name for every copy: if a crash leaves such a file, the next copy overwrites it.
 const auto HiddenName = QStringLiteral(".intake.part");
 
 [[noreturn]] void fail(QLatin1String key, const QString& path, const QString& reason)
@@ -65,7 +65,7 @@ void writeSynced(QFile& source, const QString& path)
         fail("CannotWrite"_L1, path, systemError());
 }
 
-/// The path under which a copy of `source` has to be made; empty when there is one already.
+/// The path for a copy of `source`; empty if there is a copy already.
 QString freePath(const QString& source, const QDir& directory)
 {
     const QString wanted = directory.filePath(QFileInfo(source).fileName());

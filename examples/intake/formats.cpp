@@ -35,7 +35,7 @@ QString countText(qint64 count)
 
 QString amountText(qint64 hundredths, const QString& currency)
 {
-    // The nearest double tells amounts of up to 15 digits apart.
+    // A double distinguishes amounts of up to 15 digits.
     const double units = static_cast<double>(hundredths) / 100;
     return (isFrench() ? Text::frenchDecimalFormat(units, Decimals)
                        : english().toString(units, 'f', Decimals)) +

@@ -6,10 +6,10 @@
 #include <QDateTime>
 #include <QString>
 
-/// Numbers and times as people of the current language of the texts read them. "_" below stands for
-/// the narrow no-break space (U+202F).
+/// Numbers and times in the current language of the texts. "_" below stands for the narrow no-break
+/// space (U+202F).
 ///
-/// *Threads*: as the texts.
+/// *Threads*: as for the texts.
 /// *Owns*: nothing.
 /// *Fails*: never.
 namespace intake {

@@ -33,6 +33,7 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
         insertError(text("NoConfiguration"_L1));
         return false;
     }
+    const qsizetype earlier = errors().size(); // the list is never cleared
     QStringList usable;
     QStringList keys = {u"queue.path"_s, u"archive.path"_s};
     if (!trimmedValue(*properties, u"setaside.path"_s).isEmpty())
@@ -48,7 +49,7 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
     checkPeriod(*properties);
     checkKeep(*properties);
     checkLanguage(*properties);
-    return errors().isEmpty();
+    return errors().size() == earlier;
 }
 
 bool IntakeConfigController::checkDirectory(const Properties& properties, const QString& key)
@@ -87,7 +88,7 @@ void IntakeConfigController::checkDirectoriesDiffer(const Properties& properties
     }
 }
 
-/// The queue takes every file of its directory for an order, and deletes it.
+/// The queue would take a file in its directory for an order, and delete it.
 void IntakeConfigController::checkOutsideSpool(const Properties& properties, const QString& key)
 {
     const QString file = trimmedValue(properties, key);

@@ -9,14 +9,15 @@ namespace intake {
 
 /// Checks the service's own keys; LoggerConfigController checks those of the log.
 ///
-/// "queue.path", "archive.path" and "setaside.path" must name three different directories that are
-/// there, readable and writable; "ledger.path" a file that is so or can be made so, outside of the
-/// spool, as must be the log's. "queue.period" (milliseconds, 0 or more), "queue.keep" (0, 1,
-/// false, true) and "lang" (fr_FR, en_US) may be absent.
+/// "queue.path", "archive.path" and "setaside.path" must name three different directories that
+/// exist and are readable and writable. "ledger.path" must name a readable and writable file, or
+/// one that can be created. Neither the ledger nor the log may be in the spool. "setaside.path",
+/// "queue.period" (milliseconds, 0 or more), "queue.keep" (0, 1, false, true) and "lang" (fr_FR,
+/// en_US) may be absent.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: its list of errors.
-/// *Fails*: never; one error text per fault.
+/// *Fails*: never; there is one error text per fault.
 class IntakeConfigController : public IConfigController {
     Q_OBJECT
 

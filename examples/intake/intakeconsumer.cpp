@@ -38,7 +38,7 @@ void IntakeConsumer::listenTo(const FilesQueue& queue)
 {
     Q_ASSERT(queue.thread() == thread());
     connect(&queue, &FilesQueue::filesNotConsumed, this, &IntakeConsumer::onFilesNotConsumed);
-    // Queued: the signal comes from the midst of a re-scan.
+    // Queued: the signal is emitted in the middle of a re-scan.
     connect(&queue, &FilesQueue::queueUpdated, this, &IntakeConsumer::ask, Qt::QueuedConnection);
 }
 
@@ -110,7 +110,7 @@ void IntakeConsumer::report(const QString& name)
 void IntakeConsumer::putOff(const QString& name, const QString& reason)
 {
     _putOff.insert(name);
-    if (!_retry.isActive()) // later failures must not put the earlier ones off for ever
+    if (!_retry.isActive()) // a new failure must not delay the retry of earlier ones
         _retry.start();
     if (_complained.contains(name))
         return;

@@ -15,20 +15,19 @@ class FilesQueue;
 
 namespace intake {
 
-/// What the two consumers have in common: asking the queue, taking one file at a time, reporting
-/// it.
+/// What the two consumers share: they ask the queue, take one file at a time, and report it.
 ///
-/// A consumer lives in the queue's thread, which makes the exchange with the queue direct:
-/// - A request is answered before it returns. The answer goes to every consumer and names none; the
-///   one that is just asking takes it.
-/// - What the queue throws at a report (an Exception for a file that somebody removed meanwhile, a
-///   pointer to one for a consumer that it does not know) comes back to the reporting code, which
-///   catches and logs it. Nothing is thrown into an event loop.
-/// Between two files the thread returns to its event loop: re-scans, a language switch and the end
-/// of the service wait for one file at most.
+/// A consumer lives in the queue's thread, so that they call each other directly:
+/// - A request is answered before it returns. The answer goes to every consumer and names none of
+///   them; the one that is asking takes it.
+/// - What the queue throws at a report comes back to the reporting code, which catches and logs it:
+///   an Exception for a file that somebody has removed, a pointer to one for an unknown consumer.
+///   It never reaches an event loop.
+/// Between two files the thread returns to its event loop. So re-scans, a language switch and the
+/// end of the service wait for one file at most.
 ///
 /// *Threads*: the queue's thread.
-/// *Owns*: the list of files it has still to handle.
+/// *Owns*: the list of the files that it still has to handle.
 /// *Fails*: never; failures are logged.
 class IntakeConsumer : public ConsumerAncestor {
     Q_OBJECT
@@ -36,22 +35,21 @@ class IntakeConsumer : public ConsumerAncestor {
 public:
     IntakeConsumer(const QString& id, const QString& spool, QObject* parent = nullptr);
 
-    /// Connects this consumer, which the queue was built with, to what the queue tells. Both live
-    /// in the same thread.
+    /// Connects this consumer to the queue, which was built with it. Both live in the same thread.
     void listenTo(const FilesQueue& queue);
 
 public Q_SLOTS:
-    /// Asks for files, unless some are still at hand.
+    /// Asks for files. If some are still to be handled, it asks after them.
     void ask();
 
 Q_SIGNALS:
-    /// Some file waits to be handled, once the event loop has had its turn.
+    /// There is a file to handle, after the event loop has had its turn.
     void fileAtHand();
 
 protected:
-    /// Handles one file: `path` is where it lies, `name` how the queue calls it. May get a file
-    /// again that it has handled before a crash. What it throws is logged, and the file, still the
-    /// queue's, is tried again after a pause.
+    /// Handles one file: `path` is where it is, `name` is its name in the queue. After a crash, a
+    /// file that was already handled may come again. What this function throws is logged; the file
+    /// stays in the queue and is tried again after a pause.
     virtual void handle(const QString& path, const QString& name) = 0;
 
 private:

@@ -28,7 +28,7 @@ enum Field { BookingTime, FileName, Receipt, OrderNumber, Customer, Amount, Curr
 
 constexpr qsizetype CurrencyLength = 3;
 
-/// The fields of a whole line, its end apart; nothing for anything else.
+/// The fields of a whole line, without its line end; otherwise nothing.
 QStringList fieldsOf(const QByteArray& line)
 {
     if (line.count(';') != FieldCount - 1)
@@ -36,12 +36,12 @@ QStringList fieldsOf(const QByteArray& line)
     QStringList fields = QString::fromUtf8(line).split(u';');
     if (fields.last().endsWith(u'\n'))
         fields.last().chop(1);
-    // The last field tells a line that was cut off in the midst of it from a whole one.
+    // The last field has a known length, so that a line that was cut off in it is recognised.
     const bool isWhole = !fields.contains(QString()) && fields.last().size() == CurrencyLength;
     return isWhole ? fields : QStringList();
 }
 
-/// -1250 -> "-12.50", in any language: the ledger is for programs too.
+/// -1250 -> "-12.50" in every language: programs read the ledger, too.
 QString decimalText(qint64 hundredths)
 {
     const auto size = qAbs(hundredths);

@@ -11,32 +11,31 @@
 
 namespace intake {
 
-/// A text file with one line per booked order, each file name at most once for all time:
+/// A text file with one line per booked order. Each file name occurs at most once:
 ///
 ///     <time of booking, UTC>;<file>;<receipt>;<order>;<customer>;<amount>;<currency>
 ///
-/// The receipt is drawn at random for each line, so that it is unique across restarts with no
-/// counter to keep.
+/// The receipt is a random value, so that it is unique across restarts without a stored counter.
 ///
-/// A line is on the disk before its file is reported as consumed. After a crash in between, the
-/// file is offered again and its name is found here; the names are therefore kept in memory. An end
-/// that a crash cut off in the middle of a line is no booking: it is cut away at the next start.
+/// A line is on the disk before its file is reported as consumed. If the process crashes between
+/// the two, the file is offered again, and its name is found here. So the names are kept in memory.
+/// If a crash cut off the last line, that line is not a booking: the next start removes it.
 ///
-/// *Threads*: one thread at a time. A second process that opens the same ledger is refused.
+/// *Threads*: one thread at a time. A second process cannot open the same ledger.
 /// *Owns*: the open file.
 /// *Fails*: the constructor and append() throw Exception.
 class Ledger {
 public:
-    /// Creates the file when there is none.
+    /// Creates the file if it does not exist.
     explicit Ledger(const QString& path);
 
-    /// The number of the order that was booked for the file, printable; a null text when none was.
+    /// The printable number of the order that was booked for the file; a null text if none was.
     QString orderBookedFor(const QString& fileName) const;
 
-    /// Returns once the line would survive a power failure; when it throws, nothing was added.
+    /// When it returns, the line survives a power failure; when it throws, nothing was added.
     void append(const QString& fileName, const Order& order);
 
-    /// What the constructor cut away; empty as a rule.
+    /// What the constructor removed from the end; usually empty.
     QString tornEnd() const;
 
 private:

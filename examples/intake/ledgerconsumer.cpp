@@ -19,8 +19,8 @@ namespace intake {
 
 namespace {
 
-/// The file's bytes, but no more than it takes to see that it is too long. Throws Exception: that a
-/// file cannot be read is no fault of the order, and it is tried again.
+/// The file's bytes, up to one more than an order may have. Throws Exception: a file that cannot be
+/// read is not a malformed order, and is tried again.
 QByteArray contentOf(const QString& path)
 {
     QFile file(path);

@@ -10,11 +10,11 @@
 
 namespace intake {
 
-/// Books each order in the ledger, once, and sets aside what is no order.
+/// Books each order in the ledger, once, and sets aside the files that are not orders.
 ///
 /// *Threads*: the queue's thread.
 /// *Owns*: the ledger.
-/// *Fails*: the constructor throws Exception when the ledger cannot be opened.
+/// *Fails*: the constructor throws Exception if the ledger cannot be opened.
 class LedgerConsumer : public IntakeConsumer {
     Q_OBJECT
 

@@ -44,7 +44,7 @@ QStringList faultsOf(Config& config)
     return logController.errors() + ownController.errors();
 }
 
-/// A legal configuration, or null after its faults were told. Throws Exception.
+/// A legal configuration, or null after its faults were shown. Throws Exception.
 std::shared_ptr<Config> loadConfiguration(const QString& path)
 {
     const auto config = Config::load(path, Version);
@@ -80,7 +80,7 @@ int serve(const QString& path)
     return EXIT_SUCCESS;
 }
 
-/// What the arguments ask for; the process's exit code.
+/// Does what the arguments ask for; the result is the exit code.
 int run(const QStringList& arguments)
 {
     intake::loadTexts();

@@ -9,15 +9,15 @@
 
 namespace intake {
 
-/// One order, checked: no text is empty or holds a control character.
+/// A checked order: no text is empty or holds a control character.
 struct Order {
     QString number;
     QString customer;
-    qint64 amount = 0; // in hundredths of the currency, below 0 for a refund
+    qint64 amount = 0; // in hundredths of the currency; negative for a refund
     QString currency;  // three capital letters
 };
 
-/// Why a document is no order, in words for the operator.
+/// Why a document is not an order, in words for the operator.
 ///
 /// *Threads*: a built exception is read from any thread.
 /// *Owns*: its text.

@@ -22,7 +22,7 @@ namespace {
 
 constexpr qsizetype MaxFieldLength = 200;
 
-/// `value` without blanks around it. Throws MalformedOrder unless it is a text that can be booked.
+/// `value` without blanks around it. Throws MalformedOrder if it cannot be booked.
 QString checked(const QString& name, const QString& value)
 {
     const QString trimmed = value.trimmed();
@@ -66,7 +66,7 @@ std::shared_ptr<XmlElement> onlyChild(const XmlElement& element, const QString& 
     return found;
 }
 
-/// "120.5" -> 12050: no floating point between a document and the ledger.
+/// "120.5" -> 12050, without floating point between a document and the ledger.
 qint64 hundredths(const QString& amount)
 {
     const QString units = amount.section(u'.', 0, 0);
@@ -116,7 +116,7 @@ std::unique_ptr<const OrderHandler> orderHandler(const QString& type)
     const auto* registry = MetaTypes::getInstance();
     if (!registry->containsMetaType(className))
         throw MalformedOrder(text("OrderTypeUnknown"_L1).arg(printable(type.left(MaxFieldLength))));
-    // The registry tells the address of the whole object, which that of its first base is too.
+    // The registry returns the address of the object, which is also that of its first base class.
     return std::unique_ptr<const OrderHandler>(
         static_cast<const OrderHandler*>(registry->instanciateFromRegistry(className)));
 }

@@ -11,9 +11,9 @@ class XmlElement;
 
 namespace intake {
 
-/// Makes orders of the documents of one type. The handler of type "Refund" is found by its class
-/// name, `intake::RefundHandler`, in the registry of reflective classes: for a further type, write
-/// its class and name it in registerOrderHandlers().
+/// Makes orders from the documents of one type. The handler of the type "Refund" is found by its
+/// class name, `intake::RefundHandler`, in the registry of reflective classes. For a new type,
+/// write its class and name it in registerOrderHandlers().
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
@@ -32,18 +32,18 @@ public:
     Order order(const XmlElement& document) const override;
 };
 
-/// The same for money given back, and `refunds`, the attribute that names the order concerned. Its
-/// amount is written without sign, and booked below 0.
+/// Money given back: as a sale, with the attribute `refunds`, which names the order. Its amount is
+/// written without a sign and booked as a negative one.
 class RefundHandler : public SaleHandler {
 public:
     Order order(const XmlElement& document) const override;
 };
 
-/// To be called at start, while one thread runs.
+/// Call it at the start, while there is one thread.
 void registerOrderHandlers();
 
-/// The handler of the orders of that type. Only registered handlers are found: the type comes from
-/// a file, and must not choose among all the classes of the process. Throws MalformedOrder.
+/// The handler for orders of that type. Only registered handlers are found: the type comes from a
+/// file, which must not choose among all classes of the process. Throws MalformedOrder.
 std::unique_ptr<const OrderHandler> orderHandler(const QString& type);
 
 } // namespace intake

@@ -9,18 +9,18 @@
 
 namespace intake {
 
-/// Bytes; a longer document is no order.
+/// In bytes; a longer document is not an order.
 constexpr qsizetype MaxOrderSize = 65536;
 
-/// Reads an order out of an XML document in UTF-8:
+/// Reads an order from an XML document in UTF-8:
 ///
 ///     <order type="Sale" number="C-2041">
 ///         <customer>Étienne Durand</customer>
 ///         <amount currency="EUR">120.50</amount>
 ///     </order>
 ///
-/// `type` chooses the handler that makes the order of it, "Sale" where it is absent; attributes and
-/// elements that the handler does not know do not count.
+/// `type` selects the handler that makes the order; without it, "Sale". Attributes and elements
+/// that the handler does not know are ignored.
 ///
 /// *Threads*: any thread.
 /// *Fails*: throws MalformedOrder.

@@ -5,8 +5,8 @@
 
 namespace intake {
 
-/// Shows on the standard output how far a known number of steps has come: as a bar that moves on a
-/// terminal, as one line for each quarter elsewhere.
+/// Shows the progress of a known number of steps on the standard output: on a terminal as a bar,
+/// otherwise as one line for each quarter.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: nothing.

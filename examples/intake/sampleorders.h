@@ -8,12 +8,13 @@
 
 namespace intake {
 
-/// A well-formed order, every tenth a refund of the one before; the same arguments give the same
+/// A well-formed order; every tenth is a refund of the one before. The same arguments give the same
 /// document.
 QByteArray goodOrder(const QString& prefix, int number);
 
-/// A document that is no order, each time in another way: an element missing, an amount that is
-/// none, a type that is none, cut off, too long, binary, empty.
+/// A document that is not an order. The numbers go through the ways to be wrong: a missing element,
+/// an invalid amount, an unknown type, a text that is too long, a cut-off document, a binary file,
+/// an empty file.
 QByteArray badOrder(int number);
 
 } // namespace intake

@@ -12,9 +12,9 @@ class Config;
 
 namespace intake {
 
-/// The running service: the worker thread, and what operators ask of it by signals.
+/// The running service: the worker thread, and the operators' signals.
 ///
-/// *Threads*: the main thread. To be built before any other thread is started.
+/// *Threads*: the main thread. Build it before any other thread is started.
 /// *Owns*: the worker thread.
 /// *Fails*: the constructor throws std::system_error; run() throws Exception.
 class Service : public QObject {
@@ -24,8 +24,8 @@ public:
     /// `config` is legal and has its logger, which is the process's.
     explicit Service(const Config& config);
 
-    /// Serves until a signal ends it. Throws Exception, which is logged too, when the work cannot
-    /// begin.
+    /// Serves until a signal ends it. If the work cannot begin, it logs the failure and throws
+    /// Exception.
     void run();
 
 private:

@@ -9,7 +9,7 @@ class Properties;
 
 namespace intake {
 
-/// The service's own settings, read from a configuration that IntakeConfigController found legal.
+/// The service's own settings, from a configuration that IntakeConfigController has accepted.
 struct Settings {
     static constexpr int DefaultPeriod = 1000;
 
@@ -23,11 +23,11 @@ struct Settings {
     static Settings fromProperties(const Properties& properties);
 };
 
-/// Makes the paths in `properties`, the log's included, absolute: a relative one counts from
-/// `directory`, the properties file's, and not from where the service happens to be started.
+/// Makes the paths in `properties` absolute, that of the log, too. A relative one starts at
+/// `directory`, that of the properties file, not at the working directory.
 void resolvePaths(Properties& properties, const QString& directory);
 
-/// The value without blanks around it, or an empty text when the key is absent.
+/// The value without blanks around it; an empty text if the key is absent.
 QString trimmedValue(const Properties& properties, const QString& key);
 
 /// How `queue.keep` is written.

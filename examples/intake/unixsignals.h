@@ -10,8 +10,8 @@ namespace intake {
 
 /// Turns the signals that operators send into Qt signals.
 ///
-/// They are blocked for good and read from a descriptor, so that no code runs in a signal handler.
-/// To be built before any thread is started: threads inherit the blocking.
+/// They stay blocked and are read from a descriptor, so that no code runs in a signal handler.
+/// Build it before any thread is started: threads inherit the blocked signals.
 ///
 /// *Threads*: the object's thread.
 /// *Owns*: its descriptor.
@@ -23,7 +23,7 @@ public:
     explicit UnixSignals(QObject* parent = nullptr);
     ~UnixSignals() override;
 
-    /// Begins to tell signals; those that came before are told first.
+    /// Begins to emit signals, first those that came before.
     void listen();
 
 Q_SIGNALS:

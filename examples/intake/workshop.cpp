@@ -53,7 +53,7 @@ void Workshop::start()
 
 void Workshop::switchLanguage(const QString& lang)
 {
-    Translator::getInstance()->setDefaultLang(lang); // both are compiled in: it cannot fail
+    Translator::getInstance()->setDefaultLang(lang); // cannot fail: both are compiled in
     Log::getInstance()->info(text("LanguageSwitched"_L1).arg(lang));
 }
 
@@ -87,7 +87,7 @@ void WorkerThread::run()
 {
     try {
         Workshop workshop(_settings);
-        // Blocking: whoever asks for another language stands still while it is switched.
+        // Blocking: the thread that asks for another language waits while it is switched.
         connect(this, &WorkerThread::languageWanted, &workshop, &Workshop::switchLanguage,
                 Qt::BlockingQueuedConnection);
         connect(this, &WorkerThread::stopWanted, &workshop, &Workshop::stop);

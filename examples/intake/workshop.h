@@ -14,7 +14,7 @@
 
 namespace intake {
 
-/// The queue and its consumers at work; lives in the worker thread from beginning to end.
+/// The queue and its consumers at work, in the worker thread.
 ///
 /// *Threads*: the object's thread.
 /// *Owns*: the queue and the consumers.
@@ -29,7 +29,7 @@ public:
     void start();
 
 public Q_SLOTS:
-    /// Switches every text of the process to `lang`. To be called while no other thread runs.
+    /// Switches every text of the process to `lang`. Call it while no other thread reads texts.
     void switchLanguage(const QString& lang);
 
     /// Ends the thread once the file at hand is handled.
@@ -41,29 +41,29 @@ private:
     FilesQueue _queue; // last: its consumers outlive it
 };
 
-/// The thread in which a workshop is built, works and is taken down.
+/// The thread in which a workshop is built, works and is destroyed.
 ///
-/// *Threads*: the thread that made this object, once ready() has come.
+/// *Threads*: the thread that made this object, after ready() was emitted.
 /// *Owns*: the workshop, while it runs.
-/// *Fails*: never; failure() holds the text once the thread has ended.
+/// *Fails*: never; after the thread has ended, failure() holds the text.
 class WorkerThread : public QThread {
     Q_OBJECT
 
 public:
     explicit WorkerThread(Settings settings, QObject* parent = nullptr);
 
-    /// Why the workshop could not work; empty when it could. To be read once the thread has ended.
+    /// Why the workshop could not work; empty if it could. Read it after the thread has ended.
     QString failure() const;
 
-    /// Switches the language of the whole process. The translator has no lock: the texts are
-    /// exchanged in the worker thread, between two files, while the calling thread waits, so that
-    /// nobody reads them meanwhile.
+    /// Switches the language of the whole process. The translator has no lock, so the texts are
+    /// exchanged in the worker thread between two files, while the calling thread waits and nobody
+    /// reads them.
     void switchLanguage(const QString& lang);
 
     void stop();
 
 Q_SIGNALS:
-    /// The queue is being served.
+    /// The queue is at work.
     void ready();
 
     void languageWanted(const QString& lang);

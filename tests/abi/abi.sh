@@ -2,10 +2,10 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Compares what the library exports with symbols.txt, and looks at how it is linked:
+# Compares what the library exports with symbols.txt, and checks how it is linked:
 #   abi.sh LIBRARY VERSION            both checks, as the tests run them
-#   abi.sh --update LIBRARY VERSION   writes symbols.txt anew, after a change that was meant
-# The usual call for the latter: cmake --build --preset dev --target update_abi
+#   abi.sh --update LIBRARY VERSION   writes symbols.txt again, after an intended change
+# For the update, call: cmake --build --preset dev --target update_abi
 
 set -euo pipefail
 export LC_ALL=C
@@ -32,7 +32,7 @@ check_symbols() {
     local differences
     if ! differences=$(diff -U0 --label "$symbols" --label "$library" "$symbols" <(exported)); then
         grep -v '^@@' <<<"$differences" >&2
-        fault "Other symbols are exported than symbols.txt says"
+        fault "The exported symbols differ from symbols.txt"
     fi
 }
 
@@ -40,9 +40,9 @@ check_file_names() {
     local folder base=${library##*/}
     folder=$(dirname "$library")
     [[ $(readlink "$folder/libkez.so") == "libkez.so.${version%%.*}" ]] ||
-        fault "libkez.so does not lead to libkez.so.${version%%.*}"
+        fault "libkez.so does not point to libkez.so.${version%%.*}"
     [[ $(readlink "$folder/libkez.so.${version%%.*}") == "libkez.so.$version" ]] ||
-        fault "libkez.so.${version%%.*} does not lead to libkez.so.$version"
+        fault "libkez.so.${version%%.*} does not point to libkez.so.$version"
     [[ $base == "libkez.so.$version" ]] || fault "the file is named $base"
 }
 
@@ -51,13 +51,13 @@ check_linkage() {
     dynamic=$(readelf --wide --dynamic "$library")
     headers=$(readelf --wide --program-headers "$library")
     grep -q "SONAME.*\[libkez\.so\.${version%%.*}\]" <<<"$dynamic" || fault "wrong SONAME"
-    grep -q 'FLAGS.*NOW' <<<"$dynamic" || fault "symbols are not bound when it is loaded"
-    grep -q 'GNU_RELRO' <<<"$headers" || fault "relocations stay writable"
-    ! grep -q 'TEXTREL' <<<"$dynamic" || fault "its code is relocated"
-    stack=$(grep 'GNU_STACK' <<<"$headers") || fault "says nothing of its stack"
-    [[ $stack != *RWE* ]] || fault "asks for an executable stack"
+    grep -q 'FLAGS.*NOW' <<<"$dynamic" || fault "its symbols are not bound at load time"
+    grep -q 'GNU_RELRO' <<<"$headers" || fault "its relocations stay writable"
+    ! grep -q 'TEXTREL' <<<"$dynamic" || fault "its code has relocations"
+    stack=$(grep 'GNU_STACK' <<<"$headers") || fault "it does not describe its stack"
+    [[ $stack != *RWE* ]] || fault "it asks for an executable stack"
     if ldd -r "$library" 2>&1 | grep 'undefined symbol' >&2; then
-        fault "symbols are left undefined"
+        fault "it has undefined symbols"
     fi
 }
 

@@ -4,7 +4,8 @@
 #
 # Builds and runs the consumer project against the library:
 #   consume.sh package|pkgconfig|subdirectory SOURCE_DIR BUILD_DIR
-# The first two install BUILD_DIR into a temporary prefix, and try again after moving that prefix.
+# The first two ways install BUILD_DIR into a temporary prefix; they try again after that prefix was
+# moved.
 
 set -euo pipefail
 
@@ -22,7 +23,7 @@ consume() {
     "$work/build-$name/consumer"
 }
 
-# consume_installed NAME PREFIX: the same against the installation below PREFIX.
+# consume_installed NAME PREFIX: the same with the installation below PREFIX.
 consume_installed() {
     local name=$1 prefix=$2 pc library
     pc=$(find "$prefix" -name kez.pc)
@@ -35,10 +36,10 @@ consume_installed() {
     esac
     if ! grep -q "LIBRARY.*=.*$prefix" "$work/build-$name/CMakeCache.txt" &&
         ! grep -q "Kez_DIR.*=$prefix" "$work/build-$name/CMakeCache.txt"; then
-        echo "The project found the library elsewhere than in $prefix" >&2
+        echo "The project found the library outside of $prefix" >&2
         exit 1
     fi
-    # A tree that may be moved holds the path of no prefix.
+    # A tree that may be moved does not hold its own path.
     if grep -rlF "$work" "$prefix"; then
         echo "These installed files hold an absolute path" >&2
         exit 1

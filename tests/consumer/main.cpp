@@ -12,12 +12,12 @@
 
 namespace {
 
-/// Ends the program, naming what is wrong, unless `holds`.
+/// Ends the program and says what is wrong, if `holds` is false.
 void require(bool holds, const char* what)
 {
     if (holds)
         return;
-    std::fprintf(stderr, "consumer: not so: %s\n", what);
+    std::fprintf(stderr, "consumer: this is not true: %s\n", what);
     std::exit(1);
 }
 
@@ -28,7 +28,7 @@ QByteArray contentOf(const QString& path)
     return file.readAll();
 }
 
-/// A configuration that is written, loaded and turned into the process's file logger.
+/// Writes a configuration, loads it and makes the process's file logger of it.
 void logThroughConfiguration(const QDir& directory)
 {
     Properties properties;
@@ -56,7 +56,7 @@ void logThroughConfiguration(const QDir& directory)
     require(log.contains("<INFOR> a line from the consumer"), "the line is in the log");
 }
 
-/// One file through a queue with one consumer.
+/// Sends one file through a queue with one consumer.
 void queueOneFile(const QDir& directory)
 {
     QFile file(directory.filePath(QStringLiteral("order.txt")));
@@ -93,6 +93,6 @@ int main(int argc, char* argv[])
     require(directory.mkdir(QStringLiteral("spool")), "a spool directory can be made");
     logThroughConfiguration(directory);
     queueOneFile(QDir(directory.filePath(QStringLiteral("spool"))));
-    std::puts("consumer: all is well");
+    std::puts("consumer: all is right");
     return 0;
 }

@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "support/files.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -22,21 +24,12 @@ inline QByteArray goodDocument(const QByteArray& number = "C-1")
            R"("><customer>Étienne Durand</customer><amount currency="EUR">12.50</amount></order>)";
 }
 
-inline QByteArray contentOf(const QString& path)
+/// Writes a file the way that a queue needs it: under a hidden name, then renamed.
+inline void dropFile(const QString& path, const QByteArray& content)
 {
-    QFile file(path);
-    return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-/// Writes a file the way that a queue needs it: hidden first, then renamed.
-inline void writeFile(const QString& path, const QByteArray& content)
-{
-    const QFileInfo info(path);
-    QFile file(info.dir().filePath(QStringLiteral(".hidden")));
-    QVERIFY(file.open(QFile::WriteOnly | QFile::Truncate));
-    QCOMPARE(file.write(content), qint64{content.size()});
-    file.close();
-    QVERIFY(file.rename(path));
+    const QString hidden = QFileInfo(path).dir().filePath(QStringLiteral(".hidden"));
+    QVERIFY(writeFile(hidden, content));
+    QVERIFY(QFile::rename(hidden, path));
 }
 
 inline QStringList entriesOf(const QString& directory)
@@ -64,7 +57,7 @@ public:
     QStringList booked() const
     {
         QStringList names;
-        for (const QByteArray& line : contentOf(path("ledger.csv")).split('\n'))
+        for (const QByteArray& line : readFile(path("ledger.csv")).split('\n'))
             if (!line.isEmpty())
                 names.append(QString::fromUtf8(line.split(';').value(1)));
         return names;
@@ -77,18 +70,19 @@ public:
             const QString file = path("log/intake-%1.log").arg(index);
             if (!QFile::exists(file))
                 return QString::fromUtf8(text);
-            text += contentOf(file);
+            text += readFile(file);
         }
     }
     bool logHas(const char* part) const { return log().contains(QString::fromUtf8(part)); }
 
     void writeProperties(const QByteArray& extra = "lang=en_US\n") const
     {
-        writeFile(path("intake.properties"), "log.filename=log/intake\nlog.filter=debug\n"
-                                             "queue.path=spool\nqueue.period=50\n"
-                                             "archive.path=archive\nsetaside.path=setaside\n"
-                                             "ledger.path=ledger.csv\n" +
-                                                 extra);
+        QVERIFY(
+            writeFile(path("intake.properties"), "log.filename=log/intake\nlog.filter=debug\n"
+                                                 "queue.path=spool\nqueue.period=50\n"
+                                                 "archive.path=archive\nsetaside.path=setaside\n"
+                                                 "ledger.path=ledger.csv\n" +
+                                                     extra));
     }
 
 private:

@@ -31,7 +31,7 @@ QString failureOf(const QString& source, const QString& directory)
     }
 }
 
-/// As an ordinary user, for whom a file without permissions cannot be read.
+/// Copies as an ordinary user, who cannot read a file without permissions.
 int copyUnreadable()
 {
     if (!becomeOrdinaryUser())
@@ -44,7 +44,8 @@ int copyUnreadable()
     const QTemporaryDir directory;
     const QString source = directory.filePath(u"source"_s);
     const QString target = directory.filePath(u"target"_s);
-    writeFile(source, "secret");
+    if (!writeFile(source, "secret"))
+        return 5;
     QDir().mkdir(target);
     ::chmod(QFile::encodeName(source).constData(), 0);
     try {
@@ -105,16 +106,16 @@ void TestDurableCopy::contentIsCopied_data()
 void TestDurableCopy::contentIsCopied()
 {
     QFETCH(const QByteArray, content);
-    writeFile(_source, content);
+    QVERIFY(writeFile(_source, content));
     keepCopy(_source, _target);
     QCOMPARE(kept(), QStringList{u"a b\n%1"_s});
-    QCOMPARE(contentOf(_target + u"/a b\n%1"_s), content);
-    QCOMPARE(contentOf(_source), content);
+    QCOMPARE(readFile(_target + u"/a b\n%1"_s), content);
+    QCOMPARE(readFile(_source), content);
 }
 
 void TestDurableCopy::sameContentIsKeptOnce()
 {
-    writeFile(_source, "x");
+    QVERIFY(writeFile(_source, "x"));
     keepCopy(_source, _target);
     keepCopy(_source, _target);
     QCOMPARE(kept().size(), 1);
@@ -124,22 +125,22 @@ void TestDurableCopy::otherContentIsNumbered()
 {
     for (const char* content : {"x", "y", "zz", "y"}) {
         QFile::remove(_source);
-        writeFile(_source, content);
+        QVERIFY(writeFile(_source, content));
         keepCopy(_source, _target);
     }
     QCOMPARE(kept(), QStringList({u"a b\n%1"_s, u"a b\n%1.1"_s, u"a b\n%1.2"_s}));
-    QCOMPARE(contentOf(_target + u"/a b\n%1"_s), QByteArray("x"));
-    QCOMPARE(contentOf(_target + u"/a b\n%1.1"_s), QByteArray("y"));
-    QCOMPARE(contentOf(_target + u"/a b\n%1.2"_s), QByteArray("zz"));
+    QCOMPARE(readFile(_target + u"/a b\n%1"_s), QByteArray("x"));
+    QCOMPARE(readFile(_target + u"/a b\n%1.1"_s), QByteArray("y"));
+    QCOMPARE(readFile(_target + u"/a b\n%1.2"_s), QByteArray("zz"));
 }
 
 void TestDurableCopy::remainderOfACrashIsReplaced()
 {
-    writeFile(_source, "x");
-    writeFile(_target + u"/.intake.part"_s, "a longer remainder");
+    QVERIFY(writeFile(_source, "x"));
+    QVERIFY(writeFile(_target + u"/.intake.part"_s, "a longer remainder"));
     keepCopy(_source, _target);
     QCOMPARE(kept().size(), 1);
-    QCOMPARE(contentOf(_target + u"/a b\n%1"_s), QByteArray("x"));
+    QCOMPARE(readFile(_target + u"/a b\n%1"_s), QByteArray("x"));
 }
 
 void TestDurableCopy::missingSourceIsTold()
@@ -152,7 +153,7 @@ void TestDurableCopy::missingSourceIsTold()
 
 void TestDurableCopy::missingDirectoryIsTold()
 {
-    writeFile(_source, "x");
+    QVERIFY(writeFile(_source, "x"));
     const QString nowhere = _directory->filePath(u"none"_s);
     QCOMPARE(failureOf(_source, nowhere),
              u"cannot write [%1/.intake.part]: No such file or directory"_s.arg(nowhere));

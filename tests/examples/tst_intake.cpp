@@ -168,9 +168,10 @@ void TestIntake::everyFaultIsToldOnce()
 {
     const QTemporaryDir directory;
     const QString properties = directory.filePath(u"i.properties"_s);
-    writeFile(properties, "log.filename=none/log\nlog.kept=many\nqueue.path=none\nqueue.period=1s\n"
-                          "queue.keep=maybe\narchive.path=i.properties\nledger.path=none/l.csv\n"
-                          "lang=de_DE\n");
+    QVERIFY(writeFile(properties,
+                      "log.filename=none/log\nlog.kept=many\nqueue.path=none\nqueue.period=1s\n"
+                      "queue.keep=maybe\narchive.path=i.properties\nledger.path=none/l.csv\n"
+                      "lang=de_DE\n"));
     const Outcome outcome = runToEnd(INTAKE_PROGRAM, {properties});
     QCOMPARE(outcome.exitCode, 1);
     QCOMPARE(outcome.out, QString());
@@ -239,9 +240,9 @@ void TestIntake::faultIsTold()
     QFETCH(const QString, fault);
     const IntakeFixture fixture;
     fixture.writeProperties();
-    const QByteArray rest = contentOf(fixture.path("intake.properties"));
+    const QByteArray rest = readFile(fixture.path("intake.properties"));
     QVERIFY(QFile::remove(fixture.path("intake.properties")));
-    writeFile(fixture.path("intake.properties"), lines + rest);
+    QVERIFY(writeFile(fixture.path("intake.properties"), lines + rest));
     const QStringList before = entriesOf(fixture.path(""));
 
     const Outcome outcome = runToEnd(INTAKE_PROGRAM, {fixture.path("intake.properties")});
@@ -258,7 +259,7 @@ void TestIntake::faultsAreToldInTheConfiguredLanguage()
 {
     const QTemporaryDir directory;
     const QString properties = directory.filePath(u"i.properties"_s);
-    writeFile(properties, "lang=fr_FR\n");
+    QVERIFY(writeFile(properties, "lang=fr_FR\n"));
     const Outcome outcome = runToEnd(INTAKE_PROGRAM, {properties});
     QCOMPARE(outcome.exitCode, 1);
     const QStringList expected{
@@ -305,17 +306,17 @@ void TestIntake::waitingAndArrivingFilesAreHandled()
 {
     const IntakeFixture fixture;
     fixture.writeProperties();
-    writeFile(fixture.spool(u"a.xml"_s), goodDocument("C-1"));
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument("C-1"));
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    writeFile(fixture.spool(u"b.xml"_s), goodDocument("C-2"));
+    dropFile(fixture.spool(u"b.xml"_s), goodDocument("C-2"));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(fixture.booked(), QStringList({u"a.xml"_s, u"b.xml"_s}));
     QCOMPARE(fixture.archived(), QStringList({u"a.xml"_s, u"b.xml"_s}));
-    QCOMPARE(contentOf(fixture.path("archive/b.xml")), goodDocument("C-2"));
+    QCOMPARE(readFile(fixture.path("archive/b.xml")), goodDocument("C-2"));
     QCOMPARE(fixture.setAside(), QStringList());
     QCOMPARE(service.stop(), 0);
-    const QByteArray secondLine = contentOf(fixture.path("ledger.csv")).split('\n').value(1);
+    const QByteArray secondLine = readFile(fixture.path("ledger.csv")).split('\n').value(1);
     QCOMPARE(secondLine.split(';').value(1), QByteArray("b.xml"));
     QVERIFY2(secondLine.endsWith(";C-2;Étienne Durand;12.50;EUR"), secondLine.constData());
     QVERIFY(fixture.logHas(": 2 files archived, 2 orders booked, 0 files set aside\n"));
@@ -326,11 +327,11 @@ void TestIntake::filesAreDeletedWithoutKeep()
 {
     const IntakeFixture fixture;
     fixture.writeProperties("lang=en_US\nqueue.keep=0\n");
-    writeFile(fixture.spool(u"old.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"old.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QCOMPARE(fixture.spooled(), QStringList());
-    writeFile(fixture.spool(u"new.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"new.xml"_s), goodDocument());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.booked(), QStringList{u"new.xml"_s});
@@ -341,12 +342,12 @@ void TestIntake::periodZeroStillHandlesArrivals()
     const IntakeFixture fixture;
     fixture.writeProperties();
     QFile properties(fixture.path("intake.properties"));
-    const QByteArray text = contentOf(properties.fileName()).replace("period=50", "period=0");
+    const QByteArray text = readFile(properties.fileName()).replace("period=50", "period=0");
     QVERIFY(properties.remove());
-    writeFile(properties.fileName(), text);
+    QVERIFY(writeFile(properties.fileName(), text));
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.xml"_s}, Patience);
     QTRY_COMPARE_WITH_TIMEOUT(fixture.archived(), QStringList{u"a.xml"_s}, Patience);
     QCOMPARE(service.stop(), 0);
@@ -367,10 +368,10 @@ void TestIntake::signalStopsCleanly()
     const IntakeFixture fixture;
     fixture.writeProperties();
     for (int number = 0; number < 200; ++number)
-        writeFile(fixture.spool(u"%1.xml"_s.arg(number)), goodDocument());
+        dropFile(fixture.spool(u"%1.xml"_s.arg(number)), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
-    service.send(signal); // in the midst of its work
+    service.send(signal); // while it works
     QCOMPARE(service.waitUntilStopped(), 0);
     QCOMPARE(service.errorOutput(), QString());
     QVERIFY(fixture.logHas(line.constData()));
@@ -381,7 +382,7 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
 {
     const IntakeFixture fixture;
     fixture.writeProperties("lang=fr_FR\n");
-    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Fichier [a.xml] archivé"), Patience);
@@ -389,13 +390,13 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
     service.send(SIGHUP);
     QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> Messages are in English from now on (en_US)"),
                              Patience);
-    writeFile(fixture.spool(u"b.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"b.xml"_s), goodDocument());
     QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<INFOR> File [b.xml] archived"), Patience);
 
     service.send(SIGHUP);
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
-    writeFile(fixture.spool(u"c.xml"_s), "<commande/>");
+    dropFile(fixture.spool(u"c.xml"_s), "<commande/>");
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas(
             "<WARNG> Fichier [c.xml] écarté : l'élément le plus haut n'est pas \"order\""),
@@ -416,7 +417,7 @@ void TestIntake::restartBooksNothingTwice()
     QStringList names;
     for (int number = 0; number < Count; ++number) {
         names.append(orderName(number));
-        writeFile(fixture.spool(names.last()), goodDocument());
+        dropFile(fixture.spool(names.last()), goodDocument());
     }
     qsizetype starts = 0;
     for (const int milestone : {Count / 4, Count / 2}) {
@@ -443,13 +444,13 @@ void TestIntake::bookedFileIsOnlyArchived()
     fixture.writeProperties();
     const QByteArray line = "2026-01-02T03:04:05.678Z;a%0A.xml;"
                             "0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1;C-1;Étienne Durand;12.50;EUR\n";
-    writeFile(fixture.path("ledger.csv"), line);
-    writeFile(fixture.spool(u"a\n.xml"_s), goodDocument());
+    QVERIFY(writeFile(fixture.path("ledger.csv"), line));
+    dropFile(fixture.spool(u"a\n.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
-    QCOMPARE(contentOf(fixture.path("ledger.csv")), line);
+    QCOMPARE(readFile(fixture.path("ledger.csv")), line);
     QCOMPARE(fixture.archived(), QStringList{u"a\n.xml"_s});
     QVERIFY(fixture.logHas("File [a%0A.xml] was booked before: nothing to do"));
 }
@@ -461,12 +462,12 @@ void TestIntake::otherOrderUnderABookedNameIsSetAside()
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     for (const char* number : {"C-1", "C-2"}) {
-        writeFile(fixture.spool(u"a.xml"_s), goodDocument(number));
+        dropFile(fixture.spool(u"a.xml"_s), goodDocument(number));
         QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     }
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.booked(), QStringList{u"a.xml"_s});
-    QCOMPARE(contentOf(fixture.path("setaside/a.xml")), goodDocument("C-2"));
+    QCOMPARE(readFile(fixture.path("setaside/a.xml")), goodDocument("C-2"));
     QVERIFY(fixture.logHas(
         "<WARNG> File [a.xml] set aside: a file of this name was booked before, as order C-1\n"));
 }
@@ -477,14 +478,15 @@ void TestIntake::unfinishedLedgerLineIsCutAway()
     fixture.writeProperties();
     const QByteArray whole = "2026-01-02T03:04:05.678Z;z.xml;"
                              "0f3c2a9e-51b7-4c0d-9a2e-7b4f10c3d8e1;C-0;Étienne Durand;12.50;EUR\n";
-    writeFile(fixture.path("ledger.csv"), whole + "2026-01-02T03:04:05.679Z;a.xml;C-1;Éti");
-    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
+    QVERIFY(
+        writeFile(fixture.path("ledger.csv"), whole + "2026-01-02T03:04:05.679Z;a.xml;C-1;Éti"));
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.booked(), QStringList({u"z.xml"_s, u"a.xml"_s}));
-    QVERIFY(contentOf(fixture.path("ledger.csv")).startsWith(whole));
+    QVERIFY(readFile(fixture.path("ledger.csv")).startsWith(whole));
     QVERIFY(
         fixture.logHas("Ledger: unfinished end of line removed [2026-01-02T03:04:05.679Z%3Ba.xml"));
 }
@@ -527,15 +529,15 @@ void TestIntake::malformedOrderIsSetAside()
     QFETCH(const QByteArray, reason);
     const IntakeFixture fixture;
     fixture.writeProperties();
-    writeFile(fixture.spool(u"a.xml"_s), document);
-    writeFile(fixture.spool(u"b.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"a.xml"_s), document);
+    dropFile(fixture.spool(u"b.xml"_s), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QVERIFY(service.isRunning());
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.setAside(), QStringList{u"a.xml"_s});
-    QCOMPARE(contentOf(fixture.path("setaside/a.xml")), document);
+    QCOMPARE(readFile(fixture.path("setaside/a.xml")), document);
     QCOMPARE(fixture.archived(), QStringList({u"a.xml"_s, u"b.xml"_s}));
     QCOMPARE(fixture.booked(), QStringList{u"b.xml"_s});
     const QByteArray line = "<WARNG> File [a.xml] set aside: " + reason + "\n";
@@ -548,13 +550,13 @@ void TestIntake::vanishingFilesDoNoHarm()
     const IntakeFixture fixture;
     fixture.writeProperties();
     for (int number = 0; number < Count; ++number)
-        writeFile(fixture.spool(orderName(number)), goodDocument());
+        dropFile(fixture.spool(orderName(number)), goodDocument());
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     for (int number = Count - 1; number >= 0; number -= 2)
         QFile::remove(fixture.spool(orderName(number)));
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
-    writeFile(fixture.spool(u"last.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"last.xml"_s), goodDocument());
     QTRY_VERIFY_WITH_TIMEOUT(fixture.booked().contains(u"last.xml"_s), Patience);
     QVERIFY(service.isRunning());
     QCOMPARE(service.stop(), 0);
@@ -572,7 +574,7 @@ void TestIntake::awkwardNamesAreHandled()
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     for (const QString& name : names)
-        writeFile(fixture.spool(name), goodDocument());
+        dropFile(fixture.spool(name), goodDocument());
     QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
     QCOMPARE(service.stop(), 0);
     const QStringList archived = fixture.archived();
@@ -595,7 +597,7 @@ void TestIntake::archiveFailureIsTriedAgain()
     RunningService service(fixture);
     QVERIFY(service.waitUntilReady());
     QVERIFY(QDir().rmdir(fixture.path("archive")));
-    writeFile(fixture.spool(u"a.xml"_s), goodDocument());
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument());
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<WARNG> File [a.xml] put off by [archive]: cannot write ["), Patience);
     QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.xml"_s}, Patience);
@@ -659,19 +661,19 @@ void TestIntake::producerDropsWholeFiles()
     QCOMPARE(names.size(), 36);
     QCOMPARE(names.first(), u"p-000001.xml"_s);
     QCOMPARE(names.last(), u"p-000036.xml"_s);
-    QVERIFY(contentOf(spool.filePath(names.first())).contains("<amount currency=\"EUR\">"));
+    QVERIFY(readFile(spool.filePath(names.first())).contains("<amount currency=\"EUR\">"));
 }
 
 void TestIntake::producerOverwritesNothing()
 {
     const QTemporaryDir spool;
     const QString taken = spool.filePath(u"p-000002.xml"_s);
-    writeFile(taken, "mine");
+    QVERIFY(writeFile(taken, "mine"));
     const Outcome outcome =
         runToEnd(INTAKE_DROP_PROGRAM, {u"--good"_s, u"3"_s, u"--prefix"_s, u"p"_s, spool.path()});
     QCOMPARE(outcome.exitCode, 1);
     QCOMPARE(outcome.err, u"file [%1] exists already\n"_s.arg(taken));
-    QCOMPARE(contentOf(taken), QByteArray("mine"));
+    QCOMPARE(readFile(taken), QByteArray("mine"));
     QCOMPARE(entriesOf(spool.path()).size(), 2);
 }
 

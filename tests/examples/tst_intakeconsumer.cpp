@@ -56,7 +56,7 @@ private Q_SLOTS:
 private:
     QString write(const QString& name) const
     {
-        writeFile(_spool->filePath(name), "x");
+        dropFile(_spool->filePath(name), "x");
         return name;
     }
 
@@ -109,7 +109,7 @@ void TestIntakeConsumer::answersToOthersAreLeftAlone()
     QTRY_COMPARE(first.handled, QStringList{u"a"_s});
     second.ask(); // answered with "a", which both hear
     QTRY_COMPARE(second.handled, QStringList{u"a"_s});
-    queue.onRequestForFiles(u"nobody"_s); // an error, which is nobody's
+    queue.onRequestForFiles(u"nobody"_s); // an error, which is for nobody
     QCoreApplication::processEvents();
     QCOMPARE(first.handled, QStringList{u"a"_s});
     QCOMPARE(capture.texts().filter(u"ERROR"_s), QStringList());
@@ -235,7 +235,7 @@ void TestIntakeConsumer::arrivalsDoNotHastenTheNextTry()
         consumer.ask();
         QTRY_VERIFY_WITH_TIMEOUT(consumer.handled.contains(late), Patience);
     }
-    // A second between two tries, less what a coarse timer may take off it.
+    // There is a second between two tries; a coarse timer may be a little early.
     const qint64 tries = consumer.handled.count(u"a"_s);
     QVERIFY(tries <= 1 + time.elapsed() / 900);
     QTRY_VERIFY_WITH_TIMEOUT(consumer.handled.count(u"a"_s) > tries, Patience);

@@ -68,7 +68,7 @@ void TestLedger::lineHoldsTheOrder()
     const QDateTime before = QDateTime::currentDateTimeUtc();
     Ledger ledger(_path);
     ledger.append(u"a;b\n.xml"_s, SomeOrder);
-    const QList<QByteArray> fields = contentOf(_path).split(';');
+    const QList<QByteArray> fields = readFile(_path).split(';');
     QCOMPARE(fields.size(), 7);
     const QDateTime time =
         QDateTime::fromString(QString::fromUtf8(fields.at(0)), Qt::ISODateWithMs);
@@ -102,7 +102,7 @@ void TestLedger::amountIsWrittenAsDecimal()
     auto order = SomeOrder;
     order.amount = amount;
     ledger.append(u"a.xml"_s, order);
-    QCOMPARE(contentOf(_path).split(';').value(5), text);
+    QCOMPARE(readFile(_path).split(';').value(5), text);
 }
 
 void TestLedger::receiptsDifferAcrossRestarts()
@@ -113,7 +113,7 @@ void TestLedger::receiptsDifferAcrossRestarts()
         for (int number = 0; number < 10; ++number)
             ledger.append(u"%1-%2"_s.arg(start).arg(number), SomeOrder);
     }
-    for (const QByteArray& line : contentOf(_path).trimmed().split('\n'))
+    for (const QByteArray& line : readFile(_path).trimmed().split('\n'))
         receipts.insert(line.split(';').value(2));
     QCOMPARE(receipts.size(), 30);
 }
@@ -157,9 +157,9 @@ void TestLedger::endIsRepaired()
     QFETCH(const QByteArray, end);
     QFETCH(const QByteArray, repaired);
     QFETCH(const bool, isBooked);
-    writeFile(_path, WholeLine + end);
+    QVERIFY(writeFile(_path, WholeLine + end));
     const Ledger ledger(_path);
-    QCOMPARE(contentOf(_path), WholeLine + repaired);
+    QCOMPARE(readFile(_path), WholeLine + repaired);
     QCOMPARE(ledger.orderBookedFor(u"b.xml"_s), isBooked ? u"C-2"_s : QString());
     QCOMPARE(ledger.orderBookedFor(u"a.xml"_s), u"C-1"_s);
     QCOMPARE(ledger.tornEnd(), isBooked ? QString() : QString::fromUtf8(end));
@@ -170,11 +170,11 @@ void TestLedger::rubbishIsNoBooking()
     const QByteArray rubbish =
         QByteArray("\x00\xff;\xfe;;;;\n", 9) + QByteArray(10'000'000, ';') +
         "\nb.xml\n;b.xml;;;;\nt;b.xml;r;;c;1.00;EUR\nt;b.xml;r;n;c;1.00;EUR;\n";
-    writeFile(_path, rubbish + WholeLine);
+    QVERIFY(writeFile(_path, rubbish + WholeLine));
     const Ledger ledger(_path);
     QCOMPARE(ledger.orderBookedFor(u"a.xml"_s), u"C-1"_s);
     QVERIFY(ledger.orderBookedFor(u"b.xml"_s).isNull());
-    QCOMPARE(contentOf(_path), rubbish + WholeLine);
+    QCOMPARE(readFile(_path), rubbish + WholeLine);
 }
 
 void TestLedger::secondOpeningIsRefused()

@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Compiles every public header on its own, with the strictest settings that a user may have:
+# Compiles every public header on its own, with the strictest settings that users have:
 #   headers.sh INCLUDE_DIR COMPILER STANDARD COMPILER-ARGUMENT...
 
 set -euo pipefail
@@ -14,7 +14,7 @@ strict=(-Wall -Wextra -Wpedantic -Wshadow -Werror -DQT_NO_KEYWORDS -DQT_NO_CAST_
 checked=0 faults=0
 for header in "$include_dir"/kez/*.h; do
     name=kez/${header##*/}
-    # Included twice: a header without its guard fails too.
+    # Included twice, so that a header without a guard fails.
     printf '#include <%s>\n#include <%s>\n' "$name" "$name" |
         "$compiler" -x c++ -std="$standard" -fsyntax-only -fPIC "${strict[@]}" "$@" \
             -I"$include_dir" - || { echo "$name: fails" >&2; faults=$((faults + 1)); }

@@ -2,51 +2,21 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Checks that no file includes one of a higher layer:
-#   layers.sh SOURCE_DIR              every #include of include/kez and src against the table
+# Checks the sources against the two tables of ARCHITECTURE.md, section "Layers":
+#   layers.sh SOURCE_DIR              every file belongs to a unit; every unit includes lower layers
+#                                     only, and stands in the lowest layer that this allows
 #   layers.sh --self-test SOURCE_DIR  breaks copies of the sources; each fault has to be found
-# Every file has a place in the table. A new file is added there, in the lowest layer that it can do
-# with, not in the one that makes the check pass.
 
 set -euo pipefail
 
-# layer: files, x.h meaning include/kez/x.h and a/x.cpp meaning src/a/x.cpp
-table='
-0: kez_global.h dictionnary.h exception.h frame/exception.cpp
-0: frame/keyvalue_p.h frame/lines_p.h frame/qtmessage_p.h i18n/systemlanguage_p.h i18n/bracketed_p.h
-0: datewatcher.h text/datewatcher.cpp memory.h text/memory.cpp
-0: metatype.h reflection/metatype.cpp
-0: regexprovider.h text/regexprovider.cpp urlhelper.h text/urlhelper.cpp
-0: text.h text/text.cpp text/textformat.cpp text/latin.cpp
-0: randomgenerator.h ids/randomgenerator.cpp
-0: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
-0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
-0: queue/queuelisting_p.h queue/queuelisting.cpp
-1: langbundle.h i18n/langbundle.cpp
-1: translator.h i18n/translator.cpp frame/failure_p.h frame/sharedlibrary_p.h
-1: uidgenerator.h ids/uidgenerator.cpp ids/uidwords_p.h
-2: identity.h frame/kez.cpp
-2: properties.h config/properties.cpp config/propertiesreader_p.h config/numberproperty_p.h
-2: iconfigcontroller.h config/iconfigcontroller.cpp
-2: metatypes.h reflection/metatypes.cpp
-2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp
-2: simpledom.h xml/simpledom.cpp
-2: filehelper.h text/filehelper.cpp
-3: loggerlevel.h log/loggerlevel.cpp
-3: logger.h log/logger.cpp log/logformatter.cpp log/loggerrotation.cpp log/loggerdescription.cpp
-3: log/logring_p.h log/logring.cpp log/banner_p.h log/loggerkeys_p.h
-3: loggerconfigcontroller.h log/loggerconfigcontroller.cpp
-4: log.h log/log.cpp
-5: i18n/languageswitch.cpp log/loggerfactory.cpp
-5: configuration.h config/configuration.cpp
-5: ConsumerAncestor.h queue/ConsumerAncestor.cpp
-5: FileEntry.h queue/FileEntry.cpp
-5: FilesQueue.h queue/FilesQueue.cpp
-6: initlib.h frame/initlib.cpp
-7: kez.h
-'
-
-declare -A layer_of=()
+picture=ARCHITECTURE.md
+declare -A layer_of=()  # of a unit; the base is layer -1
+declare -A group_of=()  # of a unit: the units in one pair of backticks, itself included
+declare -A unit_named=() # by the name in lower case
+declare -A owner_of=()  # of a file name that the second table lists: its unit
+declare -A unit_of=()   # of a file
+declare -A highest=()   # of a group: the highest layer that it includes
+declare -A needs=()     # "UNIT UNIT": the first includes the second, of the same group
 faults=0
 
 fault() {
@@ -54,61 +24,149 @@ fault() {
     faults=$((faults + 1))
 }
 
-read_table() {
-    local layer files file path
-    while IFS=: read -r layer files; do
-        for file in $files; do
-            if [[ $file == */* ]]; then path=src/$file; else path=include/kez/$file; fi
-            layer_of[$path]=$layer
-            [[ -f $path ]] || fault "$path: in the table of layers, but there is no such file"
-        done
-    done <<<"$table"
+# The rows of the section's tables: their first two cells, separated by a tab.
+table_rows() {
+    sed -nE '/^## Layers$/,/^## [^L]/s/^\| ([^|]+) \| ([^|]+) \|.*/\1\t\2/p' "$picture"
 }
 
-# resolve FILE NAME: the project's file that `#include NAME` means in FILE; nothing for a system's.
-resolve() {
-    local candidate
-    for candidate in "${1%/*}/$2" "include/$2" "src/$2" "include/kez/$2"; do
-        if [[ -f $candidate ]]; then
-            realpath --relative-to=. "$candidate"
-            return
+# in_backticks TEXT: what stands between backticks, one per line.
+in_backticks() { grep -oE '`[^`]+`' <<<"$1" | tr -d '`'; }
+
+add_units() {
+    local layer=$1 group unit
+    [[ $layer != base ]] || layer=-1
+    while read -r group; do
+        for unit in $group; do
+            [[ -z ${layer_of[$unit]-} ]] || fault "$picture: $unit has two places"
+            layer_of[$unit]=$layer
+            group_of[$unit]=$group
+            unit_named[${unit,,}]=$unit
+        done
+        highest[$group]=-1
+    done < <(in_backticks "$2")
+}
+
+add_files() {
+    local unit=$1 name
+    [[ -n ${layer_of[$unit]-} ]] || fault "$picture: $unit has files, and no layer"
+    while read -r name; do
+        owner_of[$name]=$unit
+        [[ -n $(find include/kez src -name "$name") ]] || fault "$picture: there is no $name"
+    done < <(in_backticks "$2")
+}
+
+read_picture() {
+    local first second
+    while IFS=$'\t' read -r first second; do
+        if [[ $first =~ ^(base|[0-9]+)$ ]]; then
+            add_units "$first" "$second"
+        elif [[ $first == '`'* ]]; then
+            add_files "${first//'`'/}" "$second"
         fi
+    done < <(table_rows)
+}
+
+# A file belongs to the unit that lists it, or else to the one that it is named after.
+place_files() {
+    local file name stem unit
+    local -A has_file=()
+    while read -r file; do
+        name=${file##*/}
+        stem=${name%.*}
+        stem=${stem%_p}
+        unit=${owner_of[$name]-${unit_named[$name]-${unit_named[${stem,,}]-}}}
+        if [[ -z $unit ]]; then
+            fault "$file: belongs to no unit of $picture; list it there with its unit's files"
+            continue
+        fi
+        unit_of[$file]=$unit
+        has_file[$unit]=1
+    done < <(find include/kez src -name '*.h' -o -name '*.cpp' | sort)
+    for unit in "${!layer_of[@]}"; do
+        [[ -n ${has_file[$unit]-} ]] || fault "$picture: $unit has no file"
     done
 }
 
-check_file() {
-    local file=$1 number name target
-    local layer=${layer_of[$file]-}
-    if [[ -z $layer ]]; then
-        fault "$file: has no place in the table of layers"
+# resolve FILE NAME: sets `target` to the project's file that `#include NAME` means in FILE; to
+# nothing for a system's.
+resolve() {
+    local candidate
+    for candidate in "${1%/*}/$2" "include/$2" "src/$2" "include/kez/$2"; do
+        target=$candidate
+        [[ ! -f $candidate ]] || return 0
+    done
+    target=
+}
+
+check_include() {
+    local file=$1 number=$2 name=$3 target unit=${unit_of[$1]} other layer
+    resolve "$file" "$name"
+    if [[ -z $target ]]; then
+        [[ $name != kez/* && $name != *_p.h ]] || fault "$file:$number: there is no $name"
         return
     fi
+    other=${unit_of[$target]-}
+    [[ -n $other && $other != "$unit" ]] || return 0 # a file without a unit is a fault already
+    if [[ ${group_of[$other]} == "${group_of[$unit]}" ]]; then
+        needs[$unit $other]=1
+        return
+    fi
+    layer=${layer_of[$other]}
+    ((layer < layer_of[$unit])) ||
+        fault "$file:$number: layer ${layer_of[$unit]} includes $name of layer $layer"
+    ((layer <= highest[${group_of[$unit]}])) || highest[${group_of[$unit]}]=$layer
+}
+
+check_file() {
+    local file=$1 number name
     while IFS=$'\t' read -r number name; do
-        target=$(resolve "$file" "$name")
-        if [[ -z $target ]]; then
-            [[ $name != kez/* && $name != *_p.h ]] || fault "$file:$number: there is no $name"
-            continue
-        fi
-        # A file with no place is reported when it is its own turn.
-        if ((${layer_of[$target]:-0} > layer)); then
-            fault "$file:$number: layer $layer includes $name of layer ${layer_of[$target]}"
-        fi
+        check_include "$file" "$number" "$name"
     done < <(sed -nE '/^[[:blank:]]*#[[:blank:]]*include[[:blank:]]*[<"]/{=;s/^[^<"]*[<"]([^>"]*)[>"].*/\1/p}' \
         "$file" | paste - -)
 }
 
+check_lowest() {
+    local group=$1 unit=${1%% *} lowest=$((highest[$1] + 1))
+    if ((layer_of[$unit] > lowest)); then
+        fault "$group: stands in layer ${layer_of[$unit]}, and could stand in layer $lowest"
+    fi
+}
+
+# Units that share a place must need each other, directly or through one another.
+check_group() {
+    local group=$1 from over to
+    for over in $group; do
+        for from in $group; do
+            for to in $group; do
+                [[ -z ${needs[$from $over]-} || -z ${needs[$over $to]-} ]] || needs[$from $to]=1
+            done
+        done
+    done
+    for from in $group; do
+        for to in $group; do
+            [[ $from == "$to" || -n ${needs[$from $to]-} ]] ||
+                fault "$group: share a place, but $from does not need $to"
+        done
+    done
+}
+
 check_tree() {
     cd "$1"
-    read_table
-    local file
+    local file group
+    read_picture
+    place_files
     while read -r file; do
         check_file "$file"
-    done < <(find include/kez src -name '*.h' -o -name '*.cpp' | sort)
+    done < <(printf '%s\n' "${!unit_of[@]}" | sort)
+    for group in "${!highest[@]}"; do
+        check_lowest "$group"
+        check_group "$group"
+    done
     if ((faults > 0)); then
         echo "$faults faults in the layers" >&2
         exit 1
     fi
-    echo "${#layer_of[@]} files, each in its layer"
+    echo "${#unit_of[@]} files of ${#layer_of[@]} units, each in its lowest layer"
 }
 
 # expect_fault TEXT: the check fails on ./broken, and says TEXT.
@@ -122,43 +180,80 @@ expect_fault() {
     echo "found: $1"
 }
 
-# fresh_copy SOURCE_DIR: ./broken becomes a sound copy of the sources.
+# fresh_copy: ./broken becomes a sound copy of the sources.
 fresh_copy() {
     rm -rf broken
     mkdir broken
-    cp -r "$1/include" "$1/src" broken
+    cp -r "$source_dir/include" "$source_dir/src" "$source_dir/$picture" broken
+}
+
+# redraw SED-SCRIPT: changes the picture, and nothing else; fails if it does not.
+redraw() {
+    fresh_copy
+    sed -i -E "$1" "broken/$picture"
+    ! cmp -s "$source_dir/$picture" "broken/$picture" || { echo "No effect: $1" >&2; exit 1; }
+}
+
+break_sources() {
+    local line
+    fresh_copy
+    echo '#include <kez/log.h>' >>broken/src/frame/exception.cpp
+    line=$(wc -l <broken/src/frame/exception.cpp)
+    expect_fault "src/frame/exception.cpp:$line: layer 0 includes kez/log.h of layer 4"
+
+    fresh_copy
+    sed -i '4i #  include "translator.h" // why not' broken/include/kez/exception.h
+    expect_fault "include/kez/exception.h:4: layer 0 includes translator.h of layer 1"
+
+    fresh_copy
+    sed -i '1i #include "kez/memory.h"' broken/src/text/text.cpp
+    expect_fault "src/text/text.cpp:1: layer 0 includes kez/memory.h of layer 0"
+
+    fresh_copy
+    echo '#include "kez/initlib.h"' >broken/src/queue/extra.cpp
+    expect_fault "src/queue/extra.cpp: belongs to no unit of $picture"
+
+    fresh_copy
+    rm broken/src/log/logring.cpp
+    expect_fault "$picture: there is no logring.cpp"
+
+    fresh_copy
+    sed -i '1i #include "nowhere_p.h"' broken/src/log/log.cpp
+    expect_fault "src/log/log.cpp:1: there is no nowhere_p.h"
+}
+
+# move UNIT LAYER: draws a unit in another layer.
+move() { redraw "/^\| [0-9]/s/ \`$1\`//; s/^(\| $2 \|)/\1 \`$1\`/"; }
+
+break_picture() {
+    move Logger 2
+    expect_fault "layer 2 includes kez/properties.h of layer 2"
+    move Logger 4
+    expect_fault "Logger: stands in layer 4, and could stand in layer 3"
+    move Log 6
+    expect_fault "Log: stands in layer 6, and could stand in layer 4"
+
+    redraw '/^\| 0 /s/`Text` `Memory`/`Text Memory`/'
+    expect_fault "Text Memory: share a place, but Text does not need Memory"
+
+    redraw '/^\| 0 /s/ `Memory`//'
+    expect_fault "include/kez/memory.h: belongs to no unit of $picture"
+
+    redraw '/^\| 0 /s/`Memory`/`Memory` `Oblivion`/'
+    expect_fault "$picture: Oblivion has no file"
 }
 
 self_test() {
-    local source_dir lines
     source_dir=$(realpath "$1")
     self=$(realpath "${BASH_SOURCE[0]}")
     work=$(mktemp -d)
     trap 'rm -rf "$work"' EXIT
     cd "$work"
 
-    fresh_copy "$source_dir"
+    fresh_copy
     "$self" broken >/dev/null
-
-    echo '#include <kez/log.h>' >>broken/src/frame/exception.cpp
-    lines=$(wc -l <broken/src/frame/exception.cpp)
-    expect_fault "src/frame/exception.cpp:$lines: layer 0 includes kez/log.h of layer 4"
-
-    fresh_copy "$source_dir"
-    sed -i '4i #  include "translator.h" // why not' broken/include/kez/exception.h
-    expect_fault "include/kez/exception.h:4: layer 0 includes translator.h of layer 1"
-
-    fresh_copy "$source_dir"
-    echo '#include "kez/initlib.h"' >broken/src/queue/extra.cpp
-    expect_fault "src/queue/extra.cpp: has no place in the table of layers"
-
-    fresh_copy "$source_dir"
-    rm broken/src/log/log.cpp
-    expect_fault "src/log/log.cpp: in the table of layers, but there is no such file"
-
-    fresh_copy "$source_dir"
-    sed -i '1i #include "nowhere_p.h"' broken/src/log/log.cpp
-    expect_fault "src/log/log.cpp:1: there is no nowhere_p.h"
+    break_sources
+    break_picture
 }
 
 if [[ ${1-} == --self-test ]]; then

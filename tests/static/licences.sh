@@ -2,8 +2,8 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Checks that every file says who owns it and under which licence, as the REUSE rules ask: by two
-# SPDX lines of its own, or by a path in REUSE.toml.
+# Checks that every file names its owner and its licence, as the REUSE rules ask: in two SPDX lines
+# of its own, or by a path in REUSE.toml.
 #   licences.sh SOURCE_DIR
 
 set -euo pipefail
@@ -15,19 +15,19 @@ fault() {
     faults=$((faults + 1))
 }
 
-# What is tracked or about to be; without git, everything but the build.
+# What is tracked or will be; without git, everything except the build.
 list_files() {
     git -c safe.directory='*' ls-files --cached --others --exclude-standard 2>/dev/null ||
         find . -type f -not -path './build/*' -not -path './.git/*' -printf '%P\n'
 }
 
-# The files that REUSE.toml speaks for.
+# The files that REUSE.toml covers.
 shopt -s dotglob globstar nullglob
 declare -A covered=()
 while read -r pattern; do
     # shellcheck disable=SC2206 # a pattern on purpose
     files=($pattern)
-    ((${#files[@]} > 0)) || fault "REUSE.toml: no file is named $pattern"
+    ((${#files[@]} > 0)) || fault "REUSE.toml: $pattern names no file"
     for file in "${files[@]}"; do covered[$file]=1; done
 done < <(sed -n '/^path = \[/,/\]/p' REUSE.toml | grep -oE '"[^"]+"' | tr -d '"')
 
@@ -39,10 +39,10 @@ while read -r file; do
     head=$(head -n 10 "$file" | tr -d '\0')
     if [[ $head =~ SPDX-License-Identifier:\ ([A-Za-z0-9.-]+) ]]; then
         used[${BASH_REMATCH[1]}]=$file
-        [[ $head == *"SPDX-FileCopyrightText: "* ]] || fault "$file: says no copyright"
+        [[ $head == *"SPDX-FileCopyrightText: "* ]] || fault "$file: names no copyright"
         [[ -z ${covered[$file]-} ]] || fault "$file: has SPDX lines and a place in REUSE.toml"
     elif [[ -z ${covered[$file]-} ]]; then
-        fault "$file: has no SPDX lines, nor a place in REUSE.toml"
+        fault "$file: has no SPDX lines and no place in REUSE.toml"
     fi
 done < <(list_files)
 
