@@ -14,7 +14,6 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 /// How a logger is described: the keys, the defaults and the names of the levels. The builders and
 /// the validator differ on purpose, so their tables stand side by side.
@@ -81,11 +80,44 @@ inline constexpr LevelNames Levels[] = {
 };
 // clang-format on
 
-/// The tag of a level in a line; values outside the enumeration are shown as debug.
+// A level that is not listed here, or has no row, or lacks one of its names does not compile.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic error "-Wswitch"
+/// The row of a level; values outside the enumeration have that of debug.
+constexpr std::size_t rowOf(LoggerLevel::LogLevel level)
+{
+    switch (level) {
+    case LoggerLevel::debug:
+        return 0;
+    case LoggerLevel::info:
+        return 1;
+    case LoggerLevel::warning:
+        return 2;
+    case LoggerLevel::error:
+        return 3;
+    case LoggerLevel::fatal:
+        return 4;
+    }
+    return 0;
+}
+#pragma GCC diagnostic pop
+
+constexpr bool areRowsComplete()
+{
+    for (std::size_t i = 0; i < std::size(Levels); ++i) {
+        const LevelNames& names = Levels[i];
+        if (rowOf(names.level) != i || names.tag.size() != Levels[0].tag.size() ||
+            names.factory.empty() || names.json.front().empty() || names.config.empty() ||
+            names.validator.empty())
+            return false;
+    }
+    return rowOf(LoggerLevel::fatal) + 1 == std::size(Levels);
+}
+static_assert(areRowsComplete(), "every level needs a row, with a name in every column");
+
 constexpr std::u16string_view tag(LoggerLevel::LogLevel level)
 {
-    const auto row = static_cast<std::size_t>(level);
-    return (row < std::size(Levels) ? Levels[row] : Levels[0]).tag;
+    return Levels[rowOf(level)].tag;
 }
 
 inline bool isName(std::string_view name, const QString& text)
@@ -113,46 +145,5 @@ inline std::optional<LoggerLevel::LogLevel> levelNamedInJson(const QString& text
     }
     return std::nullopt;
 }
-
-// A level without a row, or a row without one of its names, does not compile.
-
-/// Whether the value is an enumerator. The compiler spells any other value as a cast or a number.
-template <LoggerLevel::LogLevel Value>
-constexpr bool isEnumerator()
-{
-    constexpr std::string_view signature = __PRETTY_FUNCTION__;
-    const char first = signature[signature.rfind("= ") + 2];
-    return first != '(' && first != '-' && !(first >= '0' && first <= '9');
-}
-static_assert(isEnumerator<LoggerLevel::fatal>() &&
-              !isEnumerator<static_cast<LoggerLevel::LogLevel>(1000)>());
-
-/// The number of levels with a value from -64 to 63.
-template <int... Offsets>
-constexpr std::size_t enumerators(std::integer_sequence<int, Offsets...>)
-{
-    return (std::size_t{isEnumerator<static_cast<LoggerLevel::LogLevel>(Offsets - 64)>()} + ...);
-}
-static_assert(enumerators(std::make_integer_sequence<int, 128>()) == std::size(Levels),
-              "every level needs a row in the table of names");
-
-constexpr bool areRowsInTheOrderOfTheLevels()
-{
-    for (std::size_t i = 0; i < std::size(Levels); ++i) {
-        if (Levels[i].level != static_cast<int>(i))
-            return false;
-    }
-    return true;
-}
-static_assert(areRowsInTheOrderOfTheLevels());
-
-constexpr bool areRowsComplete()
-{
-    return std::all_of(std::begin(Levels), std::end(Levels), [](const LevelNames& names) {
-        return names.tag.size() == Levels[0].tag.size() && !names.factory.empty() &&
-               !names.json.front().empty() && !names.config.empty() && !names.validator.empty();
-    });
-}
-static_assert(areRowsComplete(), "every level needs a name in every column");
 
 } // namespace LoggerKeys
