@@ -5,6 +5,7 @@
 #include "support/childoutput.h"
 #include "support/descriptorlimit.h"
 #include "support/failuretext.h"
+#include "support/opendescriptors.h"
 
 #include <kez/langbundle.h>
 #include <kez/translator.h>
@@ -66,13 +67,6 @@ QByteArray rubbish(int size, quint32 seed)
     for (char& byte : bytes)
         byte = static_cast<char>(generator.bounded(256));
     return bytes;
-}
-
-int openDescriptors()
-{
-    return static_cast<int>(QDir(QStringLiteral("/proc/self/fd"))
-                                .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-                                .size());
 }
 
 // --- what the children do ------------------------------------------------------------------------
