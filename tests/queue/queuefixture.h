@@ -3,7 +3,8 @@
 
 #pragma once
 
-#include <kez/exception.h>
+#include "support/files.h"
+
 #include <kez/FilesQueue.h>
 
 #include <QDir>
@@ -15,9 +16,6 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <functional>
-#include <memory>
 
 /// A directory for a queue, with the ways in which files come and go.
 class QueueDirectory {
@@ -48,8 +46,7 @@ public:
 
     bool create(const QString& name, const QByteArray& content = "content") const
     {
-        QFile file(filePath(name));
-        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+        return writeFile(filePath(name), content);
     }
     bool createAll(const QStringList& names) const
     {
@@ -106,28 +103,6 @@ inline QStringList queuedNames(const FilesQueue& queue, const QStringList& candi
             result[position] = name;
     }
     return result;
-}
-
-/// The detail of the Exception that `action` throws by value; null when it throws none.
-inline QString thrownDetail(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const Exception& failure) {
-        return failure.detail();
-    }
-    return QString();
-}
-
-/// The detail of the Exception that `action` throws as a pointer; null when it throws none.
-inline QString thrownPointerDetail(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (Exception* failure) {
-        return std::unique_ptr<Exception>(failure)->detail();
-    }
-    return QString();
 }
 
 /// The first trace of every re-scan.

@@ -4,6 +4,7 @@
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/FilesQueue.h>
@@ -15,6 +16,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
 
@@ -30,7 +32,7 @@ QString invalidDirectory(const QString& path)
 QString constructionFailure(const QString& path, const QList<ConsumerEntry>& consumers = {},
                             bool keep = true)
 {
-    return thrownDetail([&] { const FilesQueue queue(path, consumers, keep, 0); });
+    return failureText([&] { const FilesQueue queue(path, consumers, keep, 0); });
 }
 
 QList<ConsumerEntry> entriesOf(const QStringList& ids)
@@ -614,7 +616,7 @@ void FilesQueueTest::keptFilesBecomeEntriesInNameOrder()
         const FileEntry* const entry = queue.entryFromFileName(name);
         QVERIFY(!entry->isConsumed(0));
         QVERIFY(!entry->isConsumed(1));
-        QVERIFY(!thrownDetail([&] { entry->isConsumed(2); }).isNull());
+        QVERIFY(!failureText([&] { entry->isConsumed(2); }).isNull());
     }
     QCOMPARE(directory.names().size(), 9);
 }
@@ -1166,7 +1168,7 @@ void FilesQueueTest::consumedFileGoesAtTheNextRescan()
     QCOMPARE(traces.take(), QStringList({listingTrace(2), summaryTrace(0, 0, 1, 1)}));
     QCOMPARE(queuedNames(queue, {"b"}), QStringList("b"));
     QCOMPARE(directory.names(), QStringList("b"));
-    QVERIFY(!thrownDetail([&] { queue.isConsumedFromAll("a"); }).isNull());
+    QVERIFY(!failureText([&] { queue.isConsumedFromAll("a"); }).isNull());
 }
 
 void FilesQueueTest::consumedFilesAreNotAnnounced()
@@ -1388,7 +1390,7 @@ void FilesQueueTest::slotThatThrowsLeavesTheQueueUsable()
     const QMetaObject::Connection connection =
         connect(&queue, &FilesQueue::queueUpdated, &queue, [] { throw Exception("slot"); });
     QVERIFY(directory.create("a"));
-    QCOMPARE(thrownDetail([&] { queue.onDirectoryChanged(); }), QStringLiteral("slot"));
+    QCOMPARE(failureText([&] { queue.onDirectoryChanged(); }), QStringLiteral("slot"));
     QVERIFY(disconnect(connection));
 
     ConsumerAncestor consumer("c");

@@ -3,6 +3,7 @@
 
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/ConsumerAncestor.h>
@@ -13,6 +14,7 @@
 #include <QThread>
 
 #include <cstdio>
+#include <memory>
 #include <type_traits>
 
 static_assert(std::is_base_of_v<QObject, ConsumerAncestor>);
@@ -411,7 +413,7 @@ void ConsumersTest::unknownConsumerComesBeforeUnknownFile()
     const TraceLog traces;
     const QueueDirectory directory;
     FilesQueue queue(directory.path(), {}, true, 0);
-    QCOMPARE(thrownPointerDetail([&] { queue.onConsumed("X", "absent"); }),
+    QCOMPARE(pointerFailureText([&] { queue.onConsumed("X", "absent"); }),
              ConsumedPrefix + unknownConsumer("X"));
 }
 
@@ -425,8 +427,8 @@ void ConsumersTest::reportOfDroppedFileThrowsValue()
     queue.onConsumed("c", "a");
     QVERIFY(directory.remove("b"));
     queue.onDirectoryChanged();
-    QCOMPARE(thrownDetail([&] { queue.onConsumed("c", "a"); }), ConsumedPrefix + unknownFile("a"));
-    QCOMPARE(thrownDetail([&] { queue.onConsumed("c", "b"); }), ConsumedPrefix + unknownFile("b"));
+    QCOMPARE(failureText([&] { queue.onConsumed("c", "a"); }), ConsumedPrefix + unknownFile("a"));
+    QCOMPARE(failureText([&] { queue.onConsumed("c", "b"); }), ConsumedPrefix + unknownFile("b"));
 }
 
 void ConsumersTest::reportPutsBothNamesInOnce()
@@ -473,9 +475,9 @@ void ConsumersTest::failureReachesTheEmittingCode()
     ConsumerAncestor consumer("c");
     FilesQueue queue(directory.path(), {}, true, 0);
     queue.appendConsumer(&consumer);
-    QCOMPARE(thrownPointerDetail([&] { Q_EMIT consumer.consumed("X", "a"); }),
+    QCOMPARE(pointerFailureText([&] { Q_EMIT consumer.consumed("X", "a"); }),
              ConsumedPrefix + unknownConsumer("X"));
-    QCOMPARE(thrownDetail([&] { Q_EMIT consumer.consumed("c", "a"); }),
+    QCOMPARE(failureText([&] { Q_EMIT consumer.consumed("c", "a"); }),
              ConsumedPrefix + unknownFile("a"));
 }
 
@@ -516,7 +518,7 @@ void ConsumersTest::appendIgnoresNull()
     FilesQueue queue(directory.path(), {{"c", nullptr}}, true, 0);
     queue.appendConsumer(nullptr);
     QCOMPARE(queue.index(""), -1);
-    QVERIFY(!thrownDetail([&] { queue.entryFromFileName("a")->isConsumed(1); }).isNull());
+    QVERIFY(!failureText([&] { queue.entryFromFileName("a")->isConsumed(1); }).isNull());
     queue.onConsumed("c", "a");
     QVERIFY(queue.isConsumedFromAll("a"));
 }
@@ -604,7 +606,7 @@ void ConsumersTest::appendedFilesHaveAFlagForEveryConsumer()
     const FileEntry* const entry = queue.entryFromFileName("a");
     QVERIFY(!entry->isConsumed(0));
     QVERIFY(!entry->isConsumed(1));
-    QVERIFY(!thrownDetail([&] { entry->isConsumed(2); }).isNull());
+    QVERIFY(!failureText([&] { entry->isConsumed(2); }).isNull());
 }
 
 void ConsumersTest::appendBeforeProcessConnectsTwice()

@@ -4,6 +4,7 @@
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
 #include "support/environmentguard.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/FilesQueue.h>
@@ -14,6 +15,7 @@
 #include <QTest>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
 
@@ -43,7 +45,7 @@ QJsonArray described(const QByteArray& json, const QString& directory)
 
 QString failureOf(const QJsonArray& description)
 {
-    return thrownDetail(
+    return failureText(
         [&] { const std::unique_ptr<FilesQueue> queue(FilesQueue::initFilesQueue(description)); });
 }
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <ctime>
 #include <fcntl.h>
+#include <functional>
 #include <limits>
 
 namespace {

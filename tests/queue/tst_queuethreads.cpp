@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "queue/queuefixture.h"
+#include "support/failuretext.h"
 #include "support/messagecapture.h"
 #include "support/tracelog.h"
 
@@ -17,6 +18,8 @@
 #include <QThread>
 
 #include <atomic>
+#include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -619,7 +622,7 @@ void QueueThreadsTest::appendFromManyThreads()
         const FileEntry* const entry = queue.entryFromFileName(name);
         QVERIFY(entry);
         QVERIFY(!entry->isConsumed(Threads * ConsumersEach - 1));
-        QVERIFY(!thrownDetail([&] { entry->isConsumed(Threads * ConsumersEach); }).isNull());
+        QVERIFY(!failureText([&] { entry->isConsumed(Threads * ConsumersEach); }).isNull());
     }
     for (const std::unique_ptr<ConsumerAncestor>& consumer : consumers)
         queue.onConsumed(consumer->id(), "late-0");
