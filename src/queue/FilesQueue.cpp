@@ -7,15 +7,11 @@
 #include "kez/log.h"
 #include "queue/queuelisting_p.h"
 
-#include <QFileInfo>
 #include <QFileSystemWatcher>
-#include <QJsonArray>
-#include <QJsonObject>
 #include <QSet>
 #include <QThread>
 #include <QTimer>
 
-#include <limits>
 #include <vector>
 
 namespace {
@@ -24,7 +20,6 @@ constexpr QDir::Filters FileFilters = QDir::Files | QDir::Readable | QDir::Writa
 
 constexpr const char* ConstructorSignature =
     "FilesQueue::FilesQueue(const QString&, QList<ConsumerEntry>, int, QObject*)";
-constexpr const char* JsonSignature = "FilesQueue* FilesQueue::initFilesQueue(const QJsonObject&)";
 constexpr const char* ConsumedSignature =
     "void FilesQueue::consumed(const QString&, const QString&)";
 
@@ -35,12 +30,6 @@ void trace(const QString& text, const Arguments&... arguments)
     Log* const log = Log::getInstance();
     if (log->filter() <= LoggerLevel::debug)
         log->debug(Failure::completed(text, arguments...));
-}
-
-bool isUsableDirectory(const QString& path)
-{
-    const QFileInfo info(path);
-    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
 }
 
 [[noreturn]] void raiseInvalidDirectory(const QString& path)
@@ -71,56 +60,6 @@ void checkIdentifiers(const QList<ConsumerEntry>& consumers)
                 QStringLiteral("La liste des consommateurs comporte un doublon : ID = %1")
                     .arg(consumer.id));
         }
-    }
-}
-
-struct Description {
-    QString path;
-    int period = 10000;
-    bool keep = true;
-};
-
-[[noreturn]] void raiseIllegal(const QString& key, const char* reasonKey)
-{
-    Failure::raise(JsonSignature,
-                   Failure::message("IllegalParameter", key, Failure::message(reasonKey)));
-}
-
-void applyPath(const QJsonValue& value, Description& description)
-{
-    if (!value.isString())
-        return;
-    const QString path = value.toString();
-    if (!isUsableDirectory(path))
-        Failure::raise(JsonSignature, Failure::message("DirAccessFailure", path));
-    description.path = path;
-}
-
-void applyPeriod(const QJsonValue& value, const QString& key, Description& description)
-{
-    if (!value.isDouble())
-        raiseIllegal(key, "NotAnInteger");
-    description.period = static_cast<int>(qBound<double>(
-        std::numeric_limits<int>::min(), value.toDouble(), std::numeric_limits<int>::max()));
-}
-
-void applyKeep(const QJsonValue& value, const QString& key, Description& description)
-{
-    if (!value.isBool())
-        raiseIllegal(key, "NotABoolean");
-    description.keep = value.toBool();
-}
-
-void apply(const QJsonObject& members, Description& description)
-{
-    for (auto it = members.begin(); it != members.end(); ++it) {
-        const QString key = it.key();
-        if (key == QLatin1String("path"))
-            applyPath(it.value(), description);
-        else if (key == QLatin1String("period"))
-            applyPeriod(it.value(), key, description);
-        else if (key == QLatin1String("keep"))
-            applyKeep(it.value(), key, description);
     }
 }
 
@@ -187,16 +126,6 @@ FilesQueue::~FilesQueue()
     if (_timer)
         _timer->deleteLater();
     qDeleteAll(_entries);
-}
-
-FilesQueue* FilesQueue::initFilesQueue(const QJsonArray& description)
-{
-    Description settings;
-    for (const QJsonValue& element : description)
-        apply(element.toObject(), settings);
-    if (settings.path.isNull())
-        Failure::raise(JsonSignature, Failure::message("PropertyNotFound", QStringLiteral("path")));
-    return new FilesQueue(settings.path, {}, settings.keep, settings.period, nullptr);
 }
 
 QDir FilesQueue::path() const

@@ -4,6 +4,7 @@
 #include "queue/queuelisting_p.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -71,6 +72,12 @@ bool isGone(int error)
 }
 
 } // namespace
+
+bool isUsableDirectory(const QString& path)
+{
+    const QFileInfo info(path);
+    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
+}
 
 std::optional<QList<ListedFile>> listQueueDirectory(const QString& path)
 {

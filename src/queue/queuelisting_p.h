@@ -14,6 +14,9 @@ struct ListedFile {
     bool isRegular = true; ///< else a link to a fifo, a socket or a device
 };
 
+/// Whether the path, as Qt reads it, leads to a readable and writable directory.
+bool isUsableDirectory(const QString& path);
+
 /// The readable and writable files of a directory in the order of their names, as QDir lists them
 /// with Files | Readable | Writable: links to files, but no hidden names, no names that are not
 /// UTF-8, no directories, no fifos and the like, unless behind a link.

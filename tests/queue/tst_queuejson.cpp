@@ -19,7 +19,7 @@
 
 namespace {
 
-// The library takes its language when the application object is made.
+// The library reads its language when the application object is made.
 const EnvironmentGuard s_english("LANG", "en_US.UTF-8");
 
 const QString Prefix =
@@ -34,7 +34,7 @@ QString noAccess(const QString& path)
            "] is impossible or file rights are insufficient.";
 }
 
-/// `json` with "$" in place of the path of `directory`.
+/// `json`, in which "$" stands for the path `directory`.
 QJsonArray described(const QByteArray& json, const QString& directory)
 {
     const QJsonDocument document =
