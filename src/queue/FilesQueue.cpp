@@ -4,8 +4,8 @@
 #include "kez/FilesQueue.h"
 #include "frame/failure_p.h"
 #include "kez/exception.h"
-#include "kez/log.h"
 #include "queue/queuelisting_p.h"
+#include "queue/queuetrace_p.h"
 
 #include <QFileSystemWatcher>
 #include <QSet>
@@ -23,14 +23,7 @@ constexpr const char* ConstructorSignature =
 constexpr const char* ConsumedSignature =
     "void FilesQueue::consumed(const QString&, const QString&)";
 
-/// Writes a trace; its text is only composed when the log wants it.
-template <typename... Arguments>
-void trace(const QString& text, const Arguments&... arguments)
-{
-    Log* const log = Log::getInstance();
-    if (log->filter() <= LoggerLevel::debug)
-        log->debug(Failure::completed(text, arguments...));
-}
+using QueueTrace::trace;
 
 [[noreturn]] void raiseInvalidDirectory(const QString& path)
 {

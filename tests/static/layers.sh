@@ -36,7 +36,7 @@ table='
 3: logger.h log/logger.cpp log/logformatter.cpp log/loggerrotation.cpp log/loggerdescription.cpp
 3: log/logring_p.h log/logring.cpp log/banner_p.h
 3: loggerconfigcontroller.h log/loggerconfigcontroller.cpp
-4: log.h log/log.cpp
+4: log.h log/log.cpp queue/queuetrace_p.h
 5: i18n/languageswitch.cpp log/loggerfactory.cpp
 5: configuration.h config/configuration.cpp
 5: ConsumerAncestor.h queue/ConsumerAncestor.cpp
