@@ -12,6 +12,7 @@
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <atomic>
@@ -157,4 +158,6 @@ private:
 
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
     QHash<QString, int> _positions; // of the entries, by file name
+
+    QList<QPointer<ConsumerAncestor>> _living; // the consumers while they live, by position
 };

@@ -101,6 +101,8 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
     _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);
     checkIdentifiers(consumerList);
     _consumers = std::move(consumerList);
+    for (const ConsumerEntry& consumer : std::as_const(_consumers))
+        _living.append(consumer.consumer);
     const auto listing = listQueueDirectory(path);
     if (!listing)
         raiseInvalidDirectory(path);
@@ -212,6 +214,7 @@ void FilesQueue::appendConsumer(ConsumerAncestor* consumer)
         return;
     const Locker locker(*this);
     _consumers.append({consumer->id(), consumer});
+    _living.append(consumer);
     for (FileEntry* const entry : std::as_const(_entries))
         entry->appendConsumerFlag();
     connectConsumer(consumer);
@@ -225,8 +228,8 @@ void FilesQueue::onProcess()
           _path.absolutePath());
     {
         const Locker locker(*this);
-        for (const ConsumerEntry& consumer : std::as_const(_consumers))
-            connectConsumer(consumer.consumer);
+        for (const QPointer<ConsumerAncestor>& consumer : std::as_const(_living))
+            connectConsumer(consumer);
     }
     _watcher = new QFileSystemWatcher(this);
     _watcher->addPath(_path.absolutePath());
