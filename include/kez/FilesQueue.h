@@ -16,11 +16,12 @@
 #include <QString>
 
 #include <atomic>
+#include <optional>
+#include <utility>
 
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
-struct ListedFile;
 
 /// Turns a directory into a queue of work files that several consumers share.
 ///
@@ -138,15 +139,15 @@ Q_SIGNALS:
     void filesNotConsumed(const QList<QString>& files, bool error);
 
 private:
-    struct Changes;
-    class Locker;
+    struct KEZ_HIDDEN Changes;
+    class KEZ_HIDDEN Locker;
+    class KEZ_HIDDEN Rescan;
 
-    QList<QString> filesNotConsumedBy(int consumer) const;
-    void appendEntry(const QString& fileName);
-    Changes compareWith(const QList<ListedFile>& listing);
-    void deleteFiles(const QList<QString>& names) const;
-    void dropEntries(const Changes& changes);
-    void connectConsumer(const ConsumerAncestor* consumer);
+    KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
+    KEZ_HIDDEN void appendEntry(FileEntry* entry);
+    KEZ_HIDDEN void appendFile(const QString& name);
+    KEZ_HIDDEN std::optional<Changes> rescan();
+    KEZ_HIDDEN void connectConsumer(const ConsumerAncestor* consumer);
 
     QDir _path;
     int _scrutationInterval;
@@ -160,4 +161,7 @@ private:
     QHash<QString, int> _positions; // of the entries, by file name
 
     QList<QPointer<ConsumerAncestor>> _living; // the consumers while they live, by position
+
+    // What queueUpdated() has to tell: the files appended, the files deleted.
+    QList<std::pair<QList<QString>, QList<QString>>> _unannounced;
 };

@@ -5,14 +5,14 @@
 #include "frame/failure_p.h"
 #include "kez/exception.h"
 #include "queue/queuelisting_p.h"
+#include "queue/queuerescan_p.h"
 #include "queue/queuetrace_p.h"
 
 #include <QFileSystemWatcher>
-#include <QSet>
 #include <QThread>
 #include <QTimer>
 
-#include <vector>
+#include <utility>
 
 namespace {
 
@@ -85,13 +85,6 @@ private:
     bool _isHolder;
 };
 
-/// What a re-scan found: a file may be deleted and consumed.
-struct FilesQueue::Changes {
-    QList<QString> appended;
-    QList<QString> deleted;
-    QList<QString> consumed;
-};
-
 FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
                        int interval, QObject* parent)
     : QObject(parent), _scrutationInterval(interval)
@@ -110,7 +103,7 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
         if (!keep)
             QFile::remove(_path.absoluteFilePath(file.name));
         else if (file.isRegular)
-            appendEntry(file.name);
+            appendFile(file.name);
     }
 }
 
@@ -252,23 +245,27 @@ void FilesQueue::onQuit()
 void FilesQueue::onDirectoryChanged()
 {
     const Locker locker(*this);
-    const auto listing = listQueueDirectory(_path.path());
-    if (!listing)
+    const std::optional<Changes> changes = rescan();
+    if (!changes)
         return;
+    if (!changes->appended.isEmpty() || !changes->deleted.isEmpty())
+        _unannounced.append({changes->appended, changes->deleted});
+
+    // Traces and slots run code of the application, which may start another re-scan. The entries
+    // are up to date by now, and that re-scan announces these changes before its own.
     trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
                          "(%1 fichiers)"),
-          QString::number(listing->size()));
-
-    const Changes changes = compareWith(*listing);
-    deleteFiles(changes.consumed);
-    dropEntries(changes);
-
-    if (!changes.appended.isEmpty() || !changes.deleted.isEmpty())
-        Q_EMIT queueUpdated(changes.appended, changes.deleted);
+          QString::number(changes->listedCount));
+    for (const QString& name : changes->refused)
+        trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), name);
+    while (!_unannounced.isEmpty()) {
+        const auto [appended, deleted] = _unannounced.takeFirst();
+        Q_EMIT queueUpdated(appended, deleted);
+    }
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
-          QString::number(changes.appended.size()), QString::number(changes.deleted.size()),
-          QString::number(changes.consumed.size()), QString::number(_entries.size()));
+          QString::number(changes->appended.size()), QString::number(changes->deleted.size()),
+          QString::number(changes->consumedCount), QString::number(_entries.size()));
 }
 
 void FilesQueue::onConsumed(const QString& id, const QString& fileName)
@@ -315,67 +312,24 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     return names;
 }
 
-void FilesQueue::appendEntry(const QString& fileName)
+void FilesQueue::appendEntry(FileEntry* entry)
 {
-    _positions.insert(fileName, static_cast<int>(_entries.size()));
-    _entries.append(new FileEntry(fileName, static_cast<int>(_consumers.size())));
+    _positions.insert(entry->fileName(), static_cast<int>(_entries.size()));
+    _entries.append(entry);
 }
 
-/// Appends the new files to the queue, and tells which entries have to leave it.
-FilesQueue::Changes FilesQueue::compareWith(const QList<ListedFile>& listing)
+void FilesQueue::appendFile(const QString& name)
 {
-    Changes changes;
-    std::vector<bool> isListed(static_cast<size_t>(_entries.size()), false); // by position
-    for (const ListedFile& file : listing) {
-        const int position = fileIndex(file.name);
-        if (position >= 0)
-            isListed[static_cast<size_t>(position)] = true;
-        if (!file.isRegular) {
-            trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), file.name);
-        } else if (position < 0) {
-            changes.appended.append(file.name);
-            appendEntry(file.name);
-            isListed.push_back(true);
-        }
-    }
-    auto listed = isListed.cbegin();
-    for (const FileEntry* const entry : std::as_const(_entries)) {
-        if (!*listed++)
-            changes.deleted.append(entry->fileName());
-        if (!_consumers.isEmpty() && entry->allConsumed())
-            changes.consumed.append(entry->fileName());
-    }
-    return changes;
+    appendEntry(new FileEntry(name, static_cast<int>(_consumers.size())));
 }
 
-void FilesQueue::deleteFiles(const QList<QString>& names) const
+/// Nothing if the directory cannot be listed at the moment.
+std::optional<FilesQueue::Changes> FilesQueue::rescan()
 {
-    const QString directory = _path.absolutePath() + QLatin1Char('/');
-    for (const QString& name : names) {
-        if (QFile::exists(directory + name))
-            QFile::remove(directory + name);
-    }
-}
-
-void FilesQueue::dropEntries(const Changes& changes)
-{
-    if (changes.deleted.isEmpty() && changes.consumed.isEmpty())
-        return;
-    QSet<QString> leaving(changes.deleted.begin(), changes.deleted.end());
-    leaving.unite(QSet<QString>(changes.consumed.begin(), changes.consumed.end()));
-
-    QList<FileEntry*> staying;
-    _positions.clear();
-    for (FileEntry* const entry : std::as_const(_entries)) {
-        const QString name = entry->fileName();
-        if (leaving.contains(name)) {
-            delete entry;
-        } else {
-            _positions.insert(name, static_cast<int>(staying.size()));
-            staying.append(entry);
-        }
-    }
-    _entries.swap(staying);
+    const auto listing = listQueueDirectory(_path.path());
+    if (!listing)
+        return std::nullopt;
+    return Rescan(*this, *listing).apply();
 }
 
 void FilesQueue::connectConsumer(const ConsumerAncestor* consumer)

@@ -41,7 +41,8 @@ table='
 5: configuration.h config/configuration.cpp
 5: ConsumerAncestor.h queue/ConsumerAncestor.cpp
 5: FileEntry.h queue/FileEntry.cpp
-5: FilesQueue.h queue/FilesQueue.cpp queue/queuedescription.cpp
+5: FilesQueue.h queue/FilesQueue.cpp queue/queuerescan_p.h queue/queuerescan.cpp
+5: queue/queuedescription.cpp
 6: initlib.h frame/initlib.cpp
 7: kez.h
 '

@@ -1,0 +1,87 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "queue/queuerescan_p.h"
+
+#include <QFile>
+
+#include <utility>
+
+FilesQueue::Rescan::Rescan(FilesQueue& queue, const QList<ListedFile>& listing)
+    : _queue(queue), _listing(listing)
+{}
+
+FilesQueue::Changes FilesQueue::Rescan::apply()
+{
+    _changes.listedCount = _listing.size();
+    matchListing();
+    deleteConsumed();
+    dropEntries();
+    appendFiles();
+    return std::move(_changes);
+}
+
+void FilesQueue::Rescan::matchListing()
+{
+    const bool hasConsumers = !_queue._consumers.isEmpty();
+    _findings.reserve(static_cast<size_t>(_queue._entries.size()));
+    for (const FileEntry* const entry : std::as_const(_queue._entries))
+        _findings.push_back({false, hasConsumers && entry->allConsumed()});
+
+    _positions.reserve(static_cast<size_t>(_listing.size()));
+    for (const ListedFile& file : _listing) {
+        const int position = _queue.fileIndex(file.name);
+        _positions.push_back(position);
+        if (position >= 0)
+            _findings[static_cast<size_t>(position)].isListed = true;
+    }
+}
+
+void FilesQueue::Rescan::deleteConsumed()
+{
+    const QString directory = _queue._path.absolutePath() + QLatin1Char('/');
+    for (int position = 0; position < _queue._entries.size(); ++position) {
+        const auto index = static_cast<size_t>(position);
+        const FileEntry* const entry = _queue._entries.at(position);
+        if (!_findings[index].isListed)
+            _changes.deleted.append(entry->fileName());
+        if (!_findings[index].isConsumed)
+            continue;
+        ++_changes.consumedCount;
+        const QString file = directory + entry->fileName();
+        if (QFile::exists(file))
+            QFile::remove(file);
+    }
+}
+
+void FilesQueue::Rescan::dropEntries()
+{
+    if (_changes.deleted.isEmpty() && _changes.consumedCount == 0)
+        return;
+    QList<FileEntry*> leaving;
+    const QList<FileEntry*> entries = std::exchange(_queue._entries, {});
+    _queue._positions.clear();
+    for (int position = 0; position < entries.size(); ++position) {
+        const auto index = static_cast<size_t>(position);
+        FileEntry* const entry = entries.at(position);
+        if (_findings[index].isListed && !_findings[index].isConsumed)
+            _queue.appendEntry(entry);
+        else
+            leaving.append(entry);
+    }
+    qDeleteAll(leaving);
+}
+
+void FilesQueue::Rescan::appendFiles()
+{
+    auto position = _positions.cbegin();
+    for (const ListedFile& file : _listing) {
+        const int previous = *position++;
+        if (!file.isRegular)
+            _changes.refused.append(file.name);
+        if (!file.isRegular || previous >= 0)
+            continue;
+        _queue.appendFile(file.name);
+        _changes.appended.append(file.name);
+    }
+}
