@@ -40,7 +40,7 @@ QString unknownConsumer(const QString& id)
     return QStringLiteral("L'identifiant de consommateur %1 n'existe pas").arg(id);
 }
 
-/// Refuses the first consumer whose identifier another one has as well.
+/// Throws for the first consumer whose identifier another one has too.
 void checkIdentifiers(const QList<ConsumerEntry>& consumers)
 {
     QHash<QString, int> uses;
@@ -58,8 +58,8 @@ void checkIdentifiers(const QList<ConsumerEntry>& consumers)
 
 } // namespace
 
-/// Holds the queue's lock. Taken again by the thread that holds it, it does nothing, so that a slot
-/// that is connected directly to queueUpdated() may call the queue back.
+/// Holds the queue's lock. If the thread holds it already, it does nothing, so that a slot that is
+/// connected directly to queueUpdated() may call the queue back.
 class FilesQueue::Locker {
 public:
     explicit Locker(FilesQueue& queue)
@@ -89,20 +89,22 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
                        int interval, QObject* parent)
     : QObject(parent), _scrutationInterval(interval)
 {
-    if (!isUsableDirectory(path))
+    _directory = resolvedDirectory(path);
+    if (!isUsableDirectory(path) || !isUsableDirectory(_directory))
         raiseInvalidDirectory(path);
     _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);
     checkIdentifiers(consumerList);
     _consumers = std::move(consumerList);
     for (const ConsumerEntry& consumer : std::as_const(_consumers))
         _living.append(consumer.consumer);
-    const auto listing = listQueueDirectory(path);
+    const auto directory = OpenQueueDirectory::open(_directory);
+    const auto listing = directory ? directory->list() : std::nullopt;
     if (!listing)
         raiseInvalidDirectory(path);
-    for (const ListedFile& file : *listing) {
-        if (!keep)
-            QFile::remove(_path.absoluteFilePath(file.name));
-        else if (file.isRegular)
+    for (const ListedFile& file : listing->files) {
+        if (!keep && file.kind != ListedFile::Kind::Unknown)
+            directory->remove(file.name);
+        else if (keep && file.kind == ListedFile::Kind::Regular)
             appendFile(file.name);
     }
 }
@@ -218,16 +220,17 @@ void FilesQueue::onProcess()
     trace(QStringLiteral("Thread onProcess : ID = 0x%1 (_path=%2)"),
           QStringLiteral("%1").arg(reinterpret_cast<quintptr>(QThread::currentThreadId()), 16, 16,
                                    QLatin1Char('0')),
-          _path.absolutePath());
+          QDir::cleanPath(_directory));
     {
         const Locker locker(*this);
         for (const QPointer<ConsumerAncestor>& consumer : std::as_const(_living))
             connectConsumer(consumer);
     }
     _watcher = new QFileSystemWatcher(this);
-    _watcher->addPath(_path.absolutePath());
+    _watched = {};
+    watch(directoryIdentity(_directory));
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
-    // Only the timer's own thread can stop it, and the queue may be destroyed by another one.
+    // Only the timer's own thread can stop it, and another thread may destroy the queue.
     connect(thread(), &QThread::finished, this, [this, started = thread()] {
         if (thread() == started)
             disableScrutationMode();
@@ -326,10 +329,36 @@ void FilesQueue::appendFile(const QString& name)
 /// Nothing if the directory cannot be listed at the moment.
 std::optional<FilesQueue::Changes> FilesQueue::rescan()
 {
-    const auto listing = listQueueDirectory(_path.path());
+    const auto directory = openWatchedDirectory();
+    const auto listing = directory ? directory->list() : std::nullopt;
     if (!listing)
         return std::nullopt;
-    return Rescan(*this, *listing).apply();
+    return Rescan(*this, *directory, *listing).apply();
+}
+
+/// The directory, with the watch on it: what changes after its listing is signalled. It is opened
+/// again after the watch was set, since the path may lead to another directory by then.
+std::optional<OpenQueueDirectory> FilesQueue::openWatchedDirectory()
+{
+    auto directory = OpenQueueDirectory::open(_directory);
+    if (directory && watch(directory->identity()))
+        directory = OpenQueueDirectory::open(_directory);
+    return directory;
+}
+
+/// Puts the watch on the queue's directory if it is on another one that had the path before, or on
+/// none. False if there is nothing to do. A watch that the system refuses is not tried again for
+/// the same directory, since each refusal is a message.
+bool FilesQueue::watch(const std::optional<DirectoryIdentity>& directory)
+{
+    if (!_watcher || !directory)
+        return false;
+    if (_watched == *directory && _isWatching == _watcher->directories().contains(_directory))
+        return false;
+    _watcher->removePath(_directory);
+    _watched = *directory;
+    _isWatching = _watcher->addPath(_directory);
+    return true;
 }
 
 void FilesQueue::connectConsumer(const ConsumerAncestor* consumer)

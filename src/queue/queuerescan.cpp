@@ -3,17 +3,16 @@
 
 #include "queue/queuerescan_p.h"
 
-#include <QFile>
-
 #include <utility>
 
-FilesQueue::Rescan::Rescan(FilesQueue& queue, const QList<ListedFile>& listing)
-    : _queue(queue), _listing(listing)
+FilesQueue::Rescan::Rescan(FilesQueue& queue, const OpenQueueDirectory& directory,
+                           const QueueListing& listing)
+    : _queue(queue), _directory(directory), _listing(listing)
 {}
 
 FilesQueue::Changes FilesQueue::Rescan::apply()
 {
-    _changes.listedCount = _listing.size();
+    _changes.listedCount = _listing.count();
     matchListing();
     deleteConsumed();
     dropEntries();
@@ -28,8 +27,8 @@ void FilesQueue::Rescan::matchListing()
     for (const FileEntry* const entry : std::as_const(_queue._entries))
         _findings.push_back({false, hasConsumers && entry->allConsumed()});
 
-    _positions.reserve(static_cast<size_t>(_listing.size()));
-    for (const ListedFile& file : _listing) {
+    _positions.reserve(static_cast<size_t>(_listing.files.size()));
+    for (const ListedFile& file : _listing.files) {
         const int position = _queue.fileIndex(file.name);
         _positions.push_back(position);
         if (position >= 0)
@@ -39,7 +38,6 @@ void FilesQueue::Rescan::matchListing()
 
 void FilesQueue::Rescan::deleteConsumed()
 {
-    const QString directory = _queue._path.absolutePath() + QLatin1Char('/');
     for (int position = 0; position < _queue._entries.size(); ++position) {
         const auto index = static_cast<size_t>(position);
         const FileEntry* const entry = _queue._entries.at(position);
@@ -48,9 +46,7 @@ void FilesQueue::Rescan::deleteConsumed()
         if (!_findings[index].isConsumed)
             continue;
         ++_changes.consumedCount;
-        const QString file = directory + entry->fileName();
-        if (QFile::exists(file))
-            QFile::remove(file);
+        _directory.removeExisting(entry->fileName());
     }
 }
 
@@ -75,11 +71,11 @@ void FilesQueue::Rescan::dropEntries()
 void FilesQueue::Rescan::appendFiles()
 {
     auto position = _positions.cbegin();
-    for (const ListedFile& file : _listing) {
+    for (const ListedFile& file : _listing.files) {
         const int previous = *position++;
-        if (!file.isRegular)
+        if (file.kind == ListedFile::Kind::Refused)
             _changes.refused.append(file.name);
-        if (!file.isRegular || previous >= 0)
+        if (previous >= 0 || file.kind != ListedFile::Kind::Regular)
             continue;
         _queue.appendFile(file.name);
         _changes.appended.append(file.name);

@@ -24,7 +24,7 @@ struct FilesQueue::Changes {
 /// code of the application.
 class FilesQueue::Rescan {
 public:
-    Rescan(FilesQueue& queue, const QList<ListedFile>& listing);
+    Rescan(FilesQueue& queue, const OpenQueueDirectory& directory, const QueueListing& listing);
 
     /// To be called once.
     Changes apply();
@@ -42,7 +42,8 @@ private:
     void appendFiles();
 
     FilesQueue& _queue;
-    const QList<ListedFile>& _listing;
+    const OpenQueueDirectory& _directory;
+    const QueueListing& _listing;
     std::vector<Finding> _findings; // by position of the entry
     std::vector<int> _positions;    // of the listed files' entries; -1: has none
     Changes _changes;
