@@ -18,7 +18,9 @@
 #include <atomic>
 #include <optional>
 #include <utility>
+#include <vector>
 
+class ListedFileIdentity;
 class OpenQueueDirectory;
 class QFileSystemWatcher;
 class QJsonArray;
@@ -32,6 +34,10 @@ class QTimer;
 /// moment of the report. The next re-scan comes with the next change of the directory or the next
 /// tick of the timer. A queue sees a file as soon as it is visible: producers write under a hidden
 /// name and rename.
+///
+/// A queue deletes only the file that it listed. If another file has the name of a consumed one, it
+/// stays and enters the queue as a new file. A file that is replaced before every consumer has
+/// reported it stays the same entry.
 ///
 /// The queue is built in one thread, moved to the thread of its choice, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files.
@@ -163,8 +169,8 @@ private:
     class KEZ_HIDDEN Rescan;
 
     KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
-    KEZ_HIDDEN void appendEntry(FileEntry* entry);
-    KEZ_HIDDEN void appendFile(const QString& name);
+    KEZ_HIDDEN void appendEntry(FileEntry* entry, const ListedFileIdentity& identity);
+    KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
     KEZ_HIDDEN std::optional<Changes> rescan();
     KEZ_HIDDEN std::optional<OpenQueueDirectory> openWatchedDirectory();
     KEZ_HIDDEN bool watch(const std::optional<std::pair<quint64, quint64>>& directory);
@@ -181,8 +187,9 @@ private:
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
     QHash<QString, int> _positions; // of the entries, by file name
 
-    QString _directory;                        // absolute, for the system
-    QList<QPointer<ConsumerAncestor>> _living; // the consumers while they live, by position
+    QString _directory;                          // absolute, for the system
+    QList<QPointer<ConsumerAncestor>> _living;   // the consumers while they live, by position
+    std::vector<ListedFileIdentity> _identities; // of the entries' files, by position
 
     // What queueUpdated() has to tell: the files appended, the files deleted.
     QList<std::pair<QList<QString>, QList<QString>>> _unannounced;

@@ -4,6 +4,7 @@
 #include "kez/FilesQueue.h"
 #include "frame/failure_p.h"
 #include "kez/exception.h"
+#include "queue/fileidentity_p.h"
 #include "queue/queuelisting_p.h"
 #include "queue/queuerescan_p.h"
 #include "queue/queuetrace_p.h"
@@ -105,7 +106,7 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
         if (!keep && file.kind != ListedFile::Kind::Unknown)
             directory->remove(file.name);
         else if (keep && file.kind == ListedFile::Kind::Regular)
-            appendFile(file.name);
+            appendFile(file.name, ListedFileIdentity(file.inode, listing->moment));
     }
 }
 
@@ -315,15 +316,16 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     return names;
 }
 
-void FilesQueue::appendEntry(FileEntry* entry)
+void FilesQueue::appendEntry(FileEntry* entry, const ListedFileIdentity& identity)
 {
     _positions.insert(entry->fileName(), static_cast<int>(_entries.size()));
     _entries.append(entry);
+    _identities.push_back(identity);
 }
 
-void FilesQueue::appendFile(const QString& name)
+void FilesQueue::appendFile(const QString& name, const ListedFileIdentity& identity)
 {
-    appendEntry(new FileEntry(name, static_cast<int>(_consumers.size())));
+    appendEntry(new FileEntry(name, static_cast<int>(_consumers.size())), identity);
 }
 
 /// Nothing if the directory cannot be listed at the moment.

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -90,7 +91,22 @@ std::optional<ListedFile> listedFile(int directory, const dirent& entry)
     QString name = decoder(QByteArrayView(entry.d_name, qsizetype(std::strlen(entry.d_name))));
     if (decoder.hasError())
         return std::nullopt;
-    return ListedFile{std::move(name), *kind};
+    return ListedFile{std::move(name), entry.d_ino, *kind};
+}
+
+/// A moment that is not before the birth of any file in the directory.
+///
+/// The clock that gives births may be some milliseconds behind this one. In a network file system
+/// the server's clock gives them, and the time of the directory's last change too.
+Moment momentOf(int directory)
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    Moment moment(now.tv_sec, now.tv_nsec);
+    struct stat status {};
+    if (fstat(directory, &status) == 0)
+        moment = std::max(moment, Moment(status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
+    return moment;
 }
 
 std::optional<DirectoryIdentity> identityIn(const struct stat& status)
@@ -98,6 +114,14 @@ std::optional<DirectoryIdentity> identityIn(const struct stat& status)
     if (!S_ISDIR(status.st_mode))
         return std::nullopt;
     return DirectoryIdentity(status.st_dev, status.st_ino);
+}
+
+FileIdentity identityIn(const struct statx& status)
+{
+    FileIdentity identity{status.stx_ino, std::nullopt};
+    if (status.stx_mask & STATX_BTIME)
+        identity.birth = Moment(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
+    return identity;
 }
 
 } // namespace
@@ -168,6 +192,9 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
     }
     if (errno != 0)
         return std::nullopt;
+    // Taken after the reading: a file that came meanwhile is not born later. Nothing is lost by it,
+    // since the last report of a listed file comes later still.
+    listing.moment = momentOf(descriptor());
     std::sort(listing.files.begin(), listing.files.end(),
               [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
     // A name may be read twice if it is renamed while the directory is read.
@@ -183,11 +210,22 @@ void OpenQueueDirectory::remove(const QString& name) const
     unlinkat(descriptor(), systemName(name).constData(), 0);
 }
 
-void OpenQueueDirectory::removeExisting(const QString& name) const
+std::optional<FileIdentity> OpenQueueDirectory::removeKnown(const QString& name,
+                                                            const ListedFileIdentity& known) const
 {
     const QByteArray path = systemName(name);
-    if (faccessat(descriptor(), path.constData(), F_OK, 0) == 0)
-        unlinkat(descriptor(), path.constData(), 0);
+    struct statx status {};
+    if (statx(descriptor(), path.constData(), AT_SYMLINK_NOFOLLOW,
+              STATX_TYPE | STATX_INO | STATX_BTIME, &status) != 0)
+        return std::nullopt;
+    // A link to nothing counts as a file that does not exist.
+    if (S_ISLNK(status.stx_mode) && faccessat(descriptor(), path.constData(), F_OK, 0) != 0)
+        return std::nullopt;
+    const FileIdentity found = identityIn(status);
+    if (!known.isOf(found))
+        return found;
+    unlinkat(descriptor(), path.constData(), 0);
+    return std::nullopt;
 }
 
 int OpenQueueDirectory::descriptor() const

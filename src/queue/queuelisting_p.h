@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "queue/fileidentity_p.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -22,11 +24,13 @@ struct ListedFile {
     };
 
     QString name;
+    quint64 inode = 0; ///< of a link: its own
     Kind kind = Kind::Regular;
 };
 
 struct QueueListing {
     QList<ListedFile> files;
+    Moment moment; ///< not before the birth of any of the files
 
     /// The number of files without those of unknown kind.
     qsizetype count() const;
@@ -66,8 +70,10 @@ public:
     /// Deletes a file, whatever it is.
     void remove(const QString& name) const;
 
-    /// Deletes a file that exists; a link to nothing does not.
-    void removeExisting(const QString& name) const;
+    /// Deletes the file of that name if it is the one that `known` is about. Another file stays and
+    /// is returned.
+    std::optional<FileIdentity> removeKnown(const QString& name,
+                                            const ListedFileIdentity& known) const;
 
 private:
     explicit OpenQueueDirectory(const QString& path);

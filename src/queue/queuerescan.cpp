@@ -23,7 +23,7 @@ FilesQueue::Changes FilesQueue::Rescan::apply()
 void FilesQueue::Rescan::matchListing()
 {
     const bool hasConsumers = !_queue._consumers.isEmpty();
-    _findings.reserve(static_cast<size_t>(_queue._entries.size()));
+    _findings.reserve(_queue._identities.size());
     for (const FileEntry* const entry : std::as_const(_queue._entries))
         _findings.push_back({false, hasConsumers && entry->allConsumed()});
 
@@ -31,8 +31,12 @@ void FilesQueue::Rescan::matchListing()
     for (const ListedFile& file : _listing.files) {
         const int position = _queue.fileIndex(file.name);
         _positions.push_back(position);
-        if (position >= 0)
-            _findings[static_cast<size_t>(position)].isListed = true;
+        if (position < 0)
+            continue;
+        const auto index = static_cast<size_t>(position);
+        _findings[index].isListed = true;
+        if (!_findings[index].isConsumed)
+            _queue._identities[index].showAgain(file.inode, _listing.moment);
     }
 }
 
@@ -46,7 +50,9 @@ void FilesQueue::Rescan::deleteConsumed()
         if (!_findings[index].isConsumed)
             continue;
         ++_changes.consumedCount;
-        _directory.removeExisting(entry->fileName());
+        if (const auto successor =
+                _directory.removeKnown(entry->fileName(), _queue._identities[index]))
+            _successors.insert(position, *successor);
     }
 }
 
@@ -56,12 +62,13 @@ void FilesQueue::Rescan::dropEntries()
         return;
     QList<FileEntry*> leaving;
     const QList<FileEntry*> entries = std::exchange(_queue._entries, {});
+    const std::vector<ListedFileIdentity> identities = std::exchange(_queue._identities, {});
     _queue._positions.clear();
     for (int position = 0; position < entries.size(); ++position) {
         const auto index = static_cast<size_t>(position);
         FileEntry* const entry = entries.at(position);
         if (_findings[index].isListed && !_findings[index].isConsumed)
-            _queue.appendEntry(entry);
+            _queue.appendEntry(entry, identities[index]);
         else
             leaving.append(entry);
     }
@@ -75,9 +82,13 @@ void FilesQueue::Rescan::appendFiles()
         const int previous = *position++;
         if (file.kind == ListedFile::Kind::Refused)
             _changes.refused.append(file.name);
-        if (previous >= 0 || file.kind != ListedFile::Kind::Regular)
+        const bool isNew = previous < 0 || _successors.contains(previous);
+        if (!isNew || file.kind != ListedFile::Kind::Regular)
             continue;
-        _queue.appendFile(file.name);
+        ListedFileIdentity identity(file.inode, _listing.moment);
+        if (previous >= 0)
+            identity.setExact(_successors.value(previous));
+        _queue.appendFile(file.name, identity);
         _changes.appended.append(file.name);
     }
 }

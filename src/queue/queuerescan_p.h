@@ -6,6 +6,7 @@
 #include "kez/FilesQueue.h"
 #include "queue/queuelisting_p.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -44,7 +45,8 @@ private:
     FilesQueue& _queue;
     const OpenQueueDirectory& _directory;
     const QueueListing& _listing;
-    std::vector<Finding> _findings; // by position of the entry
-    std::vector<int> _positions;    // of the listed files' entries; -1: has none
+    std::vector<Finding> _findings;       // by position of the entry
+    std::vector<int> _positions;          // of the listed files' entries; -1: has none
+    QHash<int, FileIdentity> _successors; // other files with the names of consumed entries
     Changes _changes;
 };

@@ -9,7 +9,9 @@
 
 #include <kez/FilesQueue.h>
 
+#include <QDateTime>
 #include <QFileSystemWatcher>
+#include <QHash>
 #include <QTest>
 
 #include <cstring>
@@ -17,6 +19,7 @@
 namespace {
 
 const QList<ConsumerEntry> OneConsumer{{"c", nullptr}};
+constexpr std::int64_t Second = 1000000000;
 
 struct FaultGuard {
     FaultGuard() = default;
@@ -24,6 +27,36 @@ struct FaultGuard {
     FaultGuard(const FaultGuard&) = delete;
     FaultGuard& operator=(const FaultGuard&) = delete;
 };
+
+std::int64_t nanosecondsNow()
+{
+    return QDateTime::currentMSecsSinceEpoch() * 1000000;
+}
+
+void setBirth(struct statx& status, std::int64_t nanoseconds)
+{
+    status.stx_mask |= STATX_BTIME;
+    status.stx_btime.tv_sec = nanoseconds / Second;
+    status.stx_btime.tv_nsec = static_cast<std::uint32_t>(nanoseconds % Second);
+}
+
+/// Re-scans; whether the consumed file stayed on disk and entered the queue again, as announced.
+bool isNewAfterRescan(FilesQueue& queue, const QueueDirectory& directory, const QString& name)
+{
+    const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
+    queue.onDirectoryChanged();
+    return updated.size() == 1 &&
+           updated.at(0).at(0).value<QList<QString>>() == QList<QString>(1, name) &&
+           updated.at(0).at(1).value<QList<QString>>().isEmpty() && directory.exists(name) &&
+           queue.existsFileEntry(name) && !queue.isConsumedFromAll(name);
+}
+
+bool isDeletedAfterRescan(FilesQueue& queue, const QueueDirectory& directory, const QString& name)
+{
+    const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
+    queue.onDirectoryChanged();
+    return updated.isEmpty() && !directory.exists(name) && !queue.existsFileEntry(name);
+}
 
 } // namespace
 
@@ -46,7 +79,22 @@ private Q_SLOTS:
     void refusedWatchIsTriedOnceADirectory();
     void secondProcessTriesARefusedWatchAgain();
 
+    void bornAfterTheListingIsAnotherFile();
+    void bornAtTheMomentOfTheListingIsTheSame_data();
+    void bornAtTheMomentOfTheListingIsTheSame();
+    void bornDuringTheListingIsTheSame();
+    void withoutBirthTimesTheInodeCounts();
+    void fileServersClockMayBeAhead();
+    void birthInTheFutureCountsOnce();
+    void otherInodesInListingsCountOnce_data();
+    void otherInodesInListingsCountOnce();
+    void unknownInodesInListingsDoNotCount();
+    void fileReplacedAfterTheListingIsNew();
+    void fileRemovedAfterTheListingIsDropped();
+    void fileThatEnteredAgainMayBeReplaced();
+
     void knownFilesCostOneCallEach();
+    void consumedFilesCostOneCallMore();
 };
 
 void QueueFaultsTest::failedListingChangesNothing_data()
@@ -237,6 +285,235 @@ void QueueFaultsTest::secondProcessTriesARefusedWatchAgain()
     QTRY_COMPARE(queue.size(), 1);
 }
 
+void QueueFaultsTest::bornAfterTheListingIsAnotherFile()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    // As if the listed file had been removed, and a later one had got its inode number.
+    const std::int64_t birth = nanosecondsNow() + Second;
+    QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QCOMPARE(queuedNames(queue, {"a", "b"}), QStringList({"b", "a"}));
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::bornAtTheMomentOfTheListingIsTheSame_data()
+{
+    QTest::addColumn<qint64>("later");
+    QTest::addColumn<bool>("isSame");
+    QTest::newRow("long before") << qint64(-3600 * Second) << true;
+    QTest::newRow("just before") << qint64(-1) << true;
+    QTest::newRow("at the moment") << qint64(0) << true;
+    QTest::newRow("just after") << qint64(1) << false;
+    QTest::newRow("in the next second") << qint64(Second) << false;
+}
+
+void QueueFaultsTest::bornAtTheMomentOfTheListingIsTheSame()
+{
+    QFETCH(qint64, later);
+    QFETCH(bool, isSame);
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    QueueFaults::clock = (nanosecondsNow() / Second + 3600) * Second + 5;
+    const std::int64_t birth = QueueFaults::clock + later;
+    QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    if (isSame)
+        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+    else
+        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::bornDuringTheListingIsTheSame()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    const std::int64_t start = nanosecondsNow() + 3600 * Second;
+    QueueFaults::clock = start;
+    QueueFaults::status = [start](const char*, struct statx& status) {
+        setBirth(status, start + Second);
+    };
+    QueueFaults::listedInode = [start](const char*, std::uint64_t inode) {
+        QueueFaults::clock = start + 2 * Second;
+        return inode;
+    };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::withoutBirthTimesTheInodeCounts()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    queue.onConsumed("c", "b");
+    QVERIFY(directory.deliver("b", "another"));
+    QueueFaults::status = [](const char*, struct statx& status) {
+        setBirth(status, nanosecondsNow() + Second); // not valid, as the mask says
+        status.stx_mask &= ~static_cast<unsigned int>(STATX_BTIME);
+    };
+    QVERIFY(isNewAfterRescan(queue, directory, "b"));
+    QVERIFY(!directory.exists("a"));
+    queue.onConsumed("c", "b");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "b"));
+}
+
+void QueueFaultsTest::fileServersClockMayBeAhead()
+{
+    // The server's clock gives the births and the directory's time of change.
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    QueueFaults::clock = nanosecondsNow() - 60 * Second;
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::birthInTheFutureCountsOnce()
+{
+    // As if the clock had been set back: the birth is later than every listing.
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    const std::int64_t birth = nanosecondsNow() + 86400 * Second;
+    QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::otherInodesInListingsCountOnce_data()
+{
+    QTest::addColumn<bool>("isConstant");
+    QTest::newRow("always the same other number") << true;
+    QTest::newRow("another number every time") << false;
+}
+
+void QueueFaultsTest::otherInodesInListingsCountOnce()
+{
+    QFETCH(bool, isConstant);
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    std::uint64_t number = 1U << 20U;
+    QueueFaults::listedInode = [&](const char*, std::uint64_t inode) {
+        return isConstant ? inode ^ 0x5555U : ++number;
+    };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::unknownInodesInListingsDoNotCount()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    QueueFaults::listedInode = [](const char*, std::uint64_t) { return 0xffffffffU; };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+
+    // The birth still counts.
+    queue.onConsumed("c", "b");
+    const std::int64_t birth = nanosecondsNow() + Second;
+    QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
+    QVERIFY(isNewAfterRescan(queue, directory, "b"));
+}
+
+void QueueFaultsTest::fileReplacedAfterTheListingIsNew()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QueueFaults::beforeStatus = [&](const char* path) {
+        const char* const slash = std::strrchr(path, '/');
+        if (std::strcmp(slash ? slash + 1 : path, "a") != 0)
+            return;
+        QueueFaults::beforeStatus = nullptr;
+        QVERIFY(directory.deliver("a", "another"));
+    };
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QVERIFY(!QueueFaults::beforeStatus);
+    QCOMPARE(directory.content("a"), QByteArray("another"));
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::fileRemovedAfterTheListingIsDropped()
+{
+    const FaultGuard guard;
+    TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QueueFaults::beforeStatus = [&](const char*) {
+        QueueFaults::beforeStatus = nullptr;
+        QVERIFY(directory.remove("a"));
+    };
+    traces.take();
+    queue.onDirectoryChanged();
+    QCOMPARE(traces.take(), QStringList({listingTrace(1), summaryTrace(0, 0, 1, 0)}));
+}
+
+void QueueFaultsTest::fileThatEnteredAgainMayBeReplaced()
+{
+    // The file that entered again is replaced before it is reported: the new one is deleted.
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QVERIFY(directory.deliver("a", "second"));
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QVERIFY(directory.deliver("a", "third"));
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+
+    // It is replaced after it is reported: the new one stays.
+    QVERIFY(directory.create("b"));
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "b");
+    QVERIFY(directory.deliver("b", "second"));
+    QVERIFY(isNewAfterRescan(queue, directory, "b"));
+    queue.onConsumed("c", "b");
+    QVERIFY(directory.deliver("b", "third"));
+    QVERIFY(isNewAfterRescan(queue, directory, "b"));
+    QCOMPARE(directory.content("b"), QByteArray("third"));
+}
+
 void QueueFaultsTest::knownFilesCostOneCallEach()
 {
     const FaultGuard guard;
@@ -251,6 +528,23 @@ void QueueFaultsTest::knownFilesCostOneCallEach()
     QCOMPARE(QueueFaults::accessCalls, 4);
     QCOMPARE(QueueFaults::statCalls, 0);
     QCOMPARE(QueueFaults::statusCalls, 0);
+}
+
+void QueueFaultsTest::consumedFilesCostOneCallMore()
+{
+    const FaultGuard guard;
+    const TraceLog traces(LoggerLevel::fatal);
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b", "c", "d"}));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    for (const char* const name : {"a", "b", "c"})
+        queue.onConsumed("c", name);
+    QueueFaults::reset();
+    queue.onDirectoryChanged();
+    QCOMPARE(QueueFaults::accessCalls, 4);
+    QCOMPARE(QueueFaults::statCalls, 0);
+    QCOMPARE(QueueFaults::statusCalls, 3);
+    QCOMPARE(directory.names(), QStringList("d"));
 }
 
 QTEST_GUILESS_MAIN(QueueFaultsTest)

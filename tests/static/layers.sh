@@ -21,7 +21,7 @@ table='
 0: randomgenerator.h ids/randomgenerator.cpp
 0: iuidverifier.h ids/iuidverifier.cpp defaultuidverifier.h ids/defaultuidverifier.cpp
 0: timehelper.h text/timehelper.cpp timestamphelper.h text/timestamphelper.cpp
-0: queue/queuelisting_p.h queue/queuelisting.cpp
+0: queue/fileidentity_p.h queue/queuelisting_p.h queue/queuelisting.cpp
 1: langbundle.h i18n/langbundle.cpp
 1: translator.h i18n/translator.cpp frame/failure_p.h frame/sharedlibrary_p.h
 1: uidgenerator.h ids/uidgenerator.cpp ids/uidwords_p.h
