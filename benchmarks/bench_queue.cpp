@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// What a FilesQueue costs per file, beside a plain listing of the same directory. One run prints
-// the medians of a few rounds and their ratios: bench_queue [directory] [rounds]
+// What a FilesQueue costs per file, compared with a plain listing of the same directory. A run
+// prints the medians of a few rounds and their ratios: bench_queue [directory] [rounds]
 
 #include <kez/FilesQueue.h>
 #include <kez/log.h>
@@ -41,7 +41,7 @@ double median(std::vector<double> values)
     return *middle;
 }
 
-/// What is measured, each the times of all rounds.
+/// The times of all rounds, for each thing that is measured.
 struct Times {
     std::vector<double> readDirectory;
     std::vector<double> plainListing;

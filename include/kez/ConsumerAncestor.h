@@ -8,14 +8,18 @@
 #include <QObject>
 #include <QString>
 
-/// The base class of what handles the files of a FilesQueue.
+/// The base class of the objects that handle the files of a FilesQueue.
 ///
 /// A consumer is registered with the queue, connects to its filesNotConsumed(), emits
 /// requestForFiles(id()) when it is ready for work, handles each file in place and then emits
-/// consumed(id(), file). It neither deletes nor renames a file: the queue deletes it once every
+/// consumed(id(), file). It does not delete or rename a file: the queue deletes it once every
 /// consumer has reported it.
 ///
-/// *Threads*: the object's thread.
+/// filesNotConsumed() reaches every consumer of the queue and does not say whose answer it is. In
+/// the queue's thread, the answer to a consumer's own request is the one that comes while it emits
+/// requestForFiles(). This is one reason why consumers belong there; FilesQueue names the other.
+///
+/// *Threads*: the object's thread, which should be the queue's.
 /// *Owns*: its identifier.
 /// *Fails*: never; emitting consumed() in the queue's thread throws what FilesQueue::onConsumed
 /// throws.
@@ -30,7 +34,7 @@ public:
     QString id() const;
 
 Q_SIGNALS:
-    /// The consumer `id` has handled the file named `file`, the bare name that the queue gave.
+    /// The consumer `id` has handled the file named `file` (the bare name that the queue gave).
     void consumed(const QString& id, const QString& file);
 
     /// The consumer `id` asks for the names of the files that it has not handled.
@@ -40,7 +44,8 @@ private:
     QString _identifier;
 };
 
-/// A consumer as a queue knows it. The consumer is not owned and must outlive the queue.
+/// A consumer as a queue knows it. The queue does not own it. A consumer that is destroyed before
+/// the queue counts as one that never reports again.
 struct ConsumerEntry {
     QString id;
     ConsumerAncestor* consumer = nullptr;

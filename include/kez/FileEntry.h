@@ -8,22 +8,24 @@
 #include <QList>
 #include <QString>
 
-/// One file that waits in a FilesQueue, with one flag per consumer: whether that consumer has taken
-/// the file up. The flag at a position belongs to the consumer at that position of the queue.
+/// One file that waits in a FilesQueue, with one flag per consumer, which is set once that consumer
+/// has taken the file up. The flag at a position belongs to the consumer at that position of the
+/// queue.
 ///
 /// *Threads*: one thread at a time; in a queue, the queue's thread.
 /// *Owns*: its flags.
-/// *Fails*: isConsumed() throws Exception; the rest never.
+/// *Fails*: isConsumed() throws Exception; the others never.
 class KEZ_EXPORT FileEntry {
 public:
-    /// `fileName`: the bare name, without directory. `count`: the number of flags, all clear; none
-    /// when it is below 1.
+    /// `fileName`: the bare name, without directory. `count`: the number of flags, all clear; no
+    /// flags if it is below 1.
     FileEntry(const QString& fileName, int count);
     ~FileEntry();
 
     QString fileName() const;
 
-    /// Throws Exception for an index out of range, unlike the two setters: callers rely on both.
+    /// Throws Exception for an index out of range. The two setters ignore such an index. Both are
+    /// kept for compatibility.
     bool isConsumed(int index) const;
 
     /// Whether every flag is set; true without flags.
@@ -37,7 +39,7 @@ public:
     void disableUptakeFlag(int index);
 
 private:
-    bool isFlag(int index) const;
+    KEZ_HIDDEN bool isFlag(int index) const;
 
     QString _fileName;
     QList<bool> _uptakeFlags;

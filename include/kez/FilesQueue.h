@@ -12,61 +12,81 @@
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <atomic>
+#include <optional>
+#include <utility>
+#include <vector>
 
+class ListedFileIdentity;
+class OpenQueueDirectory;
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
-struct ListedFile;
 
 /// Turns a directory into a queue of work files that several consumers share.
 ///
 /// Every regular, readable, writable and visible file of the directory becomes an entry at the tail
 /// of the queue, in name order for files found together. A file that vanishes leaves the queue. A
-/// file that every consumer has reported as consumed is deleted at the next re-scan, which comes
-/// with the next change of the directory or the next tick of the timer, and never at the moment of
-/// consumption. A queue sees a file as soon as it is visible: producers write under a hidden name
-/// and rename.
+/// file that every consumer has reported as consumed is deleted at the next re-scan, never at the
+/// moment of the report. The next re-scan comes with the next change of the directory or the next
+/// tick of the timer. A queue sees a file as soon as it is visible: producers write under a hidden
+/// name and rename.
+///
+/// A queue deletes only the file that it listed. If another file has the name of a consumed one, it
+/// stays and enters the queue as a new file. A file that is replaced before every consumer has
+/// reported it stays the same entry.
 ///
 /// The queue is built in one thread, moved to the thread of its choice, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files.
 ///
+/// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
+/// consumer, and a consumer knows its own only because the answer comes during its request. The
+/// report of a file that has vanished meanwhile throws: in the queue's thread the exception reaches
+/// the consumer, from another thread it ends in the queue's event loop. There is no runner yet that
+/// does this work for consumers in threads of their own.
+///
 /// Without consumers nothing is ever deleted. A file whose name is not UTF-8 never enters.
 ///
-/// *Threads*: the object's thread, but for appendConsumer(): any thread, while nobody asks for
-/// index() or isConsumedFromAll(). Signals between the queue and its consumers cross threads by
+/// *Threads*: the object's thread, except appendConsumer(): any thread, while nothing else asks
+/// for index() or isConsumedFromAll(). Signals between the queue and its consumers cross threads by
 /// themselves. A slot in another thread that a re-scan waits for (a blocking connection) may ask
 /// for size(), fileIndex() and the like, and must not call appendConsumer(), onConsumed() or
 /// onRequestForFiles() directly.
 /// *Owns*: its entries, which are destroyed when they leave the queue; not its consumers.
 /// *Fails*: the constructor, isConsumedFromAll() and initFilesQueue() throw Exception; onConsumed()
-/// throws Exception or a pointer to one.
+/// throws Exception or a pointer to one. A trace that cannot be written is a line on Qt's message
+/// output, and changes nothing else.
 class KEZ_EXPORT FilesQueue : public QObject {
     Q_OBJECT
 
 public:
-    /// Neither watches nor scans yet; see onProcess().
+    /// Does not watch the directory yet; see onProcess().
     ///
-    /// `keep`: whether the files that are there become entries, or are deleted.
+    /// `path`: read as Qt reads paths (":a" is a resource, "./:a" a directory). A relative path or
+    /// one with a search prefix is resolved here, once: the queue stays with that directory.
+    /// `keep`: true if the files that are there become entries, false if they are deleted.
     /// `interval`: milliseconds between periodic re-scans; 0 or less for none.
     ///
-    /// Throws Exception when `path` is no readable and writable directory, or cannot be listed at
-    /// the moment, or when two consumers have the same identifier.
+    /// Throws Exception if `path` is not a readable and writable directory, if it cannot be listed
+    /// at the moment, or if two consumers have the same identifier.
     FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep, int interval,
                QObject* parent = nullptr);
 
     /// Leaves the files on disk alone. The queue's thread must have ended, or be the calling one.
     ~FilesQueue() override;
 
-    /// A queue without consumers as the objects of the array describe it, later ones overriding
-    /// earlier ones: "path", "period" (milliseconds, 10000), "keep" (true). The caller owns it.
+    /// A queue without consumers as the objects of the array describe it: "path", "period"
+    /// (milliseconds, 10000), "keep" (true). A later value replaces an earlier one. The caller owns
+    /// the queue.
     ///
     /// Throws Exception: DirAccessFailure, IllegalParameter, PropertyNotFound (no "path"), and as
     /// the constructor does.
     static FilesQueue* initFilesQueue(const QJsonArray& description);
 
+    /// The directory as it was given: a relative path is still relative.
     QDir path() const;
 
     /// The number of entries.
@@ -78,50 +98,56 @@ public:
     /// The position of the entry of that name, or -1.
     int fileIndex(const QString& fileName) const;
 
-    /// The entry of that name, or null. It stays the queue's, and is gone after the re-scan that
-    /// drops it.
+    /// The entry of that name, or null. The queue owns it; the re-scan that drops it destroys it.
     FileEntry* entryFromFileName(const QString& fileName) const;
     bool existsFileEntry(const QString& fileName) const;
 
-    /// Throws Exception when the queue has no such file.
+    /// Throws Exception if the queue has no such file.
     bool isConsumedFromAll(const QString& fileName) const;
 
     /// Milliseconds between periodic re-scans; 0 or less for none. The name is spelled so.
     int scrutationIntervall() const;
 
-    /// Takes effect at once on a running timer (0 or less stops it), and at the next
-    /// enableScrutationMode() otherwise.
+    /// Takes effect at once if the timer runs (0 or less stops it), otherwise at the next
+    /// enableScrutationMode().
     void setScrutationIntervall(int interval);
 
-    /// Starts the periodic re-scan; false when the interval is 0 or less.
+    /// Starts the periodic re-scan; false if the interval is 0 or less.
     bool enableScrutationMode();
     void disableScrutationMode();
 
-    /// Adds a consumer, for which every file of the queue is new. Null is ignored. A duplicate
-    /// identifier is not refused: such a consumer never gets a file deleted, since its reports only
-    /// count for the first of that name. A consumer added before onProcess() is connected twice.
+    /// Adds a consumer, for which every file of the queue is new. Null is ignored. A consumer added
+    /// before onProcess() is connected twice.
+    ///
+    /// A duplicate identifier is not refused, but no file is deleted from then on: reports count
+    /// only for the first consumer of that identifier.
     void appendConsumer(ConsumerAncestor* consumer);
 
 public Q_SLOTS:
     /// Starts processing: connects the consumers, watches the directory, starts the timer. Must run
     /// once, in the queue's thread. Files that arrived since the queue was built are seen at the
     /// first change or tick.
+    ///
+    /// If the directory is removed and made again, or another one takes its place, only the timer
+    /// or a call of onDirectoryChanged() finds it; that re-scan sets the watch again.
     void onProcess();
 
     /// Asks the queue's thread to quit.
     void onQuit();
 
-    /// Re-scans the directory.
+    /// Re-scans the directory. A directory that is absent or may not be read counts as empty. If it
+    /// cannot be listed for another reason (no descriptor is free, a network file system does not
+    /// answer), the re-scan changes nothing.
     void onDirectoryChanged();
 
     /// Notes that the consumer has handled the file.
     ///
     /// Throws a POINTER to a new Exception, which the catcher deletes, for an unknown consumer, and
-    /// an Exception for an unknown file. Callers rely on both forms.
+    /// an Exception for an unknown file. Both forms are kept for compatibility.
     ///
-    /// The exception reaches whoever delivered the call: the consumer that emits consumed() in the
-    /// queue's thread, or, for a consumer in another thread, the event loop of the queue's, which
-    /// ends the process unless QCoreApplication::notify() catches it.
+    /// The exception reaches the caller. That is the consumer, if it emits consumed() in the
+    /// queue's thread. For a consumer in another thread it is the event loop of the queue's thread,
+    /// which ends the process unless QCoreApplication::notify() catches the exception.
     void onConsumed(const QString& id, const QString& fileName);
 
     /// Answers through filesNotConsumed().
@@ -129,23 +155,26 @@ public Q_SLOTS:
 
 Q_SIGNALS:
     /// After a re-scan that added files or lost some; consumed files are not reported. Emitted
-    /// before the re-scan ends: an appendConsumer() in another thread waits until it has.
+    /// before the re-scan ends: an appendConsumer() in another thread waits until then.
     void queueUpdated(const QList<QString>& appended, const QList<QString>& deleted);
 
-    /// The files that a consumer has not consumed, in queue order; with `error`, one text that says
-    /// why there are none. It goes to every connected object and does not name the consumer.
+    /// The files that a consumer has not consumed, in queue order. If `error` is true, `files`
+    /// holds one text that says why there are none. Every connected object receives it, and it does
+    /// not name the consumer.
     void filesNotConsumed(const QList<QString>& files, bool error);
 
 private:
-    struct Changes;
-    class Locker;
+    struct KEZ_HIDDEN Changes;
+    class KEZ_HIDDEN Locker;
+    class KEZ_HIDDEN Rescan;
 
-    QList<QString> filesNotConsumedBy(int consumer) const;
-    void appendEntry(const QString& fileName);
-    Changes compareWith(const QList<ListedFile>& listing);
-    void deleteFiles(const QList<QString>& names) const;
-    void dropEntries(const Changes& changes);
-    void connectConsumer(const ConsumerAncestor* consumer);
+    KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
+    KEZ_HIDDEN void appendEntry(FileEntry* entry, const ListedFileIdentity& identity);
+    KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
+    KEZ_HIDDEN std::optional<Changes> rescan();
+    KEZ_HIDDEN std::optional<OpenQueueDirectory> openWatchedDirectory();
+    KEZ_HIDDEN bool watch(const std::optional<std::pair<quint64, quint64>>& directory);
+    KEZ_HIDDEN void connectConsumer(const ConsumerAncestor* consumer);
 
     QDir _path;
     int _scrutationInterval;
@@ -157,4 +186,15 @@ private:
 
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
     QHash<QString, int> _positions; // of the entries, by file name
+
+    QString _directory;                          // absolute, for the system
+    QList<QPointer<ConsumerAncestor>> _living;   // the consumers while they live, by position
+    std::vector<ListedFileIdentity> _identities; // of the entries' files, by position
+
+    // What queueUpdated() has to tell: the files appended, the files deleted.
+    QList<std::pair<QList<QString>, QList<QString>>> _unannounced;
+
+    // Device and inode of the directory that the watch is on, or was refused for.
+    std::pair<quint64, quint64> _watched;
+    bool _isWatching = false;
 };

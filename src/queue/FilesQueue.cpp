@@ -4,19 +4,16 @@
 #include "kez/FilesQueue.h"
 #include "frame/failure_p.h"
 #include "kez/exception.h"
-#include "kez/log.h"
+#include "queue/fileidentity_p.h"
 #include "queue/queuelisting_p.h"
+#include "queue/queuerescan_p.h"
+#include "queue/queuetrace_p.h"
 
-#include <QFileInfo>
 #include <QFileSystemWatcher>
-#include <QJsonArray>
-#include <QJsonObject>
-#include <QSet>
 #include <QThread>
 #include <QTimer>
 
-#include <limits>
-#include <vector>
+#include <utility>
 
 namespace {
 
@@ -24,24 +21,10 @@ constexpr QDir::Filters FileFilters = QDir::Files | QDir::Readable | QDir::Writa
 
 constexpr const char* ConstructorSignature =
     "FilesQueue::FilesQueue(const QString&, QList<ConsumerEntry>, int, QObject*)";
-constexpr const char* JsonSignature = "FilesQueue* FilesQueue::initFilesQueue(const QJsonObject&)";
 constexpr const char* ConsumedSignature =
     "void FilesQueue::consumed(const QString&, const QString&)";
 
-/// Writes a trace; its text is only composed when the log wants it.
-template <typename... Arguments>
-void trace(const QString& text, const Arguments&... arguments)
-{
-    Log* const log = Log::getInstance();
-    if (log->filter() <= LoggerLevel::debug)
-        log->debug(Failure::completed(text, arguments...));
-}
-
-bool isUsableDirectory(const QString& path)
-{
-    const QFileInfo info(path);
-    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
-}
+using QueueTrace::trace;
 
 [[noreturn]] void raiseInvalidDirectory(const QString& path)
 {
@@ -58,7 +41,7 @@ QString unknownConsumer(const QString& id)
     return QStringLiteral("L'identifiant de consommateur %1 n'existe pas").arg(id);
 }
 
-/// Refuses the first consumer whose identifier another one has as well.
+/// Throws for the first consumer whose identifier another one has too.
 void checkIdentifiers(const QList<ConsumerEntry>& consumers)
 {
     QHash<QString, int> uses;
@@ -74,60 +57,10 @@ void checkIdentifiers(const QList<ConsumerEntry>& consumers)
     }
 }
 
-struct Description {
-    QString path;
-    int period = 10000;
-    bool keep = true;
-};
-
-[[noreturn]] void raiseIllegal(const QString& key, const char* reasonKey)
-{
-    Failure::raise(JsonSignature,
-                   Failure::message("IllegalParameter", key, Failure::message(reasonKey)));
-}
-
-void applyPath(const QJsonValue& value, Description& description)
-{
-    if (!value.isString())
-        return;
-    const QString path = value.toString();
-    if (!isUsableDirectory(path))
-        Failure::raise(JsonSignature, Failure::message("DirAccessFailure", path));
-    description.path = path;
-}
-
-void applyPeriod(const QJsonValue& value, const QString& key, Description& description)
-{
-    if (!value.isDouble())
-        raiseIllegal(key, "NotAnInteger");
-    description.period = static_cast<int>(qBound<double>(
-        std::numeric_limits<int>::min(), value.toDouble(), std::numeric_limits<int>::max()));
-}
-
-void applyKeep(const QJsonValue& value, const QString& key, Description& description)
-{
-    if (!value.isBool())
-        raiseIllegal(key, "NotABoolean");
-    description.keep = value.toBool();
-}
-
-void apply(const QJsonObject& members, Description& description)
-{
-    for (auto it = members.begin(); it != members.end(); ++it) {
-        const QString key = it.key();
-        if (key == QLatin1String("path"))
-            applyPath(it.value(), description);
-        else if (key == QLatin1String("period"))
-            applyPeriod(it.value(), key, description);
-        else if (key == QLatin1String("keep"))
-            applyKeep(it.value(), key, description);
-    }
-}
-
 } // namespace
 
-/// Holds the queue's lock. Taken again by the thread that holds it, it does nothing, so that a slot
-/// that is connected directly to queueUpdated() may call the queue back.
+/// Holds the queue's lock. If the thread holds it already, it does nothing, so that a slot that is
+/// connected directly to queueUpdated() may call the queue back.
 class FilesQueue::Locker {
 public:
     explicit Locker(FilesQueue& queue)
@@ -153,30 +86,27 @@ private:
     bool _isHolder;
 };
 
-/// What a re-scan found: a file may be deleted and consumed.
-struct FilesQueue::Changes {
-    QList<QString> appended;
-    QList<QString> deleted;
-    QList<QString> consumed;
-};
-
 FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
                        int interval, QObject* parent)
     : QObject(parent), _scrutationInterval(interval)
 {
-    if (!isUsableDirectory(path))
+    _directory = resolvedDirectory(path);
+    if (!isUsableDirectory(path) || !isUsableDirectory(_directory))
         raiseInvalidDirectory(path);
     _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);
     checkIdentifiers(consumerList);
     _consumers = std::move(consumerList);
-    const auto listing = listQueueDirectory(path);
+    for (const ConsumerEntry& consumer : std::as_const(_consumers))
+        _living.append(consumer.consumer);
+    const auto directory = OpenQueueDirectory::open(_directory);
+    const auto listing = directory ? directory->list() : std::nullopt;
     if (!listing)
         raiseInvalidDirectory(path);
-    for (const ListedFile& file : *listing) {
-        if (!keep)
-            QFile::remove(_path.absoluteFilePath(file.name));
-        else if (file.isRegular)
-            appendEntry(file.name);
+    for (const ListedFile& file : listing->files) {
+        if (!keep && file.kind != ListedFile::Kind::Unknown)
+            directory->remove(file.name);
+        else if (keep && file.kind == ListedFile::Kind::Regular)
+            appendFile(file.name, ListedFileIdentity(file.inode, listing->moment));
     }
 }
 
@@ -187,16 +117,6 @@ FilesQueue::~FilesQueue()
     if (_timer)
         _timer->deleteLater();
     qDeleteAll(_entries);
-}
-
-FilesQueue* FilesQueue::initFilesQueue(const QJsonArray& description)
-{
-    Description settings;
-    for (const QJsonValue& element : description)
-        apply(element.toObject(), settings);
-    if (settings.path.isNull())
-        Failure::raise(JsonSignature, Failure::message("PropertyNotFound", QStringLiteral("path")));
-    return new FilesQueue(settings.path, {}, settings.keep, settings.period, nullptr);
 }
 
 QDir FilesQueue::path() const
@@ -290,6 +210,7 @@ void FilesQueue::appendConsumer(ConsumerAncestor* consumer)
         return;
     const Locker locker(*this);
     _consumers.append({consumer->id(), consumer});
+    _living.append(consumer);
     for (FileEntry* const entry : std::as_const(_entries))
         entry->appendConsumerFlag();
     connectConsumer(consumer);
@@ -300,16 +221,17 @@ void FilesQueue::onProcess()
     trace(QStringLiteral("Thread onProcess : ID = 0x%1 (_path=%2)"),
           QStringLiteral("%1").arg(reinterpret_cast<quintptr>(QThread::currentThreadId()), 16, 16,
                                    QLatin1Char('0')),
-          _path.absolutePath());
+          QDir::cleanPath(_directory));
     {
         const Locker locker(*this);
-        for (const ConsumerEntry& consumer : std::as_const(_consumers))
-            connectConsumer(consumer.consumer);
+        for (const QPointer<ConsumerAncestor>& consumer : std::as_const(_living))
+            connectConsumer(consumer);
     }
     _watcher = new QFileSystemWatcher(this);
-    _watcher->addPath(_path.absolutePath());
+    _watched = {};
+    watch(directoryIdentity(_directory));
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
-    // Only the timer's own thread can stop it, and the queue may be destroyed by another one.
+    // Only the timer's own thread can stop it, and another thread may destroy the queue.
     connect(thread(), &QThread::finished, this, [this, started = thread()] {
         if (thread() == started)
             disableScrutationMode();
@@ -327,23 +249,27 @@ void FilesQueue::onQuit()
 void FilesQueue::onDirectoryChanged()
 {
     const Locker locker(*this);
-    const auto listing = listQueueDirectory(_path.path());
-    if (!listing)
+    const std::optional<Changes> changes = rescan();
+    if (!changes)
         return;
+    if (!changes->appended.isEmpty() || !changes->deleted.isEmpty())
+        _unannounced.append({changes->appended, changes->deleted});
+
+    // Traces and slots run code of the application, which may start another re-scan. The entries
+    // are up to date by now, and that re-scan announces these changes before its own.
     trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
                          "(%1 fichiers)"),
-          QString::number(listing->size()));
-
-    const Changes changes = compareWith(*listing);
-    deleteFiles(changes.consumed);
-    dropEntries(changes);
-
-    if (!changes.appended.isEmpty() || !changes.deleted.isEmpty())
-        Q_EMIT queueUpdated(changes.appended, changes.deleted);
+          QString::number(changes->listedCount));
+    for (const QString& name : changes->refused)
+        trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), name);
+    while (!_unannounced.isEmpty()) {
+        const auto [appended, deleted] = _unannounced.takeFirst();
+        Q_EMIT queueUpdated(appended, deleted);
+    }
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
-          QString::number(changes.appended.size()), QString::number(changes.deleted.size()),
-          QString::number(changes.consumed.size()), QString::number(_entries.size()));
+          QString::number(changes->appended.size()), QString::number(changes->deleted.size()),
+          QString::number(changes->consumedCount), QString::number(_entries.size()));
 }
 
 void FilesQueue::onConsumed(const QString& id, const QString& fileName)
@@ -390,67 +316,51 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     return names;
 }
 
-void FilesQueue::appendEntry(const QString& fileName)
+void FilesQueue::appendEntry(FileEntry* entry, const ListedFileIdentity& identity)
 {
-    _positions.insert(fileName, static_cast<int>(_entries.size()));
-    _entries.append(new FileEntry(fileName, static_cast<int>(_consumers.size())));
+    _positions.insert(entry->fileName(), static_cast<int>(_entries.size()));
+    _entries.append(entry);
+    _identities.push_back(identity);
 }
 
-/// Appends the new files to the queue, and tells which entries have to leave it.
-FilesQueue::Changes FilesQueue::compareWith(const QList<ListedFile>& listing)
+void FilesQueue::appendFile(const QString& name, const ListedFileIdentity& identity)
 {
-    Changes changes;
-    std::vector<bool> isListed(static_cast<size_t>(_entries.size()), false); // by position
-    for (const ListedFile& file : listing) {
-        const int position = fileIndex(file.name);
-        if (position >= 0)
-            isListed[static_cast<size_t>(position)] = true;
-        if (!file.isRegular) {
-            trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), file.name);
-        } else if (position < 0) {
-            changes.appended.append(file.name);
-            appendEntry(file.name);
-            isListed.push_back(true);
-        }
-    }
-    auto listed = isListed.cbegin();
-    for (const FileEntry* const entry : std::as_const(_entries)) {
-        if (!*listed++)
-            changes.deleted.append(entry->fileName());
-        if (!_consumers.isEmpty() && entry->allConsumed())
-            changes.consumed.append(entry->fileName());
-    }
-    return changes;
+    appendEntry(new FileEntry(name, static_cast<int>(_consumers.size())), identity);
 }
 
-void FilesQueue::deleteFiles(const QList<QString>& names) const
+/// Nothing if the directory cannot be listed at the moment.
+std::optional<FilesQueue::Changes> FilesQueue::rescan()
 {
-    const QString directory = _path.absolutePath() + QLatin1Char('/');
-    for (const QString& name : names) {
-        if (QFile::exists(directory + name))
-            QFile::remove(directory + name);
-    }
+    const auto directory = openWatchedDirectory();
+    const auto listing = directory ? directory->list() : std::nullopt;
+    if (!listing)
+        return std::nullopt;
+    return Rescan(*this, *directory, *listing).apply();
 }
 
-void FilesQueue::dropEntries(const Changes& changes)
+/// The directory, with the watch on it: what changes after its listing is signalled. It is opened
+/// again after the watch was set, since the path may lead to another directory by then.
+std::optional<OpenQueueDirectory> FilesQueue::openWatchedDirectory()
 {
-    if (changes.deleted.isEmpty() && changes.consumed.isEmpty())
-        return;
-    QSet<QString> leaving(changes.deleted.begin(), changes.deleted.end());
-    leaving.unite(QSet<QString>(changes.consumed.begin(), changes.consumed.end()));
+    auto directory = OpenQueueDirectory::open(_directory);
+    if (directory && watch(directory->identity()))
+        directory = OpenQueueDirectory::open(_directory);
+    return directory;
+}
 
-    QList<FileEntry*> staying;
-    _positions.clear();
-    for (FileEntry* const entry : std::as_const(_entries)) {
-        const QString name = entry->fileName();
-        if (leaving.contains(name)) {
-            delete entry;
-        } else {
-            _positions.insert(name, static_cast<int>(staying.size()));
-            staying.append(entry);
-        }
-    }
-    _entries.swap(staying);
+/// Puts the watch on the queue's directory if it is on another one that had the path before, or on
+/// none. False if there is nothing to do. A watch that the system refuses is not tried again for
+/// the same directory, since each refusal is a message.
+bool FilesQueue::watch(const std::optional<DirectoryIdentity>& directory)
+{
+    if (!_watcher || !directory)
+        return false;
+    if (_watched == *directory && _isWatching == _watcher->directories().contains(_directory))
+        return false;
+    _watcher->removePath(_directory);
+    _watched = *directory;
+    _isWatching = _watcher->addPath(_directory);
+    return true;
 }
 
 void FilesQueue::connectConsumer(const ConsumerAncestor* consumer)

@@ -3,32 +3,59 @@
 
 #include "queue/queuelisting_p.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringDecoder>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
+#include <ctime>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-enum class Kind { Regular, Special, NotListed };
-
-Kind kindBehindLink(int directory, const char* name)
+/// Whether the error of a call on a name says that the file is not for the queue. Any other error
+/// says nothing about the file.
+bool isRefusal(int error)
 {
-    struct stat target {};
-    if (fstatat(directory, name, &target, 0) != 0 || S_ISDIR(target.st_mode))
-        return Kind::NotListed;
-    return S_ISREG(target.st_mode) ? Kind::Regular : Kind::Special;
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ELOOP:
+    case ENAMETOOLONG:
+        return true;
+    default:
+        return false;
+    }
 }
 
-Kind kindOf(int directory, const dirent& entry)
+using Kind = ListedFile::Kind;
+
+/// What a failed call says of a file; nothing if the file is not listed.
+std::optional<Kind> kindWithoutAnswer()
+{
+    return isRefusal(errno) ? std::nullopt : std::optional(Kind::Unknown);
+}
+
+std::optional<Kind> kindBehindLink(int directory, const char* name)
+{
+    struct stat target {};
+    if (fstatat(directory, name, &target, 0) != 0)
+        return kindWithoutAnswer();
+    if (S_ISDIR(target.st_mode))
+        return std::nullopt;
+    return S_ISREG(target.st_mode) ? Kind::Regular : Kind::Refused;
+}
+
+std::optional<Kind> kindOf(int directory, const dirent& entry)
 {
     switch (entry.d_type) {
     case DT_REG:
@@ -38,14 +65,14 @@ Kind kindOf(int directory, const dirent& entry)
     case DT_UNKNOWN: // the file system does not say
         break;
     default:
-        return Kind::NotListed;
+        return std::nullopt;
     }
     struct stat status {};
     if (fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return Kind::NotListed;
+        return kindWithoutAnswer();
     if (S_ISLNK(status.st_mode))
         return kindBehindLink(directory, entry.d_name);
-    return S_ISREG(status.st_mode) ? Kind::Regular : Kind::NotListed;
+    return S_ISREG(status.st_mode) ? std::optional(Kind::Regular) : std::nullopt;
 }
 
 /// The file, unless the directory hides it from the queue.
@@ -53,41 +80,162 @@ std::optional<ListedFile> listedFile(int directory, const dirent& entry)
 {
     if (entry.d_name[0] == '.')
         return std::nullopt;
-    const Kind kind = kindOf(directory, entry);
-    if (kind == Kind::NotListed || faccessat(directory, entry.d_name, R_OK | W_OK, 0) != 0)
+    std::optional<Kind> kind = kindOf(directory, entry);
+    if (kind && faccessat(directory, entry.d_name, R_OK | W_OK, 0) != 0)
+        kind = kindWithoutAnswer();
+    if (!kind)
         return std::nullopt;
-    // With a byte order mark in front, which is part of the name.
+    // A byte order mark at the beginning is part of the name.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
                                                      QStringDecoder::Flag::ConvertInitialBom);
     QString name = decoder(QByteArrayView(entry.d_name, qsizetype(std::strlen(entry.d_name))));
     if (decoder.hasError())
         return std::nullopt;
-    return ListedFile{std::move(name), kind == Kind::Regular};
+    return ListedFile{std::move(name), entry.d_ino, *kind};
 }
 
-bool isGone(int error)
+/// A moment that is not before the birth of any file in the directory.
+///
+/// The clock that gives births may be some milliseconds behind this one. In a network file system
+/// the server's clock gives them, and the time of the directory's last change too.
+Moment momentOf(int directory)
 {
-    return error != EMFILE && error != ENFILE && error != ENOMEM && error != EIO;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    Moment moment(now.tv_sec, now.tv_nsec);
+    struct stat status {};
+    if (fstat(directory, &status) == 0)
+        moment = std::max(moment, Moment(status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
+    return moment;
+}
+
+std::optional<DirectoryIdentity> identityIn(const struct stat& status)
+{
+    if (!S_ISDIR(status.st_mode))
+        return std::nullopt;
+    return DirectoryIdentity(status.st_dev, status.st_ino);
+}
+
+FileIdentity identityIn(const struct statx& status)
+{
+    FileIdentity identity{status.stx_ino, std::nullopt};
+    if (status.stx_mask & STATX_BTIME)
+        identity.birth = Moment(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
+    return identity;
 }
 
 } // namespace
 
-std::optional<QList<ListedFile>> listQueueDirectory(const QString& path)
+qsizetype QueueListing::count() const
 {
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(
-        opendir(QFile::encodeName(path).constData()), &closedir);
-    QList<ListedFile> files;
-    if (!directory)
-        return isGone(errno) ? std::optional(files) : std::nullopt;
+    return std::count_if(files.begin(), files.end(),
+                         [](const ListedFile& file) { return file.kind != Kind::Unknown; });
+}
+
+bool isUsableDirectory(const QString& path)
+{
+    const QFileInfo info(path);
+    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
+}
+
+QString resolvedDirectory(const QString& path)
+{
+    if (path.startsWith(QLatin1Char('/')))
+        return path;
+    const QString current = QDir::currentPath();
+    if (current.isEmpty())
+        return QString();
+    const QString plain = current + QLatin1Char('/') + path;
+    const QString asQtReadsIt = QFileInfo(path).absoluteFilePath();
+    return asQtReadsIt == QDir::cleanPath(plain) ? plain : asQtReadsIt;
+}
+
+std::optional<DirectoryIdentity> directoryIdentity(const QString& path)
+{
+    struct stat status {};
+    if (stat(QFile::encodeName(path).constData(), &status) != 0)
+        return std::nullopt;
+    return identityIn(status);
+}
+
+OpenQueueDirectory::OpenQueueDirectory(const QString& path)
+    : _path(QFile::encodeName(path)), _stream(opendir(_path.constData()), &closedir)
+{}
+
+std::optional<OpenQueueDirectory> OpenQueueDirectory::open(const QString& path)
+{
+    OpenQueueDirectory directory(path);
+    const int error = errno;
+    if (!directory._stream && error != ENOENT && error != ENOTDIR && error != EACCES)
+        return std::nullopt;
+    return directory;
+}
+
+std::optional<DirectoryIdentity> OpenQueueDirectory::identity() const
+{
+    struct stat status {};
+    if (!_stream || fstat(descriptor(), &status) != 0)
+        return std::nullopt;
+    return identityIn(status);
+}
+
+std::optional<QueueListing> OpenQueueDirectory::list() const
+{
+    QueueListing listing;
+    if (!_stream)
+        return listing;
     errno = 0;
-    while (const dirent* const entry = readdir(directory.get())) {
-        if (auto file = listedFile(dirfd(directory.get()), *entry))
-            files.append(*std::move(file));
+    while (const dirent* const entry = readdir(_stream.get())) {
+        if (auto file = listedFile(descriptor(), *entry))
+            listing.files.append(*std::move(file));
         errno = 0;
     }
     if (errno != 0)
         return std::nullopt;
-    std::sort(files.begin(), files.end(),
+    // Taken after the reading: a file that came meanwhile is not born later. Nothing is lost by it,
+    // since the last report of a listed file comes later still.
+    listing.moment = momentOf(descriptor());
+    std::sort(listing.files.begin(), listing.files.end(),
               [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
-    return files;
+    // A name may be read twice if it is renamed while the directory is read.
+    listing.files.erase(
+        std::unique(listing.files.begin(), listing.files.end(),
+                    [](const ListedFile& a, const ListedFile& b) { return a.name == b.name; }),
+        listing.files.end());
+    return listing;
+}
+
+void OpenQueueDirectory::remove(const QString& name) const
+{
+    unlinkat(descriptor(), systemName(name).constData(), 0);
+}
+
+std::optional<FileIdentity> OpenQueueDirectory::removeKnown(const QString& name,
+                                                            const ListedFileIdentity& known) const
+{
+    const QByteArray path = systemName(name);
+    struct statx status {};
+    if (statx(descriptor(), path.constData(), AT_SYMLINK_NOFOLLOW,
+              STATX_TYPE | STATX_INO | STATX_BTIME, &status) != 0)
+        return std::nullopt;
+    // A link to nothing counts as a file that does not exist.
+    if (S_ISLNK(status.stx_mode) && faccessat(descriptor(), path.constData(), F_OK, 0) != 0)
+        return std::nullopt;
+    const FileIdentity found = identityIn(status);
+    if (!known.isOf(found))
+        return found;
+    unlinkat(descriptor(), path.constData(), 0);
+    return std::nullopt;
+}
+
+int OpenQueueDirectory::descriptor() const
+{
+    return _stream ? dirfd(_stream.get()) : AT_FDCWD;
+}
+
+/// The name, relative to the descriptor; the path if the directory may be entered but not read.
+QByteArray OpenQueueDirectory::systemName(const QString& name) const
+{
+    const QByteArray encoded = QFile::encodeName(name);
+    return _stream ? encoded : _path + '/' + encoded;
 }

@@ -3,24 +3,84 @@
 
 #pragma once
 
+#include "queue/fileidentity_p.h"
+
+#include <QByteArray>
 #include <QList>
 #include <QString>
 
+#include <memory>
 #include <optional>
+#include <utility>
 
-/// A file that a queue's directory shows.
+#include <dirent.h>
+
+/// A name that a queue's directory shows.
 struct ListedFile {
+    enum class Kind {
+        Regular,
+        Refused, ///< a link to a fifo, a socket or a device
+        Unknown, ///< the system cannot tell at the moment
+    };
+
     QString name;
-    bool isRegular = true; ///< else a link to a fifo, a socket or a device
+    quint64 inode = 0; ///< of a link: its own
+    Kind kind = Kind::Regular;
 };
 
-/// The readable and writable files of a directory in the order of their names, as QDir lists them
-/// with Files | Readable | Writable: links to files, but no hidden names, no names that are not
-/// UTF-8, no directories, no fifos and the like, unless behind a link.
-///
-/// QDir itself takes three system calls and a file information object for each file, again with
-/// every re-scan; this takes one call.
-///
-/// An empty list when there is no such directory; nothing when it may be there, but cannot be
-/// listed at the moment, for want of descriptors, say.
-std::optional<QList<ListedFile>> listQueueDirectory(const QString& path);
+struct QueueListing {
+    QList<ListedFile> files;
+    Moment moment; ///< not before the birth of any of the files
+
+    /// The number of files without those of unknown kind.
+    qsizetype count() const;
+};
+
+/// Device and inode of a directory.
+using DirectoryIdentity = std::pair<quint64, quint64>;
+
+/// Whether the path, as Qt reads it, leads to a readable and writable directory.
+bool isUsableDirectory(const QString& path);
+
+/// The absolute path of the directory that Qt finds at `path` now. It has no search prefix, and the
+/// system is meant to read it, which follows links and "..". Empty if the path is relative and the
+/// working directory was removed.
+QString resolvedDirectory(const QString& path);
+
+/// Nothing if there is no such directory.
+std::optional<DirectoryIdentity> directoryIdentity(const QString& path);
+
+/// A queue's directory, open for one re-scan.
+class OpenQueueDirectory {
+public:
+    /// A directory that is absent or may not be read is empty. Nothing if it may be there, but
+    /// cannot be opened at the moment (no descriptor is free, for example).
+    static std::optional<OpenQueueDirectory> open(const QString& path);
+
+    std::optional<DirectoryIdentity> identity() const;
+
+    /// The readable and writable files in the order of their names, as QDir lists them with
+    /// Files | Readable | Writable: links to files are listed; hidden names, names that are not
+    /// UTF-8, directories, and fifos and the like are not, except behind a link.
+    ///
+    /// QDir takes three system calls and a file information object for each file, again with every
+    /// re-scan; this takes one call. Nothing if the reading fails. To be called once.
+    std::optional<QueueListing> list() const;
+
+    /// Deletes a file, whatever it is.
+    void remove(const QString& name) const;
+
+    /// Deletes the file of that name if it is the one that `known` is about. Another file stays and
+    /// is returned.
+    std::optional<FileIdentity> removeKnown(const QString& name,
+                                            const ListedFileIdentity& known) const;
+
+private:
+    explicit OpenQueueDirectory(const QString& path);
+
+    int descriptor() const;
+    QByteArray systemName(const QString& name) const;
+
+    QByteArray _path;
+    std::unique_ptr<DIR, int (*)(DIR*)> _stream;
+};

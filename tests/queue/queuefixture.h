@@ -3,7 +3,8 @@
 
 #pragma once
 
-#include <kez/exception.h>
+#include "support/files.h"
+
 #include <kez/FilesQueue.h>
 
 #include <QDir>
@@ -16,10 +17,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
-#include <memory>
-
-/// A directory for a queue, with the ways in which files come and go.
+/// A directory for a queue, and the ways to make, change and remove its files.
 class QueueDirectory {
 public:
     /// `suffix` becomes part of the directory's name.
@@ -28,7 +26,7 @@ public:
         : _directory(parent + QStringLiteral("/queue-XXXXXX") + suffix)
     {}
 
-    /// Where many files cost little: in memory, if the system has such a place.
+    /// A place where many files cost little: in memory, if the system has one.
     static QString fastParent()
     {
         const QString memory = QStringLiteral("/dev/shm");
@@ -39,7 +37,7 @@ public:
     QString filePath(const QString& name) const { return path() + QLatin1Char('/') + name; }
     bool exists(const QString& name) const { return QFile::exists(filePath(name)); }
 
-    /// What is really there, hidden and special files included, in name order.
+    /// All names in the directory, hidden and special files included, in name order.
     QStringList names() const
     {
         return QDir(path()).entryList(
@@ -48,8 +46,7 @@ public:
 
     bool create(const QString& name, const QByteArray& content = "content") const
     {
-        QFile file(filePath(name));
-        return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+        return writeFile(filePath(name), content);
     }
     bool createAll(const QStringList& names) const
     {
@@ -59,12 +56,18 @@ public:
         return done;
     }
 
-    /// As a producer does: under a hidden name, then renamed.
-    bool deliver(const QString& name) const
+    /// Makes a file as a producer does: under a hidden name, then renamed. An earlier file of that
+    /// name is replaced.
+    bool deliver(const QString& name, const QByteArray& content = "content") const
     {
         const QString hidden = QLatin1Char('.') + name;
-        return create(hidden) && ::rename(native(hidden), native(name)) == 0;
+        return create(hidden, content) && rename(hidden, name);
     }
+    bool rename(const QString& from, const QString& to) const
+    {
+        return ::rename(native(from), native(to)) == 0;
+    }
+    QByteArray content(const QString& name) const { return readFile(filePath(name)); }
 
     bool remove(const QString& name) const { return ::unlink(native(name)) == 0; }
     bool makeDirectory(const QString& name) const { return ::mkdir(native(name), 0755) == 0; }
@@ -83,7 +86,7 @@ public:
     }
 
 private:
-    /// A path for the system, good until the next call.
+    /// A path for the system. It is valid until the next call but one.
     const char* native(const QString& name) const
     {
         static thread_local QByteArray paths[2];
@@ -96,7 +99,9 @@ private:
     QTemporaryDir _directory;
 };
 
-/// The names in a queue, by its queries alone: `candidates` in the order of their positions.
+/// The names in a queue, found by its queries alone: those of `candidates` that it has, in its
+/// order.
+/// "?" stands for any other name.
 inline QStringList queuedNames(const FilesQueue& queue, const QStringList& candidates)
 {
     QStringList result(queue.size(), QStringLiteral("?"));
@@ -108,27 +113,20 @@ inline QStringList queuedNames(const FilesQueue& queue, const QStringList& candi
     return result;
 }
 
-/// The detail of the Exception that `action` throws by value; null when it throws none.
-inline QString thrownDetail(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (const Exception& failure) {
-        return failure.detail();
-    }
-    return QString();
-}
+/// While it lives, `path` is the process's working directory.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(const QString& path) : _isSet(QDir::setCurrent(path)) {}
+    ~WorkingDirectory() { QDir::setCurrent(_before); }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
 
-/// The detail of the Exception that `action` throws as a pointer; null when it throws none.
-inline QString thrownPointerDetail(const std::function<void()>& action)
-{
-    try {
-        action();
-    } catch (Exception* failure) {
-        return std::unique_ptr<Exception>(failure)->detail();
-    }
-    return QString();
-}
+    bool isSet() const { return _isSet; }
+
+private:
+    QString _before = QDir::currentPath();
+    bool _isSet;
+};
 
 /// The first trace of every re-scan.
 inline QString listingTrace(int listed)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "queue/queuefixture.h"
+#include "support/failuretext.h"
 
 #include <kez/FileEntry.h>
 
@@ -73,7 +74,7 @@ void FileEntryTest::entryWithoutFlagsIsAllConsumed()
     QFETCH(int, count);
     const FileEntry entry(QStringLiteral("a"), count);
     QVERIFY(entry.allConsumed());
-    QCOMPARE(thrownDetail([&] { entry.isConsumed(0); }),
+    QCOMPARE(failureText([&] { entry.isConsumed(0); }),
              QStringLiteral("bool FileEntry::isConsumed(int) -> "
                             "Indice 0 hors intervalle [0..-1]"));
 }
@@ -126,7 +127,7 @@ void FileEntryTest::settersIgnoreIndexOutOfRange()
         entry.enableUptakeFlag(i);
     entry.disableUptakeFlag(index);
     QVERIFY(entry.allConsumed());
-    QVERIFY(!thrownDetail([&] { entry.isConsumed(3); }).isNull());
+    QVERIFY(!failureText([&] { entry.isConsumed(3); }).isNull());
 }
 
 void FileEntryTest::settersChangeOneFlag()
@@ -192,7 +193,7 @@ void FileEntryTest::appendedFlagsExtendTheRange()
     entry.appendConsumerFlag();
     QVERIFY(!entry.isConsumed(0));
     QVERIFY(!entry.allConsumed());
-    QCOMPARE(thrownDetail([&] { entry.isConsumed(1); }),
+    QCOMPARE(failureText([&] { entry.isConsumed(1); }),
              QStringLiteral("bool FileEntry::isConsumed(int) -> "
                             "Indice 1 hors intervalle [0..0]"));
 }

@@ -4,6 +4,7 @@
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
 #include "support/descriptorlimit.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/FilesQueue.h>
@@ -15,6 +16,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
 
@@ -30,7 +32,7 @@ QString invalidDirectory(const QString& path)
 QString constructionFailure(const QString& path, const QList<ConsumerEntry>& consumers = {},
                             bool keep = true)
 {
-    return thrownDetail([&] { const FilesQueue queue(path, consumers, keep, 0); });
+    return failureText([&] { const FilesQueue queue(path, consumers, keep, 0); });
 }
 
 QList<ConsumerEntry> entriesOf(const QStringList& ids)
@@ -41,7 +43,7 @@ QList<ConsumerEntry> entriesOf(const QStringList& ids)
     return entries;
 }
 
-/// Everything that a queue announces, in order, with what it had traced until then.
+/// One announcement of a queue, and what the queue had traced until then.
 struct Update {
     QList<QString> appended;
     QList<QString> deleted;
@@ -49,7 +51,7 @@ struct Update {
     int sizeThen;
 };
 
-/// A child's expectation; the failed one is on its standard error.
+/// An expectation in a child. The child prints a failed one on its standard error.
 bool expect(bool condition, const char* text)
 {
     if (!condition)
@@ -100,7 +102,7 @@ int childIgnoresWhatItMayNotUse()
     EXPECT(queuedNames(queue, {"both", "late"}) == QStringList({"both", "late"}));
     EXPECT(traces.take() == QStringList({listingTrace(2), summaryTrace(1, 0, 0, 2)}));
 
-    // A file that loses a permission counts as gone, and as new when it has it again.
+    // A file that loses a permission counts as gone. If it gets it back, it counts as new.
     EXPECT(directory.setMode("both", 0400));
     queue.onDirectoryChanged();
     EXPECT(queuedNames(queue, {"both", "late"}) == QStringList("late"));
@@ -123,7 +125,7 @@ int childPurgesWhatItMayUse()
     return 0;
 }
 
-/// In a sticky directory of somebody else, files that may be written may not be deleted.
+/// In another user's sticky directory, a file may be writable and still not be deleted.
 int childPurgeFailure()
 {
     if (geteuid() != 0)
@@ -156,7 +158,7 @@ int childDeletionFailure()
     queue.onConsumed("c", "a");
     traces.take();
 
-    // The file stays, its entry goes: the next re-scan takes the file for a new one.
+    // The file stays and its entry goes: the next re-scan takes the file for a new one.
     EXPECT(directory.setOwnMode(0500));
     queue.onDirectoryChanged();
     const bool stayed = directory.exists("a");
@@ -175,7 +177,7 @@ int childDeletionFailure()
     return 0;
 }
 
-/// A consumed file is deleted even when the listing does not show it any more.
+/// A consumed file is deleted even if the listing no longer shows it.
 int childConsumedFileWithoutPermission()
 {
     TraceLog traces;
@@ -211,12 +213,16 @@ int childMain(const QStringList& arguments)
     return 2;
 }
 
-/// What the requirements say a queue does, in the plainest form.
+/// What a queue has to do, in its simplest form.
 class QueueModel {
 public:
+    /// The files on disk: a number for each name. A replaced file has another number.
+    using Files = QMap<QString, int>;
+
     struct Entry {
         QString name;
         QList<bool> flags;
+        int file = 0;
     };
     struct Rescan {
         QStringList appended;
@@ -236,30 +242,32 @@ public:
     }
     void consume(int consumer, int position) { _entries[position].flags[consumer] = true; }
 
-    /// `files`: what is on disk, which loses the consumed ones.
-    Rescan rescan(QStringList& files)
+    /// Removes the consumed files from `files`.
+    Rescan rescan(Files& files)
     {
         Rescan result;
-        files.sort();
-        for (const QString& file : std::as_const(files)) {
-            const auto isFile = [&](const Entry& entry) { return entry.name == file; };
-            if (std::none_of(_entries.cbegin(), _entries.cend(), isFile)) {
-                _entries.append({file, QList<bool>(_consumers, false)});
-                result.appended.append(file);
-            }
-        }
         QList<Entry> staying;
-        for (const Entry& entry : std::as_const(_entries)) {
+        for (Entry& entry : _entries) {
             const bool vanished = !files.contains(entry.name);
             const bool consumed = _consumers > 0 && !entry.flags.contains(false);
             if (vanished)
                 result.deleted.append(entry.name);
             if (consumed) {
                 ++result.consumed;
-                files.removeAll(entry.name);
+                if (files.value(entry.name) == entry.file)
+                    files.remove(entry.name);
             }
-            if (!vanished && !consumed)
+            if (!vanished && !consumed) {
+                entry.file = files.value(entry.name);
                 staying.append(entry);
+            }
+        }
+        for (auto file = files.cbegin(); file != files.cend(); ++file) {
+            const auto isFile = [&](const Entry& entry) { return entry.name == file.key(); };
+            if (std::none_of(staying.cbegin(), staying.cend(), isFile)) {
+                staying.append({file.key(), QList<bool>(_consumers, false), file.value()});
+                result.appended.append(file.key());
+            }
         }
         _entries = staying;
         return result;
@@ -614,7 +622,7 @@ void FilesQueueTest::keptFilesBecomeEntriesInNameOrder()
         const FileEntry* const entry = queue.entryFromFileName(name);
         QVERIFY(!entry->isConsumed(0));
         QVERIFY(!entry->isConsumed(1));
-        QVERIFY(!thrownDetail([&] { entry->isConsumed(2); }).isNull());
+        QVERIFY(!failureText([&] { entry->isConsumed(2); }).isNull());
     }
     QCOMPARE(directory.names().size(), 9);
 }
@@ -865,7 +873,7 @@ void FilesQueueTest::everyKindOfDirectoryEntry()
     QVERIFY(directory.makeLink("link.loop", "link.loop"));
     queue.onDirectoryChanged();
 
-    // A fifo is never listed; a link to one is listed, and refused.
+    // A fifo is never listed. A link to a fifo is listed and then refused.
     QCOMPARE(queuedNames(queue, {"empty", "file", "link.file", "link.hidden"}),
              QStringList({"empty", "file", "link.file", "link.hidden"}));
     QCOMPARE(traces.texts(),
@@ -1166,7 +1174,7 @@ void FilesQueueTest::consumedFileGoesAtTheNextRescan()
     QCOMPARE(traces.take(), QStringList({listingTrace(2), summaryTrace(0, 0, 1, 1)}));
     QCOMPARE(queuedNames(queue, {"b"}), QStringList("b"));
     QCOMPARE(directory.names(), QStringList("b"));
-    QVERIFY(!thrownDetail([&] { queue.isConsumedFromAll("a"); }).isNull());
+    QVERIFY(!failureText([&] { queue.isConsumedFromAll("a"); }).isNull());
 }
 
 void FilesQueueTest::consumedFilesAreNotAnnounced()
@@ -1254,7 +1262,7 @@ void FilesQueueTest::consumedFileReplacedByDanglingLinkIsDropped()
     QVERIFY(directory.makeLink("a", "nowhere"));
     queue.onDirectoryChanged();
     QCOMPARE(queue.size(), 0);
-    // Only a file that exists is deleted, and the target of this link does not.
+    // Only a file that exists is deleted. The target of this link does not exist.
     QCOMPARE(directory.names(), QStringList("a"));
 }
 
@@ -1388,7 +1396,7 @@ void FilesQueueTest::slotThatThrowsLeavesTheQueueUsable()
     const QMetaObject::Connection connection =
         connect(&queue, &FilesQueue::queueUpdated, &queue, [] { throw Exception("slot"); });
     QVERIFY(directory.create("a"));
-    QCOMPARE(thrownDetail([&] { queue.onDirectoryChanged(); }), QStringLiteral("slot"));
+    QCOMPARE(failureText([&] { queue.onDirectoryChanged(); }), QStringLiteral("slot"));
     QVERIFY(disconnect(connection));
 
     ConsumerAncestor consumer("c");
@@ -1455,21 +1463,34 @@ void FilesQueueTest::followsTheModel()
     const QueueDirectory directory;
     FilesQueue queue(directory.path(), {}, true, 0);
     QueueModel model(0);
-    QStringList files;
+    QueueModel::Files files;
+    int lastFile = 0;
     std::vector<std::unique_ptr<ConsumerAncestor>> consumers;
     const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
 
+    // Removed files are kept elsewhere, so that their inode numbers are not used again.
+    const QueueDirectory removed(QString(), QFileInfo(directory.path()).path());
+    const auto moveAway = [&](const QString& name) {
+        const QString target = removed.filePath(QString::number(files.value(name)));
+        QVERIFY(QFile::rename(directory.filePath(name), target));
+    };
     const auto addFile = [&] {
         const QString name = QStringLiteral("f%1").arg(random.bounded(40));
         if (!files.contains(name)) {
             QVERIFY(directory.create(name));
-            files.append(name);
+            files.insert(name, ++lastFile);
         }
     };
-    const auto removeFile = [&] {
+    const auto removeFile = [&](bool isReplaced) {
         if (files.isEmpty())
             return;
-        QVERIFY(directory.remove(files.takeAt(random.bounded(int(files.size())))));
+        const QString name = files.keys().at(random.bounded(int(files.size())));
+        moveAway(name);
+        files.remove(name);
+        if (isReplaced) {
+            QVERIFY(directory.deliver(name));
+            files.insert(name, ++lastFile);
+        }
     };
     const auto consume = [&] {
         if (consumers.empty() || model.entries().isEmpty())
@@ -1510,7 +1531,7 @@ void FilesQueueTest::followsTheModel()
         if (dice < 30)
             addFile();
         else if (dice < 40)
-            removeFile();
+            removeFile(dice < 35);
         else if (dice < 84)
             consume();
         else if (dice < 85)
@@ -1527,8 +1548,7 @@ void FilesQueueTest::followsTheModel()
             QCOMPARE(queue.isConsumedFromAll(entry.name), !entry.flags.contains(false));
         }
     }
-    files.sort();
-    QCOMPARE(directory.names(), files);
+    QCOMPARE(directory.names(), QStringList(files.keys()));
 }
 
 KEZ_TEST_MAIN_WITH_CHILDREN(FilesQueueTest, childMain)

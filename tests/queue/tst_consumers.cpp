@@ -3,6 +3,7 @@
 
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/ConsumerAncestor.h>
@@ -13,6 +14,9 @@
 #include <QThread>
 
 #include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <type_traits>
 
 static_assert(std::is_base_of_v<QObject, ConsumerAncestor>);
@@ -45,7 +49,7 @@ QString unknownFile(const QString& fileName)
     return "Le fichier [" + fileName + "] n'existe pas dans la file d'attente";
 }
 
-/// A consumer as an application writes it: it handles every file that it is told of.
+/// A consumer as an application writes it. It handles every file that the queue names.
 class DiligentConsumer : public ConsumerAncestor {
 public:
     using ConsumerAncestor::ConsumerAncestor;
@@ -75,7 +79,30 @@ private:
     QStringList _handled;
 };
 
-/// Lets exceptions that leave an event be seen, as an application may.
+/// A consumer whose memory is overwritten when it is destroyed, so that a later use of it fails.
+class DoomedConsumer {
+public:
+    explicit DoomedConsumer(const QString& id) : _consumer(new (_memory) ConsumerAncestor(id)) {}
+    ~DoomedConsumer() { destroy(); }
+    DoomedConsumer(const DoomedConsumer&) = delete;
+    DoomedConsumer& operator=(const DoomedConsumer&) = delete;
+
+    ConsumerAncestor* get() const { return _consumer; }
+    void destroy()
+    {
+        if (!_consumer)
+            return;
+        _consumer->~ConsumerAncestor();
+        _consumer = nullptr;
+        std::memset(_memory, 0x5a, sizeof _memory);
+    }
+
+private:
+    alignas(ConsumerAncestor) unsigned char _memory[sizeof(ConsumerAncestor)];
+    ConsumerAncestor* _consumer;
+};
+
+/// Prints the exceptions that reach the event loop, as an application may do.
 class CatchingApplication : public QCoreApplication {
 public:
     using QCoreApplication::QCoreApplication;
@@ -94,7 +121,7 @@ public:
     }
 };
 
-/// Both failures, reported from a consumer in another thread: they reach the event loop.
+/// A consumer in another thread makes both failures happen. They reach the event loop.
 int childMain(const QStringList&)
 {
     int argc = 1;
@@ -171,6 +198,9 @@ private Q_SLOTS:
     void appendToQueueWithoutConsumersStartsDeletion();
     void queueDoesNotOwnItsConsumers();
     void consumerMayGoAfterTheQueue();
+    void consumerMayGoBeforeProcess_data();
+    void consumerMayGoBeforeProcess();
+    void consumerMayGoWhileProcessing();
 
     void threeConsumersEmptyTheQueue();
 };
@@ -411,7 +441,7 @@ void ConsumersTest::unknownConsumerComesBeforeUnknownFile()
     const TraceLog traces;
     const QueueDirectory directory;
     FilesQueue queue(directory.path(), {}, true, 0);
-    QCOMPARE(thrownPointerDetail([&] { queue.onConsumed("X", "absent"); }),
+    QCOMPARE(pointerFailureText([&] { queue.onConsumed("X", "absent"); }),
              ConsumedPrefix + unknownConsumer("X"));
 }
 
@@ -425,8 +455,8 @@ void ConsumersTest::reportOfDroppedFileThrowsValue()
     queue.onConsumed("c", "a");
     QVERIFY(directory.remove("b"));
     queue.onDirectoryChanged();
-    QCOMPARE(thrownDetail([&] { queue.onConsumed("c", "a"); }), ConsumedPrefix + unknownFile("a"));
-    QCOMPARE(thrownDetail([&] { queue.onConsumed("c", "b"); }), ConsumedPrefix + unknownFile("b"));
+    QCOMPARE(failureText([&] { queue.onConsumed("c", "a"); }), ConsumedPrefix + unknownFile("a"));
+    QCOMPARE(failureText([&] { queue.onConsumed("c", "b"); }), ConsumedPrefix + unknownFile("b"));
 }
 
 void ConsumersTest::reportPutsBothNamesInOnce()
@@ -473,9 +503,9 @@ void ConsumersTest::failureReachesTheEmittingCode()
     ConsumerAncestor consumer("c");
     FilesQueue queue(directory.path(), {}, true, 0);
     queue.appendConsumer(&consumer);
-    QCOMPARE(thrownPointerDetail([&] { Q_EMIT consumer.consumed("X", "a"); }),
+    QCOMPARE(pointerFailureText([&] { Q_EMIT consumer.consumed("X", "a"); }),
              ConsumedPrefix + unknownConsumer("X"));
-    QCOMPARE(thrownDetail([&] { Q_EMIT consumer.consumed("c", "a"); }),
+    QCOMPARE(failureText([&] { Q_EMIT consumer.consumed("c", "a"); }),
              ConsumedPrefix + unknownFile("a"));
 }
 
@@ -516,7 +546,7 @@ void ConsumersTest::appendIgnoresNull()
     FilesQueue queue(directory.path(), {{"c", nullptr}}, true, 0);
     queue.appendConsumer(nullptr);
     QCOMPARE(queue.index(""), -1);
-    QVERIFY(!thrownDetail([&] { queue.entryFromFileName("a")->isConsumed(1); }).isNull());
+    QVERIFY(!failureText([&] { queue.entryFromFileName("a")->isConsumed(1); }).isNull());
     queue.onConsumed("c", "a");
     QVERIFY(queue.isConsumedFromAll("a"));
 }
@@ -604,7 +634,7 @@ void ConsumersTest::appendedFilesHaveAFlagForEveryConsumer()
     const FileEntry* const entry = queue.entryFromFileName("a");
     QVERIFY(!entry->isConsumed(0));
     QVERIFY(!entry->isConsumed(1));
-    QVERIFY(!thrownDetail([&] { entry->isConsumed(2); }).isNull());
+    QVERIFY(!failureText([&] { entry->isConsumed(2); }).isNull());
 }
 
 void ConsumersTest::appendBeforeProcessConnectsTwice()
@@ -750,6 +780,58 @@ void ConsumersTest::consumerMayGoAfterTheQueue()
     Q_EMIT consumer.requestForFiles("c");
     Q_EMIT consumer.consumed("c", "a");
     QCOMPARE(traces.texts(), QStringList());
+}
+
+void ConsumersTest::consumerMayGoBeforeProcess_data()
+{
+    QTest::addColumn<bool>("isGiven");
+    QTest::newRow("given to the constructor") << true;
+    QTest::newRow("appended") << false;
+}
+
+void ConsumersTest::consumerMayGoBeforeProcess()
+{
+    QFETCH(bool, isGiven);
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    ConsumerAncestor stays("stays");
+    DoomedConsumer goes("goes");
+    QList<ConsumerEntry> given{{"stays", &stays}};
+    if (isGiven)
+        given.append({"goes", goes.get()});
+    FilesQueue queue(directory.path(), given, true, 0);
+    if (!isGiven)
+        queue.appendConsumer(goes.get());
+    goes.destroy();
+    queue.onProcess();
+
+    // It counts as a consumer that never reports.
+    QCOMPARE(queue.index("goes"), 1);
+    Q_EMIT stays.consumed("stays", "a");
+    queue.onDirectoryChanged();
+    QVERIFY(queue.entryFromFileName("a")->isConsumed(0));
+    QVERIFY(!queue.isConsumedFromAll("a"));
+    QVERIFY(directory.exists("a"));
+}
+
+void ConsumersTest::consumerMayGoWhileProcessing()
+{
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b"}));
+    ConsumerAncestor stays("stays");
+    DoomedConsumer goes("goes");
+    FilesQueue queue(directory.path(), {{"stays", &stays}, {"goes", goes.get()}}, true, 0);
+    queue.onProcess();
+    Q_EMIT goes.get()->consumed("goes", "a");
+    goes.destroy();
+    Q_EMIT stays.consumed("stays", "a");
+    Q_EMIT stays.consumed("stays", "b");
+    queue.onDirectoryChanged();
+    QCOMPARE(directory.names(), QStringList("b"));
+    queue.onProcess(); // connects the rest once more
+    QVERIFY(directory.exists("b"));
 }
 
 void ConsumersTest::threeConsumersEmptyTheQueue()

@@ -4,6 +4,7 @@
 #include "queue/queuefixture.h"
 #include "support/childprocess.h"
 #include "support/environmentguard.h"
+#include "support/failuretext.h"
 #include "support/tracelog.h"
 
 #include <kez/FilesQueue.h>
@@ -14,10 +15,11 @@
 #include <QTest>
 
 #include <cstdio>
+#include <memory>
 
 namespace {
 
-// The library takes its language when the application object is made.
+// The library reads its language when the application object is made.
 const EnvironmentGuard s_english("LANG", "en_US.UTF-8");
 
 const QString Prefix =
@@ -32,7 +34,7 @@ QString noAccess(const QString& path)
            "] is impossible or file rights are insufficient.";
 }
 
-/// `json` with "$" in place of the path of `directory`.
+/// `json`, in which "$" stands for the path `directory`.
 QJsonArray described(const QByteArray& json, const QString& directory)
 {
     const QJsonDocument document =
@@ -43,7 +45,7 @@ QJsonArray described(const QByteArray& json, const QString& directory)
 
 QString failureOf(const QJsonArray& description)
 {
-    return thrownDetail(
+    return failureText(
         [&] { const std::unique_ptr<FilesQueue> queue(FilesQueue::initFilesQueue(description)); });
 }
 

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <ctime>
 #include <fcntl.h>
+#include <functional>
 #include <limits>
 
 namespace {
@@ -78,7 +79,7 @@ Costs costsFor(int count, int rounds)
                     queue.onConsumed(consumer.id, name);
             }
         });
-        // One consumer more, so that nothing leaves yet.
+        // Another consumer, so that no file leaves yet.
         ConsumerAncestor newcomer("4");
         queue.appendConsumer(&newcomer);
         keepSmallest(costs.idleRescan, [&] { queue.onDirectoryChanged(); });
@@ -153,8 +154,9 @@ void QueueSizeTest::halfOfAManyFilesVanish()
 
 void QueueSizeTest::costGrowsWithTheNumberOfFiles()
 {
-    // Sixteen times the files cost about sixteen times as much, and 256 times as much where every
-    // file is searched for among all others. Processor time, so that a busy machine does not count.
+    // Sixteen times as many files cost about sixteen times as much. If the queue searched for each
+    // file among all others, they would cost 256 times as much. Only processor time counts, so that
+    // a busy machine makes no difference.
     constexpr double Limit = 96;
     const Costs few = costsFor(2000, 3);
     const Costs many = costsFor(32000, 1);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "queue/queuefixture.h"
+#include "support/failuretext.h"
 #include "support/messagecapture.h"
 #include "support/tracelog.h"
 
@@ -17,13 +18,16 @@
 #include <QThread>
 
 #include <atomic>
+#include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
 namespace {
 
-/// Qt hands things from thread to thread where ThreadSanitizer does not see it, since Qt itself is
-/// not built with it. What one thread gives here before, another one sees that takes after.
+/// Tells ThreadSanitizer that one thread passes data to another one: what a thread wrote before
+/// give() is visible to a thread that calls take() later. Qt does the same, but is not built with
+/// ThreadSanitizer, which therefore does not see it.
 class Handover {
 public:
     void give() { _count.fetch_add(1, std::memory_order_release); }
@@ -79,7 +83,7 @@ public:
     FilesQueue& queue() const { return *_queue; }
     QThread& thread() { return _thread; }
 
-    /// What filesNotConsumed() carries to other threads.
+    /// Covers what filesNotConsumed() carries to other threads.
     const Handover& answers() const { return _answers; }
 
     void start()
@@ -94,7 +98,9 @@ public:
         return result;
     }
 
-    /// Runs `action` in the queue's thread, after what is already posted to the queue.
+    /// Runs `action` in the queue's thread, after the events that are already posted to the queue.
+    /// Slots that the queue's thread runs are connected there, so that ThreadSanitizer sees the
+    /// order.
     void call(const std::function<void()>& action)
     {
         _runner->action = &action;
@@ -123,7 +129,7 @@ class RunningConsumer : public ConsumerAncestor {
 public:
     explicit RunningConsumer(const QString& id) : ConsumerAncestor(id) {}
 
-    /// Once; the consumer is registered with the queue before.
+    /// To be called once, after the consumer is registered with the queue.
     void start(RunningQueue& running)
     {
         const FilesQueue& queue = running.queue();
@@ -146,7 +152,7 @@ public:
 
     int handledCount() const { return _handledCount; }
 
-    /// For after the stop.
+    /// To be called after stop().
     const QSet<QString>& handled() const { return _handled; }
     int failures() const { return _failures; }
 
@@ -179,7 +185,7 @@ private:
     QThread _thread;
 };
 
-/// The queries of a queue, from the thread that this object lives in.
+/// Asks a queue everything, from the thread that this object lives in.
 class Inquirer : public QObject {
 public:
     Inquirer(const FilesQueue& queue, Handover& handover) : _queue(queue), _handover(handover) {}
@@ -343,7 +349,7 @@ void QueueThreadsTest::callsFromAnotherThreadAreQueued()
     QObject application;
     connect(&application, &QObject::objectNameChanged, &running.queue(), &FilesQueue::onQuit);
 
-    // While the queue's thread is busy, nothing happens.
+    // Nothing happens while the queue's thread is busy.
     QSemaphore busy;
     QMetaObject::invokeMethod(&running.queue(), [&] { busy.acquire(); });
     traces.take();
@@ -372,12 +378,14 @@ void QueueThreadsTest::slotsRunInTheQueuesThread()
     running.queue().appendConsumer(&consumer);
     std::atomic<QThread*> answering = nullptr;
     std::atomic<QThread*> announcing = nullptr;
-    connect(
-        &running.queue(), &FilesQueue::filesNotConsumed, &running.queue(),
-        [&] { answering = QThread::currentThread(); }, Qt::DirectConnection);
-    connect(
-        &running.queue(), &FilesQueue::queueUpdated, &running.queue(),
-        [&] { announcing = QThread::currentThread(); }, Qt::DirectConnection);
+    running.call([&] {
+        connect(
+            &running.queue(), &FilesQueue::filesNotConsumed, &running.queue(),
+            [&] { answering = QThread::currentThread(); }, Qt::DirectConnection);
+        connect(
+            &running.queue(), &FilesQueue::queueUpdated, &running.queue(),
+            [&] { announcing = QThread::currentThread(); }, Qt::DirectConnection);
+    });
     Q_EMIT consumer.requestForFiles("c");
     QVERIFY(directory.deliver("b"));
     QTRY_COMPARE(answering.load(), &running.thread());
@@ -462,34 +470,34 @@ void QueueThreadsTest::directSlotMayCallEverything()
     QStringList answers;
     std::atomic<int> depth = 0;
     std::atomic<bool> done = false;
-    connect(
-        &queue, &FilesQueue::filesNotConsumed, &queue,
-        [&](const QList<QString>& files) { answers = files; }, Qt::DirectConnection);
-    connect(
-        &queue, &FilesQueue::queueUpdated, &queue,
-        [&](const QList<QString>& appended) {
-            if (++depth > 1)
-                return;
-            const QString name = appended.value(0);
-            const bool isThere = queue.size() == 3 && queue.index("c") == 0 &&
-                                 queue.fileIndex(name) == 2 && queue.entryFromFileName(name) &&
-                                 queue.existsFileEntry(name) && !queue.isConsumedFromAll(name) &&
-                                 queue.path().exists() && queue.scrutationIntervall() == 0;
-            queue.onConsumed("c", "a");
-            queue.appendConsumer(&newcomer);
-            queue.appendConsumer(nullptr);
-            Q_EMIT consumer.requestForFiles("c");
-            queue.onRequestForFiles("c");
-            queue.setScrutationIntervall(60000);
-            const bool isEnabled = queue.enableScrutationMode();
-            queue.disableScrutationMode();
-            queue.onConsumed("new", "a");
-            queue.onDirectoryChanged();
-            queue.onProcess();
-            queue.onQuit();
-            done = isThere && isEnabled && !queue.existsFileEntry("a");
-        },
-        Qt::DirectConnection);
+    const auto callEverything = [&](const QList<QString>& appended) {
+        if (++depth > 1)
+            return;
+        const QString name = appended.value(0);
+        const bool isThere = queue.size() == 3 && queue.index("c") == 0 &&
+                             queue.fileIndex(name) == 2 && queue.entryFromFileName(name) &&
+                             queue.existsFileEntry(name) && !queue.isConsumedFromAll(name) &&
+                             queue.path().exists() && queue.scrutationIntervall() == 0;
+        queue.onConsumed("c", "a");
+        queue.appendConsumer(&newcomer);
+        queue.appendConsumer(nullptr);
+        Q_EMIT consumer.requestForFiles("c");
+        queue.onRequestForFiles("c");
+        queue.setScrutationIntervall(60000);
+        const bool isEnabled = queue.enableScrutationMode();
+        queue.disableScrutationMode();
+        queue.onConsumed("new", "a");
+        queue.onDirectoryChanged();
+        queue.onProcess();
+        queue.onQuit();
+        done = isThere && isEnabled && !queue.existsFileEntry("a");
+    };
+    running.call([&] {
+        connect(
+            &queue, &FilesQueue::filesNotConsumed, &queue,
+            [&](const QList<QString>& files) { answers = files; }, Qt::DirectConnection);
+        connect(&queue, &FilesQueue::queueUpdated, &queue, callEverything, Qt::DirectConnection);
+    });
     QVERIFY(directory.deliver("d"));
     QVERIFY(running.hasEnded());
     QVERIFY(done);
@@ -538,11 +546,13 @@ void QueueThreadsTest::blockingSlotInAnotherThreadMayAsk()
     Handover handover;
     Inquirer inquirer(running.queue(), handover);
     inquirer.moveToThread(&thread);
-    connect(
-        &running.queue(), &FilesQueue::queueUpdated, &running.queue(), [&] { handover.give(); },
-        Qt::DirectConnection);
-    connect(&running.queue(), &FilesQueue::queueUpdated, &inquirer, &Inquirer::inquire,
-            Qt::BlockingQueuedConnection);
+    running.call([&] {
+        connect(
+            &running.queue(), &FilesQueue::queueUpdated, &running.queue(), [&] { handover.give(); },
+            Qt::DirectConnection);
+        connect(&running.queue(), &FilesQueue::queueUpdated, &inquirer, &Inquirer::inquire,
+                Qt::BlockingQueuedConnection);
+    });
     thread.start();
     QVERIFY(directory.deliver("z"));
     QTRY_COMPARE(running.size(), 3);
@@ -619,7 +629,7 @@ void QueueThreadsTest::appendFromManyThreads()
         const FileEntry* const entry = queue.entryFromFileName(name);
         QVERIFY(entry);
         QVERIFY(!entry->isConsumed(Threads * ConsumersEach - 1));
-        QVERIFY(!thrownDetail([&] { entry->isConsumed(Threads * ConsumersEach); }).isNull());
+        QVERIFY(!failureText([&] { entry->isConsumed(Threads * ConsumersEach); }).isNull());
     }
     for (const std::unique_ptr<ConsumerAncestor>& consumer : consumers)
         queue.onConsumed(consumer->id(), "late-0");
@@ -675,7 +685,7 @@ void QueueThreadsTest::filesFlowThroughThreads()
         for (RunningConsumer* const consumer : {&first, &second, &third})
             QTRY_COMPARE_WITH_TIMEOUT(consumer->handledCount(), 400, 60000);
 
-        // What the last reports left takes one more re-scan.
+        // The files of the last reports are deleted by one more re-scan.
         for (int i = 0; i < 200 && !directory.names().isEmpty(); ++i) {
             running.call([] {});
             directory.create(".nudge");

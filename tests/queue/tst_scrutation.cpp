@@ -46,7 +46,7 @@ private Q_SLOTS:
     void largestInterval();
     void everyTickIsARescan();
     void stoppedTimerDoesNotRescan();
-    void tickFindsWhatTheWatchCannot();
+    void tickFindsADirectoryThatIsMadeAgain();
     void tickDeletesConsumedFiles();
 
     void processMakesTheWatcherAndTheTimer();
@@ -108,7 +108,7 @@ void ScrutationTest::enablingAgainKeepsTheTimer()
     QCOMPARE(queue.findChildren<QTimer*>(), QList<QTimer*>({timer}));
     QVERIFY(timer->isActive());
 
-    // Still connected once: one re-scan, hence two traces, a tick.
+    // The timer is still connected once: each tick is one re-scan, which writes two traces.
     const QSignalSpy ticks(timer, &QTimer::timeout);
     QTRY_VERIFY(ticks.size() >= 2);
     queue.disableScrutationMode();
@@ -230,7 +230,7 @@ void ScrutationTest::newIntervalLeavesAStoppedTimerStopped()
     QVERIFY(!timerOf(queue)->isActive());
     QCOMPARE(timerOf(queue)->interval(), 200);
 
-    // The same when the interval 0 had stopped it.
+    // The same if the interval 0 has stopped it.
     QVERIFY(queue.enableScrutationMode());
     queue.setScrutationIntervall(0);
     queue.setScrutationIntervall(300);
@@ -330,9 +330,9 @@ void ScrutationTest::stoppedTimerDoesNotRescan()
     QCOMPARE(traces.take(), QStringList());
 }
 
-void ScrutationTest::tickFindsWhatTheWatchCannot()
+void ScrutationTest::tickFindsADirectoryThatIsMadeAgain()
 {
-    // A directory that is removed and made again has lost its watch.
+    // A directory that is removed and made again has no watch until a tick finds it.
     const TraceLog traces;
     const QueueDirectory directory;
     QVERIFY(directory.makeDirectory("queue"));
