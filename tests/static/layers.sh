@@ -30,6 +30,7 @@ table='
 2: iconfigcontroller.h config/iconfigcontroller.cpp
 2: metatypes.h reflection/metatypes.cpp
 2: xmlelement.h xml/xmlelement.cpp xml/xmltree_p.h xml/xmltree.cpp
+0: xml/prologue_p.h xml/prologue.cpp
 2: simpledom.h xml/simpledom.cpp
 2: filehelper.h text/filehelper.cpp
 3: loggerlevel.h log/loggerlevel.cpp
