@@ -232,6 +232,12 @@ private Q_SLOTS:
             QCOMPARE(SimpleDom(QString::fromLatin1(xml)).toString(true), expected);
     }
 
+    void indentedTextIsReadWithItsBlanks()
+    {
+        const QString indented = SimpleDom(QStringLiteral("<a>text</a>")).toString(true);
+        QCOMPARE(SimpleDom(indented).root()->innerText(), QStringLiteral("\n    text\n"));
+    }
+
     void everyElementReadHasADictionary()
     {
         const SimpleDom dom(QStringLiteral("<a><b/></a>"));
