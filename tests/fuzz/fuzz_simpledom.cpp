@@ -6,6 +6,9 @@
 #include <kez/exception.h>
 #include <kez/simpledom.h>
 
+#include <QXmlStreamReader>
+
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -50,6 +53,30 @@ void checkTree(std::shared_ptr<XmlElement> root)
     }
 }
 
+/// A reader without device takes the same documents as a file. It sees no character that is cut at
+/// the end, and the encoding of what is added later is that of the document: only ASCII counts.
+void checkReader(const QByteArray& bytes, const SimpleDom* fromFile)
+{
+    QXmlStreamReader reader(bytes);
+    SimpleDom dom(QStringLiteral("<x/>"));
+    bool isRead = true;
+    try {
+        dom.readDom(reader);
+    } catch (const Exception&) {
+        isRead = false;
+    }
+    const bool isAscii =
+        std::all_of(bytes.begin(), bytes.end(), [](char byte) { return byte > 0; });
+    if (!isAscii || bytes.contains("encoding"))
+        return;
+    require(isRead == (fromFile != nullptr), "a reader takes what a file may hold");
+    if (!isRead || dom.root())
+        return;
+    reader.addData(QByteArray("<end/>"));
+    dom.readDom(reader);
+    require(dom.toString(false) == QStringLiteral("<end/>"), "more can be added to a prologue");
+}
+
 } // namespace
 
 /// Any bytes in a file, and any text, give a tree whose elements outlive the document, or a
@@ -62,6 +89,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(file.open(QIODevice::ReadOnly), "the input can be read");
     auto fromFile = readDocument(&file);
     require(file.isOpen() && !file.isTransactionStarted(), "the file is left alone");
+
+    checkReader(bytes, fromFile.get());
 
     QString firstName;
     if (fromFile) {

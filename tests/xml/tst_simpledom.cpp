@@ -155,7 +155,7 @@ void checkFewBytes(const QByteArray& bytes, QFile& file)
         QXmlStreamReader reader(&file);
         SimpleDom(QStringLiteral("<x/>")).readDom(reader);
     });
-    if (isMark) // UTF-16: without device it counts as markup
+    if (isMark) // of UTF-16: without device it counts as markup
         return;
     check("bytes", [&] {
         QXmlStreamReader reader(bytes);
@@ -230,6 +230,12 @@ private Q_SLOTS:
              {"<root><item b=\"2\" a=\"1\">Hello</item><end/></root>",
               "<root>\n<item\n b='2'   a='1'>Hello</item>\n\n\t<end />   </root>"})
             QCOMPARE(SimpleDom(QString::fromLatin1(xml)).toString(true), expected);
+    }
+
+    void indentedTextIsReadWithItsBlanks()
+    {
+        const QString indented = SimpleDom(QStringLiteral("<a>text</a>")).toString(true);
+        QCOMPARE(SimpleDom(indented).root()->innerText(), QStringLiteral("\n    text\n"));
     }
 
     void everyElementReadHasADictionary()
@@ -433,6 +439,10 @@ private Q_SLOTS:
         QTest::newRow("a declaration") << Declaration.toLatin1();
         QTest::newRow("a declaration and a line feed") << Declaration.toLatin1() + '\n';
         QTest::newRow("a declaration and blanks") << Declaration.toLatin1() + " \r\n\t";
+        QTest::newRow("a declaration of several lines and blanks")
+            << QByteArray("<?xml\nversion = '1.0'\n standalone='yes'\n?> \n\n  ");
+        QTest::newRow("a declaration with all parts and a blank")
+            << QByteArray("<?xml version='1.0' encoding='utf-8' standalone='no'?> ");
     }
     void readerWithoutDeviceIsLeftAtItsEnd()
     {
@@ -445,8 +455,13 @@ private Q_SLOTS:
             readersError(untouched);
             QCOMPARE(reader.tokenType(), untouched.tokenType());
             QCOMPARE(reader.error(), untouched.error());
+            QCOMPARE(reader.errorString(), untouched.errorString());
             QCOMPARE(reader.lineNumber(), untouched.lineNumber());
+            QCOMPARE(reader.columnNumber(), untouched.columnNumber());
+            QCOMPARE(reader.characterOffset(), untouched.characterOffset());
+            QCOMPARE(reader.isStandaloneDocument(), untouched.isStandaloneDocument());
             QCOMPARE(reader.namespaceProcessing(), untouched.namespaceProcessing());
+            QVERIFY(reader.atEnd());
             reader.addData(more);
             dom.readDom(reader);
             QCOMPARE(dom.toString(false), QStringLiteral("<a><b/></a>"));
@@ -463,17 +478,21 @@ private Q_SLOTS:
         check(ofText, sameText, more);
     }
 
-    void declarationLeavesAReaderWithoutDeviceUntouched()
+    void readerWithoutDeviceKeepsItsEncoding()
     {
-        for (const QString& end : {QString(), QStringLiteral("\n"), QStringLiteral("\n\n")}) {
-            QXmlStreamReader reader(Declaration + end);
-            QXmlStreamReader untouched(Declaration + end);
-            readersError(untouched);
-            SimpleDom(QStringLiteral("<x/>")).readDom(reader);
-            QCOMPARE(reader.characterOffset(), untouched.characterOffset());
-            QCOMPARE(reader.columnNumber(), untouched.columnNumber());
-            QCOMPARE(reader.lineNumber(), untouched.lineNumber());
-        }
+        const QByteArray start = "<?xml version='1.0' encoding='ISO-8859-1'?> ";
+        SimpleDom dom(QStringLiteral("<x/>"));
+        QXmlStreamReader ofBytes(start);
+        dom.readDom(ofBytes);
+        ofBytes.addData(QByteArray("<a>\xe9</a>"));
+        dom.readDom(ofBytes);
+        QCOMPARE(dom.toString(false), QStringLiteral("<a>\u00e9</a>"));
+
+        QXmlStreamReader ofText(QString::fromLatin1(start));
+        dom.readDom(ofText);
+        ofText.addData(QStringLiteral("<b>\u00e9</b>"));
+        dom.readDom(ofText);
+        QCOMPARE(dom.toString(false), QStringLiteral("<b>\u00e9</b>"));
     }
 
     void documentThatBreaksOffEarly_data()
