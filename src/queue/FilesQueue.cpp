@@ -106,7 +106,7 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
         if (!keep && file.kind != ListedFile::Kind::Unknown)
             directory->remove(file.name);
         else if (keep && file.kind == ListedFile::Kind::Regular)
-            appendFile(file.name, ListedFileIdentity(file.inode, listing->moment));
+            appendFile(file.name, directory->identify(file, *listing));
     }
 }
 

@@ -20,41 +20,61 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
+/// `moment` less some nanoseconds, fewer than a second has.
+constexpr Moment earlier(const Moment& moment, qint64 nanoseconds)
+{
+    return moment.second >= nanoseconds
+               ? Moment(moment.first, moment.second - nanoseconds)
+               : Moment(moment.first - 1, moment.second + 1000000000 - nanoseconds);
+}
+
+/// The clock that gives births and times of change moves in ticks, of up to 10 ms. Two moments that
+/// are closer than this may be in the wrong order.
+constexpr qint64 ClockDoubt = 20000000; // nanoseconds
+
 /// What a queue remembers of the file that a listing showed, to tell later whether a name still
-/// belongs to that file. It takes no system call: a listing shows inode numbers, but no births.
+/// belongs to that file.
 ///
-/// A file system may show other numbers in a listing than statx() tells, and a birth may lie in the
-/// future (if the clock was set back). The queue then takes a file for another one, once: the file
-/// enters again, with what statx() told of it, which decides from then on. In the worst case every
-/// file of such a file system is handled twice. No file stays for ever.
+/// A listing shows inode numbers, but no births. In a directory that has been left alone for a
+/// while this is enough: a file that comes later is born later. In one that has just changed, the
+/// queue asks for the exact identity of each new file.
 ///
-/// Two files of one inode number are not told apart if the file system keeps no births, or if the
-/// second is born in the same tick of the clock in which the first was listed.
+/// A file system may show other inode numbers in a listing than statx() tells, and a birth may lie
+/// in the future (if the clock was set back). The queue may then take a file for another one, once:
+/// the file enters again, with its exact identity. In the worst case such a file is handled twice.
+/// No file stays for ever.
+///
+/// Two files of one inode number are not told apart if the file system keeps no births, or gives
+/// both the same one.
 class ListedFileIdentity {
 public:
-    ListedFileIdentity(quint64 inode, const Moment& listed) : _inode(inode), _listed(listed) {}
+    ListedFileIdentity(quint64 inode, const Moment& listed,
+                       const std::optional<FileIdentity>& exact = std::nullopt)
+        : _inode(inode), _listed(listed), _exact(exact)
+    {}
 
-    /// A later listing shows the name. From now on this is about that file, even if it is another
-    /// one.
+    /// Whether a later listing with this inode number for the name shows another file. Numbers that
+    /// differ from those of statx() say nothing.
+    bool isReplacedBy(quint64 inode) const
+    {
+        return inode != _inode && (!_exact || _exact->inode == _inode);
+    }
+
+    /// A later listing shows the name. From now on this is about the file that has it then.
     void showAgain(quint64 inode, const Moment& listed)
     {
-        const bool isAnotherFile = _exact && _exact->inode == _inode && _inode != inode;
-        if (isAnotherFile)
-            _exact.reset();
         _inode = inode;
         _listed = listed;
     }
-
-    /// The file was `file` when it entered the queue.
-    void setExact(const FileIdentity& file) { _exact = file; }
 
     bool isOf(const FileIdentity& file) const
     {
         if (_exact == file)
             return true;
-        if (_inode != UnknownInode && _inode != file.inode)
+        const quint64 inode = _exact ? _exact->inode : _inode;
+        if (inode != UnknownInode && inode != file.inode)
             return false;
-        return !file.birth || *file.birth <= _listed;
+        return !file.birth || *file.birth < earlier(_listed, ClockDoubt);
     }
 
 private:

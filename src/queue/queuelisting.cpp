@@ -94,19 +94,26 @@ std::optional<ListedFile> listedFile(int directory, const dirent& entry)
     return ListedFile{std::move(name), entry.d_ino, *kind};
 }
 
-/// A moment that is not before the birth of any file in the directory.
+Moment now()
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return {time.tv_sec, time.tv_nsec};
+}
+
+/// Notes when a directory was read, between `start` and now.
 ///
 /// The clock that gives births may be some milliseconds behind this one. In a network file system
 /// the server's clock gives them, and the time of the directory's last change too.
-Moment momentOf(int directory)
+void noteMoment(int directory, const Moment& start, QueueListing& listing)
 {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    Moment moment(now.tv_sec, now.tv_nsec);
+    listing.moment = now();
     struct stat status {};
-    if (fstat(directory, &status) == 0)
-        moment = std::max(moment, Moment(status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
-    return moment;
+    if (fstat(directory, &status) != 0)
+        return;
+    const Moment lastChange(status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
+    listing.moment = std::max(listing.moment, lastChange);
+    listing.isSettled = lastChange < earlier(start, ClockDoubt);
 }
 
 std::optional<DirectoryIdentity> identityIn(const struct stat& status)
@@ -184,6 +191,7 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
     QueueListing listing;
     if (!_stream)
         return listing;
+    const Moment start = now();
     errno = 0;
     while (const dirent* const entry = readdir(_stream.get())) {
         if (auto file = listedFile(descriptor(), *entry))
@@ -194,7 +202,7 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
         return std::nullopt;
     // Taken after the reading: a file that came meanwhile is not born later. Nothing is lost by it,
     // since the last report of a listed file comes later still.
-    listing.moment = momentOf(descriptor());
+    noteMoment(descriptor(), start, listing);
     std::sort(listing.files.begin(), listing.files.end(),
               [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
     // A name may be read twice if it is renamed while the directory is read.
@@ -210,27 +218,41 @@ void OpenQueueDirectory::remove(const QString& name) const
     unlinkat(descriptor(), systemName(name).constData(), 0);
 }
 
+ListedFileIdentity OpenQueueDirectory::identify(const ListedFile& file,
+                                                const QueueListing& listing) const
+{
+    if (listing.isSettled)
+        return {file.inode, listing.moment};
+    return {file.inode, listing.moment, identityOf(systemName(file.name))};
+}
+
 std::optional<FileIdentity> OpenQueueDirectory::removeKnown(const QString& name,
                                                             const ListedFileIdentity& known) const
 {
     const QByteArray path = systemName(name);
-    struct statx status {};
-    if (statx(descriptor(), path.constData(), AT_SYMLINK_NOFOLLOW,
-              STATX_TYPE | STATX_INO | STATX_BTIME, &status) != 0)
-        return std::nullopt;
-    // A link to nothing counts as a file that does not exist.
-    if (S_ISLNK(status.stx_mode) && faccessat(descriptor(), path.constData(), F_OK, 0) != 0)
-        return std::nullopt;
-    const FileIdentity found = identityIn(status);
-    if (!known.isOf(found))
+    const std::optional<FileIdentity> found = identityOf(path);
+    if (found && !known.isOf(*found))
         return found;
-    unlinkat(descriptor(), path.constData(), 0);
+    if (found)
+        unlinkat(descriptor(), path.constData(), 0);
     return std::nullopt;
 }
 
 int OpenQueueDirectory::descriptor() const
 {
     return _stream ? dirfd(_stream.get()) : AT_FDCWD;
+}
+
+/// Nothing if the file does not exist, as a link to nothing does not.
+std::optional<FileIdentity> OpenQueueDirectory::identityOf(const QByteArray& path) const
+{
+    struct statx status {};
+    if (statx(descriptor(), path.constData(), AT_SYMLINK_NOFOLLOW,
+              STATX_TYPE | STATX_INO | STATX_BTIME, &status) != 0)
+        return std::nullopt;
+    if (S_ISLNK(status.stx_mode) && faccessat(descriptor(), path.constData(), F_OK, 0) != 0)
+        return std::nullopt;
+    return identityIn(status);
 }
 
 /// The name, relative to the descriptor; the path if the directory may be entered but not read.

@@ -32,6 +32,10 @@ struct QueueListing {
     QList<ListedFile> files;
     Moment moment; ///< not before the birth of any of the files
 
+    /// Whether the directory had been left alone for so long that every file in it was certainly
+    /// born before `moment` less ClockDoubt.
+    bool isSettled = false;
+
     /// The number of files without those of unknown kind.
     qsizetype count() const;
 };
@@ -67,6 +71,9 @@ public:
     /// re-scan; this takes one call. Nothing if the reading fails. To be called once.
     std::optional<QueueListing> list() const;
 
+    /// What to remember of a file that `listing` shows.
+    ListedFileIdentity identify(const ListedFile& file, const QueueListing& listing) const;
+
     /// Deletes a file, whatever it is.
     void remove(const QString& name) const;
 
@@ -79,6 +86,7 @@ private:
     explicit OpenQueueDirectory(const QString& path);
 
     int descriptor() const;
+    std::optional<FileIdentity> identityOf(const QByteArray& path) const;
     QByteArray systemName(const QString& name) const;
 
     QByteArray _path;

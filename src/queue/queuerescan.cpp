@@ -35,8 +35,13 @@ void FilesQueue::Rescan::matchListing()
             continue;
         const auto index = static_cast<size_t>(position);
         _findings[index].isListed = true;
-        if (!_findings[index].isConsumed)
-            _queue._identities[index].showAgain(file.inode, _listing.moment);
+        if (_findings[index].isConsumed)
+            continue;
+        ListedFileIdentity& identity = _queue._identities[index];
+        if (identity.isReplacedBy(file.inode))
+            identity = _directory.identify(file, _listing);
+        else
+            identity.showAgain(file.inode, _listing.moment);
     }
 }
 
@@ -85,10 +90,10 @@ void FilesQueue::Rescan::appendFiles()
         const bool isNew = previous < 0 || _successors.contains(previous);
         if (!isNew || file.kind != ListedFile::Kind::Regular)
             continue;
-        ListedFileIdentity identity(file.inode, _listing.moment);
-        if (previous >= 0)
-            identity.setExact(_successors.value(previous));
-        _queue.appendFile(file.name, identity);
+        _queue.appendFile(file.name, previous < 0
+                                         ? _directory.identify(file, _listing)
+                                         : ListedFileIdentity(file.inode, _listing.moment,
+                                                              _successors.value(previous)));
         _changes.appended.append(file.name);
     }
 }

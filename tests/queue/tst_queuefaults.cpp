@@ -20,6 +20,7 @@ namespace {
 
 const QList<ConsumerEntry> OneConsumer{{"c", nullptr}};
 constexpr std::int64_t Second = 1000000000;
+constexpr std::int64_t ClockDoubt = 20000000;
 
 struct FaultGuard {
     FaultGuard() = default;
@@ -38,6 +39,12 @@ void setBirth(struct statx& status, std::int64_t nanoseconds)
     status.stx_mask |= STATX_BTIME;
     status.stx_btime.tv_sec = nanoseconds / Second;
     status.stx_btime.tv_nsec = static_cast<std::uint32_t>(nanoseconds % Second);
+}
+
+/// Makes the directory one that has been left alone for a second.
+void settle()
+{
+    QueueFaults::clock = nanosecondsNow() + Second;
 }
 
 /// Re-scans; whether the consumed file stayed on disk and entered the queue again, as announced.
@@ -80,20 +87,24 @@ private Q_SLOTS:
     void secondProcessTriesARefusedWatchAgain();
 
     void bornAfterTheListingIsAnotherFile();
-    void bornAtTheMomentOfTheListingIsTheSame_data();
-    void bornAtTheMomentOfTheListingIsTheSame();
+    void birthDecidesInASettledDirectory_data();
+    void birthDecidesInASettledDirectory();
+    void exactBirthDecidesInADirectoryThatHasJustChanged_data();
+    void exactBirthDecidesInADirectoryThatHasJustChanged();
     void bornDuringTheListingIsTheSame();
     void withoutBirthTimesTheInodeCounts();
     void fileServersClockMayBeAhead();
     void birthInTheFutureCountsOnce();
     void otherInodesInListingsCountOnce_data();
     void otherInodesInListingsCountOnce();
+    void otherInodesInListingsDoNotCountForANewFile();
     void unknownInodesInListingsDoNotCount();
     void fileReplacedAfterTheListingIsNew();
     void fileRemovedAfterTheListingIsDropped();
     void fileThatEnteredAgainMayBeReplaced();
 
     void knownFilesCostOneCallEach();
+    void newFilesCostOneCallMoreIfTheDirectoryHasJustChanged();
     void consumedFilesCostOneCallMore();
 };
 
@@ -302,18 +313,18 @@ void QueueFaultsTest::bornAfterTheListingIsAnotherFile()
     QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
 }
 
-void QueueFaultsTest::bornAtTheMomentOfTheListingIsTheSame_data()
+void QueueFaultsTest::birthDecidesInASettledDirectory_data()
 {
     QTest::addColumn<qint64>("later");
     QTest::addColumn<bool>("isSame");
-    QTest::newRow("long before") << qint64(-3600 * Second) << true;
-    QTest::newRow("just before") << qint64(-1) << true;
-    QTest::newRow("at the moment") << qint64(0) << true;
-    QTest::newRow("just after") << qint64(1) << false;
+    QTest::newRow("long before the listing") << qint64(-3600 * Second) << true;
+    QTest::newRow("before the doubt") << qint64(-ClockDoubt - 1) << true;
+    QTest::newRow("within the doubt") << qint64(-ClockDoubt) << false;
+    QTest::newRow("at the moment of the listing") << qint64(0) << false;
     QTest::newRow("in the next second") << qint64(Second) << false;
 }
 
-void QueueFaultsTest::bornAtTheMomentOfTheListingIsTheSame()
+void QueueFaultsTest::birthDecidesInASettledDirectory()
 {
     QFETCH(qint64, later);
     QFETCH(bool, isSame);
@@ -326,6 +337,34 @@ void QueueFaultsTest::bornAtTheMomentOfTheListingIsTheSame()
     QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
+    if (isSame)
+        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+    else
+        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged_data()
+{
+    QTest::addColumn<qint64>("later");
+    QTest::addColumn<bool>("isSame");
+    QTest::newRow("the same") << qint64(0) << true;
+    QTest::newRow("just before") << qint64(-1) << false;
+    QTest::newRow("just after") << qint64(1) << false;
+}
+
+void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
+{
+    QFETCH(qint64, later);
+    QFETCH(bool, isSame);
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    std::int64_t birth = nanosecondsNow();
+    QueueFaults::status = [&birth](const char*, struct statx& status) { setBirth(status, birth); };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    birth += later;
     if (isSame)
         QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
     else
@@ -392,6 +431,7 @@ void QueueFaultsTest::birthInTheFutureCountsOnce()
     const TraceLog traces;
     const QueueDirectory directory;
     QVERIFY(directory.create("a"));
+    settle();
     const std::int64_t birth = nanosecondsNow() + 86400 * Second;
     QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
@@ -420,10 +460,25 @@ void QueueFaultsTest::otherInodesInListingsCountOnce()
     QueueFaults::listedInode = [&](const char*, std::uint64_t inode) {
         return isConstant ? inode ^ 0x5555U : ++number;
     };
+    settle();
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onDirectoryChanged();
     queue.onConsumed("c", "a");
     QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::otherInodesInListingsDoNotCountForANewFile()
+{
+    const FaultGuard guard;
+    const TraceLog traces;
+    const QueueDirectory directory;
+    QVERIFY(directory.create("a"));
+    std::uint64_t number = 1U << 20U;
+    QueueFaults::listedInode = [&](const char*, std::uint64_t) { return ++number; };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onDirectoryChanged();
     queue.onConsumed("c", "a");
     QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
@@ -528,6 +583,28 @@ void QueueFaultsTest::knownFilesCostOneCallEach()
     QCOMPARE(QueueFaults::accessCalls, 4);
     QCOMPARE(QueueFaults::statCalls, 0);
     QCOMPARE(QueueFaults::statusCalls, 0);
+}
+
+void QueueFaultsTest::newFilesCostOneCallMoreIfTheDirectoryHasJustChanged()
+{
+    const FaultGuard guard;
+    const TraceLog traces(LoggerLevel::fatal);
+    const QueueDirectory directory;
+    QVERIFY(directory.createAll({"a", "b", "c", "d"}));
+    int filesAsked = 0; // not the directory, which has a path
+    const auto countFiles = [&](const char* path) { filesAsked += path[0] != '/'; };
+    QueueFaults::beforeStatus = countFiles;
+    const FilesQueue fresh(directory.path(), OneConsumer, true, 0);
+    QCOMPARE(filesAsked, 4);
+    QCOMPARE(QueueFaults::accessCalls, 4);
+
+    QueueFaults::reset();
+    filesAsked = 0;
+    QueueFaults::beforeStatus = countFiles;
+    settle();
+    const FilesQueue settled(directory.path(), OneConsumer, true, 0);
+    QCOMPARE(filesAsked, 0);
+    QCOMPARE(QueueFaults::accessCalls, 4);
 }
 
 void QueueFaultsTest::consumedFilesCostOneCallMore()

@@ -10,6 +10,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <tuple>
+
 #include <fcntl.h>
 
 namespace {
@@ -28,6 +30,15 @@ bool hasBirth(const QString& path)
     struct statx status {};
     return ::statx(AT_FDCWD, QFile::encodeName(path).constData(), 0, STATX_BTIME, &status) == 0 &&
            (status.stx_mask & STATX_BTIME);
+}
+
+/// Inode number and birth.
+std::tuple<quint64, qint64, quint32> identityOf(const QString& path)
+{
+    struct statx status {};
+    ::statx(AT_FDCWD, QFile::encodeName(path).constData(), AT_SYMLINK_NOFOLLOW,
+            STATX_INO | STATX_BTIME, &status);
+    return {status.stx_ino, status.stx_btime.tv_sec, status.stx_btime.tv_nsec};
 }
 
 /// What one re-scan announced and traced.
@@ -85,6 +96,7 @@ private Q_SLOTS:
     void fileRenamedOverAConsumedOneIsNew();
     void replacedFilesEnterInNameOrderWithTheOthers();
     void fileMadeAfterAConsumedOneIsNew();
+    void fileMadeAtOnceAfterAConsumedOneIsNew();
     void fileReplacedBeforeTheLastReportIsDeleted();
     void fileReplacedAgainIsNewAgain();
     void fileThatComesBackIsNew();
@@ -162,6 +174,27 @@ void ReplacedFilesTest::fileMadeAfterAConsumedOneIsNew()
     }
     if (!isReused)
         qInfo("no inode number was used again here");
+}
+
+void ReplacedFilesTest::fileMadeAtOnceAfterAConsumedOneIsNew()
+{
+    // The new file often has the inode number of the one before, and comes in the same tick of the
+    // clock. Only files that differ in one of the two can be told apart.
+    TraceLog traces(LoggerLevel::fatal);
+    const QueueDirectory directory;
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    for (int i = 0; i < 50; ++i) {
+        QVERIFY(directory.create("a"));
+        const auto first = identityOf(directory.filePath("a"));
+        queue.onDirectoryChanged();
+        queue.onConsumed("c", "a");
+        QVERIFY(directory.remove("a") && directory.create("a", "another"));
+        const bool isOther = identityOf(directory.filePath("a")) != first;
+        queue.onDirectoryChanged();
+        QVERIFY(!isOther || directory.content("a") == "another");
+        directory.remove("a");
+        queue.onDirectoryChanged();
+    }
 }
 
 void ReplacedFilesTest::fileReplacedBeforeTheLastReportIsDeleted()
