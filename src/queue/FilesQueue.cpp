@@ -88,9 +88,8 @@ private:
 
 FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
                        int interval, QObject* parent)
-    : QObject(parent), _scrutationInterval(interval)
+    : QObject(parent), _scrutationInterval(interval), _directory(resolvedDirectory(path))
 {
-    _directory = resolvedDirectory(path);
     if (!isUsableDirectory(path) || !isUsableDirectory(_directory))
         raiseInvalidDirectory(path);
     _path = QDir(path, QString(), QDir::Name, FileFilters | QDir::NoDotAndDotDot);

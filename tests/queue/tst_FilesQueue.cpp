@@ -526,9 +526,10 @@ void FilesQueueTest::filesAreThoseThatQtLists()
         {"to a link", "to a file"},   {"to closed", "closed"}};
     for (const auto& [name, target] : links)
         QVERIFY(directory.makeLink(name, target));
+    QByteArrayList notUtf8; // Qt cannot remove these
     for (const char* const name : {"invalid \xff", "cut off \xc3", "surrogate \xed\xa0\x80"}) {
-        const QByteArray path = QFile::encodeName(directory.path()) + '/' + name;
-        std::FILE* const stream = std::fopen(path.constData(), "w");
+        notUtf8.append(QFile::encodeName(directory.path()) + '/' + name);
+        std::FILE* const stream = std::fopen(notUtf8.last().constData(), "w");
         QVERIFY(stream && std::fclose(stream) == 0);
     }
 
@@ -548,6 +549,8 @@ void FilesQueueTest::filesAreThoseThatQtLists()
     QCOMPARE(log.texts(),
              QStringList({listingTrace(int(listed.size())), rejectionTrace("to a device"),
                           rejectionTrace("to a fifo"), summaryTrace(0, 0, 0, queue.size())}));
+    for (const QByteArray& path : notUtf8)
+        QCOMPARE(::unlink(path.constData()), 0);
 }
 
 void FilesQueueTest::nameThatBeginsWithAByteOrderMarkIsKept()

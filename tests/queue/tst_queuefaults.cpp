@@ -22,6 +22,7 @@ const QList<ConsumerEntry> OneConsumer{{"c", nullptr}};
 constexpr std::int64_t Second = 1000000000;
 constexpr std::int64_t ClockDoubt = 20000000;
 
+/// Ends the faults. Declared after the directory, so that they have ended when it is removed.
 struct FaultGuard {
     FaultGuard() = default;
     ~FaultGuard() { QueueFaults::reset(); }
@@ -124,9 +125,9 @@ void QueueFaultsTest::failedListingChangesNothing()
 {
     QFETCH(int, openError);
     QFETCH(int, readError);
-    const FaultGuard guard;
     TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b", "c"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -160,8 +161,8 @@ void QueueFaultsTest::failedListingRefusesTheDirectory_data()
 void QueueFaultsTest::failedListingRefusesTheDirectory()
 {
     QFETCH(int, error);
-    const FaultGuard guard;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     QueueFaults::openError = error;
     const QString failure =
@@ -184,9 +185,9 @@ void QueueFaultsTest::absentDirectoryHoldsNothing_data()
 void QueueFaultsTest::absentDirectoryHoldsNothing()
 {
     QFETCH(int, error);
-    const FaultGuard guard;
     TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -209,9 +210,9 @@ void QueueFaultsTest::fileThatCannotBeAskedForStaysAsItIs_data()
 void QueueFaultsTest::fileThatCannotBeAskedForStaysAsItIs()
 {
     QFETCH(int, error);
-    const FaultGuard guard;
     TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     FilesQueue queue(directory.path(), {{"c", nullptr}, {"d", nullptr}}, true, 0);
     queue.onConsumed("c", "a");
@@ -229,8 +230,8 @@ void QueueFaultsTest::fileThatCannotBeAskedForStaysAsItIs()
 
 void QueueFaultsTest::fileThatCannotBeAskedForIsNotPurged()
 {
-    const FaultGuard guard;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     QueueFaults::accessError = EIO;
     const FilesQueue queue(directory.path(), {}, false, 0);
@@ -240,9 +241,9 @@ void QueueFaultsTest::fileThatCannotBeAskedForIsNotPurged()
 
 void QueueFaultsTest::nameThatIsListedTwiceEntersOnce()
 {
-    const FaultGuard guard;
     TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     QueueFaults::areNamesListedTwice = true;
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
@@ -258,9 +259,9 @@ void QueueFaultsTest::nameThatIsListedTwiceEntersOnce()
 
 void QueueFaultsTest::refusedWatchIsTriedOnceADirectory()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.makeDirectory("queue"));
     FilesQueue queue(directory.filePath("queue"), {}, true, 0);
     const MessageCapture output;
@@ -283,10 +284,10 @@ void QueueFaultsTest::refusedWatchIsTriedOnceADirectory()
 
 void QueueFaultsTest::secondProcessTriesARefusedWatchAgain()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const MessageCapture output;
     const QueueDirectory directory;
+    const FaultGuard guard;
     FilesQueue queue(directory.path(), {}, true, 0);
     QueueFaults::watchError = ENOSPC;
     queue.onProcess();
@@ -298,9 +299,9 @@ void QueueFaultsTest::secondProcessTriesARefusedWatchAgain()
 
 void QueueFaultsTest::bornAfterTheListingIsAnotherFile()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -328,9 +329,9 @@ void QueueFaultsTest::birthDecidesInASettledDirectory()
 {
     QFETCH(qint64, later);
     QFETCH(bool, isSame);
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     QueueFaults::clock = (nanosecondsNow() / Second + 3600) * Second + 5;
     const std::int64_t birth = QueueFaults::clock + later;
@@ -373,9 +374,9 @@ void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
 
 void QueueFaultsTest::bornDuringTheListingIsTheSame()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     const std::int64_t start = nanosecondsNow() + 3600 * Second;
     QueueFaults::clock = start;
@@ -393,9 +394,9 @@ void QueueFaultsTest::bornDuringTheListingIsTheSame()
 
 void QueueFaultsTest::withoutBirthTimesTheInodeCounts()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -414,9 +415,9 @@ void QueueFaultsTest::withoutBirthTimesTheInodeCounts()
 void QueueFaultsTest::fileServersClockMayBeAhead()
 {
     // The server's clock gives the births and the directory's time of change.
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     QueueFaults::clock = nanosecondsNow() - 60 * Second;
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
@@ -427,9 +428,9 @@ void QueueFaultsTest::fileServersClockMayBeAhead()
 void QueueFaultsTest::birthInTheFutureCountsOnce()
 {
     // As if the clock had been set back: the birth is later than every listing.
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     settle();
     const std::int64_t birth = nanosecondsNow() + 86400 * Second;
@@ -452,9 +453,9 @@ void QueueFaultsTest::otherInodesInListingsCountOnce_data()
 void QueueFaultsTest::otherInodesInListingsCountOnce()
 {
     QFETCH(bool, isConstant);
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     std::uint64_t number = 1U << 20U;
     QueueFaults::listedInode = [&](const char*, std::uint64_t inode) {
@@ -486,9 +487,9 @@ void QueueFaultsTest::otherInodesInListingsDoNotCountForANewFile()
 
 void QueueFaultsTest::unknownInodesInListingsDoNotCount()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     QueueFaults::listedInode = [](const char*, std::uint64_t) { return 0xffffffffU; };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
@@ -504,9 +505,9 @@ void QueueFaultsTest::unknownInodesInListingsDoNotCount()
 
 void QueueFaultsTest::fileReplacedAfterTheListingIsNew()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -526,9 +527,9 @@ void QueueFaultsTest::fileReplacedAfterTheListingIsNew()
 
 void QueueFaultsTest::fileRemovedAfterTheListingIsDropped()
 {
-    const FaultGuard guard;
     TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -544,9 +545,9 @@ void QueueFaultsTest::fileRemovedAfterTheListingIsDropped()
 void QueueFaultsTest::fileThatEnteredAgainMayBeReplaced()
 {
     // The file that entered again is replaced before it is reported: the new one is deleted.
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -571,9 +572,9 @@ void QueueFaultsTest::fileThatEnteredAgainMayBeReplaced()
 
 void QueueFaultsTest::knownFilesCostOneCallEach()
 {
-    const FaultGuard guard;
     const TraceLog traces(LoggerLevel::fatal);
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b", "c", "d"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onProcess();
@@ -609,9 +610,9 @@ void QueueFaultsTest::newFilesCostOneCallMoreIfTheDirectoryHasJustChanged()
 
 void QueueFaultsTest::consumedFilesCostOneCallMore()
 {
-    const FaultGuard guard;
     const TraceLog traces(LoggerLevel::fatal);
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b", "c", "d"}));
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     for (const char* const name : {"a", "b", "c"})
