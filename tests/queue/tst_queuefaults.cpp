@@ -357,9 +357,9 @@ void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
 {
     QFETCH(qint64, later);
     QFETCH(bool, isSame);
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     std::int64_t birth = nanosecondsNow();
     QueueFaults::status = [&birth](const char*, struct statx& status) { setBirth(status, birth); };
@@ -473,9 +473,9 @@ void QueueFaultsTest::otherInodesInListingsCountOnce()
 
 void QueueFaultsTest::otherInodesInListingsDoNotCountForANewFile()
 {
-    const FaultGuard guard;
     const TraceLog traces;
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.create("a"));
     std::uint64_t number = 1U << 20U;
     QueueFaults::listedInode = [&](const char*, std::uint64_t) { return ++number; };
@@ -588,9 +588,9 @@ void QueueFaultsTest::knownFilesCostOneCallEach()
 
 void QueueFaultsTest::newFilesCostOneCallMoreIfTheDirectoryHasJustChanged()
 {
-    const FaultGuard guard;
     const TraceLog traces(LoggerLevel::fatal);
     const QueueDirectory directory;
+    const FaultGuard guard;
     QVERIFY(directory.createAll({"a", "b", "c", "d"}));
     int filesAsked = 0; // not the directory, which has a path
     const auto countFiles = [&](const char* path) { filesAsked += path[0] != '/'; };
