@@ -342,8 +342,12 @@ std::optional<FilesQueue::Changes> FilesQueue::rescan()
 std::optional<OpenQueueDirectory> FilesQueue::openWatchedDirectory()
 {
     auto directory = OpenQueueDirectory::open(_directory);
-    if (directory && watch(directory->identity()))
-        directory = OpenQueueDirectory::open(_directory);
+    if (!directory || !watch(directory->identity()))
+        return directory;
+    directory.reset(); // there may be no descriptor for a second one
+    directory = OpenQueueDirectory::open(_directory);
+    if (!directory)
+        _watched = {}; // so that the next re-scan tries again
     return directory;
 }
 
@@ -358,6 +362,7 @@ bool FilesQueue::watch(const std::optional<DirectoryIdentity>& directory)
         return false;
     _watcher->removePath(_directory);
     _watched = *directory;
+    _isWatching = false; // while a message handler may start another re-scan
     _isWatching = _watcher->addPath(_directory);
     return true;
 }

@@ -94,26 +94,18 @@ std::optional<ListedFile> listedFile(int directory, const dirent& entry)
     return ListedFile{std::move(name), entry.d_ino, *kind};
 }
 
-Moment now()
+/// The state of a directory whose reading began at `start`.
+DirectoryState stateOf(int directory, std::time_t start)
 {
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return {time.tv_sec, time.tv_nsec};
-}
-
-/// Notes when a directory was read, between `start` and now.
-///
-/// The clock that gives births may be some milliseconds behind this one. In a network file system
-/// the server's clock gives them, and the time of the directory's last change too.
-void noteMoment(int directory, const Moment& start, QueueListing& listing)
-{
-    listing.moment = now();
+    DirectoryState state;
     struct stat status {};
     if (fstat(directory, &status) != 0)
-        return;
-    const Moment lastChange(status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
-    listing.moment = std::max(listing.moment, lastChange);
-    listing.isSettled = lastChange < earlier(start, ClockDoubt);
+        return state;
+    state.device = status.st_dev;
+    // Not the time of modification, which anybody may set.
+    state.lastChange = Moment(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+    state.isSettled = status.st_ctim.tv_sec + DirectoryState::Coarseness < start;
+    return state;
 }
 
 std::optional<DirectoryIdentity> identityIn(const struct stat& status)
@@ -123,9 +115,9 @@ std::optional<DirectoryIdentity> identityIn(const struct stat& status)
     return DirectoryIdentity(status.st_dev, status.st_ino);
 }
 
-FileIdentity identityIn(const struct statx& status)
+FileIdentity identityIn(const struct statx& status, quint64 device)
 {
-    FileIdentity identity{status.stx_ino, std::nullopt};
+    FileIdentity identity{device, status.stx_ino, std::nullopt};
     if (status.stx_mask & STATX_BTIME)
         identity.birth = Moment(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
     return identity;
@@ -167,7 +159,13 @@ std::optional<DirectoryIdentity> directoryIdentity(const QString& path)
 
 OpenQueueDirectory::OpenQueueDirectory(const QString& path)
     : _path(QFile::encodeName(path)), _stream(opendir(_path.constData()), &closedir)
-{}
+{
+    const int error = errno;
+    struct stat status {};
+    if (_stream ? fstat(descriptor(), &status) == 0 : stat(_path.constData(), &status) == 0)
+        _identity = identityIn(status);
+    errno = error;
+}
 
 std::optional<OpenQueueDirectory> OpenQueueDirectory::open(const QString& path)
 {
@@ -180,10 +178,7 @@ std::optional<OpenQueueDirectory> OpenQueueDirectory::open(const QString& path)
 
 std::optional<DirectoryIdentity> OpenQueueDirectory::identity() const
 {
-    struct stat status {};
-    if (!_stream || fstat(descriptor(), &status) != 0)
-        return std::nullopt;
-    return identityIn(status);
+    return _stream ? _identity : std::nullopt;
 }
 
 std::optional<QueueListing> OpenQueueDirectory::list() const
@@ -191,7 +186,8 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
     QueueListing listing;
     if (!_stream)
         return listing;
-    const Moment start = now();
+    timespec start{};
+    clock_gettime(CLOCK_REALTIME, &start);
     errno = 0;
     while (const dirent* const entry = readdir(_stream.get())) {
         if (auto file = listedFile(descriptor(), *entry))
@@ -200,9 +196,9 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
     }
     if (errno != 0)
         return std::nullopt;
-    // Taken after the reading: a file that came meanwhile is not born later. Nothing is lost by it,
-    // since the last report of a listed file comes later still.
-    noteMoment(descriptor(), start, listing);
+    // Asked for after the reading, so that it is not older than a file that came meanwhile. This
+    // loses nothing: consumers report a file only after its listing.
+    listing.directory = stateOf(descriptor(), start.tv_sec);
     std::sort(listing.files.begin(), listing.files.end(),
               [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
     // A name may be read twice if it is renamed while the directory is read.
@@ -221,9 +217,9 @@ void OpenQueueDirectory::remove(const QString& name) const
 ListedFileIdentity OpenQueueDirectory::identify(const ListedFile& file,
                                                 const QueueListing& listing) const
 {
-    if (listing.isSettled)
-        return {file.inode, listing.moment};
-    return {file.inode, listing.moment, identityOf(systemName(file.name))};
+    if (listing.directory.isSettled)
+        return {file.inode, listing.directory};
+    return {file.inode, listing.directory, identityOf(systemName(file.name))};
 }
 
 std::optional<FileIdentity> OpenQueueDirectory::removeKnown(const QString& name,
@@ -243,7 +239,7 @@ int OpenQueueDirectory::descriptor() const
     return _stream ? dirfd(_stream.get()) : AT_FDCWD;
 }
 
-/// Nothing if the file does not exist, as a link to nothing does not.
+/// Nothing if the file, or the target of the link, does not exist.
 std::optional<FileIdentity> OpenQueueDirectory::identityOf(const QByteArray& path) const
 {
     struct statx status {};
@@ -252,7 +248,7 @@ std::optional<FileIdentity> OpenQueueDirectory::identityOf(const QByteArray& pat
         return std::nullopt;
     if (S_ISLNK(status.stx_mode) && faccessat(descriptor(), path.constData(), F_OK, 0) != 0)
         return std::nullopt;
-    return identityIn(status);
+    return identityIn(status, _identity ? _identity->first : 0);
 }
 
 /// The name, relative to the descriptor; the path if the directory may be entered but not read.

@@ -30,11 +30,7 @@ struct ListedFile {
 
 struct QueueListing {
     QList<ListedFile> files;
-    Moment moment; ///< not before the birth of any of the files
-
-    /// Whether the directory had been left alone for so long that every file in it was certainly
-    /// born before `moment` less ClockDoubt.
-    bool isSettled = false;
+    DirectoryState directory;
 
     /// The number of files without those of unknown kind.
     qsizetype count() const;
@@ -91,4 +87,5 @@ private:
 
     QByteArray _path;
     std::unique_ptr<DIR, int (*)(DIR*)> _stream;
+    std::optional<DirectoryIdentity> _identity;
 };

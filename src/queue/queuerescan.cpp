@@ -41,7 +41,7 @@ void FilesQueue::Rescan::matchListing()
         if (identity.isReplacedBy(file.inode))
             identity = _directory.identify(file, _listing);
         else
-            identity.showAgain(file.inode, _listing.moment);
+            identity.showAgain(file.inode, _listing.directory);
     }
 }
 
@@ -92,7 +92,7 @@ void FilesQueue::Rescan::appendFiles()
             continue;
         _queue.appendFile(file.name, previous < 0
                                          ? _directory.identify(file, _listing)
-                                         : ListedFileIdentity(file.inode, _listing.moment,
+                                         : ListedFileIdentity(file.inode, _listing.directory,
                                                               _successors.value(previous)));
         _changes.appended.append(file.name);
     }

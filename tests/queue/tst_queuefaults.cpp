@@ -20,7 +20,6 @@ namespace {
 
 const QList<ConsumerEntry> OneConsumer{{"c", nullptr}};
 constexpr std::int64_t Second = 1000000000;
-constexpr std::int64_t ClockDoubt = 20000000;
 
 /// Ends the faults. Declared after the directory, so that they have ended when it is removed.
 struct FaultGuard {
@@ -42,10 +41,18 @@ void setBirth(struct statx& status, std::int64_t nanoseconds)
     status.stx_btime.tv_nsec = static_cast<std::uint32_t>(nanoseconds % Second);
 }
 
-/// Makes the directory one that has been left alone for a second.
+/// Makes the directory one that has been left alone for a while.
 void settle()
 {
-    QueueFaults::clock = nanosecondsNow() + Second;
+    QueueFaults::clock = nanosecondsNow() + 10 * Second;
+}
+
+/// When a name was last added to the directory or removed from it.
+std::int64_t lastChangeOf(const QueueDirectory& directory)
+{
+    struct stat status {};
+    ::stat(QFile::encodeName(directory.path()).constData(), &status);
+    return status.st_ctim.tv_sec * Second + status.st_ctim.tv_nsec;
 }
 
 /// Re-scans; whether the consumed file stayed on disk and entered the queue again, as announced.
@@ -90,9 +97,11 @@ private Q_SLOTS:
     void bornAfterTheListingIsAnotherFile();
     void birthDecidesInASettledDirectory_data();
     void birthDecidesInASettledDirectory();
+    void fileThatTookTheNameBeforeALaterListingIsTheSame_data();
+    void fileThatTookTheNameBeforeALaterListingIsTheSame();
+    void otherDeviceIsAnotherFile();
     void exactBirthDecidesInADirectoryThatHasJustChanged_data();
     void exactBirthDecidesInADirectoryThatHasJustChanged();
-    void bornDuringTheListingIsTheSame();
     void withoutBirthTimesTheInodeCounts();
     void fileServersClockMayBeAhead();
     void birthInTheFutureCountsOnce();
@@ -318,11 +327,11 @@ void QueueFaultsTest::birthDecidesInASettledDirectory_data()
 {
     QTest::addColumn<qint64>("later");
     QTest::addColumn<bool>("isSame");
-    QTest::newRow("long before the listing") << qint64(-3600 * Second) << true;
-    QTest::newRow("before the doubt") << qint64(-ClockDoubt - 1) << true;
-    QTest::newRow("within the doubt") << qint64(-ClockDoubt) << false;
-    QTest::newRow("at the moment of the listing") << qint64(0) << false;
-    QTest::newRow("in the next second") << qint64(Second) << false;
+    QTest::newRow("long before the last change") << qint64(-3600 * Second) << true;
+    QTest::newRow("at the last change") << qint64(0) << true;
+    QTest::newRow("within a coarse time of change") << qint64(2 * Second - 1) << true;
+    QTest::newRow("after that") << qint64(2 * Second) << false;
+    QTest::newRow("after the listing") << qint64(11 * Second) << false;
 }
 
 void QueueFaultsTest::birthDecidesInASettledDirectory()
@@ -333,8 +342,8 @@ void QueueFaultsTest::birthDecidesInASettledDirectory()
     const QueueDirectory directory;
     const FaultGuard guard;
     QVERIFY(directory.create("a"));
-    QueueFaults::clock = (nanosecondsNow() / Second + 3600) * Second + 5;
-    const std::int64_t birth = QueueFaults::clock + later;
+    settle();
+    const std::int64_t birth = lastChangeOf(directory) + later;
     QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -342,6 +351,54 @@ void QueueFaultsTest::birthDecidesInASettledDirectory()
         QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
     else
         QVERIFY(isNewAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::fileThatTookTheNameBeforeALaterListingIsTheSame_data()
+{
+    QTest::addColumn<qint64>("later");
+    QTest::addColumn<bool>("isSame");
+    QTest::newRow("before the first file") << qint64(-3600 * Second) << false;
+    QTest::newRow("just before the last change") << qint64(-1) << true;
+    QTest::newRow("at the last change") << qint64(0) << false;
+    QTest::newRow("after it") << qint64(1) << false;
+}
+
+void QueueFaultsTest::fileThatTookTheNameBeforeALaterListingIsTheSame()
+{
+    // The name is given to another file with the same inode number, then the directory is listed,
+    // then the last consumer reports.
+    QFETCH(qint64, later);
+    QFETCH(bool, isSame);
+    const TraceLog traces;
+    const QueueDirectory directory;
+    const FaultGuard guard;
+    QVERIFY(directory.create("a"));
+    std::int64_t birth = lastChangeOf(directory) - Second;
+    QueueFaults::status = [&birth](const char*, struct statx& status) { setBirth(status, birth); };
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    QVERIFY(directory.create("b"));
+    birth = lastChangeOf(directory) + later;
+    queue.onDirectoryChanged();
+    queue.onConsumed("c", "a");
+    if (isSame)
+        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
+    else
+        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+}
+
+void QueueFaultsTest::otherDeviceIsAnotherFile()
+{
+    // As if another file system had been mounted: its files have the same inode numbers.
+    const TraceLog traces;
+    const QueueDirectory directory;
+    const FaultGuard guard;
+    QVERIFY(directory.create("a"));
+    FilesQueue queue(directory.path(), OneConsumer, true, 0);
+    queue.onConsumed("c", "a");
+    QueueFaults::device = 4711;
+    QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    queue.onConsumed("c", "a");
+    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
 }
 
 void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged_data()
@@ -361,7 +418,7 @@ void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
     const QueueDirectory directory;
     const FaultGuard guard;
     QVERIFY(directory.create("a"));
-    std::int64_t birth = nanosecondsNow();
+    std::int64_t birth = lastChangeOf(directory);
     QueueFaults::status = [&birth](const char*, struct statx& status) { setBirth(status, birth); };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
@@ -370,26 +427,6 @@ void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
         QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
     else
         QVERIFY(isNewAfterRescan(queue, directory, "a"));
-}
-
-void QueueFaultsTest::bornDuringTheListingIsTheSame()
-{
-    const TraceLog traces;
-    const QueueDirectory directory;
-    const FaultGuard guard;
-    QVERIFY(directory.create("a"));
-    const std::int64_t start = nanosecondsNow() + 3600 * Second;
-    QueueFaults::clock = start;
-    QueueFaults::status = [start](const char*, struct statx& status) {
-        setBirth(status, start + Second);
-    };
-    QueueFaults::listedInode = [start](const char*, std::uint64_t inode) {
-        QueueFaults::clock = start + 2 * Second;
-        return inode;
-    };
-    FilesQueue queue(directory.path(), OneConsumer, true, 0);
-    queue.onConsumed("c", "a");
-    QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
 }
 
 void QueueFaultsTest::withoutBirthTimesTheInodeCounts()

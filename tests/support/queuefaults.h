@@ -43,6 +43,9 @@ inline std::function<void(const char*, struct statx&)> status;
 /// The time of the real-time clock in nanoseconds since 1970; 0 for the true time.
 inline std::int64_t clock = 0;
 
+/// The device of open files; 0 for the true one.
+inline std::uint64_t device = 0;
+
 /// Number of calls on names.
 inline int accessCalls = 0;
 inline int statCalls = 0;
@@ -56,6 +59,7 @@ inline void reset()
     beforeStatus = nullptr;
     status = nullptr;
     clock = 0;
+    device = 0;
     accessCalls = statCalls = statusCalls = 0;
 }
 
@@ -133,6 +137,15 @@ int fstatat(int directory, const char* path, struct stat* result, int flags) noe
         QueueFaults::real<int (*)(int, const char*, struct stat*, int)>("fstatat");
     ++QueueFaults::statCalls;
     return original(directory, path, result, flags);
+}
+
+int fstat(int descriptor, struct stat* result) noexcept
+{
+    static const auto original = QueueFaults::real<int (*)(int, struct stat*)>("fstat");
+    const int status = original(descriptor, result);
+    if (status == 0 && QueueFaults::device != 0)
+        result->st_dev = QueueFaults::device;
+    return status;
 }
 
 int statx(int directory, const char* path, int flags, unsigned int mask,
