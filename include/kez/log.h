@@ -93,10 +93,11 @@ public:
                    const Properties* properties = nullptr);
     void logBanner(const QString& title, const QString& version, const QMap<QString, QString>* map);
 
-    /// Registers a logger; false when the name is empty or taken. The name is spelled so.
+    /// Registers a logger; false when the name is empty or taken. The name has three g's, kept
+    /// for compatibility.
     bool insertLoggger(const QString& name, std::shared_ptr<Logger> logger);
 
-    /// Lets go of a named logger and returns it; an empty pointer when there is none.
+    /// Removes a named logger and returns it; an empty pointer when there is none.
     std::shared_ptr<Logger> removeLogger(const QString& name);
 
 private:

@@ -39,28 +39,33 @@ class Properties;
 /// "LogRotationFailure", and all later lines go there without a marker.
 ///
 /// A ring with a gap (app-0.log, app-2.log) makes the rotation of a full ring fail. It comes from a
-/// file that was deleted from outside, or from a rotation that failed. To repair it, stop the
-/// program and rename the files so that their indexes begin at 0 and none is missing.
+/// file that was deleted from outside, or from a rotation that failed. A logger that is built then,
+/// and has to rotate at once, takes the failure's status for an index: it writes to a file with a
+/// number such as 4294967293, outside the ring. To repair a ring, stop the program and rename the
+/// files so that their indexes begin at 0 and none is missing.
 ///
 /// One ring is for one logger and its copies. Two loggers on one ring, in one process or in two,
-/// keep their lines whole, but the first rotation of one ends the file logging of the other, which
-/// finds its next file there already; in a full ring, each rotates for itself, so that files are
-/// dropped twice as fast.
+/// keep their lines whole. But when one of them rotates, the other one's next file is there
+/// already, which ends the file logging of the other one. In a full ring each of them rotates, so
+/// that files are dropped twice as fast.
 ///
 /// The logger asks for the process's limit of file size when it opens a file, and again when a
 /// write is cut short. If the limit is lowered below the file's size meanwhile, the next write
 /// raises SIGXFSZ, which ends a process that does not ignore it.
 ///
 /// *Threads*: any thread may write, change settings, close the logger and use its handles. Each
-/// waits at most 300 ms for another one: a line then goes to Qt's debug output instead of the file,
-/// and the other functions then do nothing, which they report on Qt's message output. A formatter
-/// or a message handler that uses the logger whose line it is called for does not wait: for it the
-/// same happens at once. The destructor waits for a writer without limit. The rotation functions
-/// take no lock: they are for one thread, while no other thread uses the logger.
+/// waits at most 300 ms for another one. After that a line goes to Qt's debug output instead of the
+/// file, a banner mixes with the other one, toString() shows no file, and close() and the functions
+/// of the handles do nothing; these report it on Qt's message output. A formatter or a message
+/// handler that uses the logger whose line it is called for does not wait: all this happens to it
+/// at once, except that toString() shows the file. The rotation functions take no lock: they are
+/// for one thread, while no other thread uses the logger. The factories are for one thread at a
+/// time.
 /// *Owns*: its file. The stream of duplicatedDescriptor() outlives the logger.
 /// *Fails*: the constructor and duplicateLogFile() throw Exception. A file that does not take a
-/// line throws nothing. What a formatter throws passes; any other failure while a line is written
-/// (memory exhaustion) is thrown as Exception.
+/// line throws nothing. An exception of the formatter goes on to the caller; any other failure
+/// while a line is written (memory exhaustion) is thrown as Exception. A message handler must not
+/// throw: Qt ends the process.
 class KEZ_EXPORT Logger {
 public:
     /// A logger without a file: every line goes to Qt's message output.
@@ -71,8 +76,8 @@ public:
     /// - `fileName`: directory and base name, with or without ".log". A name without "/" is in the
     ///   home directory. A relative directory is resolved here, once: the ring stays where it is
     ///   when the working directory changes.
-    /// - `maxSize`: bytes that no file reaches; 0 means 1048576. If it is smaller than the lines,
-    ///   each line begins a new file.
+    /// - `maxSize`: a file stays smaller than that many bytes; 0 means 1048576. A line that is not
+    ///   smaller itself gets a file of its own.
     /// - `kept`: number of files; 0 means 5.
     /// - `timeout`: days after which a file is left. With 0, each line begins a new file.
     /// - `lineFormatter`: null means Logger::formatter.
@@ -86,8 +91,12 @@ public:
     Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
            LoggerLevel::LogLevel filter, LogFormatter lineFormatter = nullptr);
 
-    /// Waits until no thread writes, and closes the file, unless a copy of the logger that the
-    /// facade made still uses it.
+    /// Waits, without limit, for the line that another thread is writing. Then it closes the file,
+    /// unless a copy of the logger that the facade made still uses it.
+    ///
+    /// A logger must not be destroyed by its own formatter, by a message handler that shows its
+    /// line, or during a banner. A child process that was forked while another thread wrote must
+    /// not destroy it (it leaves by _exit()): the lock stays locked there.
     ~Logger();
 
     Logger& operator=(const Logger&) = delete;
@@ -177,9 +186,9 @@ public:
     void close();
 
     /// Opens a stdio stream ("r+") on a copy of the file's descriptor, closed on exec. If there is
-    /// one already, makes it write to the current file. Does nothing without a file.
+    /// one already, makes it write to the current file. Does nothing if there is no file.
     ///
-    /// Throws Exception with the system's error text.
+    /// Throws Exception with the system's error text, also after close().
     void duplicateLogFile();
 
     /// A second handle on the log file, for code that writes through stdio. It is null until the
@@ -187,8 +196,9 @@ public:
     /// rotations: the same stream then writes to the new file. It is for writing, since each line
     /// moves the position that it would read from.
     ///
-    /// While the logger lives, only close() and closeDuplicatedHandle() may close it; afterwards
-    /// the caller does.
+    /// While the logger lives, only close() and closeDuplicatedHandle() may close it. The
+    /// destructor leaves it open: call one of the two before, or close it afterwards. A program
+    /// that makes loggers again and again runs out of descriptors otherwise.
     FILE* duplicatedDescriptor() const;
 
     /// Closes that stream. The pointer is not reset: it must not be used afterwards.
@@ -209,8 +219,8 @@ public:
     /// failure there is no current file.
     unsigned int rotation(unsigned int last);
 
-    /// The index to go on with after a start: that of the newest file. If that one is full, rotates
-    /// first and returns what rotation() returns.
+    /// The index to go on with after a start: that of the newest file, or 0 if there is none. If
+    /// the newest file is full, rotates first and returns what rotation() returns.
     unsigned int lookForLastFile();
 
 private:
@@ -222,6 +232,7 @@ private:
     KEZ_HIDDEN Logger(const Logger& other);
 
     KEZ_HIDDEN void openNewestFile();
+    [[noreturn]] KEZ_HIDDEN void raiseOpenFailure(const char* key, unsigned int index) const;
     KEZ_HIDDEN void writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line,
                                 bool isTeed);
     KEZ_HIDDEN bool appendToFile(LoggerLevel::LogLevel level, QString& line);
@@ -232,6 +243,7 @@ private:
     KEZ_HIDDEN unsigned int startRingFile(unsigned int index, std::shared_ptr<QFile> before,
                                           unsigned int statusOnFailure);
     KEZ_HIDDEN unsigned int shiftRing() const;
+    KEZ_HIDDEN unsigned int resumeIndex(unsigned int newest);
     KEZ_HIDDEN std::optional<unsigned int> newestIndex() const;
     KEZ_HIDDEN std::optional<unsigned int> newestIndexTried() const;
 

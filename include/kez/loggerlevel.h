@@ -34,6 +34,9 @@ public:
 KEZ_EXPORT QDataStream& operator<<(QDataStream& stream, LoggerLevel::LogLevel level);
 KEZ_EXPORT QDataStream& operator>>(QDataStream& stream, LoggerLevel::LogLevel& level);
 
-/// Writes one whole log line, without a line end, into `out` and drops its earlier content. It is
-/// called with the logger's lock held: it should not wait for a thread that may log.
+/// Writes one whole log line, without a line end, into `out` and drops its earlier content.
+///
+/// It is usually called with the logger's lock held, so it should not wait for a thread that may
+/// log. A line that did not get the lock is formatted without it: the function must be safe in
+/// several threads at once.
 using LogFormatter = void (*)(LoggerLevel::LogLevel level, const QString& msg, QString& out);

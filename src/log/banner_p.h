@@ -10,27 +10,36 @@
 #include <QString>
 
 #include <algorithm>
-#include <mutex>
+#include <chrono>
+#include <memory>
 
 /// Lets the lines of a banner, which are written at level info, through a logger's filter.
 ///
-/// The banners of a logger and its copies are written one after the other: of two at once, the
-/// second would restore the filter that the first one had set.
+/// The banners of a logger and its copies are written one after the other. A banner waits for
+/// another one as long as a line does for another line; then their lines mix.
 class BannerFilter {
 public:
-    explicit BannerFilter(Logger& logger)
-        : _oneAtATime(logger._spRing->banners),
-          _logger(logger),
-          _previous(logger.setFilter(LoggerLevel::info))
-    {}
-    ~BannerFilter() { _logger.setFilter(_previous); }
+    explicit BannerFilter(Logger& logger) : _logger(logger), _ring(logger._spRing)
+    {
+        // The holder of the lock must not wait: the lines of the other banner wait for it.
+        const auto limit =
+            _ring->isHeldByThisThread() ? std::chrono::milliseconds(0) : Logger::RingLock::Limit;
+        _hasTurn = _ring->banners.tryLock(static_cast<int>(limit.count()));
+        _ring->openFilter(_logger);
+    }
+    ~BannerFilter()
+    {
+        _ring->restoreFilter(_logger);
+        if (_hasTurn)
+            _ring->banners.unlock();
+    }
     BannerFilter(const BannerFilter&) = delete;
     BannerFilter& operator=(const BannerFilter&) = delete;
 
 private:
-    const std::lock_guard<std::recursive_mutex> _oneAtATime;
     Logger& _logger;
-    LoggerLevel::LogLevel _previous;
+    const std::shared_ptr<Logger::Ring> _ring;
+    bool _hasTurn = false;
 };
 
 /// Three records: the heading in its box.
@@ -47,9 +56,10 @@ inline void writeBannerBox(Logger& logger, const QString& heading)
 template <typename Pad>
 void writeBannerProperties(Logger& logger, const Properties& properties, Pad pad)
 {
+    const Dictionnary entries = *properties.toDictionnary(); // a message handler may change them
     qsizetype width = 0;
-    for (auto it = properties.keyBegin(); it != properties.keyEnd(); ++it)
+    for (auto it = entries.keyBegin(); it != entries.keyEnd(); ++it)
         width = std::max(width, it->size());
-    for (auto it = properties.begin(); it != properties.end(); ++it)
+    for (auto it = entries.begin(); it != entries.end(); ++it)
         logger.info(pad(it.key(), width) + QStringLiteral(" = ") + it.value());
 }

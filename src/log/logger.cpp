@@ -55,9 +55,10 @@ QString absolutePattern(const QString& pattern)
     const QString absolute = directory + pattern.sliced(slash);
     if (absolute.startsWith(QLatin1Char('/')))
         return absolute;
-    const QString current = QDir::currentPath();
     // Not cleaned: behind a symbolic link, ".." leads elsewhere.
-    return current.isEmpty() ? absolute : current + QLatin1Char('/') + absolute;
+    const QString current = QDir::currentPath() + QLatin1Char('/');
+    // The name of the working directory may not be UTF-8: a text cannot hold it then.
+    return QFileInfo(current + directory).isDir() ? current + absolute : absolute;
 }
 
 /// Whether this thread formats a line that did not get the lock.
@@ -269,19 +270,34 @@ void Logger::closeDuplicatedHandle()
 
 void Logger::openNewestFile()
 {
-    const unsigned int index = lookForLastFile();
+    const std::optional<unsigned int> newest = newestIndex();
+    // Also if it is full: with this descriptor in hand a rotation finds one for the next file, and
+    // no file is deleted before that is certain.
+    const bool isOpen = newest && openRingFile(*newest, QIODevice::NotOpen);
+    if (newest && !isOpen && _spRing->lacksDescriptor)
+        raiseOpenFailure("FileAppendFailure", *newest);
+
+    const unsigned int index = newest ? resumeIndex(*newest) : 0;
     _spRing->last = index;
-    if (QFile::exists(ringFileName(index))) {
+    if (!_spRing->file) {
+        if (newest && _spRing->lacksDescriptor)
+            raiseOpenFailure("FileAppendFailure", *newest);
+        if (!QFile::exists(ringFileName(index))) {
+            if (!openRingFile(index, QIODevice::NewOnly))
+                raiseOpenFailure("FileCreatingFailure", index);
+            return;
+        }
         if (!openRingFile(index, QIODevice::NotOpen))
-            Failure::raise(ConstructorSignature,
-                           Failure::message("FileAppendFailure", shownFileName(index)));
-        _spRing->duplicate();
-        if (needsRotate())
-            _spRing->last = rotation(index);
-    } else if (!openRingFile(index, QIODevice::NewOnly)) {
-        Failure::raise(ConstructorSignature,
-                       Failure::message("FileCreatingFailure", shownFileName(index)));
+            raiseOpenFailure("FileAppendFailure", index);
     }
+    _spRing->duplicate();
+    if (needsRotate())
+        _spRing->last = rotation(index);
+}
+
+void Logger::raiseOpenFailure(const char* key, unsigned int index) const
+{
+    Failure::raise(ConstructorSignature, Failure::message(key, shownFileName(index)));
 }
 
 /// A line that does not reach the file is shown with a marker, unless the tee has shown it already.

@@ -70,6 +70,8 @@ QString Logger::toString() const
         file = _spRing->file.get();
         isOpen = _spRing->file && _spRing->file->isOpen();
         last = _spRing->last;
+    } else {
+        Ring::reportDeadlock("toString");
     }
     const char* const level = QMetaEnum::fromType<LoggerLevel::LogLevel>().valueToKey(filter());
     const QStringList lines = {

@@ -45,10 +45,10 @@ inline constexpr QLatin1String JsonBannerProperties("properties");
 
 /// What a builder takes for a key that is absent. The tee is off then.
 struct Defaults {
-    quint64 maxSize; ///< bytes
-    quint32 kept;    ///< files
-    quint32 timeout; ///< days
-    LoggerLevel::LogLevel filter;
+    quint64 maxSize = 0; ///< bytes
+    quint32 kept = 0;    ///< files
+    quint32 timeout = 0; ///< days
+    LoggerLevel::LogLevel filter = LoggerLevel::debug;
 };
 
 inline constexpr Defaults FactoryDefaults{1, 10, 7, LoggerLevel::warning}; // one file per line

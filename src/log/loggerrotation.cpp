@@ -92,10 +92,13 @@ unsigned int Logger::lookForLastFile()
     if (!_spFileName)
         return 0;
     const std::optional<unsigned int> newest = newestIndex();
-    if (!newest)
-        return 0;
-    const bool isFull = static_cast<quint64>(QFileInfo(ringFileName(*newest)).size()) >= _maxSize;
-    return isFull ? rotation(*newest) : *newest;
+    return newest ? resumeIndex(*newest) : 0;
+}
+
+unsigned int Logger::resumeIndex(unsigned int newest)
+{
+    const bool isFull = static_cast<quint64>(QFileInfo(ringFileName(newest)).size()) >= _maxSize;
+    return isFull ? rotation(newest) : newest;
 }
 
 QString Logger::ringFileName(unsigned int index) const
@@ -113,8 +116,11 @@ bool Logger::openRingFile(unsigned int index, QIODevice::OpenMode mode)
     // A new file appends too: with several descriptors on it no line overwrites another one, and a
     // file that is truncated from outside gets no hole.
     auto file = std::make_shared<QFile>(ringFileName(index));
-    if (!file->open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text | mode))
+    if (!file->open(QIODevice::ReadWrite | QIODevice::Append | QIODevice::Text | mode)) {
+        _spRing->lacksDescriptor = file->error() == QFileDevice::ResourceError || errno == ENFILE;
         return false;
+    }
+    _spRing->lacksDescriptor = false;
     _spRing->setFile(std::move(file), _timeout);
     return true;
 }

@@ -145,6 +145,25 @@ void Logger::Ring::closeStream()
     std::fclose(stream);
 }
 
+void Logger::Ring::openFilter(Logger& logger)
+{
+    const std::lock_guard<std::mutex> lock(_filtersLock);
+    OpenedFilter& opened = _openedFilters[&logger];
+    const LoggerLevel::LogLevel before = logger.setFilter(LoggerLevel::info);
+    if (opened.banners++ == 0)
+        opened.before = before;
+}
+
+void Logger::Ring::restoreFilter(Logger& logger)
+{
+    const std::lock_guard<std::mutex> lock(_filtersLock);
+    const auto opened = _openedFilters.find(&logger);
+    if (--opened->second.banners > 0)
+        return;
+    logger.setFilter(opened->second.before);
+    _openedFilters.erase(opened);
+}
+
 /// A write beyond the process's limit must not be tried: its signal may end the process.
 bool Logger::Ring::exceedsProcessLimit(qint64 extraBytes)
 {

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -60,6 +61,13 @@ struct Logger::Ring {
         return _holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
     }
 
+    /// Says on Qt's message output that `Logger::function` did not get the lock.
+    static void reportDeadlock(const char* function)
+    {
+        qtMessages().warning().noquote().nospace()
+            << "Logger::" << function << " DEADLOCK >> nothing done";
+    }
+
     /// Runs `action` under the lock. If another thread keeps the lock for too long, or the calling
     /// one holds it, reports that for `Logger::function` instead.
     template <typename Action>
@@ -67,19 +75,31 @@ struct Logger::Ring {
 
     const QString pattern;
     const std::shared_ptr<QMutex> mutex;
-    std::recursive_mutex banners; ///< recursive: a formatter may write a banner inside a banner
+    QRecursiveMutex banners; ///< recursive: a formatter may write a banner inside a banner
+
+    /// Sets the filter to info until every banner of that logger has called restoreFilter().
+    void openFilter(Logger& logger);
+    void restoreFilter(Logger& logger);
 
     std::shared_ptr<QFile> file;        ///< null if there is none
     unsigned int last = 0;              ///< its index, or the status of the rotation that left none
     std::atomic<FILE*> stream{nullptr}; ///< read without the lock
     bool streamIsOpen = false;
-    bool endsInsideLine = false; ///< a write was cut short
+    bool endsInsideLine = false;  ///< a write was cut short
+    bool lacksDescriptor = false; ///< why the last file could not be opened
 
 private:
     friend class Logger::RingLock;
 
     bool exceedsProcessLimit(qint64 extraBytes);
     bool writeAll(const char* data, qint64 length);
+
+    struct OpenedFilter {
+        int banners = 0;
+        LoggerLevel::LogLevel before = LoggerLevel::debug;
+    };
+    std::mutex _filtersLock;
+    std::map<const Logger*, OpenedFilter> _openedFilters;
 
     // The thread that has the lock. No order is needed: a thread only looks for its own id, which
     // no other thread stores or clears.
@@ -139,10 +159,8 @@ template <typename Action>
 void Logger::Ring::exclusively(const char* function, Action action)
 {
     const RingLock lock(*this);
-    if (lock.isHeld()) {
+    if (lock.isHeld())
         action();
-        return;
-    }
-    qtMessages().warning().noquote().nospace()
-        << "Logger::" << function << " DEADLOCK >> nothing done";
+    else
+        reportDeadlock(function);
 }

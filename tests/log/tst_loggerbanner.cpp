@@ -228,6 +228,42 @@ private Q_SLOTS:
         QVERIFY(capture.texts().at(1).endsWith(QLatin1String("1:| inner v2 |")));
     }
 
+    void bannersThatWaitForEachOtherEnd()
+    {
+        // The handler of the first banner waits until another thread has written a banner.
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::error, plainFormatter);
+        static Logger* shown = nullptr;
+        shown = &logger;
+        const QtMessageHandler previous =
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {
+                if (Logger* const other = std::exchange(shown, nullptr)) {
+                    std::thread([other] {
+                        other->logBanner(QStringLiteral("inner"), QStringLiteral("2"));
+                    }).join();
+                }
+            });
+        logger.logBanner(QStringLiteral("outer"), QStringLiteral("1"));
+        qInstallMessageHandler(previous);
+        QCOMPARE(logger.filter(), LoggerLevel::error);
+        QCOMPARE(ring.bytes(0).count('\n'), 4);
+    }
+
+    void propertiesMayChangeDuringTheirBanner()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::error, plainFormatter);
+        static Properties* shown = nullptr;
+        Properties properties({{"a", "1"}, {"b", "2"}, {"c", "3"}});
+        shown = &properties;
+        const QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString&) { shown->clear(); });
+        logger.logBanner(QStringLiteral("App"), QStringLiteral("1"), &properties);
+        qInstallMessageHandler(previous);
+        QVERIFY(properties.empty());
+        QCOMPARE(ring.bytes(0).count('\n'), 4);
+    }
+
     void bannerOfAFilelessLoggerIsPrinted()
     {
         Logger logger;

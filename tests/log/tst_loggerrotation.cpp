@@ -731,6 +731,50 @@ private Q_SLOTS:
         QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-1.log", "app-2.log"}));
     }
 
+    void startWithoutDescriptorsKeepsAFullRing_data()
+    {
+        QTest::addColumn<QList<QByteArray>>("contents");
+        QTest::addColumn<uint>("kept");
+        QTest::addColumn<uint>("newest");
+        QTest::newRow("room in the ring") << QList<QByteArray>{"older", "long enough"} << 10U << 1U;
+        QTest::newRow("no room") << QList<QByteArray>{"older", "old", "long enough"} << 3U << 2U;
+        QTest::newRow("ring of one") << QList<QByteArray>{"long enough"} << 1U << 0U;
+    }
+    void startWithoutDescriptorsKeepsAFullRing()
+    {
+        QFETCH(QList<QByteArray>, contents);
+        QFETCH(uint, kept);
+        QFETCH(uint, newest);
+        const LogRing ring;
+        for (uint i = 0; i < uint(contents.size()); ++i)
+            QVERIFY(ring.put(i, contents.at(i)));
+        const QStringList names = ring.names();
+        LibcFaults::listError = EMFILE;
+        LibcFaults::createError = EMFILE;
+        const QString text = failureText([&] { const QuietLogger logger(ring, 10, kept); });
+        LibcFaults::reset();
+        QVERIFY2(
+            text.endsWith(
+                QStringLiteral("Failed to open file [%1] in append mode").arg(ring.file(newest))),
+            qPrintable(text));
+        QCOMPARE(ring.names(), names);
+        for (uint i = 0; i < uint(contents.size()); ++i)
+            QCOMPARE(ring.bytes(i), contents.at(i));
+    }
+
+    void startWithAFullFileNeedsNoMoreThanTheFileAndItsStream()
+    {
+        const LogRing ring;
+        QVERIFY(ring.put(0, "long enough"));
+        {
+            const DescriptorLimit two(2);
+            QuietLogger logger(ring, 10, 3);
+            logger.info(QStringLiteral("first"));
+            logger.closeDuplicatedHandle();
+        }
+        QCOMPARE(ring.bytes(1), QByteArray("first\n"));
+    }
+
     void otherNamesAreNotPartOfTheRing()
     {
         const LogRing ring;

@@ -520,7 +520,7 @@ private Q_SLOTS:
             }
         });
         // The second banner gets into the formatter only if it does not wait for the first one.
-        const bool areMixed = s_inFormatter.tryAcquire(1, 500);
+        const bool areMixed = s_inFormatter.tryAcquire(1, 100); // shorter than the limited waits
         s_goOn.release();
         first.join();
         s_secondGoesOn.release();
@@ -529,7 +529,7 @@ private Q_SLOTS:
             s_inFormatter.acquire();
         QCOMPARE(logger->filter(), LoggerLevel::error);
         QVERIFY(!areMixed);
-        QVERIFY(ring.lines(0).size() >= 8);
+        QVERIFY(ring.lines(0).size() + capture.texts().size() >= 8); // the lock may be waited for
     }
 
     void threadsThatAskFirstGetOneInstance()

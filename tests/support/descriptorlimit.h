@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <vector>
+
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -16,9 +18,12 @@ public:
     explicit DescriptorLimit(int count)
     {
         getrlimit(RLIMIT_NOFILE, &_usual);
-        const int lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
-        close(lowestFree);
-        const rlimit limit{rlim_t(lowestFree + count), _usual.rlim_max};
+        std::vector<int> free; // the lowest ones, which need not follow each other
+        for (int i = 0; i <= count; ++i)
+            free.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        const rlimit limit{rlim_t(free.back()), _usual.rlim_max};
+        for (const int descriptor : free)
+            close(descriptor);
         setrlimit(RLIMIT_NOFILE, &limit);
     }
     ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &_usual); }
