@@ -179,14 +179,16 @@ std::shared_ptr<Logger> Config::getOrbuildFileSystemLogger() const
 void Config::logBanner(const QString& titleFormat, const QString& titleArgument,
                        bool withProperties, const QString& trailer) const
 {
-    if (!_logger)
+    const std::shared_ptr<Logger> logger = _logger; // a message handler may replace both
+    const std::shared_ptr<const Properties> properties = _properties;
+    if (!logger)
         return;
-    const BannerFilter bannerFilter(*_logger);
-    writeBannerBox(*_logger, Failure::completed(titleFormat, titleArgument));
-    _logger->info(trailer);
+    const BannerFilter bannerFilter(*logger);
+    writeBannerBox(*logger, Failure::completed(titleFormat, titleArgument));
+    logger->info(trailer);
     if (withProperties) {
         // Padded on the left, unlike the banner of Logger.
-        writeBannerProperties(*_logger, *_properties, [](const QString& key, qsizetype width) {
+        writeBannerProperties(*logger, *properties, [](const QString& key, qsizetype width) {
             return key.rightJustified(width, QLatin1Char(' '));
         });
     }

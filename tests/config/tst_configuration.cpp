@@ -177,6 +177,7 @@ private Q_SLOTS:
     void displayPropertiesWithinBanner();
 
     void logBannerWithoutLoggerDoesNothing();
+    void loggerMayBeReplacedDuringTheBanner();
     void logBannerDrawsABox_data();
     void logBannerDrawsABox();
     void logBannerListsThePropertiesPaddedOnTheLeft();
@@ -700,6 +701,26 @@ void TestConfiguration::logBannerWithoutLoggerDoesNothing()
     const Config config;
     config.logBanner("%1", "Start", true, "trailer");
     QVERIFY(!config.logger());
+}
+
+void TestConfiguration::loggerMayBeReplacedDuringTheBanner()
+{
+    const QTemporaryDir directory;
+    Config config;
+    config.setLogger(std::make_shared<Logger>(directory.filePath("app"), 0, 0, 365,
+                                              LoggerLevel::debug, nullptr)); // with the tee
+    static Config* shown = nullptr;
+    shown = &config;
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {
+            shown->forgetLogger();
+            shown->properties()->clear();
+        });
+    config.logBanner("%1", "Start", true, "trailer");
+    qInstallMessageHandler(previous);
+    QVERIFY(!config.logger());
+    QVERIFY(config.properties()->empty());
+    QCOMPARE(readFile(directory.filePath("app-0.log")).count('\n'), 4);
 }
 
 void TestConfiguration::logBannerDrawsABox_data()
