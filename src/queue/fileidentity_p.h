@@ -20,7 +20,7 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
-/// `moment` less some nanoseconds, fewer than a second has.
+/// `moment` minus `nanoseconds`, which is less than one second.
 constexpr Moment earlier(const Moment& moment, qint64 nanoseconds)
 {
     return moment.second >= nanoseconds
@@ -42,7 +42,7 @@ constexpr qint64 ClockDoubt = 20000000; // nanoseconds
 /// A file system may show other inode numbers in a listing than statx() tells, and a birth may lie
 /// in the future (if the clock was set back). The queue may then take a file for another one, once:
 /// the file enters again, with its exact identity. In the worst case such a file is handled twice.
-/// No file stays for ever.
+/// Every consumed file is deleted in the end.
 ///
 /// Two files of one inode number are not told apart if the file system keeps no births, or gives
 /// both the same one.
@@ -60,7 +60,8 @@ public:
         return inode != _inode && (!_exact || _exact->inode == _inode);
     }
 
-    /// A later listing shows the name. From now on this is about the file that has it then.
+    /// A later listing shows the name. From now on this object describes the file that had the name
+    /// then.
     void showAgain(quint64 inode, const Moment& listed)
     {
         _inode = inode;

@@ -200,8 +200,8 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
     }
     if (errno != 0)
         return std::nullopt;
-    // Taken after the reading: a file that came meanwhile is not born later. Nothing is lost by it,
-    // since the last report of a listed file comes later still.
+    // The moment is taken after the reading, so no listed file is born after it. This loses
+    // nothing: a listed file is always reported later.
     noteMoment(descriptor(), start, listing);
     std::sort(listing.files.begin(), listing.files.end(),
               [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
@@ -243,7 +243,7 @@ int OpenQueueDirectory::descriptor() const
     return _stream ? dirfd(_stream.get()) : AT_FDCWD;
 }
 
-/// Nothing if the file does not exist, as a link to nothing does not.
+/// Nothing if the file, or the target of the link, does not exist.
 std::optional<FileIdentity> OpenQueueDirectory::identityOf(const QByteArray& path) const
 {
     struct statx status {};
