@@ -39,8 +39,8 @@ class QTimer;
 /// stays and enters the queue as a new file. A file that is replaced before every consumer has
 /// reported it stays the same entry.
 ///
-/// The queue is built in one thread, moved to another thread, and started there through onProcess().
-/// A re-scan costs time linear in the number of files.
+/// The queue is built in one thread, moved to another thread, and started there through
+/// onProcess(). A re-scan costs time linear in the number of files.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
