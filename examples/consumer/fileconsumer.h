@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QTimer>
 
+#include <exception>
 #include <functional>
 #include <utility>
 
@@ -22,11 +23,12 @@
 ///
 /// *Threads*: the queue's thread.
 /// *Owns*: the names of the files that it still has to handle.
-/// *Fails*: never; failures are logged.
+/// *Fails*: never; every std::exception, thus also every Exception, is logged.
 class FileConsumer : public ConsumerAncestor {
 public:
-    /// `handle` gets the open file, and must not run an event loop. An Exception that it throws is
-    /// logged; the file stays in the queue and is handled again at the next change.
+    /// `handle` gets the open file, and must not run an event loop. An Exception or another
+    /// std::exception that it throws is logged; the file stays in the queue and is handled again at
+    /// the next change. It must throw nothing else.
     FileConsumer(const QString& id, std::function<void(QFile&)> handle)
         : ConsumerAncestor(id), _handle(std::move(handle))
     {
@@ -68,6 +70,8 @@ private:
             Q_EMIT consumed(id(), name); // throws if the file has left the queue
         } catch (const Exception& e) {
             Log::getInstance()->warning(e.detail());
+        } catch (const std::exception& e) {
+            Log::getInstance()->warning(QString::fromUtf8(e.what()));
         }
     }
 

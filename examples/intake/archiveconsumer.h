@@ -7,7 +7,7 @@
 
 namespace intake {
 
-/// Keeps a durable copy of each file in the archive directory, whatever the file holds.
+/// Keeps a durable copy of each file in the archive directory. The content does not matter.
 ///
 /// *Threads*: the queue's thread.
 /// *Owns*: nothing more.

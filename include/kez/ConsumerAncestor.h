@@ -15,7 +15,7 @@
 /// consumed(id(), file). It does not delete or rename a file: the queue deletes it once every
 /// consumer has reported it.
 ///
-/// filesNotConsumed() reaches every consumer of the queue and does not say whose answer it is. In
+/// filesNotConsumed() reaches every consumer of the queue and does not say which consumer asked. In
 /// the queue's thread, the answer to a consumer's own request is the one that comes while it emits
 /// requestForFiles(). This is one reason why consumers belong there; FilesQueue names the other.
 ///

@@ -39,21 +39,20 @@ class QTimer;
 /// stays and enters the queue as a new file. A file that is replaced before every consumer has
 /// reported it stays the same entry.
 ///
-/// The queue is built in one thread, moved to the thread of its choice, and started there through
+/// The queue is built in one thread, moved to another thread, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
-/// consumer, and a consumer knows its own only because the answer comes during its request. The
-/// report of a file that has vanished meanwhile throws: in the queue's thread the exception reaches
-/// the consumer, from another thread it ends in the queue's event loop. There is no runner yet that
-/// does this work for consumers in threads of their own.
+/// consumer, and a consumer knows its own only because the answer comes during its request. If a
+/// file has vanished from the queue, its report throws. In the queue's thread the exception reaches
+/// the consumer. From another thread it reaches the queue's event loop.
 ///
 /// Without consumers nothing is ever deleted. A file whose name is not UTF-8 never enters.
 ///
 /// *Threads*: the object's thread, except appendConsumer(): any thread, while nothing else asks
-/// for index() or isConsumedFromAll(). Signals between the queue and its consumers cross threads by
-/// themselves. A slot in another thread that a re-scan waits for (a blocking connection) may ask
-/// for size(), fileIndex() and the like, and must not call appendConsumer(), onConsumed() or
+/// for index() or isConsumedFromAll(). Signals between the queue and its consumers also work
+/// between threads. A slot in another thread that a re-scan waits for (a blocking connection) may
+/// ask for size(), fileIndex() and the like, and must not call appendConsumer(), onConsumed() or
 /// onRequestForFiles() directly.
 /// *Owns*: its entries, which are destroyed when they leave the queue; not its consumers.
 /// *Fails*: the constructor, isConsumedFromAll() and initFilesQueue() throw Exception; onConsumed()
@@ -105,7 +104,8 @@ public:
     /// Throws Exception if the queue has no such file.
     bool isConsumedFromAll(const QString& fileName) const;
 
-    /// Milliseconds between periodic re-scans; 0 or less for none. The name is spelled so.
+    /// Milliseconds between periodic re-scans; 0 or less for none. The spelling is part of the
+    /// interface.
     int scrutationIntervall() const;
 
     /// Takes effect at once if the timer runs (0 or less stops it), otherwise at the next
@@ -187,11 +187,15 @@ private:
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
     QHash<QString, int> _positions; // of the entries, by file name
 
-    QString _directory;                          // absolute, for the system
-    QList<QPointer<ConsumerAncestor>> _living;   // the consumers while they live, by position
+    QString _directory; // absolute, for the system
+
+    // The consumers while they live, by position. ConsumerEntry is public and cannot hold a
+    // QPointer.
+    QList<QPointer<ConsumerAncestor>> _living;
+
     std::vector<ListedFileIdentity> _identities; // of the entries' files, by position
 
-    // What queueUpdated() has to tell: the files appended, the files deleted.
+    // Changes that queueUpdated() must still announce: the files appended, the files deleted.
     QList<std::pair<QList<QString>, QList<QString>>> _unannounced;
 
     // Device and inode of the directory that the watch is on, or was refused for.

@@ -35,7 +35,7 @@ public:
     /// Reads a configuration file (UTF-8): `key=value` lines; lines that begin with "#" are
     /// skipped.
     ///
-    /// It is read in another way than by Properties::loadProperties. The differences are kept for
+    /// The rules differ from those of Properties::loadProperties. The differences are kept for
     /// compatibility: nothing is trimmed, so an indented "#" is part of a key; the first of
     /// repeated keys counts; an "app.version" line is always ignored. A read error ends the file as
     /// its end would.
@@ -91,7 +91,7 @@ public:
     /// Throws as buildFileSystemLogger() does.
     std::shared_ptr<Logger> getOrbuildFileSystemLogger() const;
 
-    /// Writes the start banner to the attached logger, whatever its filter; does nothing without a
+    /// Writes the start banner to the attached logger, also past its filter; does nothing without a
     /// logger. `titleArgument` replaces the lowest-numbered place marker of `titleFormat`. Keys are
     /// padded on the left.
     ///
@@ -127,7 +127,7 @@ KEZ_EXPORT QDataStream& operator<<(QDataStream& stream, const Config& config);
 /// Reads to the end of the stream and replaces the properties. The logger is replaced by the one
 /// that they describe, or by a Logger without a file if they hold no "log.filename".
 ///
-/// A stream that has failed before, or fails meanwhile, leaves the configuration as it was; its
-/// status tells. Throws as Config::buildFileSystemLogger does: the properties are then the new
+/// If the stream failed before or fails now, the configuration does not change. Check the stream's
+/// status. Throws as Config::buildFileSystemLogger does: the properties are then the new
 /// ones, and the logger is the one before.
 KEZ_EXPORT QDataStream& operator>>(QDataStream& stream, Config& config);

@@ -28,7 +28,7 @@ public:
     void watch(const QDateTime& target);
 
 public Q_SLOTS:
-    /// Signals the target if it is reached, else goes on waiting.
+    /// Signals the target if it is reached, otherwise it waits on.
     void check();
 
 Q_SIGNALS:

@@ -9,7 +9,7 @@
 ///
 /// A process with a core application object calls none of these: set-up runs by itself when that
 /// object is constructed, or at once if the library is loaded later. A process without one calls
-/// kezEnsureInit() before its first use of the library. So does code that runs before set-up:
+/// kezEnsureInit() before its first use of the library. Code that runs before set-up calls it too:
 /// static constructors, and functions registered with Q_COREAPP_STARTUP_FUNCTION, which Qt runs
 /// before the library's own. Until then every text reads as "[key]".
 ///
@@ -42,7 +42,7 @@ KEZ_EXPORT void KezAutoInit();
 /// kezInit() on the first call; nothing on later calls, even if the first one failed.
 KEZ_EXPORT void kezEnsureInit();
 
-/// Marks the library as no longer set up. Releases nothing, and set-up never runs again.
+/// Only clears an internal flag: nothing is released, and set-up never runs again.
 KEZ_EXPORT void kezCleanup();
 
 /// Registers the compiled-in bundles below ":resources/lang". Loading the library does so.

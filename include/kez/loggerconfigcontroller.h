@@ -30,7 +30,7 @@ public:
     explicit LoggerConfigController(QObject* parent = nullptr);
     ~LoggerConfigController() override;
 
-    /// True when this run found no fault, whatever earlier runs recorded.
+    /// True if this run found no fault; earlier runs do not count.
     bool isLegalConfiguration(Properties* properties) override;
 
 private:

@@ -17,10 +17,10 @@
 /// and an invariant id that can be stored or sent. Instances are created by name.
 ///
 /// There is one record per name. Ids need not be unique: if several classes share one, a look-up by
-/// it returns the class whose name sorts first. Names are case-sensitive.
+/// it returns the class that is the first one in name order. Names are case-sensitive.
 ///
 /// *Threads*: any thread may look up while no thread inserts or removes. Insert and remove at
-/// start-up, from one thread: only the choice of the next invariant id is locked.
+/// start-up, from one thread: no lock protects a look-up from them.
 /// *Owns*: its records; never the instances that it creates.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT MetaTypes {
@@ -111,7 +111,7 @@ private:
     KEZ_HIDDEN void freeInvariantId(int id);
 
     QMap<QString, MetaType> _registry;
-    mutable QMutex _mutex;
+    mutable QMutex _mutex; // locked by nextInvariantId() only; protects from no other function
 
     NamesById _namesByTypeId;
     NamesById _namesByInvariantId;

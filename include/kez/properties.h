@@ -20,7 +20,7 @@
 ///
 /// Keys and values that are passed in may refer into the object's own map.
 ///
-/// *Threads*: one thread at a time, all holders of the shared map included.
+/// *Threads*: one thread at a time. All holders of the shared map count as one object.
 /// *Owns*: a map of its own, which toDictionnary() shares.
 /// *Fails*: throws Exception, as said at each function. The map is then unchanged, except after
 /// insert() of a map.

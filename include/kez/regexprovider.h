@@ -13,7 +13,7 @@
 #include <utility>
 
 /// A catalogue of regular expressions, and tests of code-point ranges. The patterns are part of the
-/// interface and are kept as they are, irregularities included.
+/// interface and are kept as they are. So are their irregularities.
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
@@ -56,8 +56,8 @@ public:
     /// The UTF-16 code unit.
     static unsigned int codePoint(const QChar& c);
 
-    /// Whether any UTF-16 code unit of the text lies in one of the ranges, bounds included. The two
-    /// halves of a surrogate pair are tested separately.
+    /// Whether any UTF-16 code unit of the text lies in one of the ranges. The bounds belong to a
+    /// range. The two halves of a surrogate pair are tested separately.
     static bool hasCodePoint(const QString& text,
                              const QList<std::pair<unsigned int, unsigned int>>& ranges);
     static bool hasCodePoint(const QString& text, unsigned int first, unsigned int last);

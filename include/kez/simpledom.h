@@ -25,18 +25,21 @@ class QXmlStreamReader;
 ///     for (const auto& item : SimpleDom(xml).elementsByName(QStringLiteral("item")))
 ///         total += item->childAt(0)->innerText().toInt();
 ///
-/// How long elements live: a pointer obtained from the tree, by root(), by a search or by an
-/// element's parent() and childAt(), keeps the whole tree, even if the document itself is gone. The
-/// tree goes with the last of the document, its copies and these pointers. An element that is made
-/// elsewhere and added belongs to the tree from then on. The pointer that it was made with keeps
-/// its parents only: when the tree goes, the element loses its children. Two trees that hold
-/// elements of each other are not freed.
+/// How long elements live:
+///
+/// - A pointer obtained from the tree, by root(), by a search or by an element's parent() and
+///   childAt(), keeps the whole tree, even if the document itself is destroyed.
+/// - The tree is freed with the last of the document, its copies and these pointers.
+/// - An element that is made elsewhere and added belongs to the tree from then on. The pointer that
+///   it was made with keeps its parents only: when the tree is freed, the element loses its
+///   children.
+/// - Two trees that hold elements of each other are not freed.
 ///
 /// All pointers obtained from one tree share one owner, the tree. So owner_before() does not tell
 /// them apart (compare them by ==), use_count() counts the holders of the tree, and a weak pointer
 /// to an element expires with the tree and not when the element is taken out.
 ///
-/// *Threads*: one thread at a time, copies and elements of the same tree included.
+/// *Threads*: one thread at a time for a tree, with all its copies and elements.
 /// *Owns*: shares its tree with its copies and with the pointers that it handed out.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT SimpleDom {

@@ -65,7 +65,7 @@ public:
     }
 
     /// Two digits per byte, with `separator` (a Latin-1 character) between bytes unless it is NUL.
-    /// Without `lowerCase` the whole text is in upper case, a letter used as separator included.
+    /// Without `lowerCase` the whole text is in upper case. So is a letter that is the separator.
     ///
     ///     {0x01, 0xAB}, false, ':'  ->  01:AB
     ///     {0x01, 0xAB}, true        ->  01ab

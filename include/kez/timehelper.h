@@ -16,7 +16,7 @@ public:
 
     /// Waits while the calling thread's timers and queued signals are processed; 0 or less
     /// processes one round of events. Returns early if the thread's event loops are told to quit.
-    /// May be called again from a slot that runs meanwhile: the outer pause then ends after the
-    /// inner one. Without an application object no events are processed: the thread sleeps.
+    /// A slot that runs during a pause may call it again. The outer pause then ends after the inner
+    /// one. Without an application object no events are processed: the thread sleeps.
     static void pause(int milliseconds);
 };

@@ -19,7 +19,7 @@
 ///
 /// It is built when the library is loaded and outlives the static objects that the application
 /// builds after that: their destructors may look texts up. They cannot load a bundle from a
-/// resource, since parts of Qt may be gone by then.
+/// resource, since parts of Qt may already be destroyed.
 ///
 /// *Threads*: any thread may read while nobody inserts a bundle or changes a language. Those are
 /// for start-up, or for a moment when nobody reads.
@@ -47,12 +47,12 @@ public:
     /// The bundle of that module and language, or an empty pointer.
     std::shared_ptr<LangBundle> bundle(const QString& module, const QString& lang) const;
 
-    /// The first bundle, whatever its module and language, that has the message `key`; or an empty
+    /// The first bundle, of any module and language, that has the message `key`; or an empty
     /// pointer.
     std::shared_ptr<LangBundle> bundle(const QString& key) const;
 
     /// The text of `key` in the first bundle of the default language that has it. The default
-    /// module has no precedence: the module whose name sorts first wins.
+    /// module has no precedence: the module that is the first one in name order wins.
     QString string(const QString& key) const;
 
     /// The text of `key` in that module's bundle of the default language.
@@ -64,8 +64,8 @@ public:
     /// Whether any bundle has the message `key`.
     bool contains(const QString& key) const;
 
-    /// Whether that bundle has the message `key`, which comes last here and first in string();
-    /// false if the bundle is not loaded.
+    /// Whether that bundle has the message `key`; false if the bundle is not loaded. Note: `key` is
+    /// the last argument here, but the first in string().
     bool contains(const QString& module, const QString& lang, const QString& key) const;
 
     /// The number of bundles.

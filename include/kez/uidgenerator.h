@@ -43,8 +43,9 @@ public:
     /// The only generator of the process. It lives until the process exits.
     ///
     /// The first call decides: identifiers have `size` bytes; the generator keeps `verifier`, or,
-    /// if it is null, a DefaultUidVerifier for 16 bytes (whatever `size` is); it is a child of
-    /// `parent` while that lives, but is not deleted with it. Later calls ignore their arguments.
+    /// if it is null, a DefaultUidVerifier for 16 bytes (also if `size` is another number); it is a
+    /// child of `parent` while that lives, but is not deleted with it. Later calls ignore their
+    /// arguments.
     static UidGenerator* getInstance(unsigned char size, IUidVerifier* verifier = nullptr,
                                      QObject* parent = nullptr);
 

@@ -16,10 +16,10 @@ class XmlTree;
 
 /// One element of an XML tree: a name, attributes, a text, child elements and its parent.
 ///
-/// *Threads*: one thread at a time, the whole tree included.
+/// *Threads*: one thread at a time for the whole tree.
 /// *Owns*: shares its attributes, its children **and its parent**. A tree that was built by hand
 /// with parents therefore stays in memory until clearChildren() is called on its root. A tree that
-/// SimpleDom read goes by itself; see there how long its elements live.
+/// SimpleDom read is freed automatically; see there how long its elements live.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT XmlElement {
 public:
@@ -78,17 +78,16 @@ public:
     /// empty pointer is ignored. An element must not be added below itself.
     void addChild(std::shared_ptr<XmlElement> child);
 
-    /// Takes out all children.
+    /// Takes out all children. In a tree built by hand, each child is treated in one of three ways:
     ///
-    /// In a tree built by hand, a child that somebody else holds keeps its own children: it is held
-    /// by a pointer of the application, or by another element that has it as a child. A child that
-    /// nobody else holds goes at once, and its children are treated in the same way. Being the
-    /// parent() of an element does not count as being held: an element that nothing else holds
-    /// stays as long as its parent() links need it, but loses its children. A child that keeps its
-    /// children is a tree of its own from then on: before its last pointer goes, call
-    /// clearChildren() on it.
+    /// - It is held by a pointer of the application, or by another element that has it as a child:
+    ///   it keeps its children, and is a tree of its own from then on. Call clearChildren() on it
+    ///   before its last pointer is destroyed.
+    /// - It is not held: it is freed at once, and its children are treated in the same way.
+    /// - It is held only by parent() links: it stays as long as they need it, but loses its
+    ///   children, which are treated in the same way.
     ///
-    /// In a tree that SimpleDom read, what is taken out stays whole and goes with the tree.
+    /// In a tree that SimpleDom read, what is taken out stays whole and is freed with the tree.
     void clearChildren();
 
     /// Takes out one child and returns it with everything below it; an empty pointer for an index
@@ -125,6 +124,6 @@ private:
     /// reference to it, so that clearChildren() can tell them from other holders.
     std::weak_ptr<std::shared_ptr<XmlElement>> _asParent;
 
-    /// Whether the read tree keeps the element until the tree goes, even without a parent.
+    /// Whether the read tree keeps the element until the tree is freed, even without a parent.
     bool _isKept = false;
 };

@@ -90,6 +90,7 @@ void kezEnsureInit()
     }
 }
 
+// Only clears the flag; nothing is released.
 void kezCleanup()
 {
     if (INITIALIZED)

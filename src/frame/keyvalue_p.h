@@ -13,7 +13,7 @@ struct KeyValue {
     QStringView value;
 };
 
-/// Splits a line at its first "=", wherever that stands. Nothing if there is none.
+/// Splits a line at its first "=". Nothing if there is none.
 inline std::optional<KeyValue> splitAtFirstEquals(QStringView line)
 {
     const qsizetype equals = line.indexOf(QLatin1Char('='));

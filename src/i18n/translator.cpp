@@ -35,8 +35,8 @@ Translator& Translator::object()
 
 Translator* Translator::getInstance()
 {
-    // Asked for at the first use, not at load: Qt keeps its first answer, and main() may still
-    // change the locale.
+    // The language is read at the first use and not at load, because Qt keeps its first answer and
+    // main() may still change the locale.
     static Translator* const instance = [] {
         object()._defaultLang = systemLanguage();
         return &object();

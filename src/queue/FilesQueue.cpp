@@ -41,7 +41,7 @@ QString unknownConsumer(const QString& id)
     return QStringLiteral("L'identifiant de consommateur %1 n'existe pas").arg(id);
 }
 
-/// Throws for the first consumer whose identifier another one has too.
+/// Throws if two consumers have the same identifier.
 void checkIdentifiers(const QList<ConsumerEntry>& consumers)
 {
     QHash<QString, int> uses;
@@ -338,7 +338,7 @@ std::optional<FilesQueue::Changes> FilesQueue::rescan()
 }
 
 /// The directory, with the watch on it: what changes after its listing is signalled. It is opened
-/// again after the watch was set, since the path may lead to another directory by then.
+/// again after the watch was set, since the path may now lead to another directory.
 std::optional<OpenQueueDirectory> FilesQueue::openWatchedDirectory()
 {
     auto directory = OpenQueueDirectory::open(_directory);

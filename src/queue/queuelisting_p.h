@@ -42,9 +42,9 @@ using DirectoryIdentity = std::pair<quint64, quint64>;
 /// Whether the path, as Qt reads it, leads to a readable and writable directory.
 bool isUsableDirectory(const QString& path);
 
-/// The absolute path of the directory that Qt finds at `path` now. It has no search prefix, and the
-/// system is meant to read it, which follows links and "..". Empty if the path is relative and the
-/// working directory was removed.
+/// The absolute path of the directory that Qt finds at `path` now. It has no search prefix. Pass
+/// it to system calls; they follow links and "..". Empty if the path is relative and the working
+/// directory was removed.
 QString resolvedDirectory(const QString& path);
 
 /// Nothing if there is no such directory.
@@ -70,11 +70,11 @@ public:
     /// What to remember of a file that `listing` shows.
     ListedFileIdentity identify(const ListedFile& file, const QueueListing& listing) const;
 
-    /// Deletes a file, whatever it is.
+    /// Deletes a file of any kind.
     void remove(const QString& name) const;
 
-    /// Deletes the file of that name if it is the one that `known` is about. Another file stays and
-    /// is returned.
+    /// Deletes the file of that name if it is the file that `known` describes. Another file stays
+    /// and is returned.
     std::optional<FileIdentity> removeKnown(const QString& name,
                                             const ListedFileIdentity& known) const;
 

@@ -83,7 +83,7 @@ bool holdsPrologue(QIODevice& device, bool isDeclared)
     return scan.isPrologue();
 }
 
-/// Blanks of this number, with their line feeds before the last `column` of them.
+/// `size` blanks. `lineFeeds` of them are line feeds, and `column` blanks follow the last one.
 QString blanks(qint64 size, qint64 lineFeeds, qint64 column)
 {
     const qint64 last = lineFeeds == 0 ? size : column;
@@ -91,7 +91,8 @@ QString blanks(qint64 size, qint64 lineFeeds, qint64 column)
            QString(lineFeeds, QLatin1Char('\n')) + QString(last, QLatin1Char(' '));
 }
 
-/// A declaration like the one that was read; empty if none was. What it did not need is blanks.
+/// A declaration that means the same as the one that was read, and is as long: blanks fill it up.
+/// Empty if none was read.
 QString declarationOf(const QXmlStreamReader& reader)
 {
     if (reader.documentVersion().isEmpty())
@@ -171,9 +172,10 @@ bool Prologue::hasOnlyLineFeeds() const
                              _reader.lineNumber() - 1 - _declarationLineFeeds;
 }
 
-/// The data of a reader without device cannot be read again. So a root is added, which is an error
-/// inside any markup, and taken away by giving the reader the same prologue again. The comment
-/// before it shows the encoding. Data in UTF-16 counts as markup here.
+/// Whether the data so far is a prologue. The data of a reader without device cannot be read again,
+/// so a root element is added as a probe: inside any markup it is an error. If it is accepted, the
+/// reader starts again with the same prologue. The comment before the root shows the encoding. Data
+/// in UTF-16 counts as markup here.
 bool Prologue::takesRoot()
 {
     const QString comment = QStringLiteral("<!--\u00e9-->");
@@ -193,8 +195,8 @@ bool Prologue::takesRoot()
     return true;
 }
 
-/// `size`, `lineFeeds` and `column` describe the end of the prologue. Characters beyond the
-/// declaration are blanks, and which ones makes no difference.
+/// `size`, `lineFeeds` and `column` describe the end of the prologue. After the declaration there
+/// are only blanks; it does not matter which ones.
 void Prologue::giveAgain(qint64 size, qint64 lineFeeds, qint64 column, bool isUtf8)
 {
     const QString text = _declaration + blanks(size - _declaration.size(),

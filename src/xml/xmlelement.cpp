@@ -18,8 +18,8 @@ struct Links {
 };
 
 /// The links that this thread still has to release. The first destructor on the stack releases them
-/// one by one, and so also those of the elements that it destroys by that. A deep tree therefore
-/// does not need a deep stack.
+/// one by one. It also releases the links of elements that are destroyed on the way. A deep tree
+/// therefore does not need a deep stack.
 thread_local std::vector<Links>* t_pending = nullptr;
 
 void release(Links links)
@@ -59,7 +59,8 @@ XmlElement::XmlElement(const QString& name, std::shared_ptr<XmlElement> parent)
 
 XmlElement::~XmlElement()
 {
-    // The usual case in a tree that goes: the parent has other holders, and there are no children.
+    // The usual case in a tree that is freed: the parent has other holders, and there are no
+    // children.
     if (!_children && _parent.use_count() != 1)
         return;
     release({std::move(_parent), std::move(_children)});

@@ -548,15 +548,15 @@ void TestConfiguration::readErrorEndsTheFile()
 
 void TestConfiguration::loadSurvivesBinaryRubbish()
 {
-    QByteArray rubbish;
+    QByteArray noise;
     quint32 state = 99;
     for (int i = 0; i < 1 << 20; ++i) {
         state = state * 1664525U + 1013904223U;
-        rubbish += static_cast<char>(state >> 24);
+        noise += static_cast<char>(state >> 24);
     }
-    QCOMPARE(Config::load(write(rubbish), "")->value("app.version"), Unversioned);
-    rubbish.replace('=', '-');
-    QCOMPARE(entriesOf(*Config::load(write("first=1\n" + rubbish + "\nlast=2"), "")),
+    QCOMPARE(Config::load(write(noise), "")->value("app.version"), Unversioned);
+    noise.replace('=', '-');
+    QCOMPARE(entriesOf(*Config::load(write("first=1\n" + noise + "\nlast=2"), "")),
              withVersion({{"first", "1"}, {"last", "2"}}));
 }
 

@@ -730,20 +730,20 @@ void TestProperties::loadSplitsALineOf10Megabytes()
 
 void TestProperties::loadSurvivesBinaryRubbish()
 {
-    QByteArray rubbish;
+    QByteArray noise;
     quint32 state = 12345;
     for (int i = 0; i < 1 << 20; ++i) {
         state = state * 1664525U + 1013904223U;
-        rubbish += static_cast<char>(state >> 24);
+        noise += static_cast<char>(state >> 24);
     }
-    const QString file = write(rubbish);
+    const QString file = write(noise);
     const QString text = failureText([&] { loaded(file); });
     QVERIFY(text.isNull() || text.startsWith(InsertPrefix + "Property ["));
 
-    // The lines around rubbish are still read.
-    rubbish.replace('=', '-');
+    // The lines around noise are still read.
+    noise.replace('=', '-');
     const Entries expected{{"first", "1"}, {"last", "2"}};
-    QCOMPARE(loaded(write("first=1\n" + rubbish + "\nlast=2")), expected);
+    QCOMPARE(loaded(write("first=1\n" + noise + "\nlast=2")), expected);
 }
 
 void TestProperties::loadRefusesDanglingLink()

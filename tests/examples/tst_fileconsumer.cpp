@@ -5,6 +5,9 @@
 #include "intakefixture.h"
 #include "support/messagecapture.h"
 
+#include <functional>
+#include <stdexcept>
+
 using namespace Qt::StringLiterals;
 
 class TestFileConsumer : public QObject {
@@ -14,6 +17,7 @@ private Q_SLOTS:
     void init();
     void fileThatLeftTheQueueIsSurvived();
     void fileThatVanishedIsSurvived();
+    void failedFileIsHandledAgainAtTheNextChange_data();
     void failedFileIsHandledAgainAtTheNextChange();
     void eventLoopHasItsTurnBetweenFiles();
 
@@ -77,13 +81,21 @@ void TestFileConsumer::fileThatVanishedIsSurvived()
     QVERIFY(!_handled.contains(u"b"_s));
 }
 
+void TestFileConsumer::failedFileIsHandledAgainAtTheNextChange_data()
+{
+    QTest::addColumn<std::function<void()>>("fail");
+    QTest::newRow("Exception") << std::function([] { throw Exception(u"disk full"_s); });
+    QTest::newRow("std::exception") << std::function([] { throw std::runtime_error("disk full"); });
+}
+
 void TestFileConsumer::failedFileIsHandledAgainAtTheNextChange()
 {
+    QFETCH(const std::function<void()>, fail);
     const MessageCapture capture;
     bool hasFailed = false;
-    handleAll([&hasFailed](FilesQueue&, const QString& name) {
+    handleAll([&](FilesQueue&, const QString& name) {
         if (name == u"a" && !std::exchange(hasFailed, true))
-            throw Exception(u"disk full"_s);
+            fail();
     });
     QCOMPARE(_handled.count(u"a"_s), 2);
     QCOMPARE(_handled.count(u"b"_s), 1);

@@ -185,7 +185,7 @@ void TestIntake::everyFaultIsToldOnce()
         u"  Parameter \"archive.path\"=[%1] refused: "
         "this is not a readable and writable directory"_s.arg(properties),
         u"  Parameter \"ledger.path\"=[%1none/l.csv] refused: this is not a readable and writable "
-        "file, nor can it be created"_s.arg(base),
+        "file and cannot be created"_s.arg(base),
         u"  Parameter \"queue.period\"=[1s] refused: this is not a number of milliseconds (0 or "
         "more)"_s,
         u"  Parameter \"queue.keep\"=[maybe] refused: the value must be 0, 1, false or true"_s,
@@ -220,8 +220,8 @@ void TestIntake::faultIsTold_data()
                                          "order and deleted"_s;
     QTest::newRow("ledger is a directory") << QByteArray("ledger.path=archive\n")
                                            << u"Parameter \"ledger.path\"=[%1/archive] refused: "
-                                              u"this is not a readable and writable file, "
-                                              "nor can it be created"_s;
+                                              u"this is not a readable and writable file "
+                                              "and cannot be created"_s;
     QTest::newRow("negative period") << QByteArray("queue.period=-1\n")
                                      << u"Parameter \"queue.period\"=[-1] refused: "
                                         "this is not a number of milliseconds (0 or more)"_s;
@@ -516,8 +516,8 @@ void TestIntake::malformedOrderIsSetAside_data()
                                   << QByteArray("there is no order of type [Gift]");
     QTest::newRow("oversized") << QByteArray("<order>") + QByteArray(10'000'000, 'x')
                                << QByteArray("more than 65536 bytes");
-    QTest::newRow("binary rubbish") << QByteArray("\x00\xff\xfe\x80=\n\x00\x01", 8)
-                                    << QByteArray("this is not a text in UTF-8");
+    QTest::newRow("binary noise") << QByteArray("\x00\xff\xfe\x80=\n\x00\x01", 8)
+                                  << QByteArray("this is not a text in UTF-8");
     QTest::newRow("empty") << QByteArray()
                            << QByteArray("this is not XML: XML descriptor is an undefined or "
                                          "empty string");

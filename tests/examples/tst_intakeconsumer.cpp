@@ -154,7 +154,7 @@ void TestIntakeConsumer::fileThatLeftTheQueueIsSurvived()
     QTRY_COMPARE(consumer.handled, QStringList({u"a"_s, u"b"_s}));
     QTRY_VERIFY(!QFile::exists(_spool->filePath(u"b"_s))); // reported: the next re-scan deleted it
     const QStringList warnings =
-        capture.texts().filter(u"<WARNG> File [a] handled, but gone from the queue meanwhile: "
+        capture.texts().filter(u"<WARNG> File [a] handled, but no longer in the queue: "
                                "void FilesQueue::consumed(const QString&, const QString&) -> "
                                "Le fichier [a] n'existe pas dans la file d'attente"_s);
     QCOMPARE(warnings.size(), 1);

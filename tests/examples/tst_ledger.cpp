@@ -41,7 +41,7 @@ private Q_SLOTS:
     void namesAreFoundAgain();
     void endIsRepaired_data();
     void endIsRepaired();
-    void rubbishIsNoBooking();
+    void noiseIsNotABooking();
     void secondOpeningIsRefused();
     void missingDirectoryIsRefused();
     void failedAppendAddsNothing();
@@ -165,16 +165,16 @@ void TestLedger::endIsRepaired()
     QCOMPARE(ledger.tornEnd(), isBooked ? QString() : QString::fromUtf8(end));
 }
 
-void TestLedger::rubbishIsNoBooking()
+void TestLedger::noiseIsNotABooking()
 {
-    const QByteArray rubbish =
+    const QByteArray noise =
         QByteArray("\x00\xff;\xfe;;;;\n", 9) + QByteArray(10'000'000, ';') +
         "\nb.xml\n;b.xml;;;;\nt;b.xml;r;;c;1.00;EUR\nt;b.xml;r;n;c;1.00;EUR;\n";
-    QVERIFY(writeFile(_path, rubbish + WholeLine));
+    QVERIFY(writeFile(_path, noise + WholeLine));
     const Ledger ledger(_path);
     QCOMPARE(ledger.orderBookedFor(u"a.xml"_s), u"C-1"_s);
     QVERIFY(ledger.orderBookedFor(u"b.xml"_s).isNull());
-    QCOMPARE(readFile(_path), rubbish + WholeLine);
+    QCOMPARE(readFile(_path), noise + WholeLine);
 }
 
 void TestLedger::secondOpeningIsRefused()

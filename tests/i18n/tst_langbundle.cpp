@@ -60,7 +60,7 @@ Dictionnary textsOf(LangBundle& bundle)
     return texts;
 }
 
-QByteArray rubbish(int size, quint32 seed)
+QByteArray noise(int size, quint32 seed)
 {
     QRandomGenerator generator(seed);
     QByteArray bytes(size, Qt::Uninitialized);
@@ -149,9 +149,9 @@ private Q_SLOTS:
     void byteOrderMarkIsSkipped();
     void invalidUtf8IsReplaced();
     void zeroBytesArePartOfTheText();
-    void rubbishFailsOnItsHeader();
-    void rubbishInTheBodyIsHarmless_data();
-    void rubbishInTheBodyIsHarmless();
+    void noiseFailsOnItsHeader();
+    void noiseInTheBodyIsHarmless_data();
+    void noiseInTheBodyIsHarmless();
     void hundredsOfThousandsOfLines();
     void tenMegabytesInOneLine();
     void tenMegabytesOfHeader();
@@ -678,19 +678,19 @@ void TestLangBundle::zeroBytesArePartOfTheText()
     QCOMPARE(bundle->text(QStringLiteral("C")), QStringLiteral("ok"));
 }
 
-void TestLangBundle::rubbishFailsOnItsHeader()
+void TestLangBundle::noiseFailsOnItsHeader()
 {
     const QString expected = headerText(_directory->fileName(Kez, French));
     for (quint32 seed = 1; seed <= 50; ++seed) {
-        _directory->writeRaw(Kez, French, rubbish(5000, seed));
+        _directory->writeRaw(Kez, French, noise(5000, seed));
         QCOMPARE(failureOf(_directory->path(), Kez, French).left(expected.size()), expected);
     }
 }
 
-void TestLangBundle::rubbishInTheBodyIsHarmless_data()
+void TestLangBundle::noiseInTheBodyIsHarmless_data()
 {
     QTest::addColumn<QByteArray>("bytes");
-    QTest::newRow("random bytes") << rubbish(200'000, 7);
+    QTest::newRow("random bytes") << noise(200'000, 7);
     QTest::newRow("zero bytes") << QByteArray(100'000, '\0');
     QTest::newRow("carriage returns") << QByteArray(100'000, '\r');
     QTest::newRow("line ends") << QByteArray(100'000, '\n');
@@ -700,7 +700,7 @@ void TestLangBundle::rubbishInTheBodyIsHarmless_data()
     QTest::newRow("bytes that go on a sequence") << QByteArray(100'000, '\x80');
 }
 
-void TestLangBundle::rubbishInTheBodyIsHarmless()
+void TestLangBundle::noiseInTheBodyIsHarmless()
 {
     QFETCH(QByteArray, bytes);
     const auto bundle = loadBody("TheFirst=1\n" + bytes + "\nTheLast=2\n");

@@ -135,11 +135,11 @@ void QueueJsonTest::descriptions_data()
     row("less than an int", R"([{"path":"$","period":-1e12}])", -2147483647 - 1, true);
     row("other keys", R"([{"path":"$","Period":1,"KEEP":false,"consumers":["a"],"":0}])", 10000,
         true);
-    row("elements that are no objects",
+    row("elements that are not objects",
         R"(["$",1,true,null,[{"period":1}],{"path":"$"},[],"period"])", 10000, true);
     row("empty objects", R"([{},{"path":"$"},{}])", 10000, true);
-    row("path that is no string, before", R"([{"path":1},{"path":"$"}])", 10000, true);
-    row("path that is no string, after", R"([{"path":"$"},{"path":null},{"path":["/"]}])", 10000,
+    row("path that is not a string, before", R"([{"path":1},{"path":"$"}])", 10000, true);
+    row("path that is not a string, after", R"([{"path":"$"},{"path":null},{"path":["/"]}])", 10000,
         true);
 }
 

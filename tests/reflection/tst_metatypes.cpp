@@ -511,7 +511,7 @@ private Q_SLOTS:
         QTest::newRow("empty") << QByteArray("");
         QTest::newRow("text") << QByteArray("not a library\n");
         QTest::newRow("only the head of one") << readFile(QStringLiteral(ORDER_PLUGIN)).left(64);
-        QTest::newRow("rubbish") << QByteArray(5000, '\xff');
+        QTest::newRow("noise") << QByteArray(5000, '\xff');
     }
     void libraryThatCannotBeLoaded()
     {
@@ -554,7 +554,7 @@ private Q_SLOTS:
     {
         const QTemporaryDir directory;
         const QString name = QStringLiteral("libm.so.6");
-        QVERIFY(writeFile(directory.filePath(name), "this is no library"));
+        QVERIFY(writeFile(directory.filePath(name), "this is not a library"));
         const QString before = QDir::currentPath();
         QVERIFY(QDir::setCurrent(directory.path()));
         const QString text = failureText(

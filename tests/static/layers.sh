@@ -9,7 +9,7 @@
 
 set -euo pipefail
 
-picture=ARCHITECTURE.md
+table_file=ARCHITECTURE.md
 declare -A layer_of=()  # of a unit; the base is layer -1
 declare -A group_of=()  # of a unit: the units in one pair of backticks, itself included
 declare -A unit_named=() # by the name in lower case
@@ -26,7 +26,7 @@ fault() {
 
 # The rows of the section's tables: their first two cells, separated by a tab.
 table_rows() {
-    sed -nE '/^## Layers$/,/^## [^L]/s/^\| ([^|]+) \| ([^|]+) \|.*/\1\t\2/p' "$picture"
+    sed -nE '/^## Layers$/,/^## [^L]/s/^\| ([^|]+) \| ([^|]+) \|.*/\1\t\2/p' "$table_file"
 }
 
 # in_backticks TEXT: what stands between backticks, one per line.
@@ -37,7 +37,7 @@ add_units() {
     [[ $layer != base ]] || layer=-1
     while read -r group; do
         for unit in $group; do
-            [[ -z ${layer_of[$unit]-} ]] || fault "$picture: $unit has two places"
+            [[ -z ${layer_of[$unit]-} ]] || fault "$table_file: $unit has two places"
             layer_of[$unit]=$layer
             group_of[$unit]=$group
             unit_named[${unit,,}]=$unit
@@ -48,14 +48,14 @@ add_units() {
 
 add_files() {
     local unit=$1 name
-    [[ -n ${layer_of[$unit]-} ]] || fault "$picture: $unit has files, and no layer"
+    [[ -n ${layer_of[$unit]-} ]] || fault "$table_file: $unit has files, and no layer"
     while read -r name; do
         owner_of[$name]=$unit
-        [[ -n $(find include/kez src -name "$name") ]] || fault "$picture: there is no $name"
+        [[ -n $(find include/kez src -name "$name") ]] || fault "$table_file: there is no $name"
     done < <(in_backticks "$2")
 }
 
-read_picture() {
+read_tables() {
     local first second
     while IFS=$'\t' read -r first second; do
         if [[ $first =~ ^(base|[0-9]+)$ ]]; then
@@ -76,14 +76,14 @@ place_files() {
         stem=${stem%_p}
         unit=${owner_of[$name]-${unit_named[$name]-${unit_named[${stem,,}]-}}}
         if [[ -z $unit ]]; then
-            fault "$file: belongs to no unit of $picture; list it there with its unit's files"
+            fault "$file: belongs to no unit of $table_file; list it there with its unit's files"
             continue
         fi
         unit_of[$file]=$unit
         has_file[$unit]=1
     done < <(find include/kez src -name '*.h' -o -name '*.cpp' | sort)
     for unit in "${!layer_of[@]}"; do
-        [[ -n ${has_file[$unit]-} ]] || fault "$picture: $unit has no file"
+        [[ -n ${has_file[$unit]-} ]] || fault "$table_file: $unit has no file"
     done
 }
 
@@ -153,7 +153,7 @@ check_group() {
 check_tree() {
     cd "$1"
     local file group
-    read_picture
+    read_tables
     place_files
     while read -r file; do
         check_file "$file"
@@ -184,14 +184,14 @@ expect_fault() {
 fresh_copy() {
     rm -rf broken
     mkdir broken
-    cp -r "$source_dir/include" "$source_dir/src" "$source_dir/$picture" broken
+    cp -r "$source_dir/include" "$source_dir/src" "$source_dir/$table_file" broken
 }
 
-# redraw SED-SCRIPT: changes the picture, and nothing else; fails if it does not.
+# redraw SED-SCRIPT: changes the tables, and nothing else; fails if it does not.
 redraw() {
     fresh_copy
-    sed -i -E "$1" "broken/$picture"
-    ! cmp -s "$source_dir/$picture" "broken/$picture" || { echo "No effect: $1" >&2; exit 1; }
+    sed -i -E "$1" "broken/$table_file"
+    ! cmp -s "$source_dir/$table_file" "broken/$table_file" || { echo "No effect: $1" >&2; exit 1; }
 }
 
 break_sources() {
@@ -211,21 +211,21 @@ break_sources() {
 
     fresh_copy
     echo '#include "kez/initlib.h"' >broken/src/queue/extra.cpp
-    expect_fault "src/queue/extra.cpp: belongs to no unit of $picture"
+    expect_fault "src/queue/extra.cpp: belongs to no unit of $table_file"
 
     fresh_copy
     rm broken/src/log/logring.cpp
-    expect_fault "$picture: there is no logring.cpp"
+    expect_fault "$table_file: there is no logring.cpp"
 
     fresh_copy
     sed -i '1i #include "nowhere_p.h"' broken/src/log/log.cpp
     expect_fault "src/log/log.cpp:1: there is no nowhere_p.h"
 }
 
-# move UNIT LAYER: draws a unit in another layer.
+# move UNIT LAYER: puts a unit into another layer.
 move() { redraw "/^\| [0-9]/s/ \`$1\`//; s/^(\| $2 \|)/\1 \`$1\`/"; }
 
-break_picture() {
+break_tables() {
     move Logger 2
     expect_fault "layer 2 includes kez/properties.h of layer 2"
     move Logger 4
@@ -237,10 +237,10 @@ break_picture() {
     expect_fault "Text Memory: share a place, but Text does not need Memory"
 
     redraw '/^\| 0 /s/ `Memory`//'
-    expect_fault "include/kez/memory.h: belongs to no unit of $picture"
+    expect_fault "include/kez/memory.h: belongs to no unit of $table_file"
 
     redraw '/^\| 0 /s/`Memory`/`Memory` `Oblivion`/'
-    expect_fault "$picture: Oblivion has no file"
+    expect_fault "$table_file: Oblivion has no file"
 }
 
 self_test() {
@@ -253,7 +253,7 @@ self_test() {
     fresh_copy
     "$self" broken >/dev/null
     break_sources
-    break_picture
+    break_tables
 }
 
 if [[ ${1-} == --self-test ]]; then

@@ -7,8 +7,8 @@
 
 #include <QString>
 
-/// Sets the language of the library's own messages ("en_US", "fr_FR"), whatever the environment
-/// says.
+/// Sets the language of the library's own messages ("en_US", "fr_FR"); the environment does not
+/// count.
 inline void useLanguage(const QString& lang)
 {
     Translator* translator = Translator::getInstance();

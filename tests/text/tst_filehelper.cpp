@@ -441,18 +441,18 @@ void tst_FileHelper::loadLibraryFailures()
     QCOMPARE(failureText([&] { FileHelper::loadLibrary(missing); }),
              signature + QStringLiteral("File [%1] isn't readable").arg(missing));
 
-    const QString rubbish = path(QStringLiteral("rubbish.so"));
-    QVERIFY(writeFile(rubbish, "this is no library"));
-    const QString failure = failureText([&] { FileHelper::loadLibrary(rubbish); });
+    const QString noise = path(QStringLiteral("noise.so"));
+    QVERIFY(writeFile(noise, "this is not a library"));
+    const QString failure = failureText([&] { FileHelper::loadLibrary(noise); });
     QVERIFY2(failure.startsWith(signature + QStringLiteral("Failed to load dynamic library ") +
-                                rubbish + QStringLiteral(" - ")),
+                                noise + QStringLiteral(" - ")),
              qUtf8Printable(failure));
     QVERIFY(!failure.endsWith(QStringLiteral(" - ")));
 
-    QCOMPARE(chmod(QFile::encodeName(rubbish).constData(), 0), 0);
-    const ChildResult unreadable = runChild({QStringLiteral("load"), rubbish});
+    QCOMPARE(chmod(QFile::encodeName(noise).constData(), 0), 0);
+    const ChildResult unreadable = runChild({QStringLiteral("load"), noise});
     QCOMPARE(QString::fromUtf8(unreadable.out),
-             signature + QStringLiteral("File [%1] isn't readable").arg(rubbish));
+             signature + QStringLiteral("File [%1] isn't readable").arg(noise));
 }
 
 void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded_data()
@@ -491,7 +491,7 @@ void tst_FileHelper::libraryThatIsCheckedIsTheOneLoaded()
     for (const char* other : {"text.so", "libtext.so", "below/text.so", "below/libtext.so"})
         QVERIFY(QFile::copy(QStringLiteral(ORDER_PLUGIN), place(QLatin1String(other))));
     if (content.isEmpty())
-        QVERIFY(writeFile(place(name), "this is no library"));
+        QVERIFY(writeFile(place(name), "this is not a library"));
     else
         QVERIFY(QFile::copy(content, place(name)));
 

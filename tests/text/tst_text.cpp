@@ -409,7 +409,7 @@ void TestText::urlDecoding_data()
     QTest::newRow("nothing") << QString() << QString();
     QTest::newRow("mixed") << QStringLiteral("a%20b%2F%C3%A9") << QStringLiteral("a b/é");
     QTest::newRow("lower-case digits") << QStringLiteral("%c3%a9%2f") << QStringLiteral("é/");
-    QTest::newRow("plus is no blank") << QStringLiteral("a+b") << QStringLiteral("a+b");
+    QTest::newRow("plus is not a blank") << QStringLiteral("a+b") << QStringLiteral("a+b");
     QTest::newRow("unescaped letters") << QStringLiteral("é%20€") << QStringLiteral("é €");
     QTest::newRow("NUL") << QStringLiteral("%00") << QString(QChar(u'\0'));
     QTest::newRow("decoded once only") << QStringLiteral("%2541") << QStringLiteral("%41");
@@ -417,8 +417,8 @@ void TestText::urlDecoding_data()
     QTest::newRow("one digit at the end") << QStringLiteral("a%4") << QStringLiteral("a%4");
     QTest::newRow("escape at the end") << QStringLiteral("a%41") << QStringLiteral("aA");
     QTest::newRow("no digits") << QStringLiteral("%zz") << QStringLiteral("%zz");
-    QTest::newRow("second is no digit") << QStringLiteral("%4g") << QStringLiteral("%4g");
-    QTest::newRow("first is no digit") << QStringLiteral("%g4") << QStringLiteral("%g4");
+    QTest::newRow("second is not a digit") << QStringLiteral("%4g") << QStringLiteral("%4g");
+    QTest::newRow("first is not a digit") << QStringLiteral("%g4") << QStringLiteral("%g4");
     QTest::newRow("percent before an escape") << QStringLiteral("%%41") << QStringLiteral("%A");
     QTest::newRow("digits cut by an escape") << QStringLiteral("%4%41") << QStringLiteral("%4A");
     QTest::newRow("letter beyond ASCII after percent")
@@ -427,7 +427,8 @@ void TestText::urlDecoding_data()
         << QStringLiteral("%/0%:0%@0%G0%`0%g0") << QStringLiteral("%/0%:0%@0%G0%`0%g0");
     QTest::newRow("outermost digits")
         << QStringLiteral("%30%39%4a%4F%4A%4f") << QStringLiteral("09JOJO");
-    QTest::newRow("bytes that are no UTF-8") << QStringLiteral("a%FF") << QStringLiteral("a\uFFFD");
+    QTest::newRow("bytes that are not UTF-8")
+        << QStringLiteral("a%FF") << QStringLiteral("a\uFFFD");
 }
 
 void TestText::urlDecoding()

@@ -279,7 +279,7 @@ void TestTextFormat::escaping_data()
         << QStringLiteral("a\u00A0b") << QStringLiteral("a\u00A0b");
     QTest::newRow("beyond Latin-1 stays")
         << QStringLiteral("€œ Ā 日 😀") << QStringLiteral("€œ Ā 日 😀");
-    QTest::newRow("low byte of a wider unit is no entity")
+    QTest::newRow("low byte of a wider unit is not an entity")
         << QStringLiteral("\u0126\u013C") << QStringLiteral("\u0126\u013C");
 }
 
