@@ -32,8 +32,8 @@ public:
 
     Properties();
 
-    /// Copies every entry of `map`. Nothing is shared: iterators and references into `map` never
-    /// reach the copy.
+    /// Copies every entry of `map`. No part of the map is shared: iterators and references into
+    /// `map` never reach the copy.
     Properties(const QMap<QString, QString>& map);
 
     /// Copies every entry, as the constructor from a map does.

@@ -33,7 +33,8 @@ class QXmlStreamReader;
 /// - An element that is made elsewhere and added belongs to the tree from then on. The pointer that
 ///   it was made with keeps its parents only: when the tree is freed, the element loses its
 ///   children.
-/// - Two trees that hold elements of each other are not freed.
+/// - Two trees that hold elements of each other are not freed. Nor is a tree if one of its elements
+///   was made with a parent that is outside of it, and that was made with a parent inside.
 ///
 /// All pointers obtained from one tree share one owner, the tree. So owner_before() does not tell
 /// them apart (compare them by ==), use_count() counts the holders of the tree, and a weak pointer
@@ -74,7 +75,8 @@ public:
     /// is left out.
     ///
     /// A reader without device that holds nothing but blanks or a declaration is left at its end:
-    /// when more data is added, it can be read again.
+    /// when markup is added, it can be read again. Blanks in UTF-16, or a byte order mark of UTF-16
+    /// alone, count as markup there. After a failure a reader cannot be used further.
     ///
     /// Throws Exception: ErrorEncountered with the reader's text, after "***** "; and
     /// DuplicateProperty for two attributes of an element that differ only by their prefixes.

@@ -18,8 +18,15 @@ class XmlTree;
 ///
 /// *Threads*: one thread at a time for the whole tree.
 /// *Owns*: shares its attributes, its children **and its parent**. A tree that was built by hand
-/// with parents therefore stays in memory until clearChildren() is called on its root. A tree that
-/// SimpleDom read is freed automatically; see there how long its elements live.
+/// with parents therefore stays in memory until clearChildren() is called on its root, while no
+/// other pointer to its elements is left. A local variable is such a pointer:
+///
+///     auto item = std::make_shared<XmlElement>("item", root);
+///     root->addChild(item);
+///     item.reset(); // otherwise `item` would keep its own children
+///     root->clearChildren();
+///
+/// A tree that SimpleDom read is freed automatically; see there how long its elements live.
 /// *Fails*: throws Exception, as said at each function.
 class KEZ_EXPORT XmlElement {
 public:

@@ -16,7 +16,8 @@ inline QString absolutePath(const QString& path)
     const QFileInfo info(path);
     if (path.isEmpty() || !info.isRelative())
         return info.filePath();
-    return QDir::currentPath() + QLatin1Char('/') + info.filePath();
+    const QString current = QDir::currentPath(); // empty if it was removed
+    return current.isEmpty() ? QString() : current + QLatin1Char('/') + info.filePath();
 }
 
 /// Loads the shared library `path`, which stays loaded, or throws with the caller's signature.

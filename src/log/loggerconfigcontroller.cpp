@@ -32,7 +32,8 @@ bool isUsableDirectory(const QString& path)
 /// "%1" is the only place marker that a banner title can use.
 bool holdsForeignMarker(const QString& title)
 {
-    static const QRegularExpression marker(QStringLiteral("%L?([0-9]{1,2})"));
+    // Never destroyed: the destructors of static objects may come here.
+    static const auto& marker = *new QRegularExpression(QStringLiteral("%L?([0-9]{1,2})"));
     auto matches = marker.globalMatch(title);
     while (matches.hasNext()) {
         if (matches.next().captured(1) != QLatin1String("1"))

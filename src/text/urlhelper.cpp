@@ -8,7 +8,8 @@
 
 bool UrlHelper::isEmailValid(const QString& text)
 {
-    static const QRegularExpression email = RegexProvider::regexForEmail();
+    // Never destroyed: the destructors of static objects may come here.
+    static const auto& email = *new QRegularExpression(RegexProvider::regexForEmail());
     return !text.isEmpty() && email.match(text).hasMatch();
 }
 

@@ -181,7 +181,7 @@ bool Prologue::takesRoot()
     const QString comment = QStringLiteral("<!--\u00e9-->");
     const qint64 lineFeeds = _reader.lineNumber() - 1;
     const qint64 column = _reader.columnNumber();
-    _reader.addData(comment.toUtf8() + "<end/>");
+    _reader.addData(comment.toUtf8() + "<end/><!-- -->");
     if (_reader.readNext() == QXmlStreamReader::StartDocument)
         _reader.readNext();
     if (!_reader.isComment())
@@ -191,6 +191,9 @@ bool Prologue::takesRoot()
         _reader.characterOffset() - (isUtf8 ? comment.size() : comment.toUtf8().size());
     if (_reader.readNext() != QXmlStreamReader::StartElement)
         return false;
+    // On to the last comment: a reader that is cleared keeps the name of an element.
+    while (_reader.readNext() != QXmlStreamReader::Comment && !_reader.atEnd())
+        continue;
     giveAgain(size, lineFeeds, column, isUtf8);
     return true;
 }

@@ -461,6 +461,8 @@ private Q_SLOTS:
             QCOMPARE(reader.characterOffset(), untouched.characterOffset());
             QCOMPARE(reader.isStandaloneDocument(), untouched.isStandaloneDocument());
             QCOMPARE(reader.namespaceProcessing(), untouched.namespaceProcessing());
+            QCOMPARE(reader.name().toString(), untouched.name().toString());
+            QCOMPARE(reader.qualifiedName().toString(), untouched.qualifiedName().toString());
             QVERIFY(reader.atEnd());
             reader.addData(more);
             dom.readDom(reader);
