@@ -10,10 +10,10 @@
 
 /// The base class of the objects that handle the files of a FilesQueue.
 ///
-/// A consumer is registered with the queue, connects to its filesNotConsumed(), emits
-/// requestForFiles(id()) when it is ready for work, handles each file in place and then emits
-/// consumed(id(), file). It does not delete or rename a file: the queue deletes it once every
-/// consumer has reported it.
+/// A consumer is registered with the queue and connects to its filesNotConsumed(). It emits
+/// requestForFiles(id()) when it is ready for work, and again after a queueUpdated() that tells of
+/// arrivals. It handles each file in place and then emits consumed(id(), file). It does not delete
+/// or rename a file: the queue deletes it once every consumer has reported it.
 ///
 /// filesNotConsumed() reaches every consumer of the queue and does not say which consumer asked. In
 /// the queue's thread, the answer to a consumer's own request is the one that comes while it emits

@@ -37,7 +37,13 @@ class QTimer;
 ///
 /// A queue deletes only the file that it listed. If another file has the name of a consumed one, it
 /// stays and enters the queue as a new file. A file that is replaced before every consumer has
-/// reported it stays the same entry.
+/// reported it stays the same entry. New content that is written into a consumed file in place does
+/// not make it another file: it is deleted. A file system that keeps no times of birth does not
+/// always tell a new file from the one before.
+///
+/// What consumers have reported is kept in memory only: a process that ends before the re-scan gets
+/// these files again. So it does if a consumed file cannot be deleted: the file enters as a new
+/// one.
 ///
 /// The queue is built in one thread, moved to another thread, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files.
@@ -45,9 +51,9 @@ class QTimer;
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
 /// file has vanished from the queue, its report throws. In the queue's thread the exception reaches
-/// the consumer. From another thread it reaches the queue's event loop.
+/// the consumer. From another thread it reaches the queue's event loop, which ends the process.
 ///
-/// Without consumers nothing is ever deleted. A file whose name is not UTF-8 never enters.
+/// Without consumers no re-scan deletes anything. A file whose name is not UTF-8 never enters.
 ///
 /// *Threads*: the object's thread, except appendConsumer(): any thread, while nothing else asks
 /// for index() or isConsumedFromAll(). Signals between the queue and its consumers also work
@@ -85,7 +91,8 @@ public:
     /// the constructor does.
     static FilesQueue* initFilesQueue(const QJsonArray& description);
 
-    /// The directory as it was given: a relative path is still relative.
+    /// The directory as it was given. A relative path is still relative: it means the queue's
+    /// directory only while the working directory is the same.
     QDir path() const;
 
     /// The number of entries.
@@ -154,8 +161,9 @@ public Q_SLOTS:
     void onRequestForFiles(const QString& id);
 
 Q_SIGNALS:
-    /// After a re-scan that added files or lost some; consumed files are not reported. Emitted
-    /// before the re-scan ends: an appendConsumer() in another thread waits until then.
+    /// After a re-scan that added files or lost some; a file that the queue itself deleted is not
+    /// reported. Emitted before the re-scan ends: an appendConsumer() in another thread waits until
+    /// then.
     void queueUpdated(const QList<QString>& appended, const QList<QString>& deleted);
 
     /// The files that a consumer has not consumed, in queue order. If `error` is true, `files`

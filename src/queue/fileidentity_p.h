@@ -48,7 +48,8 @@ struct DirectoryState {
 /// case such a file is handled twice. Every consumed file is deleted in the end.
 ///
 /// Two files of one inode number are not told apart if the file system keeps no births or gives
-/// both the same one, or if the clock was set back since the directory was listed.
+/// both the same one, if the clock was set back since the directory was listed, or if the second
+/// one is born in the very tick of the clock in which the directory had changed and was listed.
 class ListedFileIdentity {
 public:
     ListedFileIdentity(quint64 inode, const DirectoryState& listed,
@@ -80,7 +81,7 @@ public:
             return false;
         if (!file.birth)
             return true;
-        const bool wasThere = *file.birth < _lastShown; // and took the name of the first one
+        const bool wasThere = *file.birth <= _lastShown; // and took the name of the first one
         if (_exact)
             return wasThere && _exact->birth < file.birth;
         const Moment end(_entered.lastChange.first + DirectoryState::Coarseness,

@@ -359,7 +359,7 @@ void QueueFaultsTest::fileThatTookTheNameBeforeALaterListingIsTheSame_data()
     QTest::addColumn<bool>("isSame");
     QTest::newRow("before the first file") << qint64(-3600 * Second) << false;
     QTest::newRow("just before the last change") << qint64(-1) << true;
-    QTest::newRow("at the last change") << qint64(0) << false;
+    QTest::newRow("at the last change") << qint64(0) << true;
     QTest::newRow("after it") << qint64(1) << false;
 }
 

@@ -98,6 +98,7 @@ private Q_SLOTS:
     void fileMadeAfterAConsumedOneIsNew();
     void fileMadeAtOnceAfterAConsumedOneIsNew();
     void fileReplacedBeforeTheLastReportIsDeleted();
+    void fileMadeAnewBeforeTheLastReportIsDeleted();
     void fileReplacedAgainIsNewAgain();
     void fileThatComesBackIsNew();
     void consumedLinkReplacedByALinkIsNew();
@@ -210,6 +211,23 @@ void ReplacedFilesTest::fileReplacedBeforeTheLastReportIsDeleted()
     queue.onConsumed("d", "a");
     QCOMPARE(rescan(queue, traces).summary, summaryTrace(0, 0, 1, 0));
     QCOMPARE(directory.names(), QStringList());
+}
+
+void ReplacedFilesTest::fileMadeAnewBeforeTheLastReportIsDeleted()
+{
+    // The new file often has the inode number of the one before.
+    TraceLog traces;
+    const QueueDirectory directory;
+    for (int i = 0; i < 20; ++i) {
+        QVERIFY(directory.create("a"));
+        FilesQueue queue(directory.path(), TwoConsumers, true, 0);
+        queue.onConsumed("c", "a");
+        QVERIFY(directory.remove("a") && directory.create("a", "another"));
+        QCOMPARE(rescan(queue, traces).summary, summaryTrace(0, 0, 0, 1));
+        queue.onConsumed("d", "a");
+        QCOMPARE(rescan(queue, traces).summary, summaryTrace(0, 0, 1, 0));
+        QCOMPARE(directory.names(), QStringList());
+    }
 }
 
 void ReplacedFilesTest::fileReplacedAgainIsNewAgain()
