@@ -18,6 +18,7 @@
 #include <QMetaType>
 #include <QObject>
 #include <QPointer>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QVariant>
@@ -983,9 +984,15 @@ void TestConfiguration::buildLoggerNeedsAWritableDirectory()
 
 void TestConfiguration::buildLoggerPutsABareFileNameIntoTheHomeDirectory()
 {
+    // The directory that is checked is the working directory.
+    const QTemporaryDir working;
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(working.path()));
+    const auto comeBack = qScopeGuard([&before] { QDir::setCurrent(before); });
     const EnvironmentGuard home("HOME", _dir->path().toLocal8Bit());
     Config::buildFileSystemLogger(Properties(Entries{{"log.filename", "app"}}));
     QVERIFY(QFile::exists(path("app-0.log")));
+    QVERIFY(!QFile::exists(working.filePath("app-0.log")));
 }
 
 void TestConfiguration::buildLoggerLeavesThePropertiesAlone()
