@@ -14,7 +14,7 @@
 #include <memory>
 #include <optional>
 
-class BannerFilter;
+class BannerScope;
 class QFile;
 class QJsonDocument;
 class QJsonObject;
@@ -224,7 +224,7 @@ public:
     unsigned int lookForLastFile();
 
 private:
-    friend class BannerFilter;
+    friend class BannerScope;
     friend class Log;
     struct KEZ_HIDDEN Ring;
     class KEZ_HIDDEN RingLock;
@@ -232,6 +232,7 @@ private:
     KEZ_HIDDEN Logger(const Logger& other);
 
     KEZ_HIDDEN void openNewestFile();
+    KEZ_HIDDEN unsigned int resumeAt(unsigned int newest);
     [[noreturn]] KEZ_HIDDEN void raiseOpenFailure(const char* key, unsigned int index) const;
     KEZ_HIDDEN void writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line,
                                 bool isTeed);

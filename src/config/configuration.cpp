@@ -183,7 +183,7 @@ void Config::logBanner(const QString& titleFormat, const QString& titleArgument,
     const std::shared_ptr<const Properties> properties = _properties;
     if (!logger)
         return;
-    const BannerFilter bannerFilter(*logger);
+    const BannerScope banner(*logger);
     writeBannerBox(*logger, Failure::completed(titleFormat, titleArgument));
     logger->info(trailer);
     if (withProperties) {

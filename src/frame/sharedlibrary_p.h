@@ -3,22 +3,11 @@
 
 #pragma once
 
+#include "directories_p.h"
 #include "failure_p.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QLibrary>
-
-/// `path` with its search prefix, if it has one, resolved, and made absolute. Nothing is cleaned: a
-/// ".." after a link means the directory above the link's target.
-inline QString absolutePath(const QString& path)
-{
-    const QFileInfo info(path);
-    if (path.isEmpty() || !info.isRelative())
-        return info.filePath();
-    const QString current = QDir::currentPath(); // empty if it was removed
-    return current.isEmpty() ? QString() : current + QLatin1Char('/') + info.filePath();
-}
 
 /// Loads the shared library `path`, which stays loaded, or throws with the caller's signature.
 /// `message(key, argument)` is how the caller looks up the text of a key.

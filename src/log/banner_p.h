@@ -17,9 +17,9 @@
 ///
 /// The banners of a logger and its copies are written one after the other. A banner waits for
 /// another one as long as a line does for another line; then their lines mix.
-class BannerFilter {
+class BannerScope {
 public:
-    explicit BannerFilter(Logger& logger) : _logger(logger), _ring(logger._spRing)
+    explicit BannerScope(Logger& logger) : _logger(logger), _ring(logger._spRing)
     {
         // The holder of the lock must not wait: the lines of the other banner wait for it.
         const auto limit =
@@ -27,14 +27,14 @@ public:
         _hasTurn = _ring->banners.tryLock(static_cast<int>(limit.count()));
         _ring->openFilter(_logger);
     }
-    ~BannerFilter()
+    ~BannerScope()
     {
         _ring->restoreFilter(_logger);
         if (_hasTurn)
             _ring->banners.unlock();
     }
-    BannerFilter(const BannerFilter&) = delete;
-    BannerFilter& operator=(const BannerFilter&) = delete;
+    BannerScope(const BannerScope&) = delete;
+    BannerScope& operator=(const BannerScope&) = delete;
 
 private:
     Logger& _logger;

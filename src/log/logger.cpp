@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/logger.h"
+#include "frame/directories_p.h"
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
 #include "log/loggerkeys_p.h"
@@ -23,20 +24,14 @@ LogFormatter orDefault(LogFormatter formatter)
     return formatter ? formatter : static_cast<LogFormatter>(&Logger::formatter);
 }
 
-void checkDirectory(const QString& path)
-{
-    const QFileInfo directory(path);
-    if (!directory.exists() || !directory.isDir() || !directory.isReadable() ||
-        !directory.isWritable())
-        Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", path));
-}
-
 /// `<directory>/<base>-%d.log` as given. Throws if the directory cannot be used.
 QString ringPattern(const QString& fileName)
 {
     const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
     const QString directory = slash < 0 ? QDir::homePath() : fileName.left(slash);
-    checkDirectory(slash == 0 ? QStringLiteral("/") : directory);
+    const QString checked = slash == 0 ? QStringLiteral("/") : directory;
+    if (!isUsableDirectory(checked))
+        Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", checked));
 
     QString base = fileName.sliced(slash + 1);
     if (base.endsWith(QLatin1String(".log")))
@@ -44,21 +39,15 @@ QString ringPattern(const QString& fileName)
     return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
 }
 
-/// The same files, whatever the working directory is later.
+/// The same files, also if the working directory changes later.
 QString absolutePattern(const QString& pattern)
 {
-    if (pattern.startsWith(QLatin1Char('/')))
-        return pattern;
     const qsizetype slash = pattern.lastIndexOf(QLatin1Char('/'));
-    // A search prefix ("logs:") is replaced by its directory, as it was for checkDirectory().
-    const QString directory = QFileInfo(pattern.left(slash)).filePath();
-    const QString absolute = directory + pattern.sliced(slash);
-    if (absolute.startsWith(QLatin1Char('/')))
-        return absolute;
-    // Not cleaned: behind a symbolic link, ".." leads elsewhere.
-    const QString current = QDir::currentPath() + QLatin1Char('/');
+    const QString given = pattern.left(slash);
+    const QString absolute = absolutePath(given);
     // The name of the working directory may not be UTF-8: a text cannot hold it then.
-    return QFileInfo(current + directory).isDir() ? current + absolute : absolute;
+    const bool isFound = slash == 0 || QFileInfo(absolute).isDir();
+    return (isFound ? absolute : given) + pattern.sliced(slash);
 }
 
 /// Whether this thread formats a line that did not get the lock.
@@ -271,28 +260,30 @@ void Logger::closeDuplicatedHandle()
 void Logger::openNewestFile()
 {
     const std::optional<unsigned int> newest = newestIndex();
-    // Also if it is full: with this descriptor in hand a rotation finds one for the next file, and
-    // no file is deleted before that is certain.
-    const bool isOpen = newest && openRingFile(*newest, QIODevice::NotOpen);
-    if (newest && !isOpen && _spRing->lacksDescriptor)
-        raiseOpenFailure("FileAppendFailure", *newest);
-
-    const unsigned int index = newest ? resumeIndex(*newest) : 0;
+    const unsigned int index = newest ? resumeAt(*newest) : 0;
     _spRing->last = index;
-    if (!_spRing->file) {
-        if (newest && _spRing->lacksDescriptor)
-            raiseOpenFailure("FileAppendFailure", *newest);
-        if (!QFile::exists(ringFileName(index))) {
-            if (!openRingFile(index, QIODevice::NewOnly))
-                raiseOpenFailure("FileCreatingFailure", index);
-            return;
-        }
-        if (!openRingFile(index, QIODevice::NotOpen))
-            raiseOpenFailure("FileAppendFailure", index);
+    if (!_spRing->file && !QFile::exists(ringFileName(index))) {
+        if (!openRingFile(index, QIODevice::NewOnly))
+            raiseOpenFailure("FileCreatingFailure", index);
+        return;
     }
+    if (!_spRing->file && !openRingFile(index, QIODevice::NotOpen))
+        raiseOpenFailure("FileAppendFailure", index);
     _spRing->duplicate();
     if (needsRotate())
         _spRing->last = rotation(index);
+}
+
+/// Opens the newest file or, if it is full, the next one. Returns its index.
+unsigned int Logger::resumeAt(unsigned int newest)
+{
+    // A full one is opened, too: with this descriptor in hand a rotation finds one for the next
+    // file, and deletes no file before that is certain.
+    const bool isOpen = openRingFile(newest, QIODevice::NotOpen);
+    const unsigned int index = isOpen || !_spRing->lacksDescriptor ? resumeIndex(newest) : newest;
+    if (!_spRing->file && _spRing->lacksDescriptor)
+        raiseOpenFailure("FileAppendFailure", newest);
+    return index;
 }
 
 void Logger::raiseOpenFailure(const char* key, unsigned int index) const

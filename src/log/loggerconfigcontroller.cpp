@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/loggerconfigcontroller.h"
+#include "frame/directories_p.h"
 #include "frame/failure_p.h"
 #include "log/loggerkeys_p.h"
 
@@ -21,12 +22,6 @@ bool isInteger(const QString& text)
     text.toLongLong(&isSigned, 10);
     text.toULongLong(&isUnsigned, 10);
     return isSigned || isUnsigned;
-}
-
-bool isUsableDirectory(const QString& path)
-{
-    const QFileInfo directory(path);
-    return directory.isDir() && directory.isReadable() && directory.isWritable();
 }
 
 /// "%1" is the only place marker that a banner title can use.

@@ -39,7 +39,7 @@ QString amount(qulonglong number, const char* unitKey)
 
 void Logger::logBanner(const QString& title, const QString& version, const Properties* properties)
 {
-    const BannerFilter bannerFilter(*this);
+    const BannerScope banner(*this);
     writeBannerHead(*this, title, version);
     if (properties) {
         writeBannerProperties(*this, *properties, [](const QString& key, qsizetype width) {
@@ -50,7 +50,7 @@ void Logger::logBanner(const QString& title, const QString& version, const Prope
 
 void Logger::logBanner(const QString& title, const QString& version, const QJsonDocument* json)
 {
-    const BannerFilter bannerFilter(*this);
+    const BannerScope banner(*this);
     writeBannerHead(*this, title, version);
     if (!json)
         return;
@@ -71,7 +71,7 @@ QString Logger::toString() const
         isOpen = _spRing->file && _spRing->file->isOpen();
         last = _spRing->last;
     } else {
-        Ring::reportDeadlock("toString");
+        Ring::reportDeadlock("toString", "file not shown");
     }
     const char* const level = QMetaEnum::fromType<LoggerLevel::LogLevel>().valueToKey(filter());
     const QStringList lines = {

@@ -61,11 +61,11 @@ struct Logger::Ring {
         return _holder.load(std::memory_order_relaxed) == std::this_thread::get_id();
     }
 
-    /// Says on Qt's message output that `Logger::function` did not get the lock.
-    static void reportDeadlock(const char* function)
+    /// Says on Qt's message output that `Logger::function` did not get the lock, and the result.
+    static void reportDeadlock(const char* function, const char* result)
     {
         qtMessages().warning().noquote().nospace()
-            << "Logger::" << function << " DEADLOCK >> nothing done";
+            << "Logger::" << function << " DEADLOCK >> " << result;
     }
 
     /// Runs `action` under the lock. If another thread keeps the lock for too long, or the calling
@@ -86,7 +86,7 @@ struct Logger::Ring {
     std::atomic<FILE*> stream{nullptr}; ///< read without the lock
     bool streamIsOpen = false;
     bool endsInsideLine = false;  ///< a write was cut short
-    bool lacksDescriptor = false; ///< why the last file could not be opened
+    bool lacksDescriptor = false; ///< no descriptor was free for the last file to be opened
 
 private:
     friend class Logger::RingLock;
@@ -162,5 +162,5 @@ void Logger::Ring::exclusively(const char* function, Action action)
     if (lock.isHeld())
         action();
     else
-        reportDeadlock(function);
+        reportDeadlock(function, "nothing done");
 }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/FilesQueue.h"
+#include "frame/directories_p.h"
 #include "frame/failure_p.h"
 #include "kez/exception.h"
 #include "queue/fileidentity_p.h"
@@ -88,7 +89,7 @@ private:
 
 FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
                        int interval, QObject* parent)
-    : QObject(parent), _scrutationInterval(interval), _directory(resolvedDirectory(path))
+    : QObject(parent), _scrutationInterval(interval), _directory(absolutePath(path))
 {
     if (!isUsableDirectory(path) || !isUsableDirectory(_directory))
         raiseInvalidDirectory(path);

@@ -43,9 +43,10 @@ struct DirectoryState {
 /// seconds this is enough: a file that comes later is born later. If it had just changed, the queue
 /// asks for the exact identity of each new file.
 ///
-/// A file system may show other inode numbers in a listing than statx() tells. The queue may then
-/// take a file for another one, once: the file enters again, with its exact identity. In the worst
-/// case such a file is handled twice. Every consumed file is deleted in the end.
+/// A file system may show other inode numbers in a listing than statx() tells, and a birth may be
+/// later than the directory's last change (if the clock was set back). The queue may then take a
+/// file for another one, once: the file enters again, with its exact identity. In the worst case
+/// such a file is handled twice. Every consumed file is deleted in the end.
 ///
 /// Two files of one inode number are not told apart if the file system keeps no births or gives
 /// both the same one, if the clock was set back since the directory was listed, or if the second

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "frame/directories_p.h"
 #include "frame/failure_p.h"
 #include "kez/FilesQueue.h"
-#include "queue/queuelisting_p.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

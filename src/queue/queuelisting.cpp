@@ -3,9 +3,7 @@
 
 #include "queue/queuelisting_p.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -104,7 +102,7 @@ DirectoryState stateOf(int directory, std::time_t start)
     state.device = status.st_dev;
     // Not the time of modification, which anybody may set.
     state.lastChange = Moment(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
-    state.isSettled = status.st_ctim.tv_sec + DirectoryState::Coarseness < start;
+    state.isSettled = status.st_ctim.tv_sec + DirectoryState::Coarseness + 1 < start;
     return state;
 }
 
@@ -129,24 +127,6 @@ qsizetype QueueListing::count() const
 {
     return std::count_if(files.begin(), files.end(),
                          [](const ListedFile& file) { return file.kind != Kind::Unknown; });
-}
-
-bool isUsableDirectory(const QString& path)
-{
-    const QFileInfo info(path);
-    return info.exists() && info.isDir() && info.isWritable() && info.isReadable();
-}
-
-QString resolvedDirectory(const QString& path)
-{
-    if (path.startsWith(QLatin1Char('/')))
-        return path;
-    const QString current = QDir::currentPath();
-    if (current.isEmpty())
-        return QString();
-    const QString plain = current + QLatin1Char('/') + path;
-    const QString asQtReadsIt = QFileInfo(path).absoluteFilePath();
-    return asQtReadsIt == QDir::cleanPath(plain) ? plain : asQtReadsIt;
 }
 
 std::optional<DirectoryIdentity> directoryIdentity(const QString& path)

@@ -39,14 +39,6 @@ struct QueueListing {
 /// Device and inode of a directory.
 using DirectoryIdentity = std::pair<quint64, quint64>;
 
-/// Whether the path, as Qt reads it, leads to a readable and writable directory.
-bool isUsableDirectory(const QString& path);
-
-/// The absolute path of the directory that Qt finds at `path` now. It has no search prefix. Pass
-/// it to system calls; they follow links and "..". Empty if the path is relative and the working
-/// directory was removed.
-QString resolvedDirectory(const QString& path);
-
 /// Nothing if there is no such directory.
 std::optional<DirectoryIdentity> directoryIdentity(const QString& path);
 
