@@ -154,6 +154,20 @@ void logOneLine(Logger& logger, bool inHandler, std::function<void()> action)
     qInstallMessageHandler(before);
 }
 
+/// How often another thread waits in `action` while a line is formatted.
+int waitsBesideALine(Logger& logger, const std::function<void()>& action)
+{
+    int waits = -1;
+    logOneLine(logger, false, [&] {
+        std::thread([&] {
+            LibcFaults::waits = 0;
+            action();
+            waits = LibcFaults::waits;
+        }).join();
+    });
+    return waits;
+}
+
 /// Makes the first instance, on a ring whose rotation reports a failure. `action` runs in the
 /// message handler, so inside the constructor.
 Log* instanceThatReports(std::function<void()> action)
@@ -627,19 +641,34 @@ private Q_SLOTS:
         QCOMPARE(ring.bytes(0), QByteArray(inHandler ? "outer [Tee]\n" : "outer\n"));
     }
 
+    void bannerWithinALineDoesNotWaitForAnother_data() { lineWithinALineDoesNotWait_data(); }
+    void bannerWithinALineDoesNotWaitForAnother()
+    {
+        // The other banner has its turn, and waits for the lock of this line.
+        QFETCH(bool, inHandler);
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, actingFormatter);
+        std::thread other;
+        int waits = -1;
+        logOneLine(logger, inHandler, [&] {
+            other = std::thread(
+                [&] { logger.logBanner(QStringLiteral("other"), QStringLiteral("1")); });
+            while (logger.filter() != LoggerLevel::info)
+                std::this_thread::yield();
+            LibcFaults::waits = 0;
+            logger.logBanner(QStringLiteral("inner"), QStringLiteral("2"));
+            waits = LibcFaults::waits;
+        });
+        other.join();
+        QCOMPARE(waits, 0);
+        QCOMPARE(logger.filter(), LoggerLevel::debug);
+    }
+
     void lineBelowTheFilterTakesNoLock()
     {
         const LogRing ring;
         Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, actingFormatter);
-        int waits = -1;
-        logOneLine(logger, false, [&] {
-            std::thread([&] {
-                LibcFaults::waits = 0;
-                logger.debug(QStringLiteral("dropped"));
-                waits = LibcFaults::waits;
-            }).join();
-        });
-        QCOMPARE(waits, 0);
+        QCOMPARE(waitsBesideALine(logger, [&] { logger.debug(QStringLiteral("dropped")); }), 0);
         QCOMPARE(s_shown.size(), 0);
         QCOMPARE(ring.bytes(0), QByteArray("outer\n"));
     }
@@ -649,15 +678,7 @@ private Q_SLOTS:
     {
         const LogRing ring;
         Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, actingFormatter);
-        int waits = -1;
-        logOneLine(logger, false, [&] {
-            std::thread([&] {
-                LibcFaults::waits = 0;
-                logger.info(QStringLiteral("busy"));
-                waits = LibcFaults::waits;
-            }).join();
-        });
-        QVERIFY(waits > 0);
+        QVERIFY(waitsBesideALine(logger, [&] { logger.info(QStringLiteral("busy")); }) > 0);
         QCOMPARE(s_shown.size(), 1);
     }
 

@@ -8,10 +8,13 @@
 #include <kez/initlib.h>
 #include <kez/langbundle.h>
 #include <kez/log.h>
+#include <kez/loggerconfigcontroller.h>
 #include <kez/metatypes.h>
 #include <kez/properties.h>
 #include <kez/translator.h>
+#include <kez/urlhelper.h>
 
+#include <QDir>
 #include <QMetaType>
 #include <QTemporaryDir>
 #include <QTest>
@@ -90,20 +93,31 @@ void findTheClass()
     say(MetaTypes::getInstance()->removeMetaType(QStringLiteral("QString")).className());
 }
 
+void checkAnAddress()
+{
+    say(UrlHelper::isEmailValid(QStringLiteral("a@b.org")));
+}
+
+void checkABannerTitle()
+{
+    Properties properties(
+        {{"log.filename", QDir::tempPath() + "/app"}, {"log.banner.title", "App %1"}});
+    say(LoggerConfigController().isLegalConfiguration(&properties));
+}
+
 struct NamedStep {
     const char* name;
     Step step;
 };
 
-constexpr NamedStep StepsInMain[] = {{"nothing", nothing},
-                                     {"kezInit", kezInit},
-                                     {"application", runAnApplication},
-                                     {"register", registerAClass}};
+constexpr NamedStep StepsInMain[] = {
+    {"nothing", nothing},         {"kezInit", kezInit},        {"application", runAnApplication},
+    {"register", registerAClass}, {"address", checkAnAddress}, {"title", checkABannerTitle}};
 
-constexpr NamedStep StepsAtExit[] = {{"failure", meetAFailure}, {"text", lookATextUp},
-                                     {"bundle", loadABundle},   {"set-up", setUpAndLookATextUp},
-                                     {"log", logToAFile},       {"banner", logABanner},
-                                     {"class", findTheClass}};
+constexpr NamedStep StepsAtExit[] = {
+    {"failure", meetAFailure},       {"text", lookATextUp},       {"bundle", loadABundle},
+    {"set-up", setUpAndLookATextUp}, {"log", logToAFile},         {"banner", logABanner},
+    {"class", findTheClass},         {"address", checkAnAddress}, {"title", checkABannerTitle}};
 
 int child(const QStringList& arguments)
 {
@@ -124,6 +138,8 @@ private Q_SLOTS:
     void staticObjectsFindTheTexts();
     void staticObjectsCanLog();
     void staticObjectsFindTheRegisteredClasses();
+    void staticObjectsCanCheckTexts_data();
+    void staticObjectsCanCheckTexts();
 };
 
 void TestExit::staticObjectsFindTheTexts_data()
@@ -177,6 +193,20 @@ void TestExit::staticObjectsCanLog()
 void TestExit::staticObjectsFindTheRegisteredClasses()
 {
     COMPARE_CHILD(runChild({"register", "class"}, strictEnvironment()), "QString\nQString\n");
+}
+
+void TestExit::staticObjectsCanCheckTexts_data()
+{
+    QTest::addColumn<QString>("step");
+    QTest::newRow("an e-mail address") << "address";
+    QTest::newRow("a banner title") << "title";
+}
+
+void TestExit::staticObjectsCanCheckTexts()
+{
+    // In main() as well: what is built there is destroyed before the static object.
+    QFETCH(QString, step);
+    COMPARE_CHILD(runChild({step, step}, strictEnvironment()), "true\ntrue\n");
 }
 
 KEZ_TEST_MAIN_WITH_CHILDREN(TestExit, child)

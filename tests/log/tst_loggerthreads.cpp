@@ -415,6 +415,24 @@ private Q_SLOTS:
         logger.close();
     }
 
+    void busyLoggerSaysThatItsDescriptionIsIncomplete()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::debug, blockingFormatter);
+        logger.disableTee();
+        const MessageCapture capture;
+        std::thread holder([&] { logger.info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+        const QString busy = logger.toString();
+        s_goOn.release();
+        holder.join();
+        QCOMPARE(capture.texts(),
+                 QStringList{QStringLiteral("Logger::toString DEADLOCK >> file not shown")});
+        QVERIFY(busy.contains(QLatin1String("     _spFile : 0x0 (")));
+        QVERIFY(logger.toString() != busy);
+        QCOMPARE(capture.texts().size(), 1);
+    }
+
     void lineAfterTheCloseIsShown()
     {
         const LogRing ring;

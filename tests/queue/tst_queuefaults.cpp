@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: MIT
 
 #include "queue/queuefixture.h"
+#include "support/descriptorlimit.h"
 #include "support/failuretext.h"
+#include "support/files.h"
 #include "support/messagecapture.h"
 #include "support/queuefaults.h"
 #include "support/tracelog.h"
@@ -92,6 +94,8 @@ private Q_SLOTS:
     void fileThatCannotBeAskedForIsNotPurged();
     void nameThatIsListedTwiceEntersOnce();
     void refusedWatchIsTriedOnceADirectory();
+    void replacedDirectoryIsListedWithOneDescriptor();
+    void replacedDirectoryThatCannotBeOpenedAgainIsListedLater();
     void secondProcessTriesARefusedWatchAgain();
 
     void bornAfterTheListingIsAnotherFile();
@@ -291,6 +295,46 @@ void QueueFaultsTest::refusedWatchIsTriedOnceADirectory()
              QStringList(directory.filePath("queue")));
 }
 
+void QueueFaultsTest::replacedDirectoryIsListedWithOneDescriptor()
+{
+    const TraceLog traces;
+    const QueueDirectory parent;
+    const FaultGuard guard;
+    QVERIFY(parent.makeDirectory("queue"));
+    FilesQueue queue(parent.filePath("queue"), {}, true, 0);
+    queue.onProcess();
+    QVERIFY(parent.rename("queue", "before") && parent.makeDirectory("queue"));
+    QVERIFY(writeFile(parent.filePath("queue/a"), "content"));
+    {
+        const DescriptorLimit one(1);
+        queue.onDirectoryChanged();
+    }
+    QVERIFY(queue.existsFileEntry("a"));
+    QVERIFY(writeFile(parent.filePath("queue/b"), "content"));
+    QTRY_VERIFY(queue.existsFileEntry("b"));
+}
+
+void QueueFaultsTest::replacedDirectoryThatCannotBeOpenedAgainIsListedLater()
+{
+    const TraceLog traces;
+    const QueueDirectory parent;
+    const FaultGuard guard;
+    QVERIFY(parent.makeDirectory("queue"));
+    FilesQueue queue(parent.filePath("queue"), {}, true, 0);
+    queue.onProcess();
+    QVERIFY(parent.rename("queue", "before") && parent.makeDirectory("queue"));
+    QVERIFY(writeFile(parent.filePath("queue/a"), "content"));
+    QueueFaults::soundOpens = 1; // the one before the watch is set
+    QueueFaults::openError = EMFILE;
+    queue.onDirectoryChanged();
+    QVERIFY(!queue.existsFileEntry("a"));
+    QueueFaults::openError = 0;
+    queue.onDirectoryChanged();
+    QVERIFY(queue.existsFileEntry("a"));
+    QVERIFY(writeFile(parent.filePath("queue/b"), "content"));
+    QTRY_VERIFY(queue.existsFileEntry("b"));
+}
+
 void QueueFaultsTest::secondProcessTriesARefusedWatchAgain()
 {
     const TraceLog traces;
@@ -347,10 +391,8 @@ void QueueFaultsTest::birthDecidesInASettledDirectory()
     QueueFaults::status = [birth](const char*, struct statx& status) { setBirth(status, birth); };
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
-    if (isSame)
-        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
-    else
-        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QVERIFY(isSame ? isDeletedAfterRescan(queue, directory, "a")
+                   : isNewAfterRescan(queue, directory, "a"));
 }
 
 void QueueFaultsTest::fileThatTookTheNameBeforeALaterListingIsTheSame_data()
@@ -380,10 +422,8 @@ void QueueFaultsTest::fileThatTookTheNameBeforeALaterListingIsTheSame()
     birth = lastChangeOf(directory) + later;
     queue.onDirectoryChanged();
     queue.onConsumed("c", "a");
-    if (isSame)
-        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
-    else
-        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QVERIFY(isSame ? isDeletedAfterRescan(queue, directory, "a")
+                   : isNewAfterRescan(queue, directory, "a"));
 }
 
 void QueueFaultsTest::otherDeviceIsAnotherFile()
@@ -423,10 +463,8 @@ void QueueFaultsTest::exactBirthDecidesInADirectoryThatHasJustChanged()
     FilesQueue queue(directory.path(), OneConsumer, true, 0);
     queue.onConsumed("c", "a");
     birth += later;
-    if (isSame)
-        QVERIFY(isDeletedAfterRescan(queue, directory, "a"));
-    else
-        QVERIFY(isNewAfterRescan(queue, directory, "a"));
+    QVERIFY(isSame ? isDeletedAfterRescan(queue, directory, "a")
+                   : isNewAfterRescan(queue, directory, "a"));
 }
 
 void QueueFaultsTest::withoutBirthTimesTheInodeCounts()

@@ -23,7 +23,7 @@ inline void say(bool value)
     std::puts(value ? "true" : "false");
 }
 
-/// In a child: the entry that bears `name`, of a table of what the children can do.
+/// In a child: the entry called `name` in a table of what the children can do.
 template <typename Entry, std::size_t Size>
 const Entry& named(const Entry (&table)[Size], const QString& name)
 {

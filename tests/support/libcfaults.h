@@ -8,6 +8,8 @@
 // set. The switches apply to the files of a ring "app-<n>.log" only. To be included in one source
 // file of a program.
 
+#include "support/interposed.h"
+
 #include <QByteArray>
 
 #include <atomic>
@@ -18,7 +20,6 @@
 #include <ctime>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <sys/stat.h>
@@ -97,12 +98,6 @@ inline bool isRingFile(int fd)
     return isRingFile(path);
 }
 
-template <typename Function>
-Function real(const char* name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 inline bool isRefusedCreation(const char* path, int flags)
 {
     if (createError == 0 || !(flags & O_CREAT) || !isRingFile(path))
@@ -119,7 +114,7 @@ extern "C" {
 #define KEZ_INTERPOSE_OPEN(name)                                                                   \
     int name(const char* path, int flags, ...)                                                     \
     {                                                                                              \
-        static const auto original = LibcFaults::real<int (*)(const char*, int, ...)>(#name);      \
+        static const auto original = interposed<int (*)(const char*, int, ...)>(#name);            \
         va_list arguments;                                                                         \
         va_start(arguments, flags);                                                                \
         const mode_t mode = (flags & O_CREAT) ? va_arg(arguments, mode_t) : 0;                     \
@@ -136,7 +131,7 @@ KEZ_INTERPOSE_OPEN(open64)
 #define KEZ_INTERPOSE_OPENAT(name)                                                                 \
     int name(int directory, const char* path, int flags, ...)                                      \
     {                                                                                              \
-        static const auto original = LibcFaults::real<int (*)(int, const char*, int, ...)>(#name); \
+        static const auto original = interposed<int (*)(int, const char*, int, ...)>(#name);       \
         va_list arguments;                                                                         \
         va_start(arguments, flags);                                                                \
         const mode_t mode = (flags & O_CREAT) ? va_arg(arguments, mode_t) : 0;                     \
@@ -152,7 +147,7 @@ KEZ_INTERPOSE_OPENAT(openat64)
 
 int close(int fd)
 {
-    static const auto original = LibcFaults::real<int (*)(int)>("close");
+    static const auto original = interposed<int (*)(int)>("close");
     if (LibcFaults::createError != 0 && LibcFaults::isRingFile(fd))
         LibcFaults::hasClosed = true;
     return original(fd);
@@ -160,7 +155,7 @@ int close(int fd)
 
 DIR* opendir(const char* path)
 {
-    static const auto original = LibcFaults::real<DIR* (*)(const char*)>("opendir");
+    static const auto original = interposed<DIR* (*)(const char*)>("opendir");
     if (LibcFaults::listError != 0) {
         errno = LibcFaults::listError;
         return nullptr;
@@ -171,7 +166,7 @@ DIR* opendir(const char* path)
 long syscall(long number, ...) noexcept
 {
     static const auto original =
-        LibcFaults::real<long (*)(long, long, long, long, long, long, long)>("syscall");
+        interposed<long (*)(long, long, long, long, long, long, long)>("syscall");
     va_list arguments;
     va_start(arguments, number);
     long values[6];
@@ -186,7 +181,7 @@ long syscall(long number, ...) noexcept
 
 int rename(const char* from, const char* to) noexcept
 {
-    static const auto original = LibcFaults::real<int (*)(const char*, const char*)>("rename");
+    static const auto original = interposed<int (*)(const char*, const char*)>("rename");
     if (LibcFaults::isRingFile(from)) {
         ++LibcFaults::renames;
         if (LibcFaults::renameError != 0) {
@@ -201,7 +196,7 @@ int renameat2(int fromDirectory, const char* from, int toDirectory, const char* 
               unsigned int flags) noexcept
 {
     static const auto original =
-        LibcFaults::real<int (*)(int, const char*, int, const char*, unsigned int)>("renameat2");
+        interposed<int (*)(int, const char*, int, const char*, unsigned int)>("renameat2");
     if (LibcFaults::isRingFile(from)) {
         ++LibcFaults::renames;
         if (LibcFaults::renameError != 0) {
@@ -214,7 +209,7 @@ int renameat2(int fromDirectory, const char* from, int toDirectory, const char* 
 
 int unlink(const char* path) noexcept
 {
-    static const auto original = LibcFaults::real<int (*)(const char*)>("unlink");
+    static const auto original = interposed<int (*)(const char*)>("unlink");
     if (LibcFaults::unlinkError != 0 && LibcFaults::isRingFile(path)) {
         errno = LibcFaults::unlinkError;
         return -1;
@@ -224,7 +219,7 @@ int unlink(const char* path) noexcept
 
 FILE* fdopen(int fd, const char* mode) noexcept
 {
-    static const auto original = LibcFaults::real<FILE* (*)(int, const char*)>("fdopen");
+    static const auto original = interposed<FILE* (*)(int, const char*)>("fdopen");
     if (LibcFaults::fdopenError != 0) {
         errno = LibcFaults::fdopenError;
         return nullptr;
@@ -234,7 +229,7 @@ FILE* fdopen(int fd, const char* mode) noexcept
 
 ssize_t write(int fd, const void* bytes, size_t size)
 {
-    static const auto original = LibcFaults::real<ssize_t (*)(int, const void*, size_t)>("write");
+    static const auto original = interposed<ssize_t (*)(int, const void*, size_t)>("write");
     if (LibcFaults::isRingFile(fd)) {
         ++LibcFaults::writes;
         if (LibcFaults::shortWrites > 0) {
@@ -256,7 +251,7 @@ int statx(int directory, const char* path, int flags, unsigned int mask,
           struct statx* result) noexcept
 {
     static const auto original =
-        LibcFaults::real<int (*)(int, const char*, int, unsigned int, struct statx*)>("statx");
+        interposed<int (*)(int, const char*, int, unsigned int, struct statx*)>("statx");
     const int status = original(directory, path, flags, mask, result);
     if (status == 0 && LibcFaults::noBirthTime) {
         result->stx_mask &= ~static_cast<unsigned int>(STATX_BTIME);
@@ -267,8 +262,7 @@ int statx(int directory, const char* path, int flags, unsigned int mask,
 
 int clock_gettime(clockid_t id, struct timespec* result) noexcept
 {
-    static const auto original =
-        LibcFaults::real<int (*)(clockid_t, struct timespec*)>("clock_gettime");
+    static const auto original = interposed<int (*)(clockid_t, struct timespec*)>("clock_gettime");
     const qint64 now = LibcFaults::clock;
     if (now == 0 || (id != CLOCK_REALTIME && id != CLOCK_REALTIME_COARSE))
         return original(id, result);
@@ -279,7 +273,7 @@ int clock_gettime(clockid_t id, struct timespec* result) noexcept
 
 int gettimeofday(struct timeval* result, void* zone) noexcept
 {
-    static const auto original = LibcFaults::real<int (*)(struct timeval*, void*)>("gettimeofday");
+    static const auto original = interposed<int (*)(struct timeval*, void*)>("gettimeofday");
     const qint64 now = LibcFaults::clock;
     if (now == 0)
         return original(result, zone);
@@ -290,7 +284,7 @@ int gettimeofday(struct timeval* result, void* zone) noexcept
 
 time_t time(time_t* result) noexcept
 {
-    static const auto original = LibcFaults::real<time_t (*)(time_t*)>("time");
+    static const auto original = interposed<time_t (*)(time_t*)>("time");
     const qint64 now = LibcFaults::clock;
     if (now == 0)
         return original(result);

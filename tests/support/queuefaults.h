@@ -8,6 +8,8 @@
 // They answer as the real ones until something is set here. For one source file of a program, and
 // for one thread.
 
+#include "support/interposed.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
@@ -15,16 +17,16 @@
 #include <utility>
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
 namespace QueueFaults {
 
-/// The error that opendir, readdir after `soundEntries` more entries, faccessat and
-/// inotify_add_watch answer; 0 for the true answer.
+/// The error that opendir (after `soundOpens` more calls), readdir (after `soundEntries` more
+/// entries), faccessat and inotify_add_watch answer; 0 for the true answer.
 inline int openError = 0;
+inline int soundOpens = 0;
 inline int readError = 0;
 inline int soundEntries = 0;
 inline int accessError = 0;
@@ -53,7 +55,7 @@ inline int statusCalls = 0;
 
 inline void reset()
 {
-    openError = readError = soundEntries = accessError = watchError = 0;
+    openError = soundOpens = readError = soundEntries = accessError = watchError = 0;
     listedInode = nullptr;
     areNamesListedTwice = false;
     beforeStatus = nullptr;
@@ -61,12 +63,6 @@ inline void reset()
     clock = 0;
     device = 0;
     accessCalls = statCalls = statusCalls = 0;
-}
-
-template <typename Function>
-Function real(const char* name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 /// The next entry, as `read` answers it, with the changes that are set.
@@ -99,8 +95,8 @@ extern "C" {
 
 DIR* opendir(const char* path)
 {
-    static const auto original = QueueFaults::real<DIR* (*)(const char*)>("opendir");
-    if (QueueFaults::openError != 0) {
+    static const auto original = interposed<DIR* (*)(const char*)>("opendir");
+    if (QueueFaults::openError != 0 && --QueueFaults::soundOpens < 0) {
         errno = QueueFaults::openError;
         return nullptr;
     }
@@ -109,20 +105,19 @@ DIR* opendir(const char* path)
 
 struct dirent* readdir(DIR* directory)
 {
-    static const auto original = QueueFaults::real<struct dirent* (*)(DIR*)>("readdir");
+    static const auto original = interposed<struct dirent* (*)(DIR*)>("readdir");
     return QueueFaults::isReadRefused() ? nullptr : QueueFaults::nextEntry(original, directory);
 }
 
 struct dirent64* readdir64(DIR* directory)
 {
-    static const auto original = QueueFaults::real<struct dirent64* (*)(DIR*)>("readdir64");
+    static const auto original = interposed<struct dirent64* (*)(DIR*)>("readdir64");
     return QueueFaults::isReadRefused() ? nullptr : QueueFaults::nextEntry(original, directory);
 }
 
 int faccessat(int directory, const char* path, int mode, int flags) noexcept
 {
-    static const auto original =
-        QueueFaults::real<int (*)(int, const char*, int, int)>("faccessat");
+    static const auto original = interposed<int (*)(int, const char*, int, int)>("faccessat");
     ++QueueFaults::accessCalls;
     if (QueueFaults::accessError != 0) {
         errno = QueueFaults::accessError;
@@ -134,14 +129,14 @@ int faccessat(int directory, const char* path, int mode, int flags) noexcept
 int fstatat(int directory, const char* path, struct stat* result, int flags) noexcept
 {
     static const auto original =
-        QueueFaults::real<int (*)(int, const char*, struct stat*, int)>("fstatat");
+        interposed<int (*)(int, const char*, struct stat*, int)>("fstatat");
     ++QueueFaults::statCalls;
     return original(directory, path, result, flags);
 }
 
 int fstat(int descriptor, struct stat* result) noexcept
 {
-    static const auto original = QueueFaults::real<int (*)(int, struct stat*)>("fstat");
+    static const auto original = interposed<int (*)(int, struct stat*)>("fstat");
     const int status = original(descriptor, result);
     if (status == 0 && QueueFaults::device != 0)
         result->st_dev = QueueFaults::device;
@@ -152,7 +147,7 @@ int statx(int directory, const char* path, int flags, unsigned int mask,
           struct statx* result) noexcept
 {
     static const auto original =
-        QueueFaults::real<int (*)(int, const char*, int, unsigned int, struct statx*)>("statx");
+        interposed<int (*)(int, const char*, int, unsigned int, struct statx*)>("statx");
     ++QueueFaults::statusCalls;
     if (QueueFaults::beforeStatus)
         QueueFaults::beforeStatus(path);
@@ -165,7 +160,7 @@ int statx(int directory, const char* path, int flags, unsigned int mask,
 int inotify_add_watch(int queue, const char* path, std::uint32_t mask) noexcept
 {
     static const auto original =
-        QueueFaults::real<int (*)(int, const char*, std::uint32_t)>("inotify_add_watch");
+        interposed<int (*)(int, const char*, std::uint32_t)>("inotify_add_watch");
     if (QueueFaults::watchError != 0) {
         errno = QueueFaults::watchError;
         return -1;
@@ -175,8 +170,7 @@ int inotify_add_watch(int queue, const char* path, std::uint32_t mask) noexcept
 
 int clock_gettime(clockid_t id, struct timespec* result) noexcept
 {
-    static const auto original =
-        QueueFaults::real<int (*)(clockid_t, struct timespec*)>("clock_gettime");
+    static const auto original = interposed<int (*)(clockid_t, struct timespec*)>("clock_gettime");
     const std::int64_t now = QueueFaults::clock;
     if (now == 0 || id != CLOCK_REALTIME)
         return original(id, result);
