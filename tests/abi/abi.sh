@@ -2,9 +2,9 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Compares what the library exports with symbols.txt, and checks how it is linked:
+# Compares what a library exports with libNAME.symbols, and checks how it is linked:
 #   abi.sh LIBRARY VERSION            both checks, as the tests run them
-#   abi.sh --update LIBRARY VERSION   writes symbols.txt again, after an intended change
+#   abi.sh --update LIBRARY VERSION   writes libNAME.symbols again, after an intended change
 # For the update, call: cmake --build --preset dev --target update_abi
 
 set -euo pipefail
@@ -16,7 +16,9 @@ if [[ $1 == --update ]]; then
     shift
 fi
 library=$1 version=$2
-symbols=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/symbols.txt
+base=${library##*/}
+name=${base%%.so*}
+symbols=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/$name.symbols
 
 faults=0
 fault() {
@@ -32,25 +34,25 @@ check_symbols() {
     local differences
     if ! differences=$(diff -U0 --label "$symbols" --label "$library" "$symbols" <(exported)); then
         grep -v '^@@' <<<"$differences" >&2
-        fault "The exported symbols differ from symbols.txt"
+        fault "The exported symbols differ from $name.symbols"
     fi
 }
 
 check_file_names() {
-    local folder base=${library##*/}
+    local folder
     folder=$(dirname "$library")
-    [[ $(readlink "$folder/libkez.so") == "libkez.so.${version%%.*}" ]] ||
-        fault "libkez.so does not point to libkez.so.${version%%.*}"
-    [[ $(readlink "$folder/libkez.so.${version%%.*}") == "libkez.so.$version" ]] ||
-        fault "libkez.so.${version%%.*} does not point to libkez.so.$version"
-    [[ $base == "libkez.so.$version" ]] || fault "the file is named $base"
+    [[ $(readlink "$folder/$name.so") == "$name.so.${version%%.*}" ]] ||
+        fault "$name.so does not point to $name.so.${version%%.*}"
+    [[ $(readlink "$folder/$name.so.${version%%.*}") == "$name.so.$version" ]] ||
+        fault "$name.so.${version%%.*} does not point to $name.so.$version"
+    [[ $base == "$name.so.$version" ]] || fault "the file is named $base"
 }
 
 check_linkage() {
     local dynamic headers stack
     dynamic=$(readelf --wide --dynamic "$library")
     headers=$(readelf --wide --program-headers "$library")
-    grep -q "SONAME.*\[libkez\.so\.${version%%.*}\]" <<<"$dynamic" || fault "wrong SONAME"
+    grep -q "SONAME.*\[$name\.so\.${version%%.*}\]" <<<"$dynamic" || fault "wrong SONAME"
     grep -q 'FLAGS.*NOW' <<<"$dynamic" || fault "its symbols are not bound at load time"
     grep -q 'GNU_RELRO' <<<"$headers" || fault "its relocations stay writable"
     ! grep -q 'TEXTREL' <<<"$dynamic" || fault "its code has relocations"

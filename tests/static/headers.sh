@@ -12,8 +12,8 @@ shift 3
 strict=(-Wall -Wextra -Wpedantic -Wshadow -Werror -DQT_NO_KEYWORDS -DQT_NO_CAST_FROM_ASCII)
 
 checked=0 faults=0
-for header in "$include_dir"/kez/*.h; do
-    name=kez/${header##*/}
+for header in "$include_dir"/kez/*.h "$include_dir"/kez/service/*.h; do
+    name=${header#"$include_dir"/}
     # Included twice, so that a header without a guard fails.
     printf '#include <%s>\n#include <%s>\n' "$name" "$name" |
         "$compiler" -x c++ -std="$standard" -fsyntax-only -fPIC "${strict[@]}" "$@" \

@@ -4,18 +4,21 @@
 #
 # Checks the sources against the two tables of ARCHITECTURE.md, section "Layers":
 #   layers.sh SOURCE_DIR              every file belongs to a unit; every unit includes lower layers
-#                                     only, and stands in the lowest layer that this allows
+#                                     only, and stands in the lowest layer that this allows; the
+#                                     service kit stands above the core
 #   layers.sh --self-test SOURCE_DIR  breaks copies of the sources; each fault has to be found
 
 set -euo pipefail
 
 table_file=ARCHITECTURE.md
+lowest_kit_layer=7
 declare -A layer_of=()  # of a unit; the base is layer -1
 declare -A group_of=()  # of a unit: the units in one pair of backticks, itself included
 declare -A unit_named=() # by the name in lower case
 declare -A owner_of=()  # of a file name that the second table lists: its unit
 declare -A unit_of=()   # of a file
 declare -A highest=()   # of a group: the highest layer that it includes
+declare -A is_of_kit=() # a unit with files below service/
 declare -A needs=()     # "UNIT UNIT": the first includes the second, of the same group
 faults=0
 
@@ -81,6 +84,7 @@ place_files() {
         fi
         unit_of[$file]=$unit
         has_file[$unit]=1
+        [[ $file != */service/* ]] || is_of_kit[$unit]=1
     done < <(find include/kez src -name '*.h' -o -name '*.cpp' | sort)
     for unit in "${!layer_of[@]}"; do
         [[ -n ${has_file[$unit]-} ]] || fault "$table_file: $unit has no file"
@@ -127,6 +131,13 @@ check_file() {
 
 check_lowest() {
     local group=$1 unit=${1%% *} lowest=$((highest[$1] + 1))
+    ((layer_of[$unit] >= 0)) || return 0
+    if [[ -n ${is_of_kit[$unit]-} ]]; then
+        ((lowest >= lowest_kit_layer)) || lowest=$lowest_kit_layer
+        ((layer_of[$unit] >= lowest)) || fault "$group: the kit's units stand in layer $lowest or above"
+    elif ((layer_of[$unit] >= lowest_kit_layer)); then
+        fault "$group: has no files below service/"
+    fi
     if ((layer_of[$unit] > lowest)); then
         fault "$group: stands in layer ${layer_of[$unit]}, and could stand in layer $lowest"
     fi
@@ -232,6 +243,9 @@ break_tables() {
     expect_fault "Logger: stands in layer 4, and could stand in layer 3"
     move Log 6
     expect_fault "Log: stands in layer 6, and could stand in layer 4"
+
+    move descriptor 0
+    expect_fault "descriptor: the kit's units stand in layer 7 or above"
 
     redraw '/^\| 0 /s/`Text` `Memory`/`Text Memory`/'
     expect_fault "Text Memory: share a place, but Text does not need Memory"

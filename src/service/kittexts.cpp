@@ -1,0 +1,61 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "service/kittexts_p.h"
+
+#include <kez/langbundle.h>
+#include <kez/translator.h>
+
+#include <memory>
+#include <system_error>
+
+namespace KezService {
+
+namespace {
+
+struct Bundles {
+    std::shared_ptr<LangBundle> french = load("fr_FR");
+    std::shared_ptr<LangBundle> english = load("en_US");
+
+    static std::shared_ptr<LangBundle> load(const char* lang)
+    {
+        return LangBundle::load(QStringLiteral(":/kezservice"), QStringLiteral("kezservice"),
+                                QString::fromLatin1(lang));
+    }
+};
+
+/// Never destroyed: a thread that was left behind may log while the process exits.
+const Bundles& bundles()
+{
+    static const Bundles& loaded = *new Bundles;
+    return loaded;
+}
+
+} // namespace
+
+QString kitText(const char* key)
+{
+    const bool isFrench = Translator::getInstance()->defaultLang().startsWith(QLatin1String("fr"));
+    const auto& bundle = isFrench ? bundles().french : bundles().english;
+    return bundle->text(QString::fromLatin1(key));
+}
+
+QString systemErrorText(int error)
+{
+    return QString::fromLocal8Bit(std::generic_category().message(error));
+}
+
+QString shownName(const QString& name)
+{
+    QString shown;
+    shown.reserve(name.size());
+    for (const QChar character : name) {
+        if (character.category() == QChar::Other_Control)
+            shown += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            shown += character;
+    }
+    return shown;
+}
+
+} // namespace KezService
