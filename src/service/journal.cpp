@@ -1,0 +1,540 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "service/journal_p.h"
+
+#include "service/durablefiles_p.h"
+#include "service/kittexts_p.h"
+#include "service/spoolplaces_p.h"
+
+#include <kez/log.h>
+
+#include <QDateTime>
+#include <QFile>
+#include <QList>
+#include <QRandomGenerator>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace KezService {
+
+namespace {
+
+const QByteArray Header = QByteArrayLiteral("kez-journal 1\n");
+
+constexpr qint64 LargestRead = qint64{1} << 30; // bytes
+constexpr qint64 SmallestCompacted = qint64{1} << 20;
+constexpr int GrowthBeforeCompaction = 4;
+constexpr std::chrono::seconds LongestAttemptPause{300};
+
+quint16 checksum(QByteArrayView line)
+{
+    return qChecksum(line, Qt::ChecksumIso3309);
+}
+
+/// Appends fields to a text, and ends each line with its checksum.
+class LineWriter {
+public:
+    explicit LineWriter(QByteArray& text) : _text(text), _start(text.size()) {}
+
+    LineWriter& operator<<(char kind)
+    {
+        _start = _text.size();
+        _text += kind;
+        return *this;
+    }
+    LineWriter& operator<<(quint64 number)
+    {
+        _text += ' ';
+        _text += QByteArray::number(number);
+        return *this;
+    }
+    LineWriter& operator<<(int number) { return *this << static_cast<quint64>(number); }
+    LineWriter& operator<<(const QByteArray& field)
+    {
+        _text += ' ';
+        _text += field;
+        return *this;
+    }
+    LineWriter& operator<<(const QString& field)
+    {
+        // One character more, so that no field is empty.
+        return *this << '=' + field.toUtf8().toPercentEncoding();
+    }
+    void end()
+    {
+        const quint16 sum = checksum(QByteArrayView(_text).sliced(_start));
+        *this << QByteArray::number(sum, 16);
+        _text += '\n';
+    }
+
+private:
+    QByteArray& _text;
+    qsizetype _start;
+};
+
+QByteArray optionalNumber(const std::optional<qint64>& number)
+{
+    return number ? QByteArray::number(*number) : QByteArrayLiteral("-");
+}
+
+void writeFile(LineWriter& lines, const Journal::Entry& entry)
+{
+    const FileStamp& stamp = entry.stamp;
+    lines << 'F' << entry.number << entry.key << stamp.inode << optionalNumber(stamp.birth)
+          << QByteArray::number(stamp.size) << QByteArray::number(stamp.modified)
+          << QByteArray::number(stamp.changed) << int{entry.isLinked} << entry.name;
+    lines.end();
+}
+
+void writeWork(LineWriter& lines, quint64 number, int consumer, const WorkRecord& work)
+{
+    if (work.tries != 0 || work.strikes != 0) {
+        lines << 'T' << number << consumer << int{work.tries} << int{work.strikes};
+        lines.end();
+    }
+    if (work.state == WorkRecord::State::Waiting)
+        return;
+    const bool isBegun = work.state == WorkRecord::State::Begun;
+    lines << char{isBegun ? Journal::Step::Begun : Journal::Step::Done} << number << consumer;
+    lines.end();
+}
+
+QString newKey()
+{
+    auto* const random = QRandomGenerator::global();
+    return QStringLiteral("%1%2")
+        .arg(random->generate64(), 16, 16, QLatin1Char('0'))
+        .arg(random->generate64(), 16, 16, QLatin1Char('0'));
+}
+
+quint16 counted(quint16 number)
+{
+    return number == std::numeric_limits<quint16>::max() ? number
+                                                         : static_cast<quint16>(number + 1);
+}
+
+void applyTo(WorkRecord& work, Journal::Step::Kind kind)
+{
+    using State = WorkRecord::State;
+    switch (kind) {
+    case Journal::Step::Begun:
+        work.state = State::Begun;
+        return;
+    case Journal::Step::Done:
+        work.state = State::Settled;
+        break;
+    case Journal::Step::Retried:
+        work.state = State::Waiting;
+        work.tries = counted(work.tries);
+        break;
+    case Journal::Step::Left:
+        work.state = State::Waiting;
+        break;
+    }
+    work.strikes = 0; // it ended normally
+}
+
+} // namespace
+
+/// Reads the lines of a journal's file.
+class Journal::Reader {
+public:
+    explicit Reader(Journal& journal) : _journal(journal) {}
+
+    /// Empty if the text is sound, except perhaps for an end that breaks off; otherwise what is
+    /// wrong with it.
+    QString read(const QByteArray& text)
+    {
+        if (!text.startsWith(Header))
+            return kitText("JournalForeign");
+        qsizetype start = Header.size();
+        for (qsizetype number = 2; start < text.size(); ++number) {
+            const qsizetype end = text.indexOf('\n', start);
+            if (end < 0)
+                break;
+            if (!readLine(text.mid(start, end - start)))
+                return kitText("JournalLineDamaged", QString::number(number));
+            start = end + 1;
+        }
+        return QString();
+    }
+
+private:
+    bool readLine(const QByteArray& line)
+    {
+        const qsizetype blank = line.lastIndexOf(' ');
+        if (blank < 1)
+            return false;
+        bool isNumber = false;
+        const uint sum = line.mid(blank + 1).toUInt(&isNumber, 16);
+        if (!isNumber || sum != checksum(QByteArrayView(line).first(blank)))
+            return false;
+        _fields = line.first(blank).split(' ');
+        _isSound = true;
+        apply(_fields.first());
+        return _isSound;
+    }
+
+    void apply(const QByteArray& kind)
+    {
+        if (kind == "C")
+            readConsumer();
+        else if (kind == "F")
+            readFile();
+        else if (kind == "T")
+            readCounts();
+        else if (kind == "K")
+            readLink();
+        else if (kind == "X")
+            _journal._entries.erase(number(1));
+        else if (kind.size() == 1 && QByteArrayView("BDRL").contains(kind.front()))
+            readStep(static_cast<Step::Kind>(kind.front()));
+        else
+            _isSound = false;
+    }
+
+    void readConsumer() { _consumers.insert(number(1), _journal._consumers.indexOf(text(2))); }
+
+    void readFile()
+    {
+        Entry entry;
+        entry.number = number(1);
+        entry.key = text(2);
+        entry.stamp.inode = number(3);
+        if (field(4) != "-")
+            entry.stamp.birth = signedNumber(4);
+        entry.stamp.size = signedNumber(5);
+        entry.stamp.modified = signedNumber(6);
+        entry.stamp.changed = signedNumber(7);
+        entry.isLinked = number(8) != 0;
+        entry.name = text(9);
+        entry.works.resize(static_cast<size_t>(_journal._consumers.size()));
+        _isSound = _isSound && entry.number != 0;
+        _journal._lastNumber = std::max(_journal._lastNumber, entry.number);
+        _journal._entries[entry.number] = entry;
+    }
+
+    void readCounts()
+    {
+        if (WorkRecord* const found = work()) {
+            found->tries = static_cast<quint16>(number(3));
+            found->strikes = static_cast<quint16>(number(4));
+        }
+    }
+
+    void readLink()
+    {
+        const auto entry = _journal._entries.find(number(1));
+        if (entry != _journal._entries.end())
+            entry->second.isLinked = true;
+    }
+
+    void readStep(Step::Kind kind)
+    {
+        if (WorkRecord* const found = work())
+            applyTo(*found, kind);
+    }
+
+    /// What fields 1 and 2 name; null for a consumer or a file that is there no more.
+    WorkRecord* work()
+    {
+        const auto entry = _journal._entries.find(number(1));
+        const qsizetype consumer = _consumers.value(number(2), -1);
+        const bool isKnown = entry != _journal._entries.end() && consumer >= 0;
+        return isKnown ? &entry->second.works[static_cast<size_t>(consumer)] : nullptr;
+    }
+
+    QByteArray field(qsizetype index)
+    {
+        if (index < _fields.size())
+            return _fields.at(index);
+        _isSound = false;
+        return {};
+    }
+
+    quint64 number(qsizetype index)
+    {
+        bool isNumber = false;
+        const quint64 value = field(index).toULongLong(&isNumber);
+        _isSound = _isSound && isNumber;
+        return value;
+    }
+
+    qint64 signedNumber(qsizetype index)
+    {
+        bool isNumber = false;
+        const qint64 value = field(index).toLongLong(&isNumber);
+        _isSound = _isSound && isNumber;
+        return value;
+    }
+
+    QString text(qsizetype index)
+    {
+        const QByteArray encoded = field(index);
+        _isSound = _isSound && encoded.startsWith('=');
+        return QString::fromUtf8(QByteArray::fromPercentEncoding(encoded.mid(1)));
+    }
+
+    Journal& _journal;
+    QHash<quint64, qsizetype> _consumers; // positions by number; -1 if it is there no more
+    QList<QByteArray> _fields;
+    bool _isSound = true;
+};
+
+Journal::Journal(const QString& spool, const QStringList& consumers, bool isKept)
+    : _path(SpoolPlaces::journal(spool)), _consumers(consumers), _isKept(isKept)
+{
+    if (!_isKept)
+        return;
+    load();
+    addStrikes();
+    compact();
+}
+
+std::vector<Journal::Entry> Journal::enter(const std::vector<NamedStamp>& files)
+{
+    const std::lock_guard lock(_mutex);
+    std::vector<Entry> entered;
+    entered.reserve(files.size());
+    QByteArray text;
+    LineWriter lines(text);
+    for (const auto& [name, stamp] : files) {
+        const auto known = _entries.find(_numbers.value(name));
+        if (known != _entries.end() && known->second.isOf(stamp)) {
+            known->second.isPresent = true;
+            entered.push_back(known->second);
+            continue;
+        }
+        if (known != _entries.end()) {
+            lines << 'X' << known->first;
+            lines.end();
+            _entries.erase(known);
+        }
+        entered.push_back(newEntry(name, stamp));
+        writeFile(lines, entered.back());
+    }
+    append(text);
+    return entered;
+}
+
+void Journal::record(std::span<const Step> steps)
+{
+    QByteArray text;
+    text.reserve(64);
+    LineWriter lines(text);
+    for (const Step& step : steps) {
+        lines << char{step.kind} << step.number << step.consumer;
+        lines.end();
+    }
+    const std::lock_guard lock(_mutex);
+    for (const Step& step : steps) {
+        const auto entry = _entries.find(step.number);
+        if (entry != _entries.end())
+            applyTo(entry->second.works[static_cast<size_t>(step.consumer)], step.kind);
+    }
+    append(text);
+}
+
+void Journal::recordLink(quint64 number)
+{
+    QByteArray text;
+    LineWriter lines(text);
+    lines << 'K' << number;
+    lines.end();
+    const std::lock_guard lock(_mutex);
+    const auto entry = _entries.find(number);
+    if (entry == _entries.end())
+        return;
+    entry->second.isLinked = true;
+    append(text);
+}
+
+void Journal::forget(const std::vector<quint64>& numbers)
+{
+    QByteArray text;
+    LineWriter lines(text);
+    const std::lock_guard lock(_mutex);
+    for (const quint64 number : numbers) {
+        const auto entry = _entries.find(number);
+        if (entry == _entries.end())
+            continue;
+        if (_numbers.value(entry->second.name) == number)
+            _numbers.remove(entry->second.name);
+        _entries.erase(entry);
+        lines << 'X' << number;
+        lines.end();
+    }
+    append(text);
+}
+
+void Journal::forgetAbsent()
+{
+    std::vector<quint64> absent;
+    {
+        const std::lock_guard lock(_mutex);
+        for (const auto& [number, entry] : _entries) {
+            if (!entry.isPresent)
+                absent.push_back(number);
+        }
+    }
+    forget(absent);
+}
+
+void Journal::sync()
+{
+    const std::lock_guard lock(_mutex);
+    if (!_isKept)
+        return;
+    const bool hasGrown =
+        _size > std::max(SmallestCompacted, GrowthBeforeCompaction * _compactedSize);
+    if (_file.isOpen() ? hasGrown : Clock::now() >= _nextAttempt)
+        rewrite();
+    else if (_file.isOpen() && std::exchange(_isUnsynced, false) && ::fdatasync(_file.get()) != 0)
+        giveUp(errno);
+}
+
+void Journal::compact()
+{
+    const std::lock_guard lock(_mutex);
+    if (_isKept)
+        rewrite();
+}
+
+void Journal::load()
+{
+    const Descriptor file = openFile(QFile::encodeName(_path), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
+    if (!file.isOpen()) {
+        if (errno == ENOENT)
+            return;
+        raise("JournalUnreadable", shownName(_path), systemErrorText(errno));
+    }
+    struct stat info {};
+    QFile device;
+    const bool isReadable = ::fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+                            info.st_size <= LargestRead &&
+                            device.open(file.get(), QIODevice::ReadOnly);
+    const QString fault =
+        isReadable ? Reader(*this).read(device.readAll()) : kitText("JournalForeign");
+    if (!fault.isEmpty()) {
+        _entries.clear();
+        putAside(fault);
+    }
+    for (const auto& [number, entry] : _entries) {
+        quint64& newest = _numbers[entry.name];
+        newest = std::max(newest, number);
+    }
+}
+
+void Journal::putAside(const QString& why)
+{
+    const QString moment = QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd-HHmmss-zzz");
+    const QString aside = _path + QStringLiteral(".aside-") + moment;
+    const int error = renameWithoutReplacing(QFile::encodeName(_path), QFile::encodeName(aside));
+    if (error != 0)
+        raise("JournalUnreadable", shownName(_path), systemErrorText(error));
+    Log::getInstance()->critical(
+        kitText("JournalPutAside", shownName(_path), why, shownName(aside)));
+}
+
+/// The process died during the work that had begun.
+void Journal::addStrikes()
+{
+    for (auto& [number, entry] : _entries) {
+        for (WorkRecord& work : entry.works) {
+            if (work.state != WorkRecord::State::Begun)
+                continue;
+            work.state = WorkRecord::State::Waiting;
+            work.strikes = counted(work.strikes);
+        }
+    }
+}
+
+Journal::Entry& Journal::newEntry(const QString& name, const FileStamp& stamp)
+{
+    const quint64 number = ++_lastNumber;
+    Entry& entry = _entries[number];
+    entry.number = number;
+    entry.key = newKey();
+    entry.name = name;
+    entry.stamp = stamp;
+    entry.isPresent = true;
+    entry.works.resize(static_cast<size_t>(_consumers.size()));
+    _numbers.insert(name, number);
+    return entry;
+}
+
+void Journal::rewrite()
+{
+    const QByteArray path = QFile::encodeName(_path);
+    const QByteArray text = wholeText();
+    _file.close();
+    if (const int error = replaceFile(path, path + ".new", text); error != 0) {
+        giveUp(error);
+        return;
+    }
+    _file = openFile(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
+    if (!_file.isOpen()) {
+        giveUp(errno);
+        return;
+    }
+    _size = _compactedSize = text.size();
+    _isUnsynced = false;
+    if (std::exchange(_attemptPause, {}).count() != 0)
+        Log::getInstance()->info(kitText("JournalWrittenAgain", shownName(_path)));
+}
+
+QByteArray Journal::wholeText() const
+{
+    QByteArray text = Header;
+    LineWriter lines(text);
+    const int consumers = static_cast<int>(_consumers.size());
+    for (int consumer = 0; consumer < consumers; ++consumer) {
+        lines << 'C' << consumer << _consumers.at(consumer);
+        lines.end();
+    }
+    std::vector<const Entry*> entries;
+    entries.reserve(_entries.size());
+    for (const auto& [number, entry] : _entries)
+        entries.push_back(&entry);
+    std::sort(entries.begin(), entries.end(),
+              [](const Entry* a, const Entry* b) { return a->number < b->number; });
+    for (const Entry* const entry : entries) {
+        writeFile(lines, *entry);
+        for (int consumer = 0; consumer < consumers; ++consumer)
+            writeWork(lines, entry->number, consumer, entry->works[static_cast<size_t>(consumer)]);
+    }
+    return text;
+}
+
+void Journal::append(const QByteArray& lines)
+{
+    if (!_file.isOpen() || lines.isEmpty())
+        return;
+    if (const int error = writeAll(_file.get(), lines); error != 0) {
+        giveUp(error);
+        return;
+    }
+    _size += lines.size();
+    _isUnsynced = true;
+}
+
+/// Goes on without the file, until sync() can write it anew.
+void Journal::giveUp(int error)
+{
+    using namespace std::chrono_literals;
+    _file.close();
+    if (_attemptPause == 0s)
+        Log::getInstance()->critical(
+            kitText("JournalNotWritten", shownName(_path), systemErrorText(error)));
+    _attemptPause = std::clamp(_attemptPause * 2, 1s, LongestAttemptPause);
+    _nextAttempt = Clock::now() + _attemptPause;
+}
+
+} // namespace KezService

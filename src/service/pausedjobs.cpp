@@ -1,0 +1,35 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "service/pausedjobs_p.h"
+
+#include <QRandomGenerator>
+
+#include <algorithm>
+
+namespace KezService {
+
+std::chrono::milliseconds pauseAfter(int failures, const HandlerSettings& settings)
+{
+    std::chrono::milliseconds pause = settings.firstPause;
+    for (int doubled = 1; doubled < failures && pause < settings.longestPause; ++doubled)
+        pause *= 2;
+    pause = std::min(pause, settings.longestPause);
+    constexpr int Percent = 100;
+    constexpr int Jitter = 20;
+    const int share = QRandomGenerator::global()->bounded(Percent - Jitter, Percent + Jitter + 1);
+    // In this order: the product of a very long pause would not fit.
+    return pause / Percent * share + pause % Percent * share / Percent;
+}
+
+std::vector<PausedJobs::ConsumersJob> PausedJobs::takeDue(Clock::time_point now)
+{
+    const auto end = _jobs.upper_bound(now);
+    std::vector<ConsumersJob> due;
+    for (auto job = _jobs.begin(); job != end; ++job)
+        due.push_back(std::move(job->second));
+    _jobs.erase(_jobs.begin(), end);
+    return due;
+}
+
+} // namespace KezService

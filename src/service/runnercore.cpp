@@ -1,0 +1,592 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "service/runnercore_p.h"
+
+#include "frame/directories_p.h"
+#include "service/kittexts_p.h"
+#include "service/spoolplaces_p.h"
+
+#include <kez/exception.h>
+#include <kez/log.h>
+
+#include <QFile>
+
+#include <algorithm>
+#include <limits>
+
+namespace KezService {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Results are taken together, so that a busy pool does not wake the queue's thread for each file.
+constexpr auto DrainPause = 5ms;
+
+// A re-scan costs time that grows with the spool. It takes at most this share of the thread's time
+// while files are handled.
+constexpr int RescanShare = 5;
+constexpr auto LongestRescanPause = 1s;
+
+constexpr auto ProgressPause = 100ms;
+constexpr auto StatusPause = 1s;
+constexpr auto AloneLimit = 5s;
+constexpr auto LongestLookPause = 10s;
+
+// A file whose work was interrupted so often by the death of the process is quarantined.
+constexpr int MostStrikes = 2;
+
+constexpr auto AgentId = QLatin1String("kez-runner");
+
+template <typename Duration>
+int timerInterval(Duration pause)
+{
+    const auto interval = std::chrono::ceil<std::chrono::milliseconds>(pause).count();
+    return static_cast<int>(std::clamp<qint64>(interval, 0, std::numeric_limits<int>::max()));
+}
+
+} // namespace
+
+RunnerCore::RunnerCore(const RunnerSettings& settings,
+                       const std::vector<ConsumerDescription>& consumers)
+    : _settings(settings),
+      _consumers(consumers),
+      _status(settings.spool),
+      _submitted(consumers.size()),
+      _counters(consumers.size())
+{
+    connectTimers();
+}
+
+RunnerCore::~RunnerCore()
+{
+    if (_workplace)
+        _workplace->inbox.disconnect();
+}
+
+const std::vector<std::unique_ptr<HandlerPool>>& RunnerCore::pools() const
+{
+    return _pools;
+}
+
+RunnerProgress RunnerCore::progress() const
+{
+    const std::lock_guard lock(_progressMutex);
+    return _progress;
+}
+
+void RunnerCore::start()
+{
+    if (!isUsableDirectory(_settings.spool))
+        raise("RunnerSpoolUnusable", shownName(_settings.spool));
+    const QString hidden = SpoolPlaces::hidden(_settings.spool);
+    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
+        raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
+
+    QStringList ids;
+    for (const ConsumerDescription& consumer : _consumers)
+        ids.append(consumer.id);
+    _workplace = std::make_shared<Workplace>(_settings, ids);
+    _workplace->inbox.connect([this] {
+        QMetaObject::invokeMethod(&_drainTimer, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+    });
+    for (size_t i = 0; i < _consumers.size(); ++i) {
+        const ConsumerDescription& consumer = _consumers[i];
+        _pools.push_back(std::make_unique<HandlerPool>(
+            static_cast<int>(i), consumer.id, consumer.handler, consumer.settings, _workplace));
+    }
+
+    openQueue();
+    for (const auto& pool : _pools)
+        pool->start();
+    _tickTimer.start();
+    nextSuspect();
+    announceProgress();
+}
+
+void RunnerCore::connectTimers()
+{
+    _drainTimer.setInterval(DrainPause);
+    _progressTimer.setInterval(ProgressPause);
+    _aloneTimer.setInterval(AloneLimit);
+    _tickTimer.setInterval(1s);
+    for (QTimer* const timer :
+         {&_drainTimer, &_retryTimer, &_rescanTimer, &_aloneTimer, &_progressTimer})
+        timer->setSingleShot(true);
+    connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
+    connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
+    connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
+    connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::nextSuspect);
+    connect(&_progressTimer, &QTimer::timeout, this, &RunnerCore::announceProgress);
+    connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
+}
+
+void RunnerCore::openQueue()
+{
+    _agent = std::make_unique<ConsumerAncestor>(AgentId);
+    _queue = std::make_unique<FilesQueue>(_settings.spool,
+                                          QList<ConsumerEntry>{{_agent->id(), _agent.get()}},
+                                          _settings.keep, timerInterval(_settings.period));
+    _queue->onProcess();
+    _queue->onDirectoryChanged(); // for what came before the watch was set
+    // Queued: the signal is emitted in the middle of a re-scan.
+    connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
+            Qt::QueuedConnection);
+    enter(namesInQueue());
+    _workplace->journal.forgetAbsent();
+}
+
+QStringList RunnerCore::namesInQueue()
+{
+    QStringList names;
+    const auto connection = connect(_queue.get(), &FilesQueue::filesNotConsumed, this,
+                                    [&names](const QStringList& files, bool error) {
+                                        if (!error)
+                                            names = files;
+                                    });
+    _queue->onRequestForFiles(_agent->id());
+    disconnect(connection);
+    return names;
+}
+
+QString RunnerCore::pathOf(const QString& name) const
+{
+    return _settings.spool + QLatin1Char('/') + name;
+}
+
+void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
+{
+    lose(deleted);
+    enter(appended);
+    flush();
+    noteChange();
+}
+
+/// Takes in files that are new in the queue.
+void RunnerCore::enter(const QStringList& names)
+{
+    std::vector<Journal::NamedStamp> files;
+    for (const QString& name : names) {
+        const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(name)));
+        if (!stamp)
+            _unstamped.append(name);
+        else if (!isUndeletable(name, *stamp))
+            files.emplace_back(name, *stamp);
+    }
+    for (const Journal::Entry& entry : _workplace->journal.enter(files))
+        enterFile(entry);
+}
+
+void RunnerCore::enterFile(const Journal::Entry& entry)
+{
+    if (const FilePointer known = _files.value(entry.name))
+        drop(known);
+    const auto file = std::make_shared<QueuedFile>();
+    file->name = entry.name;
+    file->stamp = entry.stamp;
+    file->number = entry.number;
+    file->key = entry.key;
+    _files.insert(file->name, file);
+    _ordered.emplace_hint(_ordered.end(), file->number, file);
+    for (size_t i = 0; i < _consumers.size(); ++i) {
+        const WorkRecord& work = entry.works[i];
+        const bool isSettled = work.state == WorkRecord::State::Settled;
+        file->stages.push_back(isSettled ? QueuedFile::Stage::Settled : QueuedFile::Stage::Ready);
+        if (isSettled)
+            continue;
+        ++file->unsettled;
+        ++_counters[i].unsettled;
+        _counters[i].oldest = std::min(_counters[i].oldest, file->number);
+        Job job{file, work.tries, {}};
+        if (work.strikes >= MostStrikes)
+            job.verdict = kitText("RunnerProcessDied", QString::number(work.strikes));
+        if (work.strikes > 0 && job.verdict.isEmpty())
+            _suspects.emplace_back(static_cast<int>(i), job);
+        else
+            submit(static_cast<int>(i), job);
+    }
+    if (file->unsettled == 0)
+        finishFile(file);
+}
+
+void RunnerCore::submit(int consumer, const Job& job)
+{
+    _submitted[static_cast<size_t>(consumer)].push_back(job);
+}
+
+/// Gives the pools what was submitted.
+void RunnerCore::flush()
+{
+    if (_alone)
+        return;
+    for (size_t i = 0; i < _pools.size(); ++i) {
+        if (!_submitted[i].empty())
+            _pools[i]->add(std::exchange(_submitted[i], {}));
+    }
+}
+
+/// Files have left the spool, and not through the runner.
+void RunnerCore::lose(const QStringList& names)
+{
+    std::vector<quint64> numbers;
+    for (const QString& name : names) {
+        if (const FilePointer file = _files.value(name)) {
+            numbers.push_back(file->number);
+            drop(file);
+        }
+        for (auto* const others : {&_reported, &_undeletable}) {
+            if (const auto other = others->constFind(name); other != others->constEnd()) {
+                numbers.push_back(other->number);
+                others->erase(other);
+            }
+        }
+        _unstamped.removeAll(name);
+    }
+    // If the spool itself is out of reach, its files come back with it, and are remembered.
+    if (isUsableDirectory(_settings.spool))
+        _workplace->journal.forget(numbers);
+}
+
+/// Nobody needs to handle the file any more.
+void RunnerCore::drop(const FilePointer& file)
+{
+    file->isGone = true;
+    for (size_t i = 0; i < _counters.size(); ++i) {
+        if (file->stages[i] != QueuedFile::Stage::Settled)
+            --_counters[i].unsettled;
+        if (file->stages[i] == QueuedFile::Stage::Paused)
+            --_counters[i].paused;
+    }
+    _ordered.erase(file->number);
+    _files.remove(file->name);
+}
+
+void RunnerCore::takeEnded()
+{
+    for (const Ended& ended : _workplace->inbox.take())
+        handleEnded(ended);
+    noteChange();
+}
+
+void RunnerCore::handleEnded(const Ended& ended)
+{
+    const FilePointer& file = ended.job.file;
+    const QString& consumer = _consumers[static_cast<size_t>(ended.consumer)].id;
+    Log& log = *Log::getInstance();
+    if (!file->isGone) {
+        switch (ended.how) {
+        case Ended::How::Done:
+            ++_counters[static_cast<size_t>(ended.consumer)].done;
+            settle(ended.consumer, file);
+            break;
+        case Ended::How::Quarantined:
+            log.critical(kitText("RunnerQuarantined", shownName(file->name), shownName(consumer),
+                                 shownName(ended.job.verdict), shownName(ended.text)));
+            ++_counters[static_cast<size_t>(ended.consumer)].quarantined;
+            settle(ended.consumer, file);
+            Q_EMIT quarantined(consumer, file->name, ended.text);
+            break;
+        case Ended::How::Retry:
+            pause(ended, ended.job.tries + 1);
+            break;
+        case Ended::How::NotQuarantined:
+            pause(ended, ended.job.failures + 1);
+            break;
+        }
+    }
+    if (_alone == std::pair(ended.consumer, file->number))
+        nextSuspect();
+}
+
+void RunnerCore::settle(int consumer, const FilePointer& file)
+{
+    QueuedFile::Stage& stage = file->stages[static_cast<size_t>(consumer)];
+    if (stage == QueuedFile::Stage::Settled)
+        return;
+    stage = QueuedFile::Stage::Settled;
+    --_counters[static_cast<size_t>(consumer)].unsettled;
+    if (--file->unsettled == 0)
+        finishFile(file);
+}
+
+/// Has the job done again after a pause. The first failure of a file is a warning.
+void RunnerCore::pause(const Ended& ended, int failures)
+{
+    const ConsumerDescription& consumer = _consumers[static_cast<size_t>(ended.consumer)];
+    const FilePointer& file = ended.job.file;
+    const bool isRetry = ended.how == Ended::How::Retry;
+    const auto wait = pauseAfter(failures, consumer.settings);
+    const QString text = isRetry
+                             ? kitText("RunnerRetry", shownName(file->name), shownName(consumer.id),
+                                       QString::number(failures), shownName(ended.text))
+                             : ended.text;
+    if (failures > 1)
+        Log::getInstance()->debug(text);
+    else if (isRetry)
+        Log::getInstance()->warning(text);
+    else
+        Log::getInstance()->critical(text);
+
+    Job job = ended.job;
+    (isRetry ? job.tries : job.failures) = failures;
+    file->stages[static_cast<size_t>(ended.consumer)] = QueuedFile::Stage::Paused;
+    ++_counters[static_cast<size_t>(ended.consumer)].paused;
+    _paused.add(ended.consumer, job, Clock::now() + wait);
+    _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
+}
+
+void RunnerCore::resumeDue()
+{
+    for (const auto& [consumer, job] : _paused.takeDue(Clock::now())) {
+        if (job.file->isGone)
+            continue;
+        job.file->stages[static_cast<size_t>(consumer)] = QueuedFile::Stage::Ready;
+        --_counters[static_cast<size_t>(consumer)].paused;
+        submit(consumer, job);
+    }
+    flush();
+    if (!_paused.isEmpty())
+        _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
+    noteChange();
+}
+
+/// All consumers are done. If it is still the file that they saw, the queue may delete it.
+void RunnerCore::finishFile(const FilePointer& file)
+{
+    drop(file);
+    const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(file->name)));
+    if (!stamp) {
+        _workplace->journal.forget({file->number});
+        return;
+    }
+    if (stamp->hasContentOf(file->stamp)) {
+        report(file->name, {file->number, file->stamp});
+        return;
+    }
+    Log::getInstance()->info(kitText("RunnerFileChanged", shownName(file->name)));
+    enter({file->name});
+    flush();
+}
+
+void RunnerCore::report(const QString& name, const Reported& file)
+{
+    try {
+        Q_EMIT _agent->consumed(_agent->id(), name);
+    } catch (const Exception&) { // it has left the queue
+        _workplace->journal.forget({file.number});
+        return;
+    }
+    _reported.insert(name, file);
+    scheduleRescan();
+}
+
+/// Whether the queue offers a file again since it could not delete it. Such a file is not handled
+/// again.
+bool RunnerCore::isUndeletable(const QString& name, const FileStamp& stamp)
+{
+    const auto reported = _reported.constFind(name);
+    if (reported == _reported.constEnd() || !stamp.hasContentOf(reported->stamp))
+        return false;
+    Reported file = *reported;
+    _reported.erase(reported);
+    if (++file.failures == 1)
+        Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
+    file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
+    _undeletable.insert(name, file);
+    return true;
+}
+
+void RunnerCore::reportUndeletable()
+{
+    QStringList due;
+    for (auto file = _undeletable.constBegin(); file != _undeletable.constEnd(); ++file) {
+        if (file->next <= Clock::now())
+            due.append(file.key());
+    }
+    for (const QString& name : due)
+        report(name, _undeletable.take(name));
+}
+
+void RunnerCore::scheduleRescan()
+{
+    if (_rescanTimer.isActive())
+        return;
+    const auto pause = std::min<Clock::duration>(RescanShare * _rescanTime, LongestRescanPause);
+    _rescanTimer.start(timerInterval(pause));
+}
+
+/// Has the queue delete what was reported.
+void RunnerCore::rescan()
+{
+    const auto start = Clock::now();
+    _queue->onDirectoryChanged();
+    std::vector<quint64> numbers;
+    for (auto file = _reported.begin(); file != _reported.end();) {
+        if (_queue->existsFileEntry(file.key())) {
+            ++file;
+        } else {
+            numbers.push_back(file->number);
+            file = _reported.erase(file);
+        }
+    }
+    _workplace->journal.forget(numbers);
+    _rescanTime = Clock::now() - start;
+}
+
+/// After a death of the process, the files that were at work then are handled one by one, so that
+/// a second death tells which of them it is. The other files wait for the last of them, or for a
+/// while.
+void RunnerCore::nextSuspect()
+{
+    _alone.reset();
+    _aloneTimer.stop();
+    while (!_suspects.empty()) {
+        const auto [consumer, job] = _suspects.front();
+        _suspects.erase(_suspects.begin());
+        if (job.file->isGone)
+            continue;
+        Log::getInstance()->warning(
+            kitText("RunnerSuspect", shownName(job.file->name),
+                    shownName(_consumers[static_cast<size_t>(consumer)].id)));
+        _alone.emplace(consumer, job.file->number);
+        _pools[static_cast<size_t>(consumer)]->add({job});
+        _aloneTimer.start();
+        return;
+    }
+    flush();
+}
+
+void RunnerCore::tick()
+{
+    enter(std::exchange(_unstamped, {}));
+    _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
+    reportUndeletable();
+    flush();
+    reportSlowHandlers();
+    watchSpool();
+    _workplace->journal.sync();
+    if (_isStatusOld && !_progressTimer.isActive())
+        announceProgress();
+}
+
+void RunnerCore::reportSlowHandlers()
+{
+    for (const auto& pool : _pools) {
+        for (const HandlerPool::Running& slow : pool->takeSlow()) {
+            const auto seconds =
+                std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - slow.since);
+            Log::getInstance()->warning(kitText("RunnerSlow", shownName(slow.file->name),
+                                                shownName(pool->id()),
+                                                QString::number(seconds.count())));
+        }
+    }
+}
+
+/// Says once that the spool cannot be used, and once that it can again.
+void RunnerCore::watchSpool()
+{
+    if (Clock::now() < _nextLook)
+        return;
+    const bool isUsable = isUsableDirectory(_settings.spool);
+    if (isUsable) {
+        if (!std::exchange(_isSpoolUsable, true))
+            returnToSpool();
+        _lookPause = 0s;
+        return;
+    }
+    if (std::exchange(_isSpoolUsable, false))
+        Log::getInstance()->critical(kitText("RunnerSpoolLost", shownName(_settings.spool)));
+    _lookPause = std::clamp<std::chrono::seconds>(_lookPause * 2, 1s, LongestLookPause);
+    _nextLook = Clock::now() + _lookPause;
+}
+
+void RunnerCore::returnToSpool()
+{
+    Log::getInstance()->info(kitText("RunnerSpoolBack", shownName(_settings.spool)));
+    const QString hidden = SpoolPlaces::hidden(_settings.spool);
+    if (SpoolPlaces::makePlace(hidden, _settings.spool) == 0)
+        _workplace->journal.compact();
+    _queue->onDirectoryChanged();
+}
+
+void RunnerCore::noteChange()
+{
+    _isStatusOld = true;
+    if (!_progressTimer.isActive())
+        _progressTimer.start();
+}
+
+void RunnerCore::announcePause(bool isPaused)
+{
+    _isPaused = isPaused;
+    _lastStatus = {};
+    announceProgress();
+}
+
+void RunnerCore::announceProgress()
+{
+    const RunnerProgress current = currentProgress();
+    {
+        const std::lock_guard lock(_progressMutex);
+        _progress = current;
+    }
+    Q_EMIT progressed(current);
+    if (Clock::now() - _lastStatus < StatusPause)
+        return;
+    _lastStatus = Clock::now();
+    _isStatusOld = false;
+    _status.write(current, _isPaused ? "paused" : "running");
+}
+
+RunnerProgress RunnerCore::currentProgress()
+{
+    RunnerProgress progress;
+    progress.files = static_cast<qint64>(_files.size());
+    for (size_t i = 0; i < _consumers.size(); ++i) {
+        Counters& counters = _counters[i];
+        ConsumerProgress consumer;
+        consumer.id = _consumers[i].id;
+        consumer.done = counters.done;
+        consumer.quarantined = counters.quarantined;
+        consumer.retrying = counters.paused;
+        const qint64 untaken = counters.unsettled - counters.paused;
+        consumer.running = std::min(_pools[i]->runningCount(), untaken);
+        consumer.waiting = untaken - consumer.running;
+        auto oldest = _ordered.lower_bound(counters.oldest);
+        while (oldest != _ordered.end() && oldest->second->stages[i] == QueuedFile::Stage::Settled)
+            ++oldest;
+        counters.oldest = std::numeric_limits<quint64>::max();
+        if (oldest != _ordered.end()) {
+            counters.oldest = oldest->first;
+            consumer.oldest = oldest->second->name;
+            consumer.oldestSince =
+                QDateTime::fromMSecsSinceEpoch(oldest->second->stamp.changed / 1'000'000);
+        }
+        progress.consumers.append(consumer);
+    }
+    return progress;
+}
+
+qint64 RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
+{
+    takeEnded();
+    std::vector<Journal::Step> steps;
+    for (size_t i = 0; i < left.size(); ++i) {
+        for (const FilePointer& file : left[i])
+            steps.push_back({Journal::Step::Left, file->number, static_cast<int>(i)});
+    }
+    _workplace->journal.record(steps);
+    rescan();
+    _workplace->journal.compact();
+    const RunnerProgress last = currentProgress();
+    {
+        const std::lock_guard lock(_progressMutex);
+        _progress = last;
+    }
+    Q_EMIT progressed(last);
+    _status.write(last, "stopped");
+    return last.files;
+}
+
+} // namespace KezService

@@ -1,0 +1,166 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "kez/service/filerunner.h"
+#include "service/handlerpool_p.h"
+#include "service/pausedjobs_p.h"
+#include "service/statusfile_p.h"
+
+#include <kez/ConsumerAncestor.h>
+#include <kez/FilesQueue.h>
+
+#include <QHash>
+#include <QObject>
+#include <QStringList>
+#include <QTimer>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace KezService {
+
+/// A consumer as it was added to a runner.
+struct ConsumerDescription {
+    QString id;
+    Handler handler;
+    HandlerSettings settings;
+};
+
+/// What happens in a runner's queue thread: it takes the files from the queue, gives them to the
+/// pools, takes back how the work ended, and reports to the queue the files that all consumers are
+/// done with.
+///
+/// The queue knows one consumer only, this one. So a file is reported once, after one look at
+/// whether it still is the file that the handlers saw.
+///
+/// *Threads*: the object's thread, except pools() and progress(): any thread.
+/// *Owns*: the queue, the pools, what they share.
+/// *Fails*: start() throws Exception or std::system_error.
+class RunnerCore : public QObject {
+    Q_OBJECT
+
+public:
+    RunnerCore(const RunnerSettings& settings, const std::vector<ConsumerDescription>& consumers);
+    ~RunnerCore() override;
+
+    const std::vector<std::unique_ptr<HandlerPool>>& pools() const;
+    RunnerProgress progress() const;
+
+    void start();
+
+    /// Says in the status file that the runner rests, or works again.
+    void announcePause(bool isPaused);
+
+    /// The last steps, after the pools were joined. `left`: per consumer, the files of handlers
+    /// that still run. Returns the number of files that come again at the next start.
+    qint64 finish(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left);
+
+Q_SIGNALS:
+    void progressed(const KezService::RunnerProgress& progress);
+    void quarantined(const QString& consumer, const QString& name, const QString& nameThere);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    using FilePointer = std::shared_ptr<QueuedFile>;
+
+    /// A file that was reported to the queue, which has not deleted it yet.
+    struct Reported {
+        quint64 number = 0;
+        FileStamp stamp;
+        int failures = 0;         ///< attempts to delete it that failed
+        Clock::time_point next{}; ///< when to try again
+    };
+
+    struct Counters {
+        qint64 done = 0;
+        qint64 quarantined = 0;
+        qint64 unsettled = 0;
+        qint64 paused = 0;
+        quint64 oldest = 0; ///< no file before this number is unsettled
+    };
+
+    void openQueue();
+    void connectTimers();
+    QStringList namesInQueue();
+    QString pathOf(const QString& name) const;
+
+    void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
+    void enter(const QStringList& names);
+    void enterFile(const Journal::Entry& entry);
+    void submit(int consumer, const Job& job);
+    void flush();
+    void lose(const QStringList& names);
+    void drop(const FilePointer& file);
+
+    void takeEnded();
+    void handleEnded(const Ended& ended);
+    void settle(int consumer, const FilePointer& file);
+    void pause(const Ended& ended, int failures);
+    void resumeDue();
+    void finishFile(const FilePointer& file);
+
+    void report(const QString& name, const Reported& file);
+    bool isUndeletable(const QString& name, const FileStamp& stamp);
+    void reportUndeletable();
+    void scheduleRescan();
+    void rescan();
+
+    void nextSuspect();
+
+    void tick();
+    void reportSlowHandlers();
+    void watchSpool();
+    void returnToSpool();
+    void noteChange();
+    void announceProgress();
+    RunnerProgress currentProgress();
+
+    const RunnerSettings _settings;
+    const std::vector<ConsumerDescription> _consumers;
+    std::shared_ptr<Workplace> _workplace;
+    std::vector<std::unique_ptr<HandlerPool>> _pools;
+    std::unique_ptr<ConsumerAncestor> _agent;
+    std::unique_ptr<FilesQueue> _queue;
+    StatusFile _status;
+
+    QHash<QString, FilePointer> _files;       // not done for all, by name
+    std::map<quint64, FilePointer> _ordered;  // the same, in queue order
+    QHash<QString, Reported> _reported;       // done for all, and not deleted yet
+    QHash<QString, Reported> _undeletable;    // the queue could not delete it, and offers it again
+    QStringList _unstamped;                   // names of files that were not there at a second look
+    std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
+    PausedJobs _paused;
+    std::vector<Counters> _counters; // by consumer
+
+    // After a death of the process: the jobs that are handled alone, and the one at work.
+    std::vector<std::pair<int, Job>> _suspects;
+    std::optional<std::pair<int, quint64>> _alone;
+
+    QTimer _drainTimer;
+    QTimer _retryTimer;
+    QTimer _rescanTimer;
+    QTimer _aloneTimer;
+    QTimer _progressTimer;
+    QTimer _tickTimer;
+    Clock::duration _rescanTime{};
+    Clock::time_point _lastStatus{};
+    bool _isStatusOld = true;
+    bool _isPaused = false;
+
+    bool _isSpoolUsable = true;
+    Clock::time_point _nextLook{};
+    std::chrono::seconds _lookPause{0};
+
+    mutable std::mutex _progressMutex;
+    RunnerProgress _progress; // as last announced
+};
+
+} // namespace KezService
