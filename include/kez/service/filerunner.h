@@ -55,11 +55,11 @@ struct HandlerSettings {
 
 /// What a runner works on.
 struct RunnerSettings {
-    QString spool; ///< the queue's directory, readable and writable
+    QString spool = QString(); ///< the queue's directory, readable and writable
 
     /// Where files go that cannot be handled. An existing directory, also of another file system.
     /// Empty: ".kez/quarantine" in the spool, which is made.
-    QString quarantine;
+    QString quarantine = QString();
 
     /// Between two looks at the spool, besides those that its changes cause; 0 for none.
     std::chrono::milliseconds period = std::chrono::seconds(10);
