@@ -2,7 +2,7 @@
 # SPDX-FileCopyrightText: 2026 Vandrel
 # SPDX-License-Identifier: MIT
 #
-# Builds and runs the consumer project against the library:
+# Builds and runs the consumer project against the libraries:
 #   consume.sh package|pkgconfig|subdirectory SOURCE_DIR BUILD_DIR
 # The first two ways install BUILD_DIR into a temporary prefix; they try again after that prefix was
 # moved.
@@ -21,6 +21,7 @@ consume() {
     cmake -G Ninja -S "$source_dir/tests/consumer" -B "$work/build-$name" -DKEZ_FROM="$way" "$@"
     cmake --build "$work/build-$name"
     "$work/build-$name/consumer"
+    "$work/build-$name/service"
 }
 
 # consume_installed NAME PREFIX: the same with the installation below PREFIX.
