@@ -262,7 +262,7 @@ HandlerPool::HandlerPool(int consumer, const QString& id, Handler handler,
 HandlerPool::~HandlerPool()
 {
     close();
-    join(Clock::now());
+    join(Clock::now() + std::chrono::seconds(1)); // those at rest end at once
 }
 
 const QString& HandlerPool::id() const
