@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "service/escapedtext_p.h"
+#include "support/allocations.h"
 #include "support/libcfaults.h"
 #include "support/logring.h"
 
@@ -350,6 +351,20 @@ private Q_SLOTS:
         for (int i = 0; i < 20000; ++i) {
             const QString text = randomText(random);
             QCOMPARE(unescaped(lineOf(escapedLine, text).sliced(headLength)), text);
+        }
+    }
+
+    void ordinaryLineCostsNoMemory()
+    {
+        if (!Allocations::AreCounted)
+            QSKIP("The sanitizer has allocation functions of its own.");
+        LibcFaults::clock = Q_INT64_C(1795284184123456789);
+        const QString message = QStringLiteral("Request 48213 served in 12 ms");
+        for (const LogFormatter formatter : {&jsonLine, &escapedLine}) {
+            QString line = lineOf(formatter, message);
+            const long before = Allocations::count;
+            formatter(LoggerLevel::info, message, line);
+            QCOMPARE(Allocations::count - before, 0L);
         }
     }
 
