@@ -4,46 +4,48 @@
 #pragma once
 
 #include <QString>
+#include <QStringView>
 
 #include <utility>
 
 namespace KezService {
 
-/// What the message bridge knows of the line that it writes in this thread. A formatter is a plain
-/// function, and has no other way to learn it.
+/// Which line the message bridge writes in this thread: "[category] message", or the message alone
+/// if its category is "default". A formatter is a plain function, and has no other way to learn it.
 class BridgedLine {
 public:
-    /// Of this line until it ends. `line` begins with the category if `headLength` is not 0.
-    BridgedLine(const QString& line, const char* category, qsizetype headLength)
-        : _before(std::exchange(_current, {line.constData(), category, headLength}))
+    /// Until it ends. `headLength` is what stands in front of the message.
+    BridgedLine(const QString& line, qsizetype headLength)
+        : _before(std::exchange(_current, {line.constData(), headLength}))
     {}
     ~BridgedLine() { _current = _before; }
     BridgedLine(const BridgedLine&) = delete;
     BridgedLine& operator=(const BridgedLine&) = delete;
 
-    /// The category of `line` in UTF-8; null if the line does not come from the bridge.
-    static const char* categoryOf(const QString& line)
+    /// Whether it is this line. A formatter may write another one meanwhile, to another logger.
+    static bool is(const QString& line) { return line.constData() == _current.characters; }
+
+    /// The category of the line that it is.
+    static QStringView categoryOf(const QString& line)
     {
-        return isCurrent(line) ? _current.category : nullptr;
+        constexpr qsizetype brackets = 3; // "[" and "] "
+        return _current.headLength == 0
+                   ? QStringView(u"default")
+                   : QStringView(line).sliced(1, _current.headLength - brackets);
     }
 
-    /// What `line` says after its category.
+    /// What any line says after its category.
     static QStringView messageOf(const QString& line)
     {
-        return QStringView(line).sliced(isCurrent(line) ? _current.headLength : 0);
+        return QStringView(line).sliced(is(line) ? _current.headLength : 0);
     }
 
 private:
     struct Known {
         const QChar* characters;
-        const char* category;
         qsizetype headLength;
     };
-
-    /// A formatter may write another line, to another logger.
-    static bool isCurrent(const QString& line) { return line.constData() == _current.characters; }
-
-    static inline constinit thread_local Known _current{nullptr, nullptr, 0};
+    static inline constinit thread_local Known _current{nullptr, 0};
 
     const Known _before;
 };

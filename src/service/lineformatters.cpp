@@ -111,9 +111,9 @@ void jsonLine(LoggerLevel::LogLevel level, const QString& msg, QString& out)
     appendEscaped<EscapedFor::Json>(out, BridgedLine::messageOf(msg));
     out += QLatin1String(R"(","thread":")");
     out += QStringView(rendered.thread.data(), rendered.threadLength);
-    if (const char* const category = BridgedLine::categoryOf(msg)) {
+    if (BridgedLine::is(msg)) {
         out += QLatin1String(R"(","category":")");
-        appendEscaped<EscapedFor::Json>(out, QString::fromUtf8(category));
+        appendEscaped<EscapedFor::Json>(out, BridgedLine::categoryOf(msg));
     }
     out += QLatin1String(R"("})");
 }

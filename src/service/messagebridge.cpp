@@ -46,6 +46,22 @@ LoggerLevel::LogLevel levelOf(QtMsgType type)
     return LoggerLevel::debug;
 }
 
+/// "[category] text", made in one piece.
+QString lineUnder(QByteArrayView category, const QString& text)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString line(decoder.requiredSpace(category.size()) + 3 + text.size(), Qt::Uninitialized);
+    QChar* const begin = line.data();
+    QChar* at = begin;
+    *at++ = u'[';
+    at = decoder.appendToBuffer(at, category);
+    *at++ = u']';
+    *at++ = u' ';
+    at = std::copy(text.cbegin(), text.cend(), at);
+    line.truncate(at - begin);
+    return line;
+}
+
 /// Prints the beginning of a message without any allocation.
 void printWithoutMemory(QStringView text)
 {
@@ -128,7 +144,8 @@ struct MessageBridge::Private {
 
     static inline constinit std::atomic<const Private*> current = nullptr;
     static inline constinit std::atomic<QtMessageHandler> handlerBefore = nullptr;
-    static inline constinit std::shared_mutex inUse; ///< shared by the threads that are logging a message
+    static inline constinit std::shared_mutex
+        inUse; ///< shared by the threads that are logging a message
 };
 
 MessageBridge::Private::Private(const Settings& settings)
@@ -164,12 +181,9 @@ void MessageBridge::Private::log(QtMsgType type, const QMessageLogContext& conte
             print(type, context, text);
         return;
     }
-    QString line;
-    if (qstrcmp(category, DefaultCategory) != 0)
-        line = QLatin1Char('[') + QString::fromUtf8(category) + QLatin1String("] ");
-    const qsizetype headLength = line.size();
-    line += text;
-    const BridgedLine bridged(line, category, headLength);
+    const bool hasHead = qstrcmp(category, DefaultCategory) != 0;
+    const QString line = hasHead ? lineUnder(category, text) : text;
+    const BridgedLine bridged(line, line.size() - text.size());
     logger->writeTrace(level, line);
 }
 

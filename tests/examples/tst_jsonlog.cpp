@@ -22,6 +22,9 @@ public:
     Service()
     {
         writeFile(configuration(), "log.filename=" + ring.name().toUtf8() + "\nlog.filter=info\n");
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("LC_ALL", "C.UTF-8"); // Qt warns of a locale without UTF-8
+        process.setProcessEnvironment(environment);
         process.start(JSON_LOG_PROGRAM, {configuration()});
     }
 
