@@ -22,6 +22,7 @@
 #include <QTest>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <memory>
@@ -774,12 +775,14 @@ private Q_SLOTS:
                 while (!isOver) {
                     qCInfo(netHttp, "x");
                     ++sent;
+                    // Without a pause, a line may well wait for the log's lock for too long.
+                    std::this_thread::sleep_for(std::chrono::microseconds(20));
                 }
             });
         }
         for (int i = 0; i < 200; ++i) {
             const MessageBridge bridge({{{"net.*", LoggerLevel::info}}, {}});
-            std::this_thread::yield();
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
         }
         isOver = true;
         for (std::thread& thread : threads)
