@@ -144,8 +144,9 @@ struct MessageBridge::Private {
 
     static inline constinit std::atomic<const Private*> current = nullptr;
     static inline constinit std::atomic<QtMessageHandler> handlerBefore = nullptr;
-    static inline constinit std::shared_mutex
-        inUse; ///< shared by the threads that are logging a message
+
+    // Shared by the threads that are logging a message.
+    static inline constinit std::shared_mutex inUse;
 };
 
 MessageBridge::Private::Private(const Settings& settings)
@@ -164,8 +165,9 @@ LoggerLevel::LogLevel MessageBridge::Private::levelFor(const char* category) con
 
 std::shared_ptr<Logger> MessageBridge::Private::loggerFor(const char* category) const
 {
-    const std::shared_ptr<Logger>* const logger = loggers.find(category);
-    return logger ? *logger : Log::getInstance()->logger();
+    if (const std::shared_ptr<Logger>* const logger = loggers.find(category))
+        return *logger;
+    return Log::getInstance()->logger();
 }
 
 void MessageBridge::Private::log(QtMsgType type, const QMessageLogContext& context,

@@ -35,10 +35,10 @@ namespace KezService {
 /// Make the process's log and its named loggers first. The first message asks for the log, and a
 /// log that is made by such a question has no file, however it is initialised afterwards.
 ///
-/// *Threads*: any thread may send messages, also while the bridge is made or destroyed.
-/// Construction and destruction, of bridges and of other message handlers, are for one thread at a
-/// time. *Owns*: Qt's message handler, and a share of each named logger of its settings. *Fails*:
-/// the constructors throw Exception; messages never do.
+/// *Threads*: any thread may send messages, also while the bridge is made or destroyed. Bridges and
+/// other message handlers are installed and removed by one thread at a time.
+/// *Owns*: Qt's message handler, and a share of each named logger of its settings.
+/// *Fails*: the constructors throw Exception; messages never do.
 class KEZ_SERVICE_EXPORT MessageBridge {
 public:
     struct Settings {
