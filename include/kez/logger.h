@@ -129,6 +129,11 @@ public:
     /// DEBUG, INFOR, WARNG, ERROR or FATAL.
     static void formatter(LoggerLevel::LogLevel level, const QString& msg, QString& out);
 
+    /// Whether the calling thread is inside the log: it writes a line of some logger, or a logger
+    /// reports something on Qt's message output. A message handler that logs asks this first; what
+    /// reaches it then must go somewhere else.
+    static bool isWritingLine();
+
     LoggerLevel::LogLevel filter() const;
     LogFormatter formatter() const;
     bool isTeeEnabled() const;

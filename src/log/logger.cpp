@@ -113,6 +113,11 @@ Logger::~Logger()
     const RingLock lock(*_spRing, RingLock::Wait::Unlimited);
 }
 
+bool Logger::isWritingLine()
+{
+    return InsideLog::isThisThread();
+}
+
 LoggerLevel::LogLevel Logger::filter() const
 {
     return _filter.load(std::memory_order_relaxed);
@@ -188,6 +193,7 @@ void Logger::fatal(const QString& msg)
 
 void Logger::writeConsole(LoggerLevel::LogLevel level, const QString& line) const
 {
+    const InsideLog inside;
     switch (level) {
     case LoggerLevel::info:
         qtMessages().info() << line;

@@ -9,6 +9,7 @@
 #include "kez/logger.h"
 #include "kez/properties.h"
 #include "log/loggerkeys_p.h"
+#include "log/logring_p.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -35,7 +36,10 @@ constexpr const char* JsonSignature = "shared_ptr<Logger> Logger::buildLog(const
 /// The process's default logger, after it has logged the reason.
 std::shared_ptr<Logger> defaultLoggerInstead(const QString& reason)
 {
-    reportCritical(reason);
+    {
+        const InsideLog inside; // a handler that logs would write the reason twice
+        reportCritical(reason);
+    }
     const std::shared_ptr<Logger> logger = Log::getInstance()->log();
     logger->critical(reason);
     return logger;

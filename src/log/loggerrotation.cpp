@@ -146,6 +146,7 @@ unsigned int Logger::startRingFile(unsigned int index, std::shared_ptr<QFile> be
     try {
         _spRing->duplicate();
     } catch (const Exception& e) {
+        const InsideLog inside; // not a line, if the application asked for the rotation
         qtMessages().warning().noquote().nospace()
             << "Echec de la duplioation du descripteur de journal : " << e.detail();
         _spRing->closeStream();

@@ -21,6 +21,20 @@
 
 #include <sys/resource.h>
 
+/// While one lives, its thread is inside the log: Logger::isWritingLine().
+class InsideLog {
+public:
+    InsideLog() { ++_depth; }
+    ~InsideLog() { --_depth; }
+    InsideLog(const InsideLog&) = delete;
+    InsideLog& operator=(const InsideLog&) = delete;
+
+    static bool isThisThread() { return _depth > 0; }
+
+private:
+    static inline constinit thread_local int _depth = 0;
+};
+
 /// The open end of a ring of log files. A logger and its copies share it, so that all of them
 /// follow a rotation that one of them makes. Guarded by their mutex.
 struct Logger::Ring {
@@ -113,6 +127,8 @@ private:
 
 /// Holds a ring's mutex for a scope. It does not get the mutex if the thread holds it already (a
 /// formatter or a message handler that uses the logger): such a thread would wait for itself.
+///
+/// With or without the mutex, the thread is inside the log for that scope.
 class Logger::RingLock {
 public:
     enum class Wait { Limited, Unlimited };
@@ -151,6 +167,7 @@ private:
         return true;
     }
 
+    const InsideLog _inside;
     Ring& _ring;
     bool _isHeld;
 };

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/escapedtext_p.h"
 #include "service/kittexts_p.h"
 
 #include <kez/langbundle.h>
@@ -48,13 +49,7 @@ QString systemErrorText(int error)
 QString shownName(const QString& name)
 {
     QString shown;
-    shown.reserve(name.size());
-    for (const QChar character : name) {
-        if (character.category() == QChar::Other_Control)
-            shown += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
-        else
-            shown += character;
-    }
+    appendEscaped<EscapedFor::Line>(shown, name);
     return shown;
 }
 

@@ -36,7 +36,8 @@ template <typename... Arguments>
 /// The system's text for an error number, in the language of the C library's locale.
 QString systemErrorText(int error);
 
-/// A file name as one line of a log can show it: control characters are escaped ("\x0A").
+/// A file name as one line of a log can show it: escaped as appendEscaped() does for a line ("\n",
+/// "\x1b", and a backslash doubled).
 QString shownName(const QString& name);
 
 } // namespace KezService

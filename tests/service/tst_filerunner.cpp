@@ -219,7 +219,7 @@ void TestFileRunner::rejectedFileGoesToQuarantineAndIsDone()
     QCOMPARE(readFile(spool.pathOf(".kez/quarantine/order.xml")), QByteArray("<nonsense"));
     const QByteArray text = spool.quarantineText("order.xml");
     for (const char* const line : {"\nconsumer=ledger\n", "\nfile=order.xml\n",
-                                   "\nreason=no XML\\x0aat all\n", "\ntries=1\n", "\ntime=20"})
+                                   "\nreason=no XML\\nat all\n", "\ntries=1\n", "\ntime=20"})
         QVERIFY2(text.contains(line), text);
 }
 

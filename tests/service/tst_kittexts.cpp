@@ -103,7 +103,10 @@ void KitTexts::controlCharactersOfANameAreEscaped_data()
     QTest::newRow("ordinary") << "commande n° 1.xml"
                               << "commande n° 1.xml";
     QTest::newRow("line feed") << "a\nb"
-                               << "a\\x0ab";
+                               << "a\\nb";
+    QTest::newRow("backslash") << "a\\nb"
+                               << "a\\\\nb";
+    QTest::newRow("line separator") << QString(QChar(0x2028)) << "\\u2028";
     QTest::newRow("escape") << QString(QChar(27)) << "\\x1b";
     QTest::newRow("C1") << QString(QChar(0x85)) << "\\x85";
     QTest::newRow("empty") << ""

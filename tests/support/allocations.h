@@ -22,6 +22,9 @@ namespace Allocations {
 
 inline std::atomic<long> count{0};
 
+/// Whether this thread gets no memory.
+inline thread_local bool areRefused = false;
+
 #ifdef KEZ_ALLOCATIONS_ARE_SANITIZED
 inline constexpr bool AreCounted = false; // the sanitizer has functions of its own
 #else
@@ -39,19 +42,19 @@ void* __libc_realloc(void*, size_t);
 void* malloc(size_t size)
 {
     Allocations::count.fetch_add(1, std::memory_order_relaxed);
-    return __libc_malloc(size);
+    return Allocations::areRefused ? nullptr : __libc_malloc(size);
 }
 
 void* calloc(size_t count, size_t size)
 {
     Allocations::count.fetch_add(1, std::memory_order_relaxed);
-    return __libc_calloc(count, size);
+    return Allocations::areRefused ? nullptr : __libc_calloc(count, size);
 }
 
 void* realloc(void* block, size_t size)
 {
     Allocations::count.fetch_add(1, std::memory_order_relaxed);
-    return __libc_realloc(block, size);
+    return Allocations::areRefused ? nullptr : __libc_realloc(block, size);
 }
 }
 #endif
