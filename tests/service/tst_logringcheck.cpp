@@ -6,7 +6,6 @@
 #include "support/failuretext.h"
 #include "support/interposed.h"
 #include "support/language.h"
-#include "support/logrecords.h"
 #include "support/logring.h"
 #include "support/messagecapture.h"
 #include "support/opendescriptors.h"
@@ -550,7 +549,8 @@ private Q_SLOTS:
         QVERIFY(openToEverybody(ring.path()));
         QCOMPARE(::chmod(QFile::encodeName(ring.path()).constData(), 0555), 0);
         QCOMPARE(::chmod(QFile::encodeName(ring.file(2)).constData(), 0), 0);
-        const ChildResult child = runChild({ring.name()});
+        const ChildResult child =
+            runChild({ring.name()}, environmentUnder(QStringLiteral("C"), QStringLiteral("C")));
         QCOMPARE(::chmod(QFile::encodeName(ring.path()).constData(), 0755), 0);
         COMPARE_CHILD(child, "Log ring: app-2.log could not be renamed to app-1.log: "
                              "Permission denied\n"

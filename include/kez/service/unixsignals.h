@@ -21,7 +21,8 @@ namespace KezService {
 /// The handlers only write the signal's number into a pipe. They are the process's, so it does not
 /// matter which threads run already, and a program that the service starts has the system's usual
 /// handlers again. A system call that a signal interrupts is made again, except those that never
-/// are: a sleep may end early.
+/// are: a sleep may end early. The pipe holds 65536 signals; one that comes while it is full is
+/// lost.
 ///
 /// *Threads*: the object's thread.
 /// *Owns*: the handlers of the three signals. The destructor puts the previous ones back.
