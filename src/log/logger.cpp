@@ -7,10 +7,10 @@
 #include "frame/qtmessage_p.h"
 #include "log/loggerkeys_p.h"
 #include "log/logring_p.h"
+#include "log/ringname_p.h"
 
 #include <QDebug>
-#include <QDir>
-#include <QFileInfo>
+#include <QFile>
 #include <QMutex>
 #include <QScopedValueRollback>
 
@@ -24,30 +24,14 @@ LogFormatter orDefault(LogFormatter formatter)
     return formatter ? formatter : static_cast<LogFormatter>(&Logger::formatter);
 }
 
-/// `<directory>/<base>-%d.log` as given. Throws if the directory cannot be used.
-QString ringPattern(const QString& fileName)
+/// The ring's pattern as given. Throws if its directory cannot be used.
+QString checkedPattern(const QString& fileName)
 {
-    const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
-    const QString directory = slash < 0 ? QDir::homePath() : fileName.left(slash);
-    const QString checked = slash == 0 ? QStringLiteral("/") : directory;
+    const QString directory = RingName::directory(fileName);
+    const QString checked = directory.isEmpty() ? QStringLiteral("/") : directory;
     if (!isUsableDirectory(checked))
         Failure::raise(ConstructorSignature, Failure::message("DirAccessFailure", checked));
-
-    QString base = fileName.sliced(slash + 1);
-    if (base.endsWith(QLatin1String(".log")))
-        base.chop(4);
-    return directory + QLatin1Char('/') + base + QStringLiteral("-%d.log");
-}
-
-/// The same files, also if the working directory changes later.
-QString absolutePattern(const QString& pattern)
-{
-    const qsizetype slash = pattern.lastIndexOf(QLatin1Char('/'));
-    const QString given = pattern.left(slash);
-    const QString absolute = absolutePath(given);
-    // The name of the working directory may not be UTF-8: a text cannot hold it then.
-    const bool isFound = slash == 0 || QFileInfo(absolute).isDir();
-    return (isFound ? absolute : given) + pattern.sliced(slash);
+    return RingName::pattern(fileName);
 }
 
 /// Whether this thread formats a line that did not get the lock.
@@ -77,13 +61,13 @@ Logger::Logger()
 Logger::Logger(const QString& fileName, quint64 maxSize, quint32 kept, quint32 timeout,
                LoggerLevel::LogLevel filter, LogFormatter lineFormatter)
     : _formatter(orDefault(lineFormatter)),
-      _spFileName(std::make_shared<QString>(ringPattern(fileName))),
+      _spFileName(std::make_shared<QString>(checkedPattern(fileName))),
       _maxSize(maxSize == 0 ? LoggerKeys::MaxSizeForZero : maxSize),
       _timeout(timeout),
       _kept(kept == 0 ? LoggerKeys::KeptForZero : kept),
       _filter(filter),
       _spMutex(std::make_shared<QMutex>()),
-      _spRing(std::make_shared<Ring>(_spMutex, absolutePattern(*_spFileName)))
+      _spRing(std::make_shared<Ring>(_spMutex, RingName::absolutePattern(*_spFileName)))
 {
     try {
         openNewestFile();

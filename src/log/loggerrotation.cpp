@@ -5,6 +5,7 @@
 #include "kez/exception.h"
 #include "kez/logger.h"
 #include "log/logring_p.h"
+#include "log/ringname_p.h"
 
 #include <QDebug>
 #include <QFileInfo>
@@ -31,15 +32,6 @@ constexpr unsigned int Shifted = 0;
 
 // The search in a directory that cannot be listed ends after so many indexes without a file.
 constexpr unsigned int LongestGap = 65536;
-
-const QLatin1String IndexMarker("%d.log");
-
-/// The pattern with the index in place of its marker.
-QString withIndex(const QString& pattern, unsigned int index)
-{
-    // Only the end of the pattern counts: the directory may hold a "%d" of its own.
-    return pattern.chopped(IndexMarker.size()) + QString::number(index) + QStringLiteral(".log");
-}
 
 bool renameFile(const QString& from, const QString& to)
 {
@@ -103,12 +95,12 @@ unsigned int Logger::resumeIndex(unsigned int newest)
 
 QString Logger::ringFileName(unsigned int index) const
 {
-    return withIndex(_spRing->pattern, index);
+    return RingName::withIndex(_spRing->pattern, index);
 }
 
 QString Logger::shownFileName(unsigned int index) const
 {
-    return withIndex(*_spFileName, index);
+    return RingName::withIndex(*_spFileName, index);
 }
 
 bool Logger::openRingFile(unsigned int index, QIODevice::OpenMode mode)
@@ -176,7 +168,7 @@ std::optional<unsigned int> Logger::newestIndex() const
     const auto names = namesIn(_spRing->pattern.left(slash + 1));
     if (!names)
         return newestIndexTried();
-    const QString head = _spRing->pattern.sliced(slash + 1).chopped(IndexMarker.size());
+    const QString head = RingName::head(_spRing->pattern);
     std::optional<unsigned int> newest;
     for (const QString& name : *names) {
         if (!name.startsWith(head))

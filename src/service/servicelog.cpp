@@ -1,0 +1,60 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include <kez/service/servicelog.h>
+
+#include "log/loggerkeys_p.h"
+
+#include <kez/configuration.h>
+#include <kez/identity.h>
+#include <kez/log.h>
+#include <kez/loggerconfigcontroller.h>
+#include <kez/service/logringcheck.h>
+
+#include <QCoreApplication>
+
+namespace KezService {
+
+namespace {
+
+/// Checks nothing if the keys have a fault: what builds the logger says which one.
+RingReport checkedRing(Config& config)
+{
+    LoggerConfigController controller;
+    if (!config.isLegalConfiguration(&controller))
+        return {};
+    bool isNumber = true;
+    quint32 kept = LoggerKeys::ConfigDefaults.kept;
+    if (config.existsKey(LoggerKeys::Kept))
+        kept = config.value(LoggerKeys::Kept).toUInt(&isNumber);
+    return isNumber ? checkLogRing(config.value(LoggerKeys::FileName), kept) : RingReport();
+}
+
+/// Not by initInstance(), which would keep a log that something else has made.
+void makeProcessLog(Logger& logger)
+{
+    QObject* const before = Log::getInstance();
+    auto* const log = new Log(logger); // like every instance, it serves until the process ends
+    before->setParent(log);
+}
+
+QString bannerTitle(const Config& config)
+{
+    const QString title = config.logBannerTitle();
+    const bool isMissing = title == QLatin1String("[DefaultLogTitle]");
+    return isMissing ? QCoreApplication::applicationName() + QStringLiteral(" %1") : title;
+}
+
+} // namespace
+
+void openLog(Config& config)
+{
+    const RingReport report = config.logger() ? RingReport() : checkedRing(config);
+    config.setLogger(config.getOrbuildFileSystemLogger());
+    makeProcessLog(*config.logger());
+    config.logBanner(bannerTitle(config), config.value(QStringLiteral("app.version")),
+                     config.displayPropertiesWithinBanner(), Kez::defaultCopyright());
+    report.logTo(*config.logger());
+}
+
+} // namespace KezService
