@@ -3,9 +3,8 @@
 
 #include "service/handlerpool_p.h"
 
+#include "service/caughtexception_p.h"
 #include "service/kittexts_p.h"
-
-#include <kez/exception.h>
 
 #include <algorithm>
 #include <array>
@@ -154,17 +153,10 @@ private:
         const QString path = _workplace.spool + QLatin1Char('/') + job.file->name;
         try {
             return _handler({path, job.file->name, job.file->key, job.tries + 1});
-        } catch (const Exception& failure) {
-            return Outcome::retry(failure.detail());
-        } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
-            const std::unique_ptr<Exception> failure(thrown);
-            return Outcome::retry(failure->detail());
-        } catch (const std::exception& failure) {
-            return Outcome::retry(QString::fromLocal8Bit(failure.what()));
         } catch (const abi::__forced_unwind&) { // the thread is being cancelled
             throw;
         } catch (...) {
-            return Outcome::retry(kitText("RunnerUnknownException"));
+            return Outcome::retry(caughtText());
         }
     }
 

@@ -189,7 +189,7 @@ private Q_SLOTS:
             "own type", [] { throw QString(); }, "an exception of type QString");
         row(
             "several lines", [] { throw Exception(QStringLiteral("a\nb %1 %2")); },
-            "a\\x0ab %1 %2");
+            "a\\nb %1 %2");
     }
     void exceptionIsLoggedAndTheLoopGoesOn()
     {
@@ -224,7 +224,7 @@ private Q_SLOTS:
         Worker worker;
         worker.setObjectName(QStringLiteral("till\n2"));
         worker.post([] { throw Exception(QStringLiteral("x")); });
-        QTRY_COMPARE(loggedLines(), QStringList{line("Worker \"till\\x0a2\"", "1007", "x")});
+        QTRY_COMPARE(loggedLines(), QStringList{line("Worker \"till\\n2\"", "1007", "x")});
     }
 
     void receiverMayBeGone()

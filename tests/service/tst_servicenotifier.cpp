@@ -166,9 +166,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("line feed") << "a\nSTOPPING=1" << QByteArray("STATUS=a\\x0aSTOPPING=1");
+        QTest::newRow("line feed") << "a\nSTOPPING=1" << QByteArray("STATUS=a\\nSTOPPING=1");
         QTest::newRow("NUL") << QString("a") + QChar(0) + "b" << QByteArray("STATUS=a\\x00b");
-        QTest::newRow("carriage return") << "a\rb" << QByteArray("STATUS=a\\x0db");
+        QTest::newRow("carriage return") << "a\rb" << QByteArray("STATUS=a\\rb");
         QTest::newRow("2048 bytes") << QString(2048, 'x') << "STATUS=" + QByteArray(2048, 'x');
         QTest::newRow("2049 bytes") << QString(2049, 'x') << "STATUS=" + QByteArray(2048, 'x');
         QTest::newRow("cut before a character of two bytes")
