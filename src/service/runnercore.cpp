@@ -171,11 +171,18 @@ void RunnerCore::enter(const QStringList& names)
         const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(name)));
         if (!stamp)
             _unstamped.append(name);
-        else if (!isUndeletable(name, *stamp))
+        else if (!isKnown(name, *stamp) && !isUndeletable(name, *stamp))
             files.emplace_back(name, *stamp);
     }
     for (const Journal::Entry& entry : _workplace->journal.enter(files))
         enterFile(entry);
+}
+
+/// Whether the file of that name is the one that the handlers are given already.
+bool RunnerCore::isKnown(const QString& name, const FileStamp& stamp) const
+{
+    const FilePointer file = _files.value(name);
+    return file && stamp.hasContentOf(file->stamp);
 }
 
 void RunnerCore::enterFile(const Journal::Entry& entry)
@@ -231,6 +238,9 @@ void RunnerCore::lose(const QStringList& names)
 {
     std::vector<quint64> numbers;
     for (const QString& name : names) {
+        const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(name)));
+        if (stamp && isKnown(name, *stamp))
+            continue; // the news is older than what is known
         if (const FilePointer file = _files.value(name)) {
             numbers.push_back(file->number);
             drop(file);

@@ -94,6 +94,7 @@ private:
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
+    bool isKnown(const QString& name, const FileStamp& stamp) const;
     void enterFile(const Journal::Entry& entry);
     void submit(int consumer, const Job& job);
     void flush();
