@@ -160,7 +160,7 @@ void DeliveryRun::enterParcels(GrowingFiles& files)
     for (_at = 0; _at < _parcels.size(); ++_at) {
         const QByteArray entered = _entrance.enter(path(files), name());
         files.firstHasLeft();
-        _delivered.append(QFile::decodeName(entered));
+        _delivered.append(SpoolName::shown(entered));
     }
 }
 
@@ -251,7 +251,7 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
         throw DeliveryFailure(
             kitText("DeliveryFailed", shownName(wanted), _directory, refusal.reason), {});
     }
-    const QString delivered = QFile::decodeName(entered.name);
+    const QString delivered = SpoolName::shown(entered.name);
     if (entered.sourceError != 0)
         throw DeliveryFailure(kitText("DeliverySourceStays", shownName(delivered), _directory,
                                       shownName(path), systemErrorText(entered.sourceError)),

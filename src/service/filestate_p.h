@@ -60,4 +60,13 @@ inline std::optional<struct stat> statusOf(int descriptor)
     return ::fstat(descriptor, &status) == 0 ? std::optional(status) : std::nullopt;
 }
 
+/// Whether both paths, with links followed, lead to one existing file or directory.
+inline bool leadToOne(const QByteArray& a, const QByteArray& b)
+{
+    struct stat first {};
+    struct stat second {};
+    return ::stat(a.constData(), &first) == 0 && ::stat(b.constData(), &second) == 0 &&
+           FileState(first).isOfSameFile(FileState(second));
+}
+
 } // namespace KezService

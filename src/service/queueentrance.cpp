@@ -27,14 +27,6 @@ bool isSameFile(const QByteArray& a, const QByteArray& b)
     return first && second && FileState(*first).isOfSameFile(FileState(*second));
 }
 
-bool isSameDirectory(const QByteArray& a, const QByteArray& b)
-{
-    struct stat first {};
-    struct stat second {};
-    return ::stat(a.constData(), &first) == 0 && ::stat(b.constData(), &second) == 0 &&
-           FileState(first).isOfSameFile(FileState(second));
-}
-
 /// One process at a time copies a file, so that two gates do not hand it on twice. A file system
 /// without locks lets both.
 void lockSource(const SourceFile& source)
@@ -143,7 +135,7 @@ QueueEntrance::Entered QueueEntrance::moveIn(const QByteArray& path, const QByte
                                              const std::optional<FileState>& expected) const
 {
     const SourceFile source(path, SourceFile::Link::Refused);
-    if (isSameDirectory(directoryOf(path), _path))
+    if (leadToOne(directoryOf(path), _path))
         throw Refusal::because(Refusal::Kind::Other, "DeliverySourceInQueue");
     if (expected && !(source.state() == *expected))
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");

@@ -63,6 +63,19 @@ std::optional<QString> decoded(QByteArrayView name)
     return decoder.hasError() ? std::nullopt : std::optional(std::move(text));
 }
 
+QString shown(QByteArrayView name)
+{
+    if (auto text = decoded(name))
+        return *std::move(text);
+    QString text;
+    for (const char byte : name) {
+        const auto code = static_cast<unsigned char>(byte);
+        text += code < 0x80 ? QString(QLatin1Char(byte))
+                            : QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
+    }
+    return text;
+}
+
 bool isTemporary(QByteArrayView name)
 {
     return name.startsWith('.') || name.endsWith('~') || name.endsWith(".part") ||

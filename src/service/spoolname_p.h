@@ -18,6 +18,9 @@ QString fault(const QString& name);
 /// The name of a file that is on the disk; nothing if it is not UTF-8.
 std::optional<QString> decoded(QByteArrayView name);
 
+/// The same; of a name that is not UTF-8, the bytes outside of ASCII are escaped ("\xe9").
+QString shown(QByteArrayView name);
+
 /// Whether the name says that its file is not meant for others, or not yet: ".x", "x.part",
 /// "x.tmp", "x~".
 bool isTemporary(QByteArrayView name);

@@ -147,7 +147,7 @@ private Q_SLOTS:
     void sourceThatIsNoRegularFileIsRefused_data();
     void sourceThatIsNoRegularFileIsRefused();
     void nameIsCheckedBeforeAnythingIsWritten();
-    void namesOf255BytesWork();
+    void unusualNamesWork();
     void takenNameIsRefused_data();
     void takenNameIsRefused();
     void freshNameIsFound();
@@ -331,7 +331,7 @@ void TestDelivery::nameIsCheckedBeforeAnythingIsWritten()
     QVERIFY(!QFile::exists(_spool->incoming()));
 }
 
-void TestDelivery::namesOf255BytesWork()
+void TestDelivery::unusualNamesWork()
 {
     const QString name = QString(127, QChar(0xE9)) + 'a';
     QVERIFY(writeFile(_spool->beside(name), "moved"));
@@ -341,6 +341,8 @@ void TestDelivery::namesOf255BytesWork()
     QVERIFY(QFile::remove(_spool->path(name)));
     QCOMPARE(delivery.deliver(name, "x"), name);
     QCOMPARE(_spool->content(name), QByteArray("x"));
+    const QString mark = QChar(0xFEFF) + QString("x");
+    QCOMPARE(delivery.deliver(mark, "x"), mark);
 }
 
 void TestDelivery::takenNameIsRefused_data()

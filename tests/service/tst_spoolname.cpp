@@ -19,6 +19,7 @@ private Q_SLOTS:
     void nameIsRefused();
     void nameOnDiskIsDecoded_data();
     void nameOnDiskIsDecoded();
+    void bytesThatAreNotUtf8AreEscaped();
     void temporaryNamesAreKnown_data();
     void temporaryNamesAreKnown();
     void numberGoesBeforeTheLastSuffix_data();
@@ -95,6 +96,15 @@ void TestSpoolName::nameOnDiskIsDecoded()
     QCOMPARE(name.has_value(), isUtf8);
     if (name)
         QCOMPARE(name->toUtf8(), bytes);
+    if (name)
+        QCOMPARE(SpoolName::shown(bytes), *name);
+    else
+        QVERIFY(SpoolName::shown(bytes).contains('\\'));
+}
+
+void TestSpoolName::bytesThatAreNotUtf8AreEscaped()
+{
+    QCOMPARE(SpoolName::shown("\xE9t\xE9.xml"), QString("\\xe9t\\xe9.xml"));
 }
 
 void TestSpoolName::temporaryNamesAreKnown_data()
