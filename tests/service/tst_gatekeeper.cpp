@@ -7,6 +7,7 @@
 #include "support/spool.h"
 #include "support/spoolfaults.h"
 
+#include <QThread>
 #include <QtTest>
 
 #include <algorithm>
@@ -132,12 +133,12 @@ void waitForNextTime(const QString& path)
 {
     struct stat before {};
     ::stat(QFile::encodeName(path).constData(), &before);
-    struct stat now = before;
+    struct stat after = before;
     const QString other = path + ".part";
-    while (now.st_ctim.tv_sec == before.st_ctim.tv_sec &&
-           now.st_ctim.tv_nsec == before.st_ctim.tv_nsec) {
+    while (after.st_ctim.tv_sec == before.st_ctim.tv_sec &&
+           after.st_ctim.tv_nsec == before.st_ctim.tv_nsec) {
         writeFile(other, "x");
-        ::stat(QFile::encodeName(other).constData(), &now);
+        ::stat(QFile::encodeName(other).constData(), &after);
     }
     QFile::remove(other);
 }
@@ -281,6 +282,7 @@ private Q_SLOTS:
     void watchThatIsRefusedIsReplacedByLooks();
     void twoGatesHandOnEachFileOnce();
     void missingRightsAreSaid();
+    void interruptedThreadRests();
     void markedFileIsHandedOn();
     void markedFileMayBeThereBefore();
     void fileWithoutMarkerWaits();
@@ -635,7 +637,7 @@ void TestGatekeeper::fullDiskIsSaidOnceForAllFiles()
     QCOMPARE(gate.runAfter(2s).size(), 1);
     for (int second = 0; second < 30; ++second)
         QCOMPARE(gate.runAfter(1s), QStringList());
-    // After 2, 3, 5, 9, 17 and 33 seconds: one file each.
+    // After 2, 3, 5, 9 and 17 seconds: one file each.
     QCOMPARE(SpoolFaults::summary({"renameat2"}).size(), 5);
     isFull = false;
     QStringList texts;
@@ -787,6 +789,25 @@ void TestGatekeeper::missingRightsAreSaid()
 {
     const ChildResult child = runChild({});
     QVERIFY2(child.exitCode == 0, child.err.constData());
+}
+
+/// A thread that is asked to end, and whose event loop still runs.
+void TestGatekeeper::interruptedThreadRests()
+{
+    QStringList texts;
+    qint64 idle = 0;
+    const std::unique_ptr<QThread> thread(QThread::create([&] {
+        Gate gate;
+        gate.write("a");
+        gate.run();
+        QThread::currentThread()->requestInterruption();
+        texts = gate.runAfter(2s);
+        idle = gate.keeper->idleTime().count();
+    }));
+    thread->start();
+    QVERIFY(thread->wait(60000));
+    QCOMPARE(texts, QStringList());
+    QCOMPARE(idle, 1000);
 }
 
 void TestGatekeeper::markedFileIsHandedOn()
