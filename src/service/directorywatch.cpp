@@ -36,8 +36,8 @@ int DirectoryWatch::set(const QByteArray& path)
 bool DirectoryWatch::read(const std::function<void(const QByteArray&)>& onName)
 {
     bool isListingNeeded = false;
-    alignas(inotify_event) std::array<char, 65536>
-        buffer; // NOLINT(*-member-init): filled by read()
+    // NOLINTNEXTLINE(*-member-init): filled by read()
+    alignas(inotify_event) std::array<char, 65536> buffer;
     ssize_t size = 0;
     while ((size = ::read(_events.get(), buffer.data(), buffer.size())) > 0) {
         for (ssize_t position = 0; position < size;) {

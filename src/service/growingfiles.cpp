@@ -188,7 +188,7 @@ int GrowingFiles::removeLeftovers(const QString& spool, std::chrono::seconds age
         }
     }
     if (failure)
-        throw *failure;
+        throw Refusal(*failure);
     return count;
 }
 
