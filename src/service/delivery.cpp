@@ -257,8 +257,11 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
                                       shownName(path), systemErrorText(entered.sourceError)),
                               {delivered});
     int error = entrance.sync();
-    if (error == 0)
+    if (error == 0) {
         error = syncDirectory(directoryOf(source));
+        // Who may not list the source's directory cannot sync it. The new name is on the disk.
+        error = error == EACCES ? 0 : error;
+    }
     if (error != 0)
         throw DeliveryFailure(notSynced(*this, {delivered}, error), {delivered});
     return delivered;

@@ -99,7 +99,18 @@ int childWithoutRights(const QString& directory)
         return 2;
     const auto unreadable =
         deliveredInFailure([&] { delivery.deliverFile(directory + "/secret"); });
-    return unreadable == QStringList() ? 0 : 3;
+    if (unreadable != QStringList())
+        return 3;
+    // A directory that may be changed, but not listed.
+    const Spool own;
+    const QByteArray outbox = QFile::encodeName(own.beside("outbox"));
+    if (!QDir().mkdir(own.beside("outbox")) || !writeFile(own.beside("outbox/a"), "x") ||
+        ::chmod(outbox.constData(), 0300) != 0)
+        return 4;
+    const QString failure =
+        failureText([&] { Delivery(own.path()).moveIn(own.beside("outbox/a")); });
+    ::chmod(outbox.constData(), 0700);
+    return failure.isNull() && own.content("a") == "x" ? 0 : 5;
 }
 
 /// The process may write only files that are this small.
