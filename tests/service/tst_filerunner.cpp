@@ -343,10 +343,12 @@ void TestFileRunner::stuckHandlerHoldsUpNoOtherConsumer()
     QVERIFY(spool.putMany(5));
     const auto release = std::make_shared<std::promise<void>>();
     const auto isReleased = std::make_shared<std::shared_future<void>>(release->get_future());
+    const auto isAtWork = std::make_shared<std::atomic<bool>>(false);
     const auto ended = std::make_shared<std::atomic<bool>>(false);
     Calls calls;
     FileRunner runner(settingsFor(spool));
-    runner.addConsumer("stuck", [isReleased, ended](const FileAtHand&) {
+    runner.addConsumer("stuck", [isAtWork, isReleased, ended](const FileAtHand&) {
+        *isAtWork = true;
         isReleased->wait();
         *ended = true;
         return Outcome::done();
@@ -357,6 +359,7 @@ void TestFileRunner::stuckHandlerHoldsUpNoOtherConsumer()
     });
     runner.start();
     QTRY_COMPARE(calls.count(), qsizetype(5));
+    QTRY_VERIFY(*isAtWork);
     const StopReport report = runner.stop(10ms);
     QCOMPARE(report.running.size(), qsizetype(1));
     QVERIFY(report.running.first().contains("order-000000"));
