@@ -15,6 +15,7 @@
 #include <QtTest>
 
 #include <atomic>
+#include <cstdio>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -303,9 +304,8 @@ void TestFileRunner::changedFileIsHandledAgain()
         const std::lock_guard lock(mutex);
         contents.append(readFile(file.path));
         // Another file takes its place before it is reported.
-        if (contents.size() == 1)
-            writeFile(spool.beside("other"), "second"), QFile::remove(file.path),
-                QFile::rename(spool.beside("other"), file.path);
+        if (contents.size() == 1 && writeFile(spool.beside("other"), "second"))
+            std::rename(qPrintable(spool.beside("other")), qPrintable(file.path));
         return Outcome::done();
     });
     runner.start();
