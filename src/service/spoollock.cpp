@@ -40,9 +40,12 @@ bool SpoolLock::isInPlace() const
 {
     struct stat opened {};
     struct stat found {};
-    return ::fstat(_file.get(), &opened) == 0 &&
-           ::lstat(QFile::encodeName(SpoolPlaces::lock(_spool)).constData(), &found) == 0 &&
-           opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    if (::fstat(_file.get(), &opened) != 0)
+        return false;
+    const QByteArray path = QFile::encodeName(SpoolPlaces::lock(_spool));
+    if (::lstat(path.constData(), &found) != 0)
+        return errno != ENOENT && errno != ENOTDIR; // hidden, and perhaps there
+    return opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
 }
 
 void SpoolLock::takeAgain()
