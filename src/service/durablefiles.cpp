@@ -45,7 +45,9 @@ int linkAndUnlink(const QByteArray& from, const QByteArray& to)
 /// Writes a new file, with the mode of the one at `model` if there is one, and syncs it.
 int writeSynced(const QByteArray& path, const QByteArray& model, QByteArrayView bytes, mode_t mode)
 {
-    const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, mode);
+    // O_NONBLOCK: to open a fifo would wait for its reader.
+    constexpr int Flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK;
+    const Descriptor file = openFile(path, Flags, mode);
     if (!file.isOpen())
         return errno;
     struct stat replaced {};

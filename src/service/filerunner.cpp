@@ -13,10 +13,13 @@
 #include <QThread>
 
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <exception>
 #include <future>
 #include <mutex>
+#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace KezService {
@@ -27,6 +30,14 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto StopLimit = 10s;
+
+// Longer ones count as this: their sum with a point in time fits.
+constexpr std::chrono::milliseconds LongestTime = 24h * 365 * 10;
+
+Clock::time_point deadlineAfter(std::chrono::milliseconds limit)
+{
+    return Clock::now() + std::clamp<std::chrono::milliseconds>(limit, 0ms, LongestTime);
+}
 
 /// Holds the queue's thread while the runner is paused.
 class Gate {
@@ -76,6 +87,13 @@ void checkSettings(const QString& id, const HandlerSettings& settings)
     check(settings.slowAfter > 0ms, "slowAfter");
 }
 
+HandlerSettings bounded(HandlerSettings settings)
+{
+    for (auto* const time : {&settings.firstPause, &settings.longestPause, &settings.slowAfter})
+        *time = std::min(*time, LongestTime);
+    return settings;
+}
+
 } // namespace
 
 /// The thread in which a runner's queue lives.
@@ -92,36 +110,40 @@ public:
     /// ends.
     RunnerCore* begin()
     {
-        std::future<RunnerCore*> begun = _begun.get_future();
         start();
-        return begun.get();
+        if (!isRunning() && !isFinished())
+            throw std::system_error(EAGAIN, std::generic_category());
+        return _begun.get_future().get();
     }
 
-    /// Ends the thread. `left`: see RunnerCore::finish(), whose result this returns.
-    qint64 end(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left)
+    /// Ends the thread. See RunnerCore::finish(), whose result this returns.
+    RunnerProgress end(const LeftFiles& left)
     {
-        _left = left;
+        _left.set_value(left);
         quit();
         wait();
-        return _waiting;
+        return _ended.get_future().get();
     }
 
 protected:
     void run() override
     {
+        std::optional<RunnerCore> core;
         try {
-            RunnerCore core(_settings, _consumers);
-            connect(&core, &RunnerCore::progressed, _runner, &FileRunner::progressed,
+            core.emplace(_settings, _consumers);
+            connect(&*core, &RunnerCore::progressed, _runner, &FileRunner::progressed,
                     Qt::DirectConnection);
-            connect(&core, &RunnerCore::quarantined, _runner, &FileRunner::quarantined,
+            connect(&*core, &RunnerCore::quarantined, _runner, &FileRunner::quarantined,
                     Qt::DirectConnection);
-            core.start();
-            _begun.set_value(&core);
-            exec();
-            _waiting = core.finish(_left);
+            core->start();
         } catch (...) {
+            core.reset(); // the spool is free when begin() throws
             _begun.set_exception(std::current_exception());
+            return;
         }
+        _begun.set_value(&*core);
+        exec();
+        _ended.set_value(core->finish(_left.get_future().get()));
     }
 
 private:
@@ -129,8 +151,8 @@ private:
     const std::vector<ConsumerDescription> _consumers;
     FileRunner* const _runner;
     std::promise<RunnerCore*> _begun;
-    std::vector<std::vector<std::shared_ptr<QueuedFile>>> _left;
-    qint64 _waiting = 0;
+    std::promise<LeftFiles> _left;
+    std::promise<RunnerProgress> _ended;
 };
 
 struct FileRunner::Private {
@@ -149,6 +171,8 @@ FileRunner::FileRunner(const RunnerSettings& settings, QObject* parent)
     qRegisterMetaType<RunnerProgress>();
     _d->settings = settings;
     _d->settings.spool = absolutePath(settings.spool);
+    if (!settings.quarantine.isEmpty())
+        _d->settings.quarantine = absolutePath(settings.quarantine);
 }
 
 FileRunner::~FileRunner()
@@ -168,7 +192,7 @@ void FileRunner::addConsumer(const QString& id, Handler handler, const HandlerSe
     if (!handler)
         raise("RunnerNoHandler", shownName(id));
     checkSettings(id, settings);
-    _d->consumers.push_back({id, std::move(handler), settings});
+    _d->consumers.push_back({id, std::move(handler), bounded(settings)});
 }
 
 void FileRunner::start()
@@ -180,6 +204,10 @@ void FileRunner::start()
     auto thread = std::make_unique<QueueThread>(_d->settings, _d->consumers, this);
     try {
         _d->core = thread->begin();
+    } catch (const std::system_error& failure) {
+        thread->wait();
+        raise("RunnerThreadFailed", shownName(_d->settings.spool),
+              systemErrorText(failure.code().value()));
     } catch (...) {
         thread->wait();
         throw;
@@ -204,7 +232,7 @@ bool FileRunner::pause(std::chrono::milliseconds limit)
 {
     if (!_d->core || _d->gate)
         return true;
-    const auto deadline = Clock::now() + limit;
+    const auto deadline = deadlineAfter(limit);
     const auto& pools = _d->core->pools();
     for (const auto& pool : pools)
         pool->hold();
@@ -242,23 +270,23 @@ StopReport FileRunner::stop(std::chrono::milliseconds limit)
     StopReport report;
     if (!_d->core)
         return report;
-    const auto deadline = Clock::now() + limit;
+    const auto deadline = deadlineAfter(limit);
     const auto& pools = _d->core->pools();
     for (const auto& pool : pools)
         pool->close();
     resume();
 
-    std::vector<std::vector<std::shared_ptr<QueuedFile>>> left;
+    LeftFiles left;
     for (const auto& pool : pools) {
         left.push_back(pool->join(deadline));
         for (const auto& file : left.back())
             report.running.append(
                 kitText("RunnerLeft", shownName(pool->id()), shownName(file->name)));
     }
-    _d->last = _d->core->progress();
     _d->core = nullptr;
-    report.waiting = _d->thread->end(left);
+    _d->last = _d->thread->end(left);
     _d->thread.reset();
+    report.waiting = _d->last.files;
 
     Log& log = *Log::getInstance();
     for (const QString& running : report.running)

@@ -20,6 +20,8 @@ namespace KezService {
 
 using Step = Journal::Step;
 
+constexpr std::chrono::seconds EndLimit{1};
+
 /// What the threads of one consumer share, and what those that are left behind keep.
 struct HandlerPool::Shared {
     struct Slot {
@@ -53,6 +55,7 @@ struct HandlerPool::Shared {
     std::deque<Job> ready; // in queue order
     std::vector<Slot> slots;
     bool isHeld = false;
+    bool isBarred = false;
     bool isClosed = false;
 };
 
@@ -66,7 +69,7 @@ std::optional<Job> HandlerPool::Shared::take(size_t thread, bool waits)
             ready.pop_front();
         if (isClosed)
             return std::nullopt;
-        if (!isHeld && !ready.empty())
+        if (!isHeld && !isBarred && !ready.empty())
             break;
         if (!waits)
             return std::nullopt;
@@ -254,7 +257,7 @@ HandlerPool::HandlerPool(int consumer, const QString& id, Handler handler,
 HandlerPool::~HandlerPool()
 {
     close();
-    join(Clock::now() + std::chrono::seconds(1)); // those at rest end at once
+    join(Clock::now() + EndLimit); // at once, unless the start of other threads has failed
 }
 
 const QString& HandlerPool::id() const
@@ -337,6 +340,13 @@ void HandlerPool::resume()
 {
     const std::lock_guard lock(_shared->mutex);
     _shared->isHeld = false;
+    _shared->jobsChanged.notify_all();
+}
+
+void HandlerPool::bar(bool isBarred)
+{
+    const std::lock_guard lock(_shared->mutex);
+    _shared->isBarred = isBarred;
     _shared->jobsChanged.notify_all();
 }
 

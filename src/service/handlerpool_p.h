@@ -82,7 +82,7 @@ struct Workplace {
     {}
 
     const QString spool;
-    const SpoolLock lock;
+    SpoolLock lock;
     const Quarantine quarantine;
     Journal journal;
     Inbox inbox;
@@ -127,6 +127,9 @@ public:
     void hold();
     bool waitUntilIdle(Clock::time_point deadline) const;
     void resume();
+
+    /// With true, takes no job until it is called with false. Does not depend on hold().
+    void bar(bool isBarred);
 
     /// Takes no job any more. join() then ends the threads; those that are still at work at the
     /// deadline are left behind. Returns their files.

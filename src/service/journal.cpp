@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QList>
 #include <QRandomGenerator>
+#include <QStringDecoder>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,6 +33,8 @@ constexpr qint64 LargestRead = qint64{1} << 30; // bytes
 constexpr qint64 SmallestCompacted = qint64{1} << 20;
 constexpr int GrowthBeforeCompaction = 4;
 constexpr std::chrono::seconds LongestAttemptPause{300};
+constexpr qsizetype KeyLength = 32;
+constexpr quint64 LargestNumber = quint64{1} << 62; // leaves room for those that follow
 
 quint16 checksum(QByteArrayView line)
 {
@@ -104,6 +107,10 @@ void writeWork(LineWriter& lines, quint64 number, int consumer, const WorkRecord
     const bool isBegun = work.state == WorkRecord::State::Begun;
     lines << char{isBegun ? Journal::Step::Begun : Journal::Step::Done} << number << consumer;
     lines.end();
+    if (isBegun && work.hasCompany) {
+        lines << char{Journal::Step::Joined} << number << consumer;
+        lines.end();
+    }
 }
 
 QString newKey()
@@ -114,10 +121,21 @@ QString newKey()
         .arg(random->generate64(), 16, 16, QLatin1Char('0'));
 }
 
+bool isKey(const QString& text)
+{
+    return text.size() == KeyLength && std::all_of(text.begin(), text.end(), [](QChar character) {
+               return QStringView(u"0123456789abcdef").contains(character);
+           });
+}
+
+quint16 narrowed(quint64 number)
+{
+    return static_cast<quint16>(std::min<quint64>(number, std::numeric_limits<quint16>::max()));
+}
+
 quint16 counted(quint16 number)
 {
-    return number == std::numeric_limits<quint16>::max() ? number
-                                                         : static_cast<quint16>(number + 1);
+    return narrowed(quint64{number} + 1);
 }
 
 void applyTo(WorkRecord& work, Journal::Step::Kind kind)
@@ -126,6 +144,10 @@ void applyTo(WorkRecord& work, Journal::Step::Kind kind)
     switch (kind) {
     case Journal::Step::Begun:
         work.state = State::Begun;
+        work.hasCompany = false;
+        return;
+    case Journal::Step::Joined:
+        work.hasCompany = work.state == State::Begun;
         return;
     case Journal::Step::Done:
         work.state = State::Settled;
@@ -135,10 +157,19 @@ void applyTo(WorkRecord& work, Journal::Step::Kind kind)
         work.tries = counted(work.tries);
         break;
     case Journal::Step::Left:
+        if (work.state != State::Begun) // it has just ended, or its verdict stands
+            return;
         work.state = State::Waiting;
         break;
     }
+    work.hasCompany = false;
     work.strikes = 0; // it ended normally
+}
+
+/// Whether work that is suspected of having ended the process was alone when the process died.
+bool isCause(const WorkRecord& work)
+{
+    return work.state == WorkRecord::State::Begun && work.strikes > 0 && !work.hasCompany;
 }
 
 } // namespace
@@ -184,20 +215,25 @@ private:
 
     void apply(const QByteArray& kind)
     {
-        if (kind == "C")
+        if (isLine(kind, "C", 3))
             readConsumer();
-        else if (kind == "F")
+        else if (isLine(kind, "F", 10))
             readFile();
-        else if (kind == "T")
+        else if (isLine(kind, "T", 5))
             readCounts();
-        else if (kind == "K")
+        else if (isLine(kind, "K", 2))
             readLink();
-        else if (kind == "X")
+        else if (isLine(kind, "X", 2))
             _journal._entries.erase(number(1));
-        else if (kind.size() == 1 && QByteArrayView("BDRL").contains(kind.front()))
+        else if (isLine(kind, "BJDRL", 3))
             readStep(static_cast<Step::Kind>(kind.front()));
         else
             _isSound = false;
+    }
+
+    bool isLine(const QByteArray& kind, QByteArrayView kinds, qsizetype fields) const
+    {
+        return kind.size() == 1 && kinds.contains(kind.front()) && _fields.size() == fields;
     }
 
     void readConsumer() { _consumers.insert(number(1), _journal._consumers.indexOf(text(2))); }
@@ -208,7 +244,7 @@ private:
         entry.number = number(1);
         entry.key = text(2);
         entry.stamp.inode = number(3);
-        if (field(4) != "-")
+        if (_fields.at(4) != "-")
             entry.stamp.birth = signedNumber(4);
         entry.stamp.size = signedNumber(5);
         entry.stamp.modified = signedNumber(6);
@@ -216,7 +252,8 @@ private:
         entry.isLinked = number(8) != 0;
         entry.name = text(9);
         entry.works.resize(static_cast<size_t>(_journal._consumers.size()));
-        _isSound = _isSound && entry.number != 0;
+        _isSound =
+            _isSound && entry.number != 0 && entry.number <= LargestNumber && isKey(entry.key);
         _journal._lastNumber = std::max(_journal._lastNumber, entry.number);
         _journal._entries[entry.number] = entry;
     }
@@ -224,8 +261,8 @@ private:
     void readCounts()
     {
         if (WorkRecord* const found = work()) {
-            found->tries = static_cast<quint16>(number(3));
-            found->strikes = static_cast<quint16>(number(4));
+            found->tries = narrowed(number(3));
+            found->strikes = narrowed(number(4));
         }
     }
 
@@ -251,18 +288,10 @@ private:
         return isKnown ? &entry->second.works[static_cast<size_t>(consumer)] : nullptr;
     }
 
-    QByteArray field(qsizetype index)
-    {
-        if (index < _fields.size())
-            return _fields.at(index);
-        _isSound = false;
-        return {};
-    }
-
     quint64 number(qsizetype index)
     {
         bool isNumber = false;
-        const quint64 value = field(index).toULongLong(&isNumber);
+        const quint64 value = _fields.at(index).toULongLong(&isNumber);
         _isSound = _isSound && isNumber;
         return value;
     }
@@ -270,16 +299,19 @@ private:
     qint64 signedNumber(qsizetype index)
     {
         bool isNumber = false;
-        const qint64 value = field(index).toLongLong(&isNumber);
+        const qint64 value = _fields.at(index).toLongLong(&isNumber);
         _isSound = _isSound && isNumber;
         return value;
     }
 
     QString text(qsizetype index)
     {
-        const QByteArray encoded = field(index);
+        const QByteArray& encoded = _fields.at(index);
         _isSound = _isSound && encoded.startsWith('=');
-        return QString::fromUtf8(QByteArray::fromPercentEncoding(encoded.mid(1)));
+        // A byte order mark at the beginning is part of the name.
+        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
+                                                         QStringDecoder::Flag::ConvertInitialBom);
+        return decoder(QByteArray::fromPercentEncoding(encoded.mid(1)));
     }
 
     Journal& _journal;
@@ -392,12 +424,19 @@ void Journal::sync()
     const std::lock_guard lock(_mutex);
     if (!_isKept)
         return;
-    const bool hasGrown =
+    if (_file.isOpen() && !isInPlace()) {
+        Log::getInstance()->warning(kitText("JournalRemoved", shownName(_path)));
+        _file.close();
+        _nextAttempt = {};
+    }
+    const bool isTooLong =
         _size > std::max(SmallestCompacted, GrowthBeforeCompaction * _compactedSize);
-    if (_file.isOpen() ? hasGrown : Clock::now() >= _nextAttempt)
+    if ((isTooLong || !_file.isOpen()) && Clock::now() >= _nextAttempt)
         rewrite();
-    else if (_file.isOpen() && std::exchange(_isUnsynced, false) && ::fdatasync(_file.get()) != 0)
-        giveUp(errno);
+    if (!_file.isOpen() || !std::exchange(_isUnsynced, false))
+        return;
+    if (const int error = syncFile(_file.get()); error != 0)
+        giveUp(error);
 }
 
 void Journal::compact()
@@ -410,20 +449,21 @@ void Journal::compact()
 void Journal::load()
 {
     const Descriptor file = openFile(QFile::encodeName(_path), O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-    if (!file.isOpen()) {
-        if (errno == ENOENT)
-            return;
-        raise("JournalUnreadable", shownName(_path), systemErrorText(errno));
-    }
+    const int error = file.isOpen() ? 0 : errno;
+    if (error == ENOENT)
+        return;
     struct stat info {};
-    QFile device;
-    const bool isReadable = ::fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) &&
-                            info.st_size <= LargestRead &&
-                            device.open(file.get(), QIODevice::ReadOnly);
-    const QString fault =
-        isReadable ? Reader(*this).read(device.readAll()) : kitText("JournalForeign");
+    const bool isThere = ::lstat(QFile::encodeName(_path).constData(), &info) == 0;
+    QString fault;
+    if (isThere && (!S_ISREG(info.st_mode) || info.st_size > LargestRead))
+        fault = kitText("JournalForeign");
+    else if (error != 0)
+        raise("JournalUnreadable", shownName(_path), systemErrorText(error));
+    else
+        fault = read(file);
     if (!fault.isEmpty()) {
         _entries.clear();
+        _lastNumber = 0;
         putAside(fault);
     }
     for (const auto& [number, entry] : _entries) {
@@ -432,11 +472,27 @@ void Journal::load()
     }
 }
 
+/// Returns what is wrong with the text, if anything is.
+QString Journal::read(const Descriptor& file)
+{
+    QFile device;
+    const bool isOpen = device.open(file.get(), QIODevice::ReadOnly);
+    const QByteArray text = isOpen ? device.readAll() : QByteArray();
+    if (!isOpen || device.error() != QFileDevice::NoError)
+        raise("JournalUnreadable", shownName(_path), device.errorString());
+    return Reader(*this).read(text);
+}
+
 void Journal::putAside(const QString& why)
 {
     const QString moment = QDateTime::currentDateTimeUtc().toString(u"yyyyMMdd-HHmmss-zzz");
-    const QString aside = _path + QStringLiteral(".aside-") + moment;
-    const int error = renameWithoutReplacing(QFile::encodeName(_path), QFile::encodeName(aside));
+    QString aside = _path + QStringLiteral(".aside-") + moment;
+    int error = EEXIST;
+    for (int number = 2; error == EEXIST; ++number) {
+        error = renameWithoutReplacing(QFile::encodeName(_path), QFile::encodeName(aside));
+        if (error == EEXIST)
+            aside = _path + QStringLiteral(".aside-%1-%2").arg(moment).arg(number);
+    }
     if (error != 0)
         raise("JournalUnreadable", shownName(_path), systemErrorText(error));
     Log::getInstance()->critical(
@@ -446,12 +502,18 @@ void Journal::putAside(const QString& why)
 /// The process died during the work that had begun.
 void Journal::addStrikes()
 {
+    const bool isCauseFound = std::any_of(_entries.begin(), _entries.end(), [](const auto& entry) {
+        const std::vector<WorkRecord>& works = entry.second.works;
+        return std::any_of(works.begin(), works.end(), isCause);
+    });
     for (auto& [number, entry] : _entries) {
         for (WorkRecord& work : entry.works) {
             if (work.state != WorkRecord::State::Begun)
                 continue;
+            if (!isCauseFound || isCause(work))
+                work.strikes = counted(work.strikes);
             work.state = WorkRecord::State::Waiting;
-            work.strikes = counted(work.strikes);
+            work.hasCompany = false;
         }
     }
 }
@@ -470,23 +532,36 @@ Journal::Entry& Journal::newEntry(const QString& name, const FileStamp& stamp)
     return entry;
 }
 
+/// Whether the open file is still the one at the path.
+bool Journal::isInPlace() const
+{
+    struct stat opened {};
+    struct stat found {};
+    return ::fstat(_file.get(), &opened) == 0 &&
+           ::lstat(QFile::encodeName(_path).constData(), &found) == 0 &&
+           opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+}
+
 void Journal::rewrite()
 {
     const QByteArray path = QFile::encodeName(_path);
     const QByteArray text = wholeText();
-    _file.close();
-    if (const int error = replaceFile(path, path + ".new", text); error != 0) {
-        giveUp(error);
+    int error = replaceFile(path, path + ".new", text);
+    Descriptor file = openFile(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
+    if (error == 0 && !file.isOpen())
+        error = errno;
+    if (error != 0) {
+        if (_file.isOpen() && isInPlace())
+            postpone(); // it only stays long
+        else
+            giveUp(error);
         return;
     }
-    _file = openFile(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
-    if (!_file.isOpen()) {
-        giveUp(errno);
-        return;
-    }
+    _file = std::move(file);
     _size = _compactedSize = text.size();
     _isUnsynced = false;
-    if (std::exchange(_attemptPause, {}).count() != 0)
+    _attemptPause = {};
+    if (std::exchange(_isGivenUp, false))
         Log::getInstance()->info(kitText("JournalWrittenAgain", shownName(_path)));
 }
 
@@ -528,11 +603,16 @@ void Journal::append(const QByteArray& lines)
 /// Goes on without the file, until sync() can write it anew.
 void Journal::giveUp(int error)
 {
-    using namespace std::chrono_literals;
     _file.close();
-    if (_attemptPause == 0s)
+    if (!std::exchange(_isGivenUp, true))
         Log::getInstance()->critical(
             kitText("JournalNotWritten", shownName(_path), systemErrorText(error)));
+    postpone();
+}
+
+void Journal::postpone()
+{
+    using namespace std::chrono_literals;
     _attemptPause = std::clamp(_attemptPause * 2, 1s, LongestAttemptPause);
     _nextAttempt = Clock::now() + _attemptPause;
 }

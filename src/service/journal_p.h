@@ -25,8 +25,9 @@ struct WorkRecord {
     enum class State : quint8 { Waiting, Begun, Settled };
 
     State state = State::Waiting;
-    quint16 tries = 0;   ///< those that ended with "retry"
-    quint16 strikes = 0; ///< how often the process died during it, since it last ended normally
+    bool hasCompany = false; ///< begun under suspicion, and other work has begun since
+    quint16 tries = 0;       ///< those that ended with "retry"
+    quint16 strikes = 0;     ///< how often the process died during it, since it last ended normally
 };
 
 /// Remembers across restarts what each consumer has begun and done, file by file.
@@ -39,15 +40,16 @@ struct WorkRecord {
 ///     C 0 ledger 5d1c                          the number of a consumer
 ///     F 17 9f3a… 4711 … 0 order.xml 02aa       a file: key, stamp, linked or not, name
 ///     B 17 0 77e0     D … R … L …              begun; done, to be retried, left at a stop
+///     J 17 0 43aa                              other work has begun beside it
 ///     T 17 0 3 1 b5c2                          tries and strikes so far
 ///     K 17 91d0       X 17 6e13                has got another link; forgotten
 ///
 /// Each line ends with its checksum. A last line that breaks off, as a death during a write leaves
-/// it, is dropped. A file with any other fault is put aside, and the journal begins anew: what was
-/// done may then be done again, and nothing is lost.
+/// it, is dropped. A file with any other fault, or something else than a file, is put aside, and
+/// the journal begins anew: what was done may then be done again, and nothing is lost.
 ///
 /// If the journal cannot be written (full disk), the log says so once, and all goes on without it
-/// until it can.
+/// until it can. If it is removed from outside, it is written anew.
 ///
 /// *Threads*: any thread, except sync() and compact(): one thread.
 /// *Owns*: its file.
@@ -72,7 +74,7 @@ public:
 
     /// A step of a consumer's work.
     struct Step {
-        enum Kind : char { Begun = 'B', Done = 'D', Retried = 'R', Left = 'L' };
+        enum Kind : char { Begun = 'B', Joined = 'J', Done = 'D', Retried = 'R', Left = 'L' };
 
         Kind kind;
         quint64 number;
@@ -83,7 +85,8 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// Reads the spool's journal, if there is one. Work that a death of the process has interrupted
-    /// is Waiting again, with one more strike. With `isKept` false, all is kept in memory only.
+    /// is Waiting again, with one more strike; but if suspect work was alone, only that has one
+    /// more. With `isKept` false, all is kept in memory only.
     Journal(const QString& spool, const QStringList& consumers, bool isKept);
 
     /// What is known of these files; unknown ones are entered, in this order.
@@ -99,8 +102,8 @@ public:
     /// Forgets the files that did not enter since the journal was read.
     void forgetAbsent();
 
-    /// Waits until the records are on the disk. Writes the journal anew if it has grown by much, or
-    /// if it could not be written before.
+    /// Waits until the records are on the disk. Writes the journal anew if it has grown by much, if
+    /// it could not be written before, or if its file was removed.
     void sync();
 
     /// Writes the journal anew, without what is over.
@@ -110,13 +113,16 @@ private:
     class Reader;
 
     void load();
+    QString read(const Descriptor& file);
     void putAside(const QString& why);
     void addStrikes();
     Entry& newEntry(const QString& name, const FileStamp& stamp);
+    bool isInPlace() const;
     void rewrite();
     QByteArray wholeText() const;
     void append(const QByteArray& lines);
     void giveUp(int error);
+    void postpone();
 
     const QString _path;
     const QStringList _consumers;
@@ -130,7 +136,8 @@ private:
     qint64 _size = 0;
     qint64 _compactedSize = 0;
     bool _isUnsynced = false;
-    Clock::time_point _nextAttempt{}; // to write again, if the journal cannot be written
+    bool _isGivenUp = false;          // the log says so
+    Clock::time_point _nextAttempt{}; // to write anew, after a failure
     std::chrono::seconds _attemptPause{0};
 };
 

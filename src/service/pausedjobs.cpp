@@ -11,10 +11,11 @@ namespace KezService {
 
 std::chrono::milliseconds pauseAfter(int failures, const HandlerSettings& settings)
 {
+    const std::chrono::milliseconds longest = settings.longestPause;
     std::chrono::milliseconds pause = settings.firstPause;
-    for (int doubled = 1; doubled < failures && pause < settings.longestPause; ++doubled)
-        pause *= 2;
-    pause = std::min(pause, settings.longestPause);
+    for (int doubled = 1; doubled < failures && pause.count() > 0 && pause < longest; ++doubled)
+        pause = pause > longest / 2 ? longest : pause * 2;
+    pause = std::min(pause, longest);
     constexpr int Percent = 100;
     constexpr int Jitter = 20;
     const int share = QRandomGenerator::global()->bounded(Percent - Jitter, Percent + Jitter + 1);

@@ -7,6 +7,7 @@
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
@@ -23,25 +24,31 @@ namespace KezService {
 namespace {
 
 constexpr auto TextSuffix = QLatin1String(".txt");
-constexpr int LongestName = 255; // bytes
+constexpr int LongestName = 255;  // bytes
+constexpr int LongestEnding = 64; // bytes of ".xml"; what is longer is none
 constexpr int MostCandidates = 100000;
 
 /// "order.xml", "order~2.xml", "order~3.xml": short enough for the text's name, too.
 QString candidate(const QString& name, int number)
 {
-    const qsizetype point = name.lastIndexOf(QLatin1Char('.'));
-    QString stem = point > 0 ? name.left(point) : name;
-    QString rest = number > 1 ? QStringLiteral("~%1").arg(number) : QString();
-    rest += point > 0 ? name.mid(point) : QString();
-    const auto isTooLong = [&] {
-        return (stem + rest).toUtf8().size() + TextSuffix.size() > LongestName;
-    };
-    while (isTooLong() && !stem.isEmpty()) {
-        stem.chop(stem.size() > 1 && stem.back().isLowSurrogate() ? 2 : 1);
-    }
-    while (isTooLong())
-        rest.chop(1); // a suffix of more than 240 bytes
+    qsizetype point = name.lastIndexOf(QLatin1Char('.'));
+    if (point <= 0 || name.mid(point).toUtf8().size() > LongestEnding)
+        point = name.size();
+    QString stem = name.left(point);
+    const QString rest =
+        (number > 1 ? QStringLiteral("~%1").arg(number) : QString()) + name.mid(point);
+    while ((stem + rest).toUtf8().size() + TextSuffix.size() > LongestName)
+        stem.chop(stem.back().isLowSurrogate() ? 2 : 1);
     return stem + rest;
+}
+
+/// The name under which the file, and before it the text, grows. It is the same after a restart, so
+/// that what an interruption has left there is replaced.
+QByteArray growingName(const QuarantineNote& note)
+{
+    const QByteArray consumer =
+        QCryptographicHash::hash(note.consumer.toUtf8(), QCryptographicHash::Md5).toHex();
+    return ".growing-" + note.key.toUtf8() + '-' + consumer;
 }
 
 QByteArray textOf(const QString& name, const QuarantineNote& note)
@@ -76,34 +83,40 @@ bool isSameFile(const QByteArray& path, const QByteArray& other)
            info.st_dev == otherInfo.st_dev && info.st_ino == otherInfo.st_ino;
 }
 
-/// Writes a new text and syncs it. EEXIST if the name is taken.
-int writeText(const QByteArray& path, const QByteArray& text)
+bool hasSameBytes(const QByteArray& path, const QByteArray& other)
 {
-    const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_EXCL, 0666);
-    if (!file.isOpen())
-        return errno;
-    int error = writeAll(file.get(), text);
-    if (error == 0)
-        error = syncFile(file.get());
-    if (error != 0)
-        ::unlink(path.constData());
-    return error;
+    constexpr qint64 Block = 65536;
+    QFile file(QFile::decodeName(path));
+    QFile otherFile(QFile::decodeName(other));
+    if (!file.open(QIODevice::ReadOnly) || !otherFile.open(QIODevice::ReadOnly) ||
+        file.size() != otherFile.size())
+        return false;
+    while (true) {
+        const QByteArray block = file.read(Block);
+        if (block != otherFile.read(Block))
+            return false;
+        if (block.isEmpty())
+            return file.atEnd() && otherFile.atEnd();
+    }
 }
 
-/// Writes what `from` holds into a new file beside `to`, syncs it, and renames it to `to`.
-int copyDurably(const Descriptor& from, const QByteArray& to)
+bool isTaken(const QByteArray& path)
 {
-    const QByteArray growing = directoryOf(to) + "/.copy-" + QByteArray::number(::gettid());
     struct stat info {};
-    if (::fstat(from.get(), &info) != 0)
+    return ::lstat(path.constData(), &info) == 0;
+}
+
+/// Fills a new file at `growing`, syncs it, and renames it to `to`: EEXIST if that is taken.
+template <typename Fill>
+int makeDurably(const QByteArray& growing, const QByteArray& to, mode_t mode, Fill fill)
+{
+    ::unlink(growing.constData()); // an interruption has left it
+    const Descriptor file = openFile(growing, O_WRONLY | O_CREAT | O_EXCL, mode);
+    if (!file.isOpen())
         return errno;
-    const Descriptor copy =
-        openFile(growing, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, info.st_mode & 0777);
-    if (!copy.isOpen())
-        return errno;
-    int error = copyBytes(from.get(), copy.get());
+    int error = fill(file.get());
     if (error == 0)
-        error = syncFile(copy.get());
+        error = syncFile(file.get());
     if (error == 0)
         error = renameWithoutReplacing(growing, to);
     if (error != 0)
@@ -111,9 +124,18 @@ int copyDurably(const Descriptor& from, const QByteArray& to)
     return error;
 }
 
+int copyDurably(const Descriptor& from, const QByteArray& growing, const QByteArray& to)
+{
+    struct stat info {};
+    if (::fstat(from.get(), &info) != 0)
+        return errno;
+    return makeDurably(growing, to, info.st_mode & 0777,
+                       [&from](int copy) { return copyBytes(from.get(), copy); });
+}
+
 /// A hard link, or a copy where there cannot be one; the data are on the disk. EEXIST if `to` is
 /// taken by another file.
-int linkOrCopy(const QByteArray& from, const QByteArray& to)
+int linkOrCopy(const QByteArray& from, const QByteArray& growing, const QByteArray& to)
 {
     const Descriptor source = openFile(from, O_RDONLY | O_NONBLOCK);
     if (!source.isOpen())
@@ -127,15 +149,17 @@ int linkOrCopy(const QByteArray& from, const QByteArray& to)
     constexpr std::array NoLinks{EXDEV, EPERM, EMLINK, EOPNOTSUPP, ENOSYS};
     if (std::find(NoLinks.begin(), NoLinks.end(), errno) == NoLinks.end())
         return errno;
-    return copyDurably(source, to);
+    return copyDurably(source, growing, to);
 }
 
 } // namespace
 
 Quarantine::Quarantine(const QString& spool, const QString& directory)
-    : _spool(spool), _directory(directory.isEmpty() ? SpoolPlaces::quarantine(spool) : directory)
+    : _spool(spool),
+      _isDefault(directory.isEmpty()),
+      _directory(_isDefault ? SpoolPlaces::quarantine(spool) : directory)
 {
-    if (directory.isEmpty()) {
+    if (_isDefault) {
         if (const int error = SpoolPlaces::makePlace(_directory, spool); error != 0)
             raise("QuarantineUnusable", shownName(_directory), systemErrorText(error));
     }
@@ -144,6 +168,8 @@ Quarantine::Quarantine(const QString& spool, const QString& directory)
         raise("QuarantineUnusable", shownName(_directory), systemErrorText(ENOTDIR));
     if (!info.isWritable())
         raise("QuarantineUnusable", shownName(_directory), systemErrorText(EACCES));
+    if (isSameFile(QFile::encodeName(_directory), QFile::encodeName(spool)))
+        raise("QuarantineIsSpool", shownName(_directory));
 }
 
 QString Quarantine::directory() const
@@ -153,25 +179,43 @@ QString Quarantine::directory() const
 
 QString Quarantine::put(const QString& name, const QuarantineNote& note) const
 {
-    const QByteArray source = QFile::encodeName(_spool + QLatin1Char('/') + name);
+    if (_isDefault)
+        SpoolPlaces::makePlace(_directory, _spool);
     int error = EEXIST;
     for (int number = 1; error == EEXIST && number < MostCandidates; ++number) {
         const QString free = candidate(name, number);
-        const QByteArray text = pathOf(free + TextSuffix);
-        error = writeText(text, textOf(name, note));
-        const bool isResumed = error == EEXIST && isTextOf(text, note);
-        if (error != 0 && !isResumed)
-            continue;
-        error = linkOrCopy(source, pathOf(free));
-        if (error == EEXIST && isResumed) // copied before the interruption
-            error = 0;
+        error = putAs(free, name, note);
         if (error == 0)
             error = syncDirectory(QFile::encodeName(_directory));
         if (error == 0)
             return free;
-        ::unlink(text.constData());
     }
     raise("QuarantineFailed", shownName(name), shownName(_directory), systemErrorText(error));
+}
+
+/// EEXIST if the name is taken.
+int Quarantine::putAs(const QString& free, const QString& name, const QuarantineNote& note) const
+{
+    const QByteArray source = QFile::encodeName(_spool + QLatin1Char('/') + name);
+    const QByteArray growing = QFile::encodeName(_directory) + '/' + growingName(note);
+    const QByteArray file = pathOf(free);
+    const QByteArray text = pathOf(free + TextSuffix);
+    const bool isResumed = isTextOf(text, note);
+    if (!isResumed) {
+        if (isTaken(text) || (isTaken(file) && !isSameFile(source, file)))
+            return EEXIST;
+        const int error = makeDurably(growing, text, 0666, [&name, &note](int descriptor) {
+            return writeAll(descriptor, textOf(name, note));
+        });
+        if (error != 0)
+            return error;
+    }
+    const int error = linkOrCopy(source, growing, file);
+    if (error == EEXIST && isResumed && hasSameBytes(source, file))
+        return 0; // copied before the interruption
+    if (error == EEXIST || (error != 0 && !isTaken(file)))
+        ::unlink(text.constData());
+    return error;
 }
 
 QByteArray Quarantine::pathOf(const QString& name) const

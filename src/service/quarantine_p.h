@@ -25,7 +25,7 @@ struct QuarantineNote {
 /// *Fails*: throws Exception.
 class Quarantine {
 public:
-    /// Makes the directory if it is the default one, below the spool.
+    /// Makes the directory if it is the default one, below the spool. Refuses the spool itself.
     Quarantine(const QString& spool, const QString& directory);
 
     QString directory() const;
@@ -33,14 +33,17 @@ public:
     /// Puts the spool's file there: a hard link, or a copy if there cannot be one. File and text
     /// are on the disk when the call returns. Returns the name that the file has there:
     /// "order.xml", or "order~2.xml" if that is taken. Called again for the same file and consumer,
-    /// after an interruption, it goes on with what is there.
+    /// after an interruption, it goes on with what is there. Until they are whole, file and text
+    /// have a hidden name. The default directory is made again if it was removed.
     QString put(const QString& name, const QuarantineNote& note) const;
 
 private:
+    int putAs(const QString& free, const QString& name, const QuarantineNote& note) const;
     QByteArray pathOf(const QString& name) const;
 
-    QString _spool;
-    QString _directory;
+    const QString _spool;
+    const bool _isDefault;
+    const QString _directory;
 };
 
 } // namespace KezService

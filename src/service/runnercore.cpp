@@ -11,9 +11,12 @@
 #include <kez/log.h>
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
+#include <unistd.h>
 
 namespace KezService {
 
@@ -44,6 +47,16 @@ int timerInterval(Duration pause)
 {
     const auto interval = std::chrono::ceil<std::chrono::milliseconds>(pause).count();
     return static_cast<int>(std::clamp<qint64>(interval, 0, std::numeric_limits<int>::max()));
+}
+
+bool isReachable(const QString& spool)
+{
+    return isUsableDirectory(spool) && QFileInfo(spool).isExecutable();
+}
+
+bool isAbsent(const QByteArray& path)
+{
+    return ::access(path.constData(), F_OK) != 0 && errno == ENOENT;
 }
 
 } // namespace
@@ -101,7 +114,7 @@ void RunnerCore::start()
     for (const auto& pool : _pools)
         pool->start();
     _tickTimer.start();
-    nextSuspect();
+    flush();
     announceProgress();
 }
 
@@ -117,7 +130,7 @@ void RunnerCore::connectTimers()
     connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
     connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
     connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
-    connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::nextSuspect);
+    connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::leaveSuspect);
     connect(&_progressTimer, &QTimer::timeout, this, &RunnerCore::announceProgress);
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
@@ -150,9 +163,9 @@ QStringList RunnerCore::namesInQueue()
     return names;
 }
 
-QString RunnerCore::pathOf(const QString& name) const
+QByteArray RunnerCore::pathOf(const QString& name) const
 {
-    return _settings.spool + QLatin1Char('/') + name;
+    return QFile::encodeName(_settings.spool + QLatin1Char('/') + name);
 }
 
 void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
@@ -168,7 +181,7 @@ void RunnerCore::enter(const QStringList& names)
 {
     std::vector<Journal::NamedStamp> files;
     for (const QString& name : names) {
-        const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(name)));
+        const std::optional<FileStamp> stamp = stampOf(pathOf(name));
         if (!stamp)
             _unstamped.append(name);
         else if (!isKnown(name, *stamp) && !isUndeletable(name, *stamp))
@@ -178,11 +191,11 @@ void RunnerCore::enter(const QStringList& names)
         enterFile(entry);
 }
 
-/// Whether the file of that name is the one that the handlers are given already.
+/// Whether the queue offers a file again that was out of its reach for a while.
 bool RunnerCore::isKnown(const QString& name, const FileStamp& stamp) const
 {
-    const FilePointer file = _files.value(name);
-    return file && stamp.hasContentOf(file->stamp);
+    const FilePointer known = _files.value(name);
+    return known && stamp.hasContentOf(known->stamp);
 }
 
 void RunnerCore::enterFile(const Journal::Entry& entry)
@@ -206,8 +219,10 @@ void RunnerCore::enterFile(const Journal::Entry& entry)
         ++_counters[i].unsettled;
         _counters[i].oldest = std::min(_counters[i].oldest, file->number);
         Job job{file, work.tries, {}};
-        if (work.strikes >= MostStrikes)
+        if (work.strikes >= MostStrikes) {
             job.verdict = kitText("RunnerProcessDied", QString::number(work.strikes));
+            job.tries += work.strikes;
+        }
         if (work.strikes > 0 && job.verdict.isEmpty())
             _suspects.emplace_back(static_cast<int>(i), job);
         else
@@ -227,21 +242,34 @@ void RunnerCore::flush()
 {
     if (_alone)
         return;
+    if (!_suspects.empty()) {
+        nextSuspect();
+        return;
+    }
     for (size_t i = 0; i < _pools.size(); ++i) {
         if (!_submitted[i].empty())
             _pools[i]->add(std::exchange(_submitted[i], {}));
     }
 }
 
-/// Files have left the spool, and not through the runner.
+/// Files have left the queue, and not through the runner. If the spool itself is out of reach, its
+/// files come back with it.
 void RunnerCore::lose(const QStringList& names)
+{
+    if (lookAtSpool())
+        forgetLost(names);
+}
+
+void RunnerCore::forgetLost(const QStringList& names)
 {
     std::vector<quint64> numbers;
     for (const QString& name : names) {
-        const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(name)));
-        if (stamp && isKnown(name, *stamp))
-            continue; // the news is older than what is known
-        if (const FilePointer file = _files.value(name)) {
+        if (_queue->existsFileEntry(name)) // it is back, or another one has its name
+            continue;
+        const FilePointer file = _files.value(name);
+        if (file && stampOf(pathOf(name)) == file->stamp) // and will be back
+            continue;
+        if (file) {
             numbers.push_back(file->number);
             drop(file);
         }
@@ -251,11 +279,8 @@ void RunnerCore::lose(const QStringList& names)
                 others->erase(other);
             }
         }
-        _unstamped.removeAll(name);
     }
-    // If the spool itself is out of reach, its files come back with it, and are remembered.
-    if (isUsableDirectory(_settings.spool))
-        _workplace->journal.forget(numbers);
+    _workplace->journal.forget(numbers);
 }
 
 /// Nobody needs to handle the file any more.
@@ -282,8 +307,8 @@ void RunnerCore::takeEnded()
 void RunnerCore::handleEnded(const Ended& ended)
 {
     const FilePointer& file = ended.job.file;
-    const QString& consumer = _consumers[static_cast<size_t>(ended.consumer)].id;
-    Log& log = *Log::getInstance();
+    if (ended.how == Ended::How::Quarantined)
+        announceQuarantined(ended);
     if (!file->isGone) {
         switch (ended.how) {
         case Ended::How::Done:
@@ -291,11 +316,7 @@ void RunnerCore::handleEnded(const Ended& ended)
             settle(ended.consumer, file);
             break;
         case Ended::How::Quarantined:
-            log.critical(kitText("RunnerQuarantined", shownName(file->name), shownName(consumer),
-                                 shownName(ended.job.verdict), shownName(ended.text)));
-            ++_counters[static_cast<size_t>(ended.consumer)].quarantined;
             settle(ended.consumer, file);
-            Q_EMIT quarantined(consumer, file->name, ended.text);
             break;
         case Ended::How::Retry:
             pause(ended, ended.job.tries + 1);
@@ -307,6 +328,16 @@ void RunnerCore::handleEnded(const Ended& ended)
     }
     if (_alone == std::pair(ended.consumer, file->number))
         nextSuspect();
+}
+
+void RunnerCore::announceQuarantined(const Ended& ended)
+{
+    const QString& consumer = _consumers[static_cast<size_t>(ended.consumer)].id;
+    const QString& name = ended.job.file->name;
+    Log::getInstance()->critical(kitText("RunnerQuarantined", shownName(name), shownName(consumer),
+                                         shownName(ended.job.verdict), shownName(ended.text)));
+    ++_counters[static_cast<size_t>(ended.consumer)].quarantined;
+    Q_EMIT quarantined(consumer, name, ended.text);
 }
 
 void RunnerCore::settle(int consumer, const FilePointer& file)
@@ -361,30 +392,37 @@ void RunnerCore::resumeDue()
     noteChange();
 }
 
-/// All consumers are done. If it is still the file that they saw, the queue may delete it.
+/// All consumers are done.
 void RunnerCore::finishFile(const FilePointer& file)
 {
     drop(file);
-    const std::optional<FileStamp> stamp = stampOf(QFile::encodeName(pathOf(file->name)));
-    if (!stamp) {
-        _workplace->journal.forget({file->number});
-        return;
+    release(file->name, {file->number, file->stamp});
+}
+
+/// If it is still the file that the handlers saw, the queue may delete it.
+void RunnerCore::release(const QString& name, Reported file)
+{
+    const QByteArray path = pathOf(name);
+    const std::optional<FileStamp> stamp = stampOf(path);
+    if (stamp && stamp->hasContentOf(file.stamp)) {
+        file.stamp = *stamp;
+        report(name, file);
+    } else if (stamp) {
+        Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
+        enter({name});
+        flush();
+    } else if (isAbsent(path) && lookAtSpool()) {
+        _workplace->journal.forget({file.number});
     }
-    if (stamp->hasContentOf(file->stamp)) {
-        report(file->name, {file->number, file->stamp});
-        return;
-    }
-    Log::getInstance()->info(kitText("RunnerFileChanged", shownName(file->name)));
-    enter({file->name});
-    flush();
 }
 
 void RunnerCore::report(const QString& name, const Reported& file)
 {
+    if (!_queue->existsFileEntry(name))
+        _queue->onDirectoryChanged(); // it could not delete the file, and finds it again
     try {
         Q_EMIT _agent->consumed(_agent->id(), name);
-    } catch (const Exception&) { // it has left the queue
-        _workplace->journal.forget({file.number});
+    } catch (const Exception&) { // out of its reach: the journal knows the file if it comes back
         return;
     }
     _reported.insert(name, file);
@@ -392,22 +430,32 @@ void RunnerCore::report(const QString& name, const Reported& file)
 }
 
 /// Whether the queue offers a file again since it could not delete it. Such a file is not handled
-/// again.
+/// again. The time of change counts: a file that was deleted, and linked again, is a new one.
 bool RunnerCore::isUndeletable(const QString& name, const FileStamp& stamp)
 {
     const auto reported = _reported.constFind(name);
-    if (reported == _reported.constEnd() || !stamp.hasContentOf(reported->stamp))
+    if (reported != _reported.constEnd() && reported->stamp == stamp) {
+        keepUndeletable(name, _reported.take(name));
+        return true;
+    }
+    const auto kept = _undeletable.constFind(name);
+    if (kept == _undeletable.constEnd())
         return false;
-    Reported file = *reported;
-    _reported.erase(reported);
+    const bool isSame = kept->stamp == stamp;
+    if (!isSame)
+        _undeletable.erase(kept);
+    return isSame;
+}
+
+void RunnerCore::keepUndeletable(const QString& name, Reported file)
+{
     if (++file.failures == 1)
         Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
     file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
     _undeletable.insert(name, file);
-    return true;
 }
 
-void RunnerCore::reportUndeletable()
+void RunnerCore::retryUndeletable()
 {
     QStringList due;
     for (auto file = _undeletable.constBegin(); file != _undeletable.constEnd(); ++file) {
@@ -415,7 +463,7 @@ void RunnerCore::reportUndeletable()
             due.append(file.key());
     }
     for (const QString& name : due)
-        report(name, _undeletable.take(name));
+        release(name, _undeletable.take(name));
 }
 
 void RunnerCore::scheduleRescan()
@@ -429,16 +477,22 @@ void RunnerCore::scheduleRescan()
 /// Has the queue delete what was reported.
 void RunnerCore::rescan()
 {
+    if (!_spoolFault.isEmpty())
+        return;
     const auto start = Clock::now();
     _queue->onDirectoryChanged();
     std::vector<quint64> numbers;
     for (auto file = _reported.begin(); file != _reported.end();) {
         if (_queue->existsFileEntry(file.key())) {
             ++file;
-        } else {
-            numbers.push_back(file->number);
-            file = _reported.erase(file);
+            continue;
         }
+        const QByteArray path = pathOf(file.key());
+        if (stampOf(path) == file->stamp)
+            keepUndeletable(file.key(), *file);
+        else if (!isAbsent(path) || isReachable(_settings.spool))
+            numbers.push_back(file->number);
+        file = _reported.erase(file);
     }
     _workplace->journal.forget(numbers);
     _rescanTime = Clock::now() - start;
@@ -467,15 +521,26 @@ void RunnerCore::nextSuspect()
     flush();
 }
 
+/// The suspect takes long: the others go on beside it.
+void RunnerCore::leaveSuspect()
+{
+    if (_alone) {
+        const Journal::Step step{Journal::Step::Joined, _alone->second, _alone->first};
+        _workplace->journal.record({&step, 1});
+    }
+    nextSuspect();
+}
+
 void RunnerCore::tick()
 {
-    enter(std::exchange(_unstamped, {}));
-    _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
-    reportUndeletable();
-    flush();
+    if (lookAtSpool()) {
+        enter(std::exchange(_unstamped, {}));
+        _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
+        retryUndeletable();
+        flush();
+        _workplace->journal.sync();
+    }
     reportSlowHandlers();
-    watchSpool();
-    _workplace->journal.sync();
     if (_isStatusOld && !_progressTimer.isActive())
         announceProgress();
 }
@@ -493,31 +558,71 @@ void RunnerCore::reportSlowHandlers()
     }
 }
 
-/// Says once that the spool cannot be used, and once that it can again.
-void RunnerCore::watchSpool()
+/// Whether the spool can be worked on. Says once that it cannot, and once that it can again.
+bool RunnerCore::lookAtSpool()
 {
-    if (Clock::now() < _nextLook)
-        return;
-    const bool isUsable = isUsableDirectory(_settings.spool);
-    if (isUsable) {
-        if (!std::exchange(_isSpoolUsable, true))
-            returnToSpool();
+    if (!_spoolFault.isEmpty() && Clock::now() < _nextLook)
+        return false;
+    const bool wasOurs = _workplace->lock.isInPlace();
+    const QString fault = spoolFault();
+    const QString before = std::exchange(_spoolFault, fault);
+    if (fault.isEmpty()) {
         _lookPause = 0s;
-        return;
+        if (!before.isEmpty() || !wasOurs)
+            returnToSpool(!before.isEmpty());
+        return true;
     }
-    if (std::exchange(_isSpoolUsable, false))
-        Log::getInstance()->critical(kitText("RunnerSpoolLost", shownName(_settings.spool)));
+    if (fault != before)
+        Log::getInstance()->critical(fault);
+    for (const auto& pool : _pools)
+        pool->bar(true);
     _lookPause = std::clamp<std::chrono::seconds>(_lookPause * 2, 1s, LongestLookPause);
     _nextLook = Clock::now() + _lookPause;
+    return false;
 }
 
-void RunnerCore::returnToSpool()
+/// Why the spool cannot be worked on; empty if it can. Takes the lock again if its file was
+/// removed.
+QString RunnerCore::spoolFault()
 {
-    Log::getInstance()->info(kitText("RunnerSpoolBack", shownName(_settings.spool)));
+    if (!isReachable(_settings.spool))
+        return kitText("RunnerSpoolLost", shownName(_settings.spool));
+    if (_workplace->lock.isInPlace())
+        return QString();
     const QString hidden = SpoolPlaces::hidden(_settings.spool);
-    if (SpoolPlaces::makePlace(hidden, _settings.spool) == 0)
-        _workplace->journal.compact();
+    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
+        return kitText("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
+    try {
+        _workplace->lock.takeAgain();
+    } catch (const Exception& failure) {
+        return failure.detail();
+    }
+    return QString();
+}
+
+/// `wasAway`: it could not be worked on. Otherwise only the lock was removed.
+void RunnerCore::returnToSpool(bool wasAway)
+{
+    if (wasAway)
+        Log::getInstance()->info(kitText("RunnerSpoolBack", shownName(_settings.spool)));
+    else
+        Log::getInstance()->warning(
+            kitText("RunnerLockRemoved", shownName(SpoolPlaces::hidden(_settings.spool))));
+    _workplace->journal.compact();
     _queue->onDirectoryChanged();
+    const QHash<QString, Reported> reported = std::exchange(_reported, {});
+    for (auto file = reported.constBegin(); file != reported.constEnd(); ++file)
+        release(file.key(), *file);
+    rescan();
+    enter(namesInQueue());
+    QStringList lost;
+    for (auto file = _files.constBegin(); file != _files.constEnd(); ++file)
+        lost.append(file.key());
+    forgetLost(lost);
+    for (const auto& pool : _pools)
+        pool->bar(false);
+    flush();
+    noteChange();
 }
 
 void RunnerCore::noteChange()
@@ -530,6 +635,8 @@ void RunnerCore::noteChange()
 void RunnerCore::announcePause(bool isPaused)
 {
     _isPaused = isPaused;
+    if (isPaused && _spoolFault.isEmpty())
+        _workplace->journal.sync();
     _lastStatus = {};
     announceProgress();
 }
@@ -542,7 +649,7 @@ void RunnerCore::announceProgress()
         _progress = current;
     }
     Q_EMIT progressed(current);
-    if (Clock::now() - _lastStatus < StatusPause)
+    if (Clock::now() - _lastStatus < StatusPause || !lookAtSpool())
         return;
     _lastStatus = Clock::now();
     _isStatusOld = false;
@@ -578,7 +685,7 @@ RunnerProgress RunnerCore::currentProgress()
     return progress;
 }
 
-qint64 RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
+RunnerProgress RunnerCore::finish(const LeftFiles& left)
 {
     takeEnded();
     std::vector<Journal::Step> steps;
@@ -587,16 +694,20 @@ qint64 RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
             steps.push_back({Journal::Step::Left, file->number, static_cast<int>(i)});
     }
     _workplace->journal.record(steps);
+    _nextLook = {};
+    const bool isOurs = lookAtSpool();
     rescan();
-    _workplace->journal.compact();
+    if (isOurs)
+        _workplace->journal.compact();
     const RunnerProgress last = currentProgress();
     {
         const std::lock_guard lock(_progressMutex);
         _progress = last;
     }
     Q_EMIT progressed(last);
-    _status.write(last, "stopped");
-    return last.files;
+    if (isOurs)
+        _status.write(last, "stopped");
+    return last;
 }
 
 } // namespace KezService

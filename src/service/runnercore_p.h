@@ -34,12 +34,18 @@ struct ConsumerDescription {
     HandlerSettings settings;
 };
 
+/// Per consumer, the files of handlers that still run after a stop.
+using LeftFiles = std::vector<std::vector<std::shared_ptr<QueuedFile>>>;
+
 /// What happens in a runner's queue thread: it takes the files from the queue, gives them to the
 /// pools, takes back how the work ended, and reports to the queue the files that all consumers are
 /// done with.
 ///
 /// The queue knows one consumer only, this one. So a file is reported once, after one look at
 /// whether it still is the file that the handlers saw.
+///
+/// While the spool is out of reach, or another process has taken it, no work begins, and nothing is
+/// forgotten: the files come back with it.
 ///
 /// *Threads*: the object's thread, except pools() and progress(): any thread.
 /// *Owns*: the queue, the pools, what they share.
@@ -59,9 +65,8 @@ public:
     /// Says in the status file that the runner rests, or works again.
     void announcePause(bool isPaused);
 
-    /// The last steps, after the pools were joined. `left`: per consumer, the files of handlers
-    /// that still run. Returns the number of files that come again at the next start.
-    qint64 finish(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left);
+    /// The last steps, after the pools were joined. Returns what remains.
+    RunnerProgress finish(const LeftFiles& left);
 
 Q_SIGNALS:
     void progressed(const KezService::RunnerProgress& progress);
@@ -74,7 +79,7 @@ private:
     /// A file that was reported to the queue, which has not deleted it yet.
     struct Reported {
         quint64 number = 0;
-        FileStamp stamp;
+        FileStamp stamp;          ///< when it was reported
         int failures = 0;         ///< attempts to delete it that failed
         Clock::time_point next{}; ///< when to try again
     };
@@ -90,7 +95,7 @@ private:
     void openQueue();
     void connectTimers();
     QStringList namesInQueue();
-    QString pathOf(const QString& name) const;
+    QByteArray pathOf(const QString& name) const;
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
@@ -99,27 +104,33 @@ private:
     void submit(int consumer, const Job& job);
     void flush();
     void lose(const QStringList& names);
+    void forgetLost(const QStringList& names);
     void drop(const FilePointer& file);
 
     void takeEnded();
     void handleEnded(const Ended& ended);
+    void announceQuarantined(const Ended& ended);
     void settle(int consumer, const FilePointer& file);
     void pause(const Ended& ended, int failures);
     void resumeDue();
-    void finishFile(const FilePointer& file);
 
+    void finishFile(const FilePointer& file);
+    void release(const QString& name, Reported file);
     void report(const QString& name, const Reported& file);
     bool isUndeletable(const QString& name, const FileStamp& stamp);
-    void reportUndeletable();
+    void keepUndeletable(const QString& name, Reported file);
+    void retryUndeletable();
     void scheduleRescan();
     void rescan();
 
     void nextSuspect();
+    void leaveSuspect();
 
     void tick();
     void reportSlowHandlers();
-    void watchSpool();
-    void returnToSpool();
+    bool lookAtSpool();
+    QString spoolFault();
+    void returnToSpool(bool wasAway);
     void noteChange();
     void announceProgress();
     RunnerProgress currentProgress();
@@ -135,7 +146,7 @@ private:
     QHash<QString, FilePointer> _files;       // not done for all, by name
     std::map<quint64, FilePointer> _ordered;  // the same, in queue order
     QHash<QString, Reported> _reported;       // done for all, and not deleted yet
-    QHash<QString, Reported> _undeletable;    // the queue could not delete it, and offers it again
+    QHash<QString, Reported> _undeletable;    // the queue could not delete it
     QStringList _unstamped;                   // names of files that were not there at a second look
     std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
     PausedJobs _paused;
@@ -156,7 +167,7 @@ private:
     bool _isStatusOld = true;
     bool _isPaused = false;
 
-    bool _isSpoolUsable = true;
+    QString _spoolFault; // while it cannot be worked on
     Clock::time_point _nextLook{};
     std::chrono::seconds _lookPause{0};
 

@@ -14,7 +14,9 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace KezService {
 
@@ -29,16 +31,38 @@ QString holderOf(const Descriptor& lock)
 
 } // namespace
 
-SpoolLock::SpoolLock(const QString& spool)
+SpoolLock::SpoolLock(const QString& spool) : _spool(spool)
 {
-    const QString path = SpoolPlaces::lock(spool);
-    _file = openFile(QFile::encodeName(path), O_RDWR | O_CREAT | O_NOFOLLOW, 0666);
-    if (!_file.isOpen())
-        raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
-    if (::flock(_file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK)
-            raise("RunnerSpoolTaken", shownName(spool), holderOf(_file));
-        raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
+    takeAgain();
+}
+
+bool SpoolLock::isInPlace() const
+{
+    struct stat opened {};
+    struct stat found {};
+    if (::fstat(_file.get(), &opened) != 0)
+        return false;
+    const QByteArray path = QFile::encodeName(SpoolPlaces::lock(_spool));
+    if (::lstat(path.constData(), &found) != 0)
+        return errno != ENOENT && errno != ENOTDIR; // hidden, and perhaps there
+    return opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+}
+
+void SpoolLock::takeAgain()
+{
+    const QString path = SpoolPlaces::lock(_spool);
+    constexpr int Flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+    _file.close();
+    while (!isInPlace()) { // again if it was removed meanwhile
+        Descriptor file = openFile(QFile::encodeName(path), Flags, 0666);
+        if (!file.isOpen())
+            raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EWOULDBLOCK)
+                raise("RunnerSpoolTaken", shownName(_spool), holderOf(file));
+            raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
+        }
+        _file = std::move(file);
     }
     const QByteArray id = QByteArray::number(::getpid()) + '\n';
     if (::ftruncate(_file.get(), 0) == 0)

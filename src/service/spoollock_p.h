@@ -15,13 +15,20 @@ namespace KezService {
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: the lock.
-/// *Fails*: the constructor throws Exception.
+/// *Fails*: the constructor and takeAgain() throw Exception.
 class SpoolLock {
 public:
     /// The hidden directory must be there.
     explicit SpoolLock(const QString& spool);
 
+    /// False if the file was removed or replaced: then another process can take the lock, too.
+    bool isInPlace() const;
+
+    /// Takes the lock on the file that is there now. Throws if another process was faster.
+    void takeAgain();
+
 private:
+    const QString _spool;
     Descriptor _file;
 };
 

@@ -49,12 +49,16 @@ QJsonObject described(const ConsumerProgress& consumer)
 int replaceUnsynced(const QByteArray& path, const QByteArray& text)
 {
     const QByteArray growing = path + ".new";
-    const Descriptor file = openFile(growing, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
+    ::unlink(growing.constData()); // whatever is there
+    const Descriptor file = openFile(growing, O_WRONLY | O_CREAT | O_EXCL, 0666);
     if (!file.isOpen())
         return errno;
-    if (const int error = writeAll(file.get(), text); error != 0)
-        return error;
-    return std::rename(growing.constData(), path.constData()) == 0 ? 0 : errno;
+    int error = writeAll(file.get(), text);
+    if (error == 0 && std::rename(growing.constData(), path.constData()) != 0)
+        error = errno;
+    if (error != 0)
+        ::unlink(growing.constData());
+    return error;
 }
 
 } // namespace

@@ -28,6 +28,7 @@ private Q_SLOTS:
     void newFileHasTheModeThatTheMaskLeaves();
     void failureLeavesTheOldFileAndNoTemporary();
     void temporaryIsNotFollowedIfItIsALink();
+    void temporaryThatIsAFifoHoldsNothingUp();
     void copyIsWhole_data();
     void copyIsWhole();
     void copyEndsWhenItIsCancelled();
@@ -128,6 +129,14 @@ void DurableFiles::temporaryIsNotFollowedIfItIsALink()
     QVERIFY(QFile::link(_directory->filePath("victim"), _directory->filePath(".new")));
     QCOMPARE(replaceFile(path("settings"), path(".new"), "new"), ELOOP);
     QCOMPARE(content("victim"), QByteArray("mine"));
+}
+
+void DurableFiles::temporaryThatIsAFifoHoldsNothingUp()
+{
+    QCOMPARE(::mkfifo(path(".new").constData(), 0600), 0);
+    QCOMPARE(replaceFile(path("settings"), path(".new"), "new"), ENXIO);
+    QCOMPARE(replaceFile(path("settings"), path(".new"), "new"), 0); // it is gone
+    QCOMPARE(content("settings"), QByteArray("new"));
 }
 
 void DurableFiles::copyIsWhole_data()
