@@ -24,10 +24,15 @@ namespace {
 // Results are taken together, so that a busy pool does not wake the queue's thread for each file.
 constexpr auto DrainPause = 5ms;
 
-// A re-scan costs time that grows with the spool. It takes at most this share of the thread's time
-// while files are handled.
-constexpr int RescanShare = 5;
+// A re-scan costs time that grows with the spool. It comes once this share of the queue can be
+// deleted, so that all of them together cost little more than one. Until then, it takes at most
+// this share of the thread's time.
+constexpr int ShareForRescan = 2;
+constexpr int ShareOfTime = 5;
 constexpr auto LongestRescanPause = 1s;
+
+// So many files enter at a time: handlers begin with the first ones while others still enter.
+constexpr qsizetype FilesTogether = 256;
 
 constexpr auto ProgressPause = 100ms;
 constexpr auto StatusPause = 1s;
@@ -100,6 +105,10 @@ void RunnerCore::start()
     openQueue();
     for (const auto& pool : _pools)
         pool->start();
+    _seeksSuspects = _workplace->journal.hasStrikes();
+    enter(namesInQueue());
+    _workplace->journal.forgetAbsent();
+    scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
     nextSuspect();
     announceProgress();
@@ -124,17 +133,16 @@ void RunnerCore::connectTimers()
 
 void RunnerCore::openQueue()
 {
+    const auto start = Clock::now();
     _agent = std::make_unique<ConsumerAncestor>(AgentId);
     _queue = std::make_unique<FilesQueue>(_settings.spool,
                                           QList<ConsumerEntry>{{_agent->id(), _agent.get()}},
                                           _settings.keep, timerInterval(_settings.period));
     _queue->onProcess();
-    _queue->onDirectoryChanged(); // for what came before the watch was set
+    _rescanTime = Clock::now() - start;
     // Queued: the signal is emitted in the middle of a re-scan.
     connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
             Qt::QueuedConnection);
-    enter(namesInQueue());
-    _workplace->journal.forgetAbsent();
 }
 
 QStringList RunnerCore::namesInQueue()
@@ -165,6 +173,16 @@ void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& 
 
 /// Takes in files that are new in the queue.
 void RunnerCore::enter(const QStringList& names)
+{
+    for (qsizetype first = 0; first < names.size(); first += FilesTogether) {
+        enterTogether(std::span(names).subspan(
+            static_cast<size_t>(first),
+            static_cast<size_t>(std::min(FilesTogether, names.size() - first))));
+        flush();
+    }
+}
+
+void RunnerCore::enterTogether(std::span<const QString> names)
 {
     std::vector<Journal::NamedStamp> files;
     for (const QString& name : names) {
@@ -218,7 +236,7 @@ void RunnerCore::submit(int consumer, const Job& job)
 /// Gives the pools what was submitted.
 void RunnerCore::flush()
 {
-    if (_alone)
+    if (_alone || _seeksSuspects)
         return;
     for (size_t i = 0; i < _pools.size(); ++i) {
         if (!_submitted[i].empty())
@@ -410,10 +428,11 @@ void RunnerCore::reportUndeletable()
 
 void RunnerCore::scheduleRescan()
 {
-    if (_rescanTimer.isActive())
-        return;
-    const auto pause = std::min<Clock::duration>(RescanShare * _rescanTime, LongestRescanPause);
-    _rescanTimer.start(timerInterval(pause));
+    if (_reported.size() >= _queue->size() / ShareForRescan)
+        _rescanTimer.start(0);
+    else if (!_rescanTimer.isActive())
+        _rescanTimer.start(timerInterval(
+            std::min<Clock::duration>(ShareOfTime * _rescanTime, LongestRescanPause)));
 }
 
 /// Has the queue delete what was reported.
@@ -439,6 +458,7 @@ void RunnerCore::rescan()
 /// while.
 void RunnerCore::nextSuspect()
 {
+    _seeksSuspects = false;
     _alone.reset();
     _aloneTimer.stop();
     while (!_suspects.empty()) {
