@@ -6,7 +6,6 @@
 #include "service/descriptor_p.h"
 #include "service/filestamp_p.h"
 
-#include <QByteArray>
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -14,6 +13,8 @@
 #include <chrono>
 #include <mutex>
 #include <span>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -89,6 +90,9 @@ public:
     /// more. With `isKept` false, all is kept in memory only.
     Journal(const QString& spool, const QStringList& consumers, bool isKept);
 
+    /// Whether the process died during some work that has not ended normally since.
+    bool hasStrikes() const;
+
     /// What is known of these files; unknown ones are entered, in this order.
     std::vector<Entry> enter(const std::vector<NamedStamp>& files);
 
@@ -119,14 +123,16 @@ private:
     Entry& newEntry(const QString& name, const FileStamp& stamp);
     bool isInPlace() const;
     void rewrite();
-    QByteArray wholeText() const;
-    void append(const QByteArray& lines);
+    std::string wholeText() const;
+    void append(std::string_view lines);
     void giveUp(int error);
     void postpone();
 
     const QString _path;
     const QStringList _consumers;
     const bool _isKept;
+
+    bool _hasStrikes = false; // since the journal was read
 
     std::mutex _mutex; // guards the rest
     std::unordered_map<quint64, Entry> _entries;

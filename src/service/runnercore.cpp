@@ -27,10 +27,15 @@ namespace {
 // Results are taken together, so that a busy pool does not wake the queue's thread for each file.
 constexpr auto DrainPause = 5ms;
 
-// A re-scan costs time that grows with the spool. It takes at most this share of the thread's time
-// while files are handled.
-constexpr int RescanShare = 5;
+// A re-scan costs time that grows with the spool. It comes once this share of the queue can be
+// deleted, so that all of them together cost little more than one. Until then, it takes at most
+// this share of the thread's time.
+constexpr int ShareForRescan = 2;
+constexpr int ShareOfTime = 5;
 constexpr auto LongestRescanPause = 1s;
+
+// So many files enter at a time: handlers begin with the first ones while others still enter.
+constexpr qsizetype FilesTogether = 256;
 
 constexpr auto ProgressPause = 100ms;
 constexpr auto StatusPause = 1s;
@@ -113,7 +118,12 @@ void RunnerCore::start()
     openQueue();
     for (const auto& pool : _pools)
         pool->start();
+    _seeksSuspects = _workplace->journal.hasStrikes();
+    enter(namesInQueue());
+    _workplace->journal.forgetAbsent();
+    scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
+    _seeksSuspects = false;
     flush();
     announceProgress();
 }
@@ -137,17 +147,16 @@ void RunnerCore::connectTimers()
 
 void RunnerCore::openQueue()
 {
+    const auto start = Clock::now();
     _agent = std::make_unique<ConsumerAncestor>(AgentId);
     _queue = std::make_unique<FilesQueue>(_settings.spool,
                                           QList<ConsumerEntry>{{_agent->id(), _agent.get()}},
                                           _settings.keep, timerInterval(_settings.period));
     _queue->onProcess();
-    _queue->onDirectoryChanged(); // for what came before the watch was set
+    _rescanTime = Clock::now() - start;
     // Queued: the signal is emitted in the middle of a re-scan.
     connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
             Qt::QueuedConnection);
-    enter(namesInQueue());
-    _workplace->journal.forgetAbsent();
 }
 
 QStringList RunnerCore::namesInQueue()
@@ -178,6 +187,16 @@ void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& 
 
 /// Takes in files that are new in the queue.
 void RunnerCore::enter(const QStringList& names)
+{
+    for (qsizetype first = 0; first < names.size(); first += FilesTogether) {
+        enterTogether(std::span(names).subspan(
+            static_cast<size_t>(first),
+            static_cast<size_t>(std::min(FilesTogether, names.size() - first))));
+        flush();
+    }
+}
+
+void RunnerCore::enterTogether(std::span<const QString> names)
 {
     std::vector<Journal::NamedStamp> files;
     for (const QString& name : names) {
@@ -240,7 +259,7 @@ void RunnerCore::submit(int consumer, const Job& job)
 /// Gives the pools what was submitted.
 void RunnerCore::flush()
 {
-    if (_alone)
+    if (_alone || _seeksSuspects)
         return;
     if (!_suspects.empty()) {
         nextSuspect();
@@ -468,10 +487,11 @@ void RunnerCore::retryUndeletable()
 
 void RunnerCore::scheduleRescan()
 {
-    if (_rescanTimer.isActive())
-        return;
-    const auto pause = std::min<Clock::duration>(RescanShare * _rescanTime, LongestRescanPause);
-    _rescanTimer.start(timerInterval(pause));
+    if (_reported.size() >= _queue->size() / ShareForRescan)
+        _rescanTimer.start(0);
+    else if (!_rescanTimer.isActive())
+        _rescanTimer.start(timerInterval(
+            std::min<Clock::duration>(ShareOfTime * _rescanTime, LongestRescanPause)));
 }
 
 /// Has the queue delete what was reported.

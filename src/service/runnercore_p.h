@@ -22,6 +22,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -100,6 +101,7 @@ private:
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
     bool isKnown(const QString& name, const FileStamp& stamp) const;
+    void enterTogether(std::span<const QString> names);
     void enterFile(const Journal::Entry& entry);
     void submit(int consumer, const Job& job);
     void flush();
@@ -153,6 +155,7 @@ private:
     std::vector<Counters> _counters; // by consumer
 
     // After a death of the process: the jobs that are handled alone, and the one at work.
+    bool _seeksSuspects = false; // the files that enter may be some
     std::vector<std::pair<int, Job>> _suspects;
     std::optional<std::pair<int, quint64>> _alone;
 

@@ -188,8 +188,7 @@ private Q_SLOTS:
         row(
             "own type", [] { throw QString(); }, "an exception of type QString");
         row(
-            "several lines", [] { throw Exception(QStringLiteral("a\nb %1 %2")); },
-            "a\\nb %1 %2");
+            "several lines", [] { throw Exception(QStringLiteral("a\nb %1 %2")); }, "a\\nb %1 %2");
     }
     void exceptionIsLoggedAndTheLoopGoesOn()
     {

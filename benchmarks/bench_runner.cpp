@@ -1,0 +1,246 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+// How fast a FileRunner is, compared with a FilesQueue whose consumers are connected by hand in one
+// thread. Both work on the same number of files, with three consumers that do next to nothing, from
+// the construction until the directory is empty. Rounds alternate; what is printed are medians, the
+// fastest and the slowest round: bench_runner [directory] [files] [rounds]
+
+#include "consumer/fileconsumer.h"
+
+#include <kez/FilesQueue.h>
+#include <kez/log.h>
+#include <kez/service/filerunner.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <dirent.h>
+#include <fcntl.h>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace KezService;
+
+namespace {
+
+const QStringList Ids{"ledger", "archive", "index"};
+
+QString nameOf(int number)
+{
+    return QStringLiteral("order-%1.xml").arg(number, 6, 10, QLatin1Char('0'));
+}
+
+void createFiles(const QString& path, int count)
+{
+    const QByteArray text = "<order><id>4711</id><amount>3</amount></order>\n";
+    for (int i = 0; i < count; ++i) {
+        const QByteArray file = QFile::encodeName(path + QLatin1Char('/') + nameOf(i));
+        const int descriptor = ::open(file.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        if (::write(descriptor, text.constData(), size_t(text.size())) != text.size())
+            qFatal("%s cannot be written", file.constData());
+        ::close(descriptor);
+    }
+}
+
+/// Whether a directory holds no visible file.
+bool isEmpty(const QString& path)
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> directory(
+        ::opendir(QFile::encodeName(path).constData()), &::closedir);
+    while (const dirent* const entry = ::readdir(directory.get())) {
+        if (*entry->d_name != '.')
+            return false;
+    }
+    return true;
+}
+
+/// What both sides do with a file.
+using Work = std::function<void(const QString& path)>;
+
+void readFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.readAll().isEmpty())
+        qFatal("%s cannot be read", qPrintable(path));
+}
+
+/// Reports all the files that it gets to the queue, at once. Nothing can be faster.
+class EagerConsumer : public ConsumerAncestor {
+public:
+    EagerConsumer(const QString& id, Work work) : ConsumerAncestor(id), _work(std::move(work)) {}
+
+    void consume(const FilesQueue& queue)
+    {
+        connect(&queue, &FilesQueue::filesNotConsumed, this, [this](const QStringList& names) {
+            if (_isAsking)
+                _names = names;
+        });
+        _isAsking = true;
+        Q_EMIT requestForFiles(id());
+        _isAsking = false;
+        for (const QString& name : std::as_const(_names)) {
+            if (_work)
+                _work(queue.path().filePath(name));
+            Q_EMIT consumed(id(), name);
+        }
+    }
+
+private:
+    const Work _work;
+    bool _isAsking = false;
+    QStringList _names;
+};
+
+template <typename Consumer>
+void consumeByHand(const QString& path, int count,
+                   const std::vector<std::unique_ptr<Consumer>>& consumers)
+{
+    QList<ConsumerEntry> entries;
+    for (const auto& consumer : consumers)
+        entries.append({consumer->id(), consumer.get()});
+    FilesQueue queue(path, entries, true, 1000);
+    queue.onProcess();
+    qint64 missing = qint64(count) * qint64(consumers.size());
+    QEventLoop loop;
+    for (const auto& consumer : consumers) {
+        QObject::connect(consumer.get(), &ConsumerAncestor::consumed, &loop, [&] {
+            if (--missing > 0)
+                return;
+            // At once, instead of the next tick.
+            QMetaObject::invokeMethod(&queue, &FilesQueue::onDirectoryChanged,
+                                      Qt::QueuedConnection);
+            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        });
+    }
+    for (const auto& consumer : consumers)
+        consumer->consume(queue);
+    loop.exec();
+}
+
+/// As fast as it goes: each consumer reports all the files in one go.
+void consumeEagerly(const QString& path, int count, const Work& work)
+{
+    std::vector<std::unique_ptr<EagerConsumer>> consumers;
+    for (const QString& id : Ids)
+        consumers.push_back(std::make_unique<EagerConsumer>(id, work));
+    consumeByHand(path, count, consumers);
+}
+
+/// As examples/consumer does: the file is opened, and the event loop has its turn between two.
+void consumeInTurns(const QString& path, int count, const Work&)
+{
+    std::vector<std::unique_ptr<FileConsumer>> consumers;
+    for (const QString& id : Ids)
+        consumers.push_back(
+            std::make_unique<FileConsumer>(id, [](QFile& file) { file.readAll(); }));
+    consumeByHand(path, count, consumers);
+}
+
+void runHandlers(const QString& path, int count, const Work& work)
+{
+    RunnerSettings settings;
+    settings.spool = path;
+    FileRunner runner(settings);
+    std::atomic<qint64> missing = qint64(count) * qint64(Ids.size());
+    for (const QString& id : Ids) {
+        runner.addConsumer(id, [&](const FileAtHand& file) {
+            if (work)
+                work(file.path);
+            --missing;
+            return Outcome::done();
+        });
+    }
+    runner.start();
+    // To list the directory takes time from the runner: at first, one file tells enough.
+    const QByteArray last = QFile::encodeName(path + QLatin1Char('/') + nameOf(count - 1));
+    while (missing > 0 || ::access(last.constData(), F_OK) == 0 || !isEmpty(path))
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+double secondsOf(const std::function<void()>& action)
+{
+    const auto before = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - before).count();
+}
+
+struct Side {
+    const char* name;
+    void (*process)(const QString& path, int count, const Work& work);
+    std::vector<double> seconds;
+};
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+void print(const Side& side, int count)
+{
+    const auto [fastest, slowest] = std::minmax_element(side.seconds.begin(), side.seconds.end());
+    const double middle = median(side.seconds);
+    std::printf("  %-34s %8.0f files/s  %6.1f us a file  (%.0f to %.0f ms)\n", side.name,
+                count / middle, middle / count * 1e6, *fastest * 1e3, *slowest * 1e3);
+}
+
+struct Plan {
+    QString parent;
+    int files;
+    int rounds;
+};
+
+void compare(const char* title, const Plan& plan, Side byHand, const Work& work)
+{
+    Side runner{"FileRunner, with its journal", runHandlers, {}};
+    for (int round = 0; round < plan.rounds; ++round) {
+        for (Side* const side : {&byHand, &runner}) {
+            const QTemporaryDir directory(plan.parent + "/bench-runner-XXXXXX");
+            createFiles(directory.path(), plan.files);
+            side->seconds.push_back(
+                secondsOf([&] { side->process(directory.path(), plan.files, work); }));
+            if (!isEmpty(directory.path()))
+                qFatal("%s left files", side->name);
+        }
+    }
+    std::printf("%s\n", title);
+    print(byHand, plan.files);
+    print(runner, plan.files);
+    std::printf("  ratio of the throughputs %.2f\n",
+                median(byHand.seconds) / median(runner.seconds));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    const QStringList arguments = application.arguments();
+    const Plan plan{arguments.value(1, QDir::tempPath()),
+                    std::max(1, arguments.value(2, "20000").toInt()),
+                    std::max(1, arguments.value(3, "5").toInt())};
+
+    // Debug traces are off, as in a service.
+    Log::initInstance()->setFilter(LoggerLevel::warning);
+
+    std::printf("%d files, %d consumers, medians of %d rounds in %s\n", plan.files, int(Ids.size()),
+                plan.rounds, qPrintable(plan.parent));
+    compare("handlers that read the file; by hand as in examples/consumer", plan,
+            {"by hand, one file per turn", consumeInTurns, {}}, readFile);
+    compare("handlers that read the file; by hand in one go", plan,
+            {"by hand, all in one go", consumeEagerly, {}}, readFile);
+    compare("handlers that do nothing; by hand in one go", plan,
+            {"by hand, all in one go", consumeEagerly, {}}, {});
+    return 0;
+}
