@@ -21,8 +21,8 @@ std::optional<QString> failureOf(Action action)
         action();
     } catch (const Exception& e) {
         return e.detail();
-    } catch (const Exception* thrown) {
-        return std::unique_ptr<const Exception>(thrown)->detail();
+    } catch (Exception* thrown) {
+        return std::unique_ptr<Exception>(thrown)->detail();
     } catch (const std::exception& e) {
         return QString::fromLocal8Bit(e.what());
     }
