@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/configuration.h"
+#include "config/configreader_p.h"
 #include "config/numberproperty_p.h"
 #include "frame/failure_p.h"
 #include "frame/keyvalue_p.h"
-#include "frame/lines_p.h"
 #include "kez/loggerconfigcontroller.h"
 #include "log/banner_p.h"
 #include "log/loggerkeys_p.h"
@@ -80,17 +80,7 @@ std::shared_ptr<Config> Config::load(const QString& path, const QString& version
         Failure::raise(signature, Failure::message("FileNotReadable", path));
 
     auto config = std::make_shared<Config>();
-    Properties& properties = *config->_properties;
-    forEachLine(file, 0, [&properties](const QString& line) {
-        if (line.startsWith(QLatin1Char('#')))
-            return;
-        const auto pair = splitAtFirstEquals(line);
-        if (!pair)
-            return;
-        const QString key = pair->key.toString();
-        if (!properties.contains(key))
-            properties.insert(key, pair->value.toString(), false);
-    });
+    readConfiguration(file, *config->_properties);
     if (!version.isEmpty())
         config->setVersion(version);
     return config;

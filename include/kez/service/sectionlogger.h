@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "service_global.h"
+
+#include <kez/iconfigcontroller.h>
+#include <kez/log.h>
+
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+namespace KezService {
+
+/// Checks the "<name>.log.*" keys of a logger that has a name; they are read as the "log.*" keys of
+/// the process's log.
+///
+/// What passes can be built: besides the rules of LoggerConfigController, numbers have to be in
+/// range, and the log file has to be one that can be opened, also if its name has no "/" and so
+/// belongs to the home directory. Two loggers must not share their files. Nothing is created.
+///
+/// Each fault names the whole key ("audit.log.filter"), its value, and what would be right.
+///
+/// *Threads*: one thread at a time.
+/// *Owns*: its list of errors, which is never cleared: use a new one for each check.
+/// *Fails*: never; one error text per fault.
+class KEZ_SERVICE_EXPORT SectionLogController : public IConfigController {
+    Q_OBJECT
+
+public:
+    /// Checks all loggers that the configuration describes; there need not be any.
+    explicit SectionLogController(QObject* parent = nullptr);
+
+    /// Checks the logger `name`, which has to be there.
+    explicit SectionLogController(const QString& name, QObject* parent = nullptr);
+    ~SectionLogController() override;
+
+    /// True if this run found no fault; earlier runs do not count.
+    bool isLegalConfiguration(Properties* properties) override;
+
+private:
+    QString _name; // null: all loggers
+};
+
+/// A new logger as the section `name` of `all` describes it: Config::buildFileSystemLogger() on
+/// that section. Throws Exception with one line per fault that SectionLogController finds, or with
+/// the reason why the logger cannot be built.
+KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildSectionLogger(const Properties& all,
+                                                              const QString& name);
+
+/// Builds every logger that `all` describes in a section, and registers each in `log` under the
+/// section's name. Returns these names, in order. For one thread, at start-up.
+///
+/// All or nothing: throws Exception with one line per fault of any section, and then no logger is
+/// registered. A name that is taken in `log` is a fault, too.
+KEZ_SERVICE_EXPORT QStringList registerSectionLoggers(const Properties& all, Log& log);
+
+/// The same with the process's log.
+KEZ_SERVICE_EXPORT QStringList registerSectionLoggers(const Properties& all);
+
+} // namespace KezService

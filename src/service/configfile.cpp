@@ -1,0 +1,133 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "config/configreader_p.h"
+#include "service/configfile_p.h"
+#include "service/durablefiles_p.h"
+#include "service/kittexts_p.h"
+
+#include <QBuffer>
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace KezService {
+
+namespace {
+
+std::int64_t nanoseconds(const timespec& time)
+{
+    return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+}
+
+FileState failedState(int error)
+{
+    FileState state;
+    state.error = error;
+    return state;
+}
+
+FileState stateOf(const struct stat& info)
+{
+    FileState state;
+    state.isRegular = S_ISREG(info.st_mode);
+    state.device = info.st_dev;
+    state.inode = info.st_ino;
+    state.size = info.st_size;
+    state.modified = nanoseconds(info.st_mtim);
+    state.changed = nanoseconds(info.st_ctim);
+    return state;
+}
+
+FileState openState(int descriptor)
+{
+    struct stat info {};
+    return ::fstat(descriptor, &info) == 0 ? stateOf(info) : failedState(errno);
+}
+
+/// Appends what the file holds, up to `maxSize` bytes and one more. Returns the system's error
+/// number, or 0.
+int readBytes(int descriptor, qint64 maxSize, QByteArray& bytes)
+{
+    constexpr qint64 Block = 65536;
+    while (bytes.size() <= maxSize) {
+        const qsizetype before = bytes.size();
+        const qint64 wanted = std::min(Block, maxSize - before + 1);
+        bytes.resize(before + wanted);
+        const ssize_t count =
+            ::read(descriptor, bytes.data() + before, static_cast<size_t>(wanted));
+        const int error = count < 0 ? errno : 0;
+        bytes.resize(before + std::max<ssize_t>(count, 0));
+        if (error == EINTR)
+            continue;
+        if (count <= 0)
+            return error;
+    }
+    return 0;
+}
+
+Dictionnary entriesOf(QByteArray& bytes)
+{
+    Properties properties;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
+    readConfiguration(buffer, properties);
+    Dictionnary entries = *properties.toDictionnary();
+    entries.remove(QStringLiteral("app.version"));
+    return entries;
+}
+
+QString unreadable(int error)
+{
+    return kitText("ConfigUnreadable", systemErrorText(error));
+}
+
+/// Why a file in this state is not read; empty if it is.
+QString refusalOf(const FileState& state)
+{
+    if (state.error != 0)
+        return unreadable(state.error);
+    return state.isRegular ? QString() : kitText("ConfigNoRegularFile");
+}
+
+} // namespace
+
+FileState fileStateOf(const QString& path)
+{
+    if (path.contains(QChar(0)))
+        return failedState(ENOENT);
+    struct stat info {};
+    const bool isThere = ::stat(QFile::encodeName(path).constData(), &info) == 0;
+    return isThere ? stateOf(info) : failedState(errno);
+}
+
+ConfigFile readConfigFile(const QString& path, qint64 maxSize)
+{
+    ConfigFile result;
+    result.state = fileStateOf(path);
+    result.fault = refusalOf(result.state); // asked before: to open a device may do something
+    if (!result.fault.isEmpty())
+        return result;
+    const Descriptor file = openFile(QFile::encodeName(path), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!file.isOpen()) {
+        result.fault = unreadable(errno);
+        return result;
+    }
+    const FileState before = openState(file.get());
+    QByteArray bytes;
+    const int error = before.isRegular ? readBytes(file.get(), maxSize, bytes) : 0;
+    result.state = openState(file.get());
+    result.isStable = result.state == before;
+    result.fault = error == 0 ? refusalOf(result.state) : unreadable(error);
+    if (result.fault.isEmpty() && bytes.size() > maxSize)
+        result.fault = kitText("ConfigTooLarge", QString::number(maxSize));
+    if (result.fault.isEmpty())
+        result.entries = entriesOf(bytes);
+    return result;
+}
+
+} // namespace KezService

@@ -1,0 +1,325 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#include "kez/service/sectionlogger.h"
+#include "frame/directories_p.h"
+#include "kez/service/configsection.h"
+#include "log/loggerkeys_p.h"
+#include "service/durablefiles_p.h"
+#include "service/kittexts_p.h"
+
+#include <kez/configuration.h>
+#include <kez/loggerconfigcontroller.h>
+
+#include <QDir>
+#include <QMultiHash>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+
+namespace KezService {
+
+namespace {
+
+QString logGroup()
+{
+    return QStringLiteral("log");
+}
+
+/// Whether the core's validator passes this entry, beside the file name that is missing here.
+bool isLegalEntry(const QString& key, const QString& value)
+{
+    Properties entry;
+    entry.insert(key, value);
+    LoggerConfigController controller;
+    controller.isLegalConfiguration(&entry);
+    return controller.errors().size() == 1;
+}
+
+template <typename Number>
+bool isNumber(const QString& text)
+{
+    bool isInRange = false;
+    if constexpr (std::is_same_v<Number, quint64>)
+        text.toULongLong(&isInRange, 10);
+    else
+        text.toUInt(&isInRange, 10);
+    return isInRange;
+}
+
+QString levelNames()
+{
+    QStringList names;
+    for (const LoggerKeys::LevelNames& level : LoggerKeys::Levels)
+        names.append(
+            QString::fromLatin1(level.validator.data(), qsizetype(level.validator.size())));
+    return names.join(QStringLiteral(", "));
+}
+
+/// Where a logger keeps its files "<base>-<index>.log".
+struct Ring {
+    QString directory;
+    QString base;
+
+    /// As Logger's constructor takes a file name.
+    static Ring of(const QString& fileName)
+    {
+        const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
+        const QString directory = slash < 0 ? QDir::homePath() : fileName.left(slash);
+        QString base = fileName.sliced(slash + 1);
+        if (base.endsWith(QLatin1String(".log")))
+            base.chop(4);
+        return {absolutePath(slash == 0 ? QStringLiteral("/") : directory), base};
+    }
+
+    QString fileName(quint32 index) const
+    {
+        return directory + QLatin1Char('/') + base + QStringLiteral("-%1.log").arg(index);
+    }
+
+    /// The index that a logger goes on with: the highest that has a file, below `kept`.
+    quint32 newestIndex(quint32 kept) const
+    {
+        quint32 newest = 0;
+        const QString head = base + QLatin1Char('-');
+        const QDir::Filters all = QDir::AllEntries | QDir::Hidden | QDir::System;
+        for (const QString& name : QDir(directory).entryList(all, QDir::Unsorted)) {
+            if (!name.startsWith(head))
+                continue;
+            const quint32 index = name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
+            const QString path = fileName(index);
+            if (index < kept && index > newest && path.endsWith(QLatin1Char('/') + name) &&
+                QFile::exists(path))
+                newest = index;
+        }
+        return newest;
+    }
+
+    /// The same for two names that lead to the same files; empty without a directory.
+    QString identity() const
+    {
+        const QString canonical = QFileInfo(directory).canonicalFilePath();
+        return canonical.isEmpty() ? QString() : canonical + QLatin1Char('/') + base;
+    }
+};
+
+/// Why a log file could not be opened: a system error number, or 0. A file that is not there yet
+/// can be made, unless a link stands in its place.
+int openingError(const QString& fileName)
+{
+    if (fileName.contains(QChar(0)))
+        return EINVAL;
+    const QByteArray path = QFile::encodeName(fileName);
+    if (openFile(path, O_RDWR | O_APPEND | O_NONBLOCK).isOpen())
+        return 0;
+    const int error = errno;
+    struct stat link {};
+    const bool isFree = error == ENOENT && ::lstat(path.constData(), &link) != 0;
+    return isFree ? 0 : error;
+}
+
+/// The keys that name a logger's files, by the identity of these files.
+using FileNameKeys = QMultiHash<QString, QString>;
+
+QString wholeKey(const QString& name, const QString& key)
+{
+    return name + QLatin1Char('.') + key;
+}
+
+FileNameKeys fileNameKeys(const Properties& all)
+{
+    QStringList keys = {LoggerKeys::FileName};
+    for (const QString& name : sectionsWith(all, logGroup()))
+        keys.append(wholeKey(name, LoggerKeys::FileName));
+    FileNameKeys found;
+    for (const QString& key : std::as_const(keys)) {
+        if (all.contains(key) && !all.value(key).isEmpty())
+            found.insert(Ring::of(all.value(key)).identity(), key);
+    }
+    return found;
+}
+
+/// The faults of one section that describes a logger.
+class SectionCheck {
+public:
+    SectionCheck(const Properties& all, const QString& name, const FileNameKeys& fileNames)
+        : _name(name), _entries(section(all, name)), _fileNames(fileNames)
+    {}
+
+    QStringList faults()
+    {
+        checkFileName();
+        checkNumber<quint64>(LoggerKeys::MaxSize);
+        checkNumber<quint32>(LoggerKeys::Kept);
+        checkNumber<quint32>(LoggerKeys::Timeout);
+        checkEntry(LoggerKeys::Tee, "ConfigNoYesNo");
+        checkEntry(LoggerKeys::ConfigBannerProperties, "ConfigNoYesNo");
+        checkEntry(LoggerKeys::ConfigBannerTitle, "ConfigForeignMarker", QStringLiteral("%1"));
+        checkEntry(LoggerKeys::Filter, "ConfigNoLevel", levelNames());
+        return _faults;
+    }
+
+private:
+    template <typename... Arguments>
+    void insert(const char* text, const QString& key, const Arguments&... arguments)
+    {
+        _faults.append(kitText(text, shownName(wholeKey(_name, key)),
+                               shownName(_entries.value(key)), shownName(arguments)...));
+    }
+
+    template <typename... Arguments>
+    void checkEntry(const QString& key, const char* text, const Arguments&... arguments)
+    {
+        if (_entries.contains(key) && !isLegalEntry(key, _entries.value(key)))
+            insert(text, key, arguments...);
+    }
+
+    template <typename Number>
+    void checkNumber(const QString& key)
+    {
+        if (_entries.contains(key) && !isNumber<Number>(_entries.value(key)))
+            insert("ConfigNoNumber", key, QString::number(std::numeric_limits<Number>::max()));
+    }
+
+    void checkFileName()
+    {
+        const QString key = LoggerKeys::FileName;
+        if (!_entries.contains(key) || _entries.value(key).isEmpty()) {
+            _faults.append(
+                kitText("ConfigNoFileName", shownName(wholeKey(_name, key)), shownName(_name)));
+            return;
+        }
+        const Ring ring = Ring::of(_entries.value(key));
+        // The core's validator looks at the working directory for a name without "/".
+        const QString checked = QFileInfo(_entries.value(key)).absolutePath();
+        for (const QString& directory : {checked, ring.directory}) {
+            if (!isUsableDirectory(directory)) {
+                insert("ConfigNoLogDirectory", key, directory);
+                return;
+            }
+        }
+        checkFiles(ring);
+        for (const QString& other : _fileNames.values(ring.identity())) {
+            if (other != wholeKey(_name, key))
+                insert("ConfigSharedLogFile", key, other);
+        }
+    }
+
+    /// The newest file, with which the logger goes on, and the one with the longest name.
+    void checkFiles(const Ring& ring)
+    {
+        const quint32 kept = keptFiles();
+        for (const quint32 index : {ring.newestIndex(kept), kept - 1}) {
+            const QString fileName = ring.fileName(index);
+            const int error = openingError(fileName);
+            if (error == 0)
+                continue;
+            insert("ConfigNoLogFile", LoggerKeys::FileName, fileName, systemErrorText(error));
+            return;
+        }
+    }
+
+    quint32 keptFiles() const
+    {
+        if (!_entries.contains(LoggerKeys::Kept))
+            return LoggerKeys::ConfigDefaults.kept;
+        const quint32 kept = _entries.value(LoggerKeys::Kept).toUInt();
+        return kept == 0 ? LoggerKeys::KeptForZero : kept;
+    }
+
+    QString _name;
+    Properties _entries;
+    const FileNameKeys& _fileNames;
+    QStringList _faults;
+};
+
+QStringList faultsOf(const Properties& all, const QStringList& names)
+{
+    const FileNameKeys fileNames = fileNameKeys(all);
+    QStringList faults;
+    for (const QString& name : names)
+        faults += SectionCheck(all, name, fileNames).faults();
+    return faults;
+}
+
+void raiseFaults(const QStringList& faults)
+{
+    if (!faults.isEmpty())
+        throw Exception(faults.join(QLatin1Char('\n')));
+}
+
+/// What passed the check may still fail, if the disk changed meanwhile.
+std::shared_ptr<Logger> buildChecked(const Properties& all, const QString& name)
+{
+    const Properties entries = section(all, name);
+    try {
+        return Config::buildFileSystemLogger(entries);
+    } catch (const Exception& e) {
+        raise("ConfigLoggerNotBuilt", shownName(wholeKey(name, LoggerKeys::FileName)),
+              shownName(entries.value(LoggerKeys::FileName)), e.detail());
+    }
+}
+
+} // namespace
+
+SectionLogController::SectionLogController(QObject* parent) : IConfigController(parent)
+{}
+
+SectionLogController::SectionLogController(const QString& name, QObject* parent)
+    : IConfigController(parent), _name(name.isNull() ? QStringLiteral("") : name)
+{}
+
+SectionLogController::~SectionLogController() = default;
+
+bool SectionLogController::isLegalConfiguration(Properties* properties)
+{
+    if (!properties) {
+        insertError(kitText("ConfigNoProperties"));
+        return false;
+    }
+    const QStringList names =
+        _name.isNull() ? sectionsWith(*properties, logGroup()) : QStringList(_name);
+    const QStringList faults = faultsOf(*properties, names);
+    for (const QString& fault : faults)
+        insertError(fault);
+    return faults.isEmpty();
+}
+
+std::shared_ptr<Logger> buildSectionLogger(const Properties& all, const QString& name)
+{
+    raiseFaults(faultsOf(all, {name}));
+    return buildChecked(all, name);
+}
+
+QStringList registerSectionLoggers(const Properties& all, Log& log)
+{
+    const QStringList names = sectionsWith(all, logGroup());
+    QStringList faults = faultsOf(all, names);
+    for (const QString& name : names) {
+        if (log.containsLogger(name))
+            faults.append(kitText("ConfigLoggerTaken", shownName(name)));
+    }
+    raiseFaults(faults);
+
+    QList<std::shared_ptr<Logger>> built;
+    for (const QString& name : names) {
+        try {
+            built.append(buildChecked(all, name));
+        } catch (const Exception& e) {
+            faults.append(e.detail());
+        }
+    }
+    raiseFaults(faults);
+    for (qsizetype i = 0; i < names.size(); ++i)
+        log.insertLoggger(names[i], built[i]);
+    return names;
+}
+
+QStringList registerSectionLoggers(const Properties& all)
+{
+    return registerSectionLoggers(all, *Log::getInstance());
+}
+
+} // namespace KezService
