@@ -3,9 +3,9 @@
 
 #pragma once
 
-// Counts every allocation of the process, also those of operator new and of Qt's containers.
-// Include it in one source file of a program, and link that with ENABLE_EXPORTS: the shared
-// libraries then use these functions, too.
+// Counts every allocation of the process, also those of operator new and of Qt's containers, and
+// remembers the size of the largest. Include it in one source file of a program, and link that with
+// ENABLE_EXPORTS: the shared libraries then use these functions, too.
 
 #include <atomic>
 #include <cstddef>
@@ -25,6 +25,17 @@ inline std::atomic<long> count{0};
 /// Whether this thread gets no memory.
 inline thread_local bool areRefused = false;
 
+/// In bytes; set it to 0 to begin again.
+inline std::atomic<std::size_t> largest{0};
+
+inline void note(std::size_t size)
+{
+    count.fetch_add(1, std::memory_order_relaxed);
+    std::size_t before = largest.load(std::memory_order_relaxed);
+    while (before < size && !largest.compare_exchange_weak(before, size, std::memory_order_relaxed))
+        continue;
+}
+
 #ifdef KEZ_ALLOCATIONS_ARE_SANITIZED
 inline constexpr bool AreCounted = false; // the sanitizer has functions of its own
 #else
@@ -41,19 +52,19 @@ void* __libc_realloc(void*, size_t);
 
 void* malloc(size_t size)
 {
-    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    Allocations::note(size);
     return Allocations::areRefused ? nullptr : __libc_malloc(size);
 }
 
 void* calloc(size_t count, size_t size)
 {
-    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    Allocations::note(count * size);
     return Allocations::areRefused ? nullptr : __libc_calloc(count, size);
 }
 
 void* realloc(void* block, size_t size)
 {
-    Allocations::count.fetch_add(1, std::memory_order_relaxed);
+    Allocations::note(size);
     return Allocations::areRefused ? nullptr : __libc_realloc(block, size);
 }
 }
