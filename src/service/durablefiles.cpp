@@ -35,7 +35,11 @@ int linkAndUnlink(const QByteArray& from, const QByteArray& to)
 {
     if (::link(from.constData(), to.constData()) != 0)
         return errno;
-    return errorOf(::unlink(from.constData()));
+    if (::unlink(from.constData()) == 0 || errno == ENOENT)
+        return 0;
+    const int error = errno;
+    ::unlink(to.constData());
+    return error;
 }
 
 /// Writes a new file, with the mode of the one at `model` if there is one, and syncs it.
@@ -73,10 +77,12 @@ int writeAll(int descriptor, QByteArrayView bytes)
     return 0;
 }
 
-int copyBytes(int from, int to)
+int copyBytes(int from, int to, bool (*isCancelled)())
 {
     std::array<char, 65536> buffer; // NOLINT(*-member-init): filled by read()
     while (true) {
+        if (isCancelled && isCancelled())
+            return ECANCELED;
         const ssize_t count =
             uninterrupted([&] { return ::read(from, buffer.data(), buffer.size()); });
         if (count <= 0)

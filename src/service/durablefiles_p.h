@@ -21,8 +21,9 @@ Descriptor openFile(const QByteArray& path, int flags, mode_t mode = 0);
 
 int writeAll(int descriptor, QByteArrayView bytes);
 
-/// Appends what `from` holds from its position on.
-int copyBytes(int from, int to);
+/// Appends what `from` holds from its position on. ECANCELED if `isCancelled`, which is asked again
+/// and again, says so.
+int copyBytes(int from, int to, bool (*isCancelled)() = nullptr);
 
 /// Waits until the file's data are on the disk.
 int syncFile(int descriptor);
@@ -31,7 +32,8 @@ int syncFile(int descriptor);
 int syncDirectory(const QByteArray& path);
 
 /// Renames, and never replaces: EEXIST if `to` is taken. On a file system that cannot do this in
-/// one step, both names lead to the file for a moment. EXDEV between two file systems.
+/// one step, both names lead to the file for a moment, also if `from` cannot be removed: then `to`
+/// is removed again. EXDEV between two file systems.
 int renameWithoutReplacing(const QByteArray& from, const QByteArray& to);
 
 /// Puts a whole file in the place of `path`, or leaves what is there: written beside it under the

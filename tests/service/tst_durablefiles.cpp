@@ -30,6 +30,7 @@ private Q_SLOTS:
     void temporaryIsNotFollowedIfItIsALink();
     void copyIsWhole_data();
     void copyIsWhole();
+    void copyEndsWhenItIsCancelled();
     void descriptorIsClosedOnExec();
 
 private:
@@ -147,6 +148,17 @@ void DurableFiles::copyIsWhole()
     QVERIFY(from.isOpen() && to.isOpen());
     QCOMPARE(copyBytes(from.get(), to.get()), 0);
     QCOMPARE(content("to"), bytes);
+}
+
+void DurableFiles::copyEndsWhenItIsCancelled()
+{
+    static int questions;
+    questions = 0;
+    QVERIFY(write("from", QByteArray(200001, 'b')));
+    const Descriptor from = openFile(path("from"), O_RDONLY);
+    const Descriptor to = openFile(path("to"), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    QCOMPARE(copyBytes(from.get(), to.get(), [] { return ++questions > 2; }), ECANCELED);
+    QCOMPARE(content("to").size(), 131072);
 }
 
 void DurableFiles::descriptorIsClosedOnExec()

@@ -1,0 +1,116 @@
+// SPDX-FileCopyrightText: 2026 Vandrel
+// SPDX-License-Identifier: MIT
+
+#pragma once
+
+#include "delivery.h"
+#include "service_global.h"
+
+#include <QObject>
+#include <QString>
+
+#include <chrono>
+#include <memory>
+
+namespace KezService {
+
+/// Watches a directory that producers write into as they like, and hands each file on to a queue
+/// once it is complete.
+///
+/// The producers are shell scripts, FTP servers or scanners, which know nothing of the queue. The
+/// gate decides that a file is complete, writes its data to the disk and moves it as
+/// Delivery::moveIn() does: by one rename, or from another file system as a copy whose source is
+/// then removed. Many files share one wait for the directory.
+///
+/// Left alone are hidden and temporary names (".x", "x.part", "x.tmp", "x~"), subdirectories, links
+/// and whatever is no regular file. So are names that are not UTF-8, which is logged once.
+///
+/// A file that cannot be handed on now is reported once and tried again, after one second, then
+/// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
+/// full disk; these hold up all files. The gate says when it goes on.
+///
+/// A crash loses no file. After a crash, a file that was copied from another file system, or by
+/// links, may be handed on a second time.
+///
+/// Give each incoming directory one gate. Two of them do no harm within one file system that can
+/// rename without replacing: one of them gets the file.
+///
+/// *Threads*: the object's thread, which needs an event loop. Build it there, or move it there
+/// before start(). Its thread waits for the disk; a thread that is asked to end
+/// (QThread::requestInterruption()) leaves a copy in the middle. It stops by itself when its thread
+/// ends.
+/// *Owns*: its timer and its watch.
+/// *Fails*: start() throws Exception for settings that cannot work. Everything later is a line of
+/// the log and a signal.
+class KEZ_SERVICE_EXPORT ArrivalGate : public QObject {
+    Q_OBJECT
+
+public:
+    /// What says that a file is complete.
+    enum class Completeness {
+        /// Its size and times stay the same for the quiet period, and nobody has it open for
+        /// writing. Where the system does not tell who writes (files of other users, network file
+        /// systems), the quiet period alone decides.
+        Quiet,
+
+        /// A marker beside it: "x.xml.done" for "x.xml". The marker is removed afterwards. It
+        /// counts for a file that is not newer than it, so that a forgotten one does not vouch for
+        /// the next file of that name. A marker without a file waits and is left alone. Here a name
+        /// with the marker is at most 255 bytes long, too.
+        Marker
+    };
+
+    struct Settings {
+        QString incoming;
+        QString queueDirectory;
+        Completeness completeness = Completeness::Quiet;
+        std::chrono::milliseconds quietPeriod{2000};
+        QString markerSuffix = QStringLiteral(".done");
+
+        /// With Refuse, a file whose name is taken waits until the name is free.
+        Delivery::NameTaken ifTaken = Delivery::NameTaken::FreshName;
+
+        /// How often the incoming directory is listed although nothing was signalled: a network
+        /// file system signals nothing, and a watch can be refused.
+        std::chrono::milliseconds lookPeriod{10000};
+
+        /// The pause after a failure; it doubles with each further one.
+        std::chrono::milliseconds firstPause{1000};
+        std::chrono::milliseconds longestPause{300000};
+    };
+
+    /// Relative paths are resolved here, once.
+    explicit ArrivalGate(const Settings& settings, QObject* parent = nullptr);
+    ~ArrivalGate() override;
+
+    bool isRunning() const;
+
+public Q_SLOTS:
+    /// Begins with the files that are there. The directories may come later.
+    ///
+    /// Throws Exception: no path, both paths lead to one directory, a period or a marker that
+    /// cannot work.
+    void start();
+
+    /// Ends the watch; files that are not complete yet stay.
+    void stop();
+
+Q_SIGNALS:
+    /// The file is in the queue, under that name, and on the disk.
+    void handedOn(const QString& name, const QString& nameInQueue);
+
+    /// The file stays for the time being. Comes again for another reason.
+    void refused(const QString& name, const QString& reason);
+
+    /// Nothing can be handed on for the time being. Comes again for another reason.
+    void hindered(const QString& reason);
+
+    /// After hindered(): it goes on.
+    void resumed();
+
+private:
+    struct KEZ_HIDDEN Private;
+    std::unique_ptr<Private> _d;
+};
+
+} // namespace KezService
