@@ -98,12 +98,12 @@ public:
     }
 
     /// Ends the thread. `left`: see RunnerCore::finish(), whose result this returns.
-    qint64 end(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left)
+    RunnerProgress end(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left)
     {
         _left = left;
         quit();
         wait();
-        return _waiting;
+        return _last;
     }
 
 protected:
@@ -118,7 +118,7 @@ protected:
             core.start();
             _begun.set_value(&core);
             exec();
-            _waiting = core.finish(_left);
+            _last = core.finish(_left);
         } catch (...) {
             _begun.set_exception(std::current_exception());
         }
@@ -130,7 +130,7 @@ private:
     FileRunner* const _runner;
     std::promise<RunnerCore*> _begun;
     std::vector<std::vector<std::shared_ptr<QueuedFile>>> _left;
-    qint64 _waiting = 0;
+    RunnerProgress _last;
 };
 
 struct FileRunner::Private {
@@ -255,10 +255,10 @@ StopReport FileRunner::stop(std::chrono::milliseconds limit)
             report.running.append(
                 kitText("RunnerLeft", shownName(pool->id()), shownName(file->name)));
     }
-    _d->last = _d->core->progress();
     _d->core = nullptr;
-    report.waiting = _d->thread->end(left);
+    _d->last = _d->thread->end(left);
     _d->thread.reset();
+    report.waiting = _d->last.files;
 
     Log& log = *Log::getInstance();
     for (const QString& running : report.running)

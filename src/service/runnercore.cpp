@@ -568,7 +568,7 @@ RunnerProgress RunnerCore::currentProgress()
     return progress;
 }
 
-qint64 RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
+RunnerProgress RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
 {
     takeEnded();
     std::vector<Journal::Step> steps;
@@ -586,7 +586,7 @@ qint64 RunnerCore::finish(const std::vector<std::vector<FilePointer>>& left)
     }
     Q_EMIT progressed(last);
     _status.write(last, "stopped");
-    return last.files;
+    return last;
 }
 
 } // namespace KezService

@@ -60,8 +60,8 @@ public:
     void announcePause(bool isPaused);
 
     /// The last steps, after the pools were joined. `left`: per consumer, the files of handlers
-    /// that still run. Returns the number of files that come again at the next start.
-    qint64 finish(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left);
+    /// that still run. Returns how far the work is then.
+    RunnerProgress finish(const std::vector<std::vector<std::shared_ptr<QueuedFile>>>& left);
 
 Q_SIGNALS:
     void progressed(const KezService::RunnerProgress& progress);

@@ -6,6 +6,7 @@
 #include "texts.h"
 
 #include <kez/exception.h>
+#include <kez/translator.h>
 
 #include <QDateTime>
 #include <QRegularExpression>
@@ -54,7 +55,7 @@ private:
 void TestLedger::initTestCase()
 {
     intake::loadTexts();
-    intake::startInLanguage(u"en_US"_s);
+    Translator::getInstance()->setDefaultLang(u"en_US"_s);
 }
 
 void TestLedger::init()
