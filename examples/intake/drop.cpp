@@ -21,40 +21,42 @@ using intake::text;
 namespace {
 
 /// Every tenth order is a refund of the one before. The same arguments give the same document.
-QByteArray goodOrder(const QString& prefix, int number)
+QByteArray goodOrder(const QString& prefix, qint64 number)
 {
     static const QStringList customers{u"Étienne Durand"_s, u"Maison Lefèvre & Fils"_s,
                                        u"Zoë Martin"_s, u"Garage de l'Ouest"_s, u"Ana Núñez"_s};
     const bool isRefund = number % 10 == 0;
-    const QString cents = QString::number(number * 17 % 100).rightJustified(2, u'0');
+    const QString amount = QString::number((10 + number * 37 % 990) * 100 + number * 17 % 100);
+    const auto numbered = [&](qint64 each) { return prefix + u'-' + QString::number(each); };
     QByteArray document;
     QXmlStreamWriter writer(&document);
     writer.setAutoFormatting(true);
     writer.writeStartDocument();
     writer.writeStartElement(u"order"_s);
     writer.writeAttribute(u"type"_s, isRefund ? u"Refund"_s : u"Sale"_s);
-    writer.writeAttribute(u"number"_s, u"%1-%2"_s.arg(prefix).arg(number));
+    writer.writeAttribute(u"number"_s, numbered(number));
     if (isRefund)
-        writer.writeAttribute(u"refunds"_s, u"%1-%2"_s.arg(prefix).arg(number - 1));
+        writer.writeAttribute(u"refunds"_s, numbered(number - 1));
     writer.writeTextElement(u"customer"_s, customers.at(number % customers.size()));
     writer.writeStartElement(u"amount"_s);
     writer.writeAttribute(u"currency"_s, u"EUR"_s);
-    writer.writeCharacters(u"%1.%2"_s.arg(10 + number * 37 % 990).arg(cents));
+    writer.writeCharacters(amount.chopped(2) + u'.' + amount.right(2));
     writer.writeEndDocument();
     return document;
 }
 
 /// The numbers go through the ways in which a document is not an order.
-QByteArray badOrder(int number)
+QByteArray badOrder(qint64 number)
 {
-    const QByteArray amount = R"(<amount currency="EUR">12.50</amount>)";
+    const QByteArray order = "<order number='B-1'>";
     const QByteArray customer = "<customer>Zoé</customer>";
+    const QByteArray rest = "<amount currency='EUR'>12.50</amount></order>";
     const QList<QByteArray> documents{
-        R"(<order number="B-1">)" + amount + "</order>", // without a customer
-        R"(<order number="B-1">)" + customer + R"(<amount currency="EUR">-12,5O</amount></order>)",
-        R"(<order type="Gift" number="B-1">)" + customer + amount + "</order>",
-        R"(<order number="B-1"><customer>)" + QByteArray(100'000, 'x') + "</customer></order>",
-        R"(<order number="B-1">)" + customer + amount, // cut off
+        order + rest, // without a customer
+        order + customer + QByteArray(rest).replace("12.50", "-12,5O"),
+        "<order type='Gift' number='B-1'>" + customer + rest,
+        order + "<customer>" + QByteArray(100'000, 'x') + "</customer>" + rest,
+        order + customer + rest.chopped(10),
         QByteArray("\x7f\x45LF\x02\x01\x00\xff\xfe=\n\x00", 12),
         {},
     };
@@ -72,16 +74,17 @@ int usageFault(const QString& reason)
     return ExitUsage;
 }
 
-int dropAll(const QString& directory, const QString& prefix, const QMap<QString, int>& counts)
+int dropAll(const QString& directory, const QString& prefix, const QMap<QString, qint64>& counts)
 {
     const Delivery spool(directory);
-    const qint64 total = qint64{counts[u"good"_s]} + counts[u"bad"_s];
-    int bad = 0;
-    for (int index = 1; index <= total; ++index) {
-        const bool isBad = index * qint64{counts[u"bad"_s]} / total > bad; // spread evenly
-        spool.deliver(u"%1-%2.xml"_s.arg(prefix, QString::number(index).rightJustified(6, u'0')),
+    const qint64 total = counts[u"good"_s] + counts[u"bad"_s];
+    qint64 bad = 0;
+    for (qint64 index = 1; index <= total; ++index) {
+        const bool isBad = index * counts[u"bad"_s] / total > bad; // spread evenly
+        const QString number = QString::number(index).rightJustified(6, u'0');
+        spool.deliver(prefix + u'-' + number + u".xml"_s,
                       isBad ? badOrder(bad++) : goodOrder(prefix, index));
-        if (index * qint64{4} / total > (index - 1) * qint64{4} / total)
+        if (index * 4 / total > (index - 1) * 4 / total)
             tell(u"%1 / %2"_s.arg(index).arg(total));
         QThread::msleep(static_cast<unsigned long>(counts[u"pause"_s]));
     }
@@ -91,7 +94,7 @@ int dropAll(const QString& directory, const QString& prefix, const QMap<QString,
 
 int run(const QCommandLineParser& parser)
 {
-    QMap<QString, int> counts;
+    QMap<QString, qint64> counts;
     for (const QString& option : {u"good"_s, u"bad"_s, u"pause"_s}) {
         bool isNumber = false;
         counts[option] = parser.value(option).toInt(&isNumber);
@@ -112,12 +115,13 @@ int main(int argc, char* argv[])
 try {
     const QCoreApplication application(argc, argv);
     intake::loadTexts();
-    const QString now = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss-zzz"_s);
+    const QString now = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss-"_s);
     QCommandLineParser parser;
     parser.addOptions({{u"good"_s, QString(), u"N"_s, u"100"_s},
                        {u"bad"_s, QString(), u"N"_s, u"0"_s},
                        {u"pause"_s, QString(), u"MS"_s, u"0"_s},
-                       {u"prefix"_s, QString(), u"TEXT"_s, now},
+                       {u"prefix"_s, QString(), u"TEXT"_s,
+                        now + QString::number(QCoreApplication::applicationPid())},
                        {u"help"_s, QString()}});
     if (!parser.parse(QCoreApplication::arguments()))
         return usageFault(parser.errorText());

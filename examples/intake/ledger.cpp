@@ -11,10 +11,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+using namespace intake;
 using namespace Qt::StringLiterals;
 using KezService::Outcome;
-
-namespace intake {
 
 namespace {
 
@@ -47,12 +46,6 @@ QString decimalText(qint64 hundredths)
 {
     const QString digits = QString::number(qAbs(hundredths)).rightJustified(3, u'0');
     return (hundredths < 0 ? u"-"_s : QString()) + digits.chopped(2) + u'.' + digits.right(2);
-}
-
-/// Unique across restarts without a stored counter, since it is random.
-QString newReceipt()
-{
-    return UidGenerator::toUUID(UidGenerator::getInstance(16)->generate());
 }
 
 } // namespace
@@ -89,7 +82,7 @@ void Ledger::append(const QString& fileName, const Order& order)
 {
     const QStringList fields{QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs),
                              printable(fileName),
-                             newReceipt(),
+                             UidGenerator::toUUID(UidGenerator::getInstance(16)->generate()),
                              printable(order.number),
                              printable(order.customer),
                              decimalText(order.amount),
@@ -118,19 +111,14 @@ void Ledger::readBookings()
     }
     if (reader.error() != QFile::NoError)
         fail(reader.errorString());
-    if (!line.isEmpty() && !line.endsWith('\n'))
-        repairEnd(line);
-}
-
-void Ledger::repairEnd(const QByteArray& end)
-{
-    if (!fieldsOf(end).isEmpty()) {
-        appendSynced("\n");
+    if (line.isEmpty() || line.endsWith('\n'))
         return;
-    }
-    _tornEnd = QString::fromUtf8(end.left(200));
-    if (!_file.resize(_file.size() - end.size()))
+    if (!fieldsOf(line).isEmpty())
+        return appendSynced("\n"); // only this is missing
+    if (!_file.resize(_file.size() - line.size()))
         fail(_file.errorString());
+    const QString removed = printable(QString::fromUtf8(line.left(200)));
+    Log::getInstance()->warning(text("LedgerRepaired"_L1, removed));
 }
 
 void Ledger::appendSynced(const QByteArray& bytes)
@@ -148,5 +136,3 @@ void Ledger::fail(const QString& reason) const
 {
     throw Exception(text("LedgerFailure"_L1, _file.fileName(), reason));
 }
-
-} // namespace intake

@@ -17,12 +17,11 @@ namespace intake {
 ///
 ///     <time of booking, UTC>;<file>;<receipt>;<order>;<customer>;<amount>;<currency>
 ///
-/// A line is on the disk before its file is reported as done. If the process dies between the two,
-/// the file comes again and is recognised by its name: all names are in memory. If a crash cut off
-/// the last line, that line is not a booking, and the next start removes it.
+/// The receipt is random, so that it is unique across restarts. A line is on the disk before its
+/// file is done: if the process dies between the two, the file comes again, and is known by its
+/// name. A last line that a crash has cut off is not a booking: the next start removes it.
 ///
 /// *Threads*: one thread at a time. A second process cannot open the same ledger.
-/// *Owns*: the open file.
 /// *Fails*: throws Exception.
 class Ledger {
 public:
@@ -38,19 +37,17 @@ public:
     /// The printable number of the order that was booked for the file; a null text if none was.
     QString orderBookedFor(const QString& fileName) const;
 
-    int count() const { return _count; }                     // since the start
-    QMap<QString, qint64> totals() const { return _totals; } // since the start, by currency
-    QString tornEnd() const { return _tornEnd; } // what the constructor removed; usually empty
+    // Since the start: the number of orders, and hundredths by currency.
+    int count() const { return _count; }
+    QMap<QString, qint64> totals() const { return _totals; }
 
 private:
     void readBookings();
-    void repairEnd(const QByteArray& end);
     void appendSynced(const QByteArray& bytes);
     [[noreturn]] void fail(const QString& reason) const;
 
     QFile _file;
     QHash<QString, QString> _orders; // order numbers by file names, both printable
-    QString _tornEnd;
     int _count = 0;
     QMap<QString, qint64> _totals;
 };

@@ -21,7 +21,7 @@
 #include <QFileInfo>
 #include <QTextStream>
 
-#include <limits>
+#include <climits>
 
 using namespace intake;
 using namespace KezService;
@@ -37,7 +37,8 @@ std::shared_ptr<Config> loadConfiguration(const QString& path)
 {
     const auto config = Config::load(path, u"1.0.0"_s);
     resolvePaths(*config->properties(), QFileInfo(path).absolutePath());
-    if (const QString lang = Settings::of(*config->properties()).lang; isLanguage(lang))
+    if (const QString lang = Settings::of(*config->properties()).lang;
+        Log::languages().contains(lang))
         Translator::getInstance()->setDefaultLang(lang);
 
     LoggerConfigController logController;
@@ -106,23 +107,22 @@ void logSummary(const RunnerProgress& progress, const Ledger& ledger)
 
 /// Works until a signal ends it; the result is the exit code.
 int serve(const Settings& settings)
-{
+try {
     UnixSignals received;
     ServiceNotifier notifier;
-    const auto ledger = std::make_shared<Ledger>(settings.ledger);
-    if (!ledger->tornEnd().isEmpty())
-        Log::getInstance()->warning(text("LedgerRepaired"_L1, printable(ledger->tornEnd())));
     const Delivery archive(settings.archive);
-    HandlerSettings untiring; // a full disk must not send good orders to quarantine
-    untiring.attempts = std::numeric_limits<int>::max();
-    untiring.longestPause = 1min;
-    FileRunner runner(settings.runner);
+    const auto ledger = std::make_shared<Ledger>(settings.ledger);
     const auto keep = [archive](const FileAtHand& file) { return keepCopy(file, archive); };
     const auto book = [ledger](const FileAtHand& file) { return ledger->book(file); };
+
+    // A full disk must not send good orders to quarantine: there is no last attempt.
+    const HandlerSettings untiring{.attempts = INT_MAX, .longestPause = 1min};
+    FileRunner runner(settings.runner);
     runner.addConsumer(u"archive"_s, keep, untiring);
     runner.addConsumer(u"ledger"_s, book, untiring);
     runner.start();
     Log::getInstance()->info(text("Ready"_L1, settings.runner.spool));
+    notifier.ready();
 
     QObject::connect(&received, &UnixSignals::hangUpReceived, [&] { switchLanguage(runner); });
     QObject::connect(&received, &UnixSignals::stopRequested, [&](const QString& signal) {
@@ -134,29 +134,12 @@ int serve(const Settings& settings)
         Log::getInstance()->info(text("Stopped"_L1));
         QCoreApplication::exit(isClean ? ExitClean : ExitFailure);
     });
-    notifier.ready();
     received.listen();
     return QCoreApplication::exec();
-}
-
-int run(const QString& path)
-{
-    const auto config = loadConfiguration(path);
-    openLog(*config);
-    const MessageBridge bridge;
-    try {
-        return serve(Settings::of(*config->properties()));
-    } catch (const Exception& failure) {
-        const QString reason = text("ServiceFailed"_L1, failure.detail());
-        Log::getInstance()->critical(reason);
-        throw Exception(reason);
-    }
-}
-
-int usage(FILE* stream, ExitCode code)
-{
-    QTextStream(stream) << text("ServiceUsage"_L1) << Qt::endl;
-    return code;
+} catch (const Exception& failure) {
+    const QString reason = text("ServiceFailed"_L1, failure.detail());
+    Log::getInstance()->critical(reason);
+    throw Exception(reason);
 }
 
 } // namespace
@@ -167,12 +150,16 @@ try {
     loadTexts();
     registerOrderHandlers();
     const QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments == QStringList{u"--help"_s})
-        return usage(stdout, ExitClean);
+    const bool isHelp = arguments == QStringList{u"--help"_s};
     const QString path = arguments.value(0);
-    if (arguments.size() != 1 || path.isEmpty() || path.startsWith(u'-'))
-        return usage(stderr, ExitUsage);
-    return run(path);
+    if (arguments.size() != 1 || path.isEmpty() || path.startsWith(u'-')) {
+        QTextStream(isHelp ? stdout : stderr) << text("ServiceUsage"_L1) << Qt::endl;
+        return isHelp ? ExitClean : ExitUsage;
+    }
+    const auto config = loadConfiguration(path);
+    openLog(*config);
+    const MessageBridge bridge;
+    return serve(Settings::of(*config->properties()));
 } catch (const Exception& failure) {
     QTextStream(stderr) << failure.detail() << Qt::endl;
     return ExitFailure;

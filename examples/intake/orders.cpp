@@ -12,15 +12,11 @@
 #include <QRegularExpression>
 #include <QStringDecoder>
 
-#include <algorithm>
-
 using namespace Qt::StringLiterals;
 
 namespace intake {
 
 namespace {
-
-constexpr qsizetype MaxFieldLength = 200;
 
 template <class... Values>
 [[noreturn]] void refuse(QLatin1String key, const Values&... values)
@@ -34,10 +30,8 @@ QString checked(const QString& name, const QString& value, const QString& patter
     const QString trimmed = value.trimmed();
     if (trimmed.isEmpty())
         refuse("OrderFieldMissing"_L1, name);
-    const bool hasControl = std::any_of(trimmed.begin(), trimmed.end(), [](QChar each) {
-        return each.category() == QChar::Other_Control;
-    });
-    if (hasControl || trimmed.size() > MaxFieldLength)
+    const QRegularExpression sound(u"\\A\\P{Cc}{1,200}\\z"_s); // without control characters
+    if (!sound.match(trimmed).hasMatch())
         refuse("OrderFieldUnfit"_L1, name);
     const QRegularExpression whole(QRegularExpression::anchoredPattern(pattern));
     if (!whole.match(trimmed).hasMatch())
@@ -45,9 +39,9 @@ QString checked(const QString& name, const QString& value, const QString& patter
     return trimmed;
 }
 
-QString attribute(const XmlElement& element, const QString& name)
+QString attribute(const XmlElement& element, const QString& name, const QString& otherwise = {})
 {
-    return element.hasAttribute(name) ? element.attributes()->value(name) : QString();
+    return element.hasAttribute(name) ? element.attributes()->value(name) : otherwise;
 }
 
 std::shared_ptr<XmlElement> onlyChild(const SimpleDom& document, const QString& name)
@@ -81,13 +75,6 @@ SimpleDom parsed(const QByteArray& document)
     } catch (const Exception& failure) {
         refuse("OrderNotXml"_L1, printable(failure.detail()));
     }
-}
-
-template <class Handler>
-void registerHandler()
-{
-    const auto type = QMetaType::fromType<Handler>();
-    MetaTypes::getInstance()->insertMetaType(QString::fromLatin1(type.name()), type.id());
 }
 
 } // namespace
@@ -127,8 +114,9 @@ struct RefundHandler : SaleHandler {
 
 void registerOrderHandlers()
 {
-    registerHandler<SaleHandler>();
-    registerHandler<RefundHandler>();
+    for (const QMetaType type :
+         {QMetaType::fromType<SaleHandler>(), QMetaType::fromType<RefundHandler>()})
+        MetaTypes::getInstance()->insertMetaType(QString::fromLatin1(type.name()), type.id());
 }
 
 Order readOrder(const QByteArray& document)
@@ -136,14 +124,11 @@ Order readOrder(const QByteArray& document)
     const SimpleDom dom = parsed(document);
     if (!dom.root() || dom.root()->name() != u"order")
         refuse("OrderNotAtTop"_L1);
-    const bool isTyped = dom.root()->hasAttribute(u"type"_s);
-    const QString type = isTyped ? attribute(*dom.root(), u"type"_s) : u"Sale"_s;
-
-    // The type comes from a file, which must not choose among all classes of the process.
+    const QString type = attribute(*dom.root(), u"type"_s, u"Sale"_s);
     const QString handlerName = u"intake::%1Handler"_s.arg(type);
     const auto* const registry = MetaTypes::getInstance();
-    if (!registry->containsMetaType(handlerName))
-        refuse("OrderTypeUnknown"_L1, printable(type.left(MaxFieldLength)));
+    if (!registry->containsMetaType(handlerName)) // a file must not choose among all classes
+        refuse("OrderTypeUnknown"_L1, printable(type.left(200)));
     // The registry returns the address of the object, which is also that of its first base class.
     const std::unique_ptr<const OrderHandler> handler(
         static_cast<const OrderHandler*>(registry->instanciateFromRegistry(handlerName)));

@@ -30,18 +30,9 @@ constexpr qsizetype MaxOrderSize = 65536;
 /// Registers the class of each type of order. Call it at the start, while there is one thread.
 void registerOrderHandlers();
 
-/// Reads an order from an XML document in UTF-8:
-///
-///     <order type="Sale" number="C-2041">
-///         <customer>Étienne Durand</customer>
-///         <amount currency="EUR">120.50</amount>
-///     </order>
-///
-/// `type` selects the class that makes the order, here `intake::SaleHandler`, which is also the one
-/// without it. What that class does not know is ignored.
-///
-/// *Threads*: any thread.
-/// *Fails*: throws MalformedOrder.
+/// Reads an order from an XML document in UTF-8. The attribute `type` of the document selects the
+/// class that makes the order: `intake::SaleHandler` for "Sale", which is also the one without it.
+/// Elements and attributes that this class does not know are ignored. Throws MalformedOrder.
 Order readOrder(const QByteArray& document);
 
 } // namespace intake

@@ -5,13 +5,14 @@
 
 #include "texts.h"
 
+#include <kez/log.h>
+#include <kez/translator.h>
+
 #include <QDir>
 #include <QFileInfo>
 
+using namespace intake;
 using namespace Qt::StringLiterals;
-using std::chrono::milliseconds;
-
-namespace intake {
 
 namespace {
 
@@ -25,23 +26,6 @@ bool isUsable(const QFileInfo& info)
     return info.isReadable() && info.isWritable();
 }
 
-bool isUsableDirectory(const QFileInfo& info)
-{
-    return info.isDir() && isUsable(info);
-}
-
-bool isUsableFile(const QFileInfo& info)
-{
-    return info.exists() ? info.isFile() && isUsable(info)
-                         : isUsableDirectory(QFileInfo(info.absolutePath()));
-}
-
-bool isIn(const QString& directory, const QString& file)
-{
-    const QString parent = QFileInfo(file).dir().canonicalPath();
-    return !parent.isEmpty() && parent == QFileInfo(directory).canonicalFilePath();
-}
-
 QStringList faultsOf(const Properties& properties)
 {
     QStringList faults;
@@ -53,27 +37,30 @@ QStringList faultsOf(const Properties& properties)
         return isRight;
     };
     const Settings settings = Settings::of(properties);
-    QStringList directoryKeys{u"queue.path"_s, u"archive.path"_s};
-    if (!settings.runner.quarantine.isEmpty())
-        directoryKeys += u"setaside.path"_s;
     QStringList seen;
-    for (const QString& key : std::as_const(directoryKeys)) {
+    for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"setaside.path"_s}) {
         const QFileInfo info(valueOf(properties, key));
-        if (expect(key, isUsableDirectory(info), "NoDirectory"_L1))
+        if (key == u"setaside.path" && settings.runner.quarantine.isEmpty())
+            continue;
+        if (expect(key, info.isDir() && isUsable(info), "NoDirectory"_L1))
             expect(key, !seen.contains(info.canonicalFilePath()), "DirectoryTwice"_L1);
         seen += info.canonicalFilePath();
     }
-    const bool hasLedger = !settings.ledger.isEmpty() && isUsableFile(QFileInfo(settings.ledger));
-    expect(u"ledger.path"_s, hasLedger, "NoLedger"_L1);
+    const QFileInfo ledger(settings.ledger);
+    const QFileInfo place(ledger.absolutePath());
+    const bool canBook =
+        ledger.exists() ? ledger.isFile() && isUsable(ledger) : place.isDir() && isUsable(place);
+    expect(u"ledger.path"_s, canBook && !settings.ledger.isEmpty(), "NoLedger"_L1);
     for (const QString& key : {u"ledger.path"_s, u"log.filename"_s}) {
-        const QString file = valueOf(properties, key);
-        expect(key, file.isEmpty() || !isIn(settings.runner.spool, file), "InsideSpool"_L1);
+        const QString path = valueOf(properties, key);
+        const bool isInSpool = QFileInfo(path).dir().canonicalPath() == seen.first();
+        expect(key, path.isEmpty() || seen.first().isEmpty() || !isInSpool, "InsideSpool"_L1);
     }
-    expect(u"queue.period"_s, settings.runner.period >= milliseconds(0), "NoPeriod"_L1);
+    expect(u"queue.period"_s, settings.runner.period.count() >= 0, "NoPeriod"_L1);
     const QStringList yesNo{u"0"_s, u"1"_s, u"false"_s, u"true"_s};
     expect(u"queue.keep"_s, yesNo.contains(valueOf(properties, u"queue.keep"_s, u"1"_s)),
            "NoYesNo"_L1);
-    expect(u"lang"_s, isLanguage(valueOf(properties, u"lang"_s, u"fr_FR"_s)), "NoLanguage"_L1);
+    expect(u"lang"_s, Log::languages().contains(settings.lang), "NoLanguage"_L1);
     return faults;
 }
 
@@ -84,18 +71,16 @@ Settings Settings::of(const Properties& properties)
     bool isNumber = false;
     const int period = valueOf(properties, u"queue.period"_s, u"1000"_s).toInt(&isNumber);
     const QString keep = valueOf(properties, u"queue.keep"_s);
-    Settings settings;
-    settings.runner.spool = valueOf(properties, u"queue.path"_s);
-    settings.runner.quarantine = valueOf(properties, u"setaside.path"_s);
-    settings.runner.period = milliseconds(isNumber ? period : -1);
-    settings.runner.keep = keep != u"0" && keep != u"false";
-    settings.archive = valueOf(properties, u"archive.path"_s);
-    settings.ledger = valueOf(properties, u"ledger.path"_s);
-    settings.lang = valueOf(properties, u"lang"_s);
-    return settings;
+    return {.runner = {.spool = valueOf(properties, u"queue.path"_s),
+                       .quarantine = valueOf(properties, u"setaside.path"_s),
+                       .period = std::chrono::milliseconds(isNumber ? period : -1),
+                       .keep = keep != u"0" && keep != u"false"},
+            .archive = valueOf(properties, u"archive.path"_s),
+            .ledger = valueOf(properties, u"ledger.path"_s),
+            .lang = valueOf(properties, u"lang"_s, Translator::getInstance()->defaultLang())};
 }
 
-void resolvePaths(Properties& properties, const QString& directory)
+void intake::resolvePaths(Properties& properties, const QString& directory)
 {
     for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"ledger.path"_s,
                                u"setaside.path"_s, u"log.filename"_s}) {
@@ -113,5 +98,3 @@ bool IntakeConfigController::isLegalConfiguration(Properties* properties)
         insertError(fault);
     return faults.isEmpty();
 }
-
-} // namespace intake

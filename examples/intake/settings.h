@@ -13,22 +13,18 @@ struct Settings {
     KezService::RunnerSettings runner; // queue.path, queue.period, queue.keep, setaside.path
     QString archive;                   // archive.path
     QString ledger;                    // ledger.path
-    QString lang;                      // empty: the user's
-
+    QString lang;                      // lang; without it, the user's
     static Settings of(const Properties& properties);
 };
 
 /// Makes the paths in `properties` absolute. A relative one starts at `directory`.
 void resolvePaths(Properties& properties, const QString& directory);
 
-/// Checks the service's own keys, one text per fault; LoggerConfigController checks those of the
-/// log.
+/// Checks the service's own keys; LoggerConfigController checks those of the log.
 class IntakeConfigController : public IConfigController {
     Q_OBJECT
 
 public:
-    using IConfigController::IConfigController;
-
     bool isLegalConfiguration(Properties* properties) override;
 };
 

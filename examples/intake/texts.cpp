@@ -8,9 +8,8 @@
 
 #include <QLocale>
 
+using namespace intake;
 using namespace Qt::StringLiterals;
-
-namespace intake {
 
 namespace {
 
@@ -21,23 +20,18 @@ bool isFrench()
 
 } // namespace
 
-void loadTexts()
+void intake::loadTexts()
 {
     auto* const translator = Translator::getInstance();
     translator->insertBundle(u":/intake/lang"_s, u"intake"_s, translator->defaultLang());
 }
 
-bool isLanguage(const QString& lang)
-{
-    return lang == u"fr_FR" || lang == u"en_US";
-}
-
-QString text(QLatin1String key)
+QString intake::text(QLatin1String key)
 {
     return Translator::getInstance()->string(key, u"intake"_s);
 }
 
-QString printable(const QString& name)
+QString intake::printable(const QString& name)
 {
     QString result;
     for (const QChar each : name) {
@@ -49,13 +43,13 @@ QString printable(const QString& name)
     return result;
 }
 
-QString countText(qint64 count)
+QString intake::countText(qint64 count)
 {
     return isFrench() ? Text::frenchIntegerFormat(count)
                       : QLocale(QLocale::English).toString(count);
 }
 
-QString amountText(qint64 hundredths, const QString& currency)
+QString intake::amountText(qint64 hundredths, const QString& currency)
 {
     const double units = static_cast<double>(hundredths) / 100; // exact up to 15 digits
     const QString amount = isFrench() ? Text::frenchDecimalFormat(units, 2)
@@ -63,10 +57,8 @@ QString amountText(qint64 hundredths, const QString& currency)
     return amount + u' ' + currency;
 }
 
-QString momentText(const QDateTime& moment)
+QString intake::momentText(const QDateTime& moment)
 {
     return isFrench() ? Text::frenchDateTime(moment, u" 'à' "_s, true, true)
                       : moment.toString(u"yyyy-MM-dd HH:mm:ss"_s);
 }
-
-} // namespace intake

@@ -7,20 +7,14 @@
 #include <QString>
 
 /// The texts of this example, module "intake", compiled into its programs in French and English.
-///
-/// *Threads*: any thread reads; the language is switched while no other thread does.
-/// *Fails*: never.
+/// Any thread reads them; the language is switched while no other thread does.
 namespace intake {
 
 /// Loads the texts in the user's language.
 void loadTexts();
 
-bool isLanguage(const QString& lang);
-
-/// The text of `key` in the current language.
+/// The text of `key` in the current language, its place markers replaced by the values.
 QString text(QLatin1String key);
-
-/// The same, with its place markers replaced.
 template <class... Values>
 QString text(QLatin1String key, const Values&... values)
 {
