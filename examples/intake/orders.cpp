@@ -79,7 +79,7 @@ SimpleDom parsed(const QByteArray& document)
 
 } // namespace
 
-/// Makes orders from the documents of one type.
+/// Makes orders from the documents of one type. A new class is named in registerOrderHandlers().
 struct OrderHandler {
     virtual ~OrderHandler() = default;
     virtual Order order(const SimpleDom& document) const = 0;
