@@ -1,152 +1,135 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-// Puts order files into a spool directory: good ones, with bad ones spread among them.
+// Delivers orders to a spool directory: good ones, with bad ones spread among them.
 
-#include "progress.h"
-#include "sampleorders.h"
 #include "texts.h"
 
-#include <kez/exception.h>
+#include <kez/service/delivery.h>
+#include <kez/service/exitcodes.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QDateTime>
-#include <QDir>
-#include <QFileInfo>
-#include <QScopeGuard>
 #include <QTextStream>
 #include <QThread>
+#include <QXmlStreamWriter>
 
-#include <cstdio>
-#include <cstdlib>
-
+using namespace KezService;
 using namespace Qt::StringLiterals;
+using intake::text;
 
 namespace {
 
-constexpr int UsageFault = 2;
+/// Every tenth order is a refund of the one before. The same arguments give the same document.
+QByteArray goodOrder(const QString& prefix, qint64 number)
+{
+    static const QStringList customers{u"Étienne Durand"_s, u"Maison Lefèvre & Fils"_s,
+                                       u"Zoë Martin"_s, u"Garage de l'Ouest"_s, u"Ana Núñez"_s};
+    const bool isRefund = number % 10 == 0;
+    const QString amount = QString::number((10 + number * 37 % 990) * 100 + number * 17 % 100);
+    const auto numbered = [&](qint64 each) { return prefix + u'-' + QString::number(each); };
+    QByteArray document;
+    QXmlStreamWriter writer(&document);
+    writer.setAutoFormatting(true);
+    writer.writeStartDocument();
+    writer.writeStartElement(u"order"_s);
+    writer.writeAttribute(u"type"_s, isRefund ? u"Refund"_s : u"Sale"_s);
+    writer.writeAttribute(u"number"_s, numbered(number));
+    if (isRefund)
+        writer.writeAttribute(u"refunds"_s, numbered(number - 1));
+    writer.writeTextElement(u"customer"_s, customers.at(number % customers.size()));
+    writer.writeStartElement(u"amount"_s);
+    writer.writeAttribute(u"currency"_s, u"EUR"_s);
+    writer.writeCharacters(amount.chopped(2) + u'.' + amount.right(2));
+    writer.writeEndDocument();
+    return document;
+}
 
-struct Task {
-    int good = 0;
-    int bad = 0;
-    int pause = 0; // ms
-    QString prefix;
-    QDir spool;
-};
+/// The numbers go through the ways in which a document is not an order.
+QByteArray badOrder(qint64 number)
+{
+    const QByteArray order = "<order number='B-1'>";
+    const QByteArray customer = "<customer>Zoé</customer>";
+    const QByteArray rest = "<amount currency='EUR'>12.50</amount></order>";
+    const QList<QByteArray> documents{
+        order + rest, // without a customer
+        order + customer + QByteArray(rest).replace("12.50", "-12,5O"),
+        "<order type='Gift' number='B-1'>" + customer + rest,
+        order + "<customer>" + QByteArray(100'000, 'x') + "</customer>" + rest,
+        order + customer + rest.chopped(10),
+        QByteArray("\x7f\x45LF\x02\x01\x00\xff\xfe=\n\x00", 12),
+        {},
+    };
+    return documents.at(number % documents.size());
+}
+
+void tell(const QString& line, FILE* stream = stdout)
+{
+    QTextStream(stream) << line << Qt::endl;
+}
 
 int usageFault(const QString& reason)
 {
-    QTextStream(stderr) << reason << '\n' << intake::text("DropUsage"_L1) << Qt::endl;
-    return UsageFault;
+    tell(reason + u'\n' + text("DropUsage"_L1), stderr);
+    return ExitUsage;
 }
 
-/// The value of an option if it is an integer of 0 or more; otherwise -1.
-int countOf(const QCommandLineParser& parser, const QString& option)
+int dropAll(const QString& directory, const QString& prefix, const QMap<QString, qint64>& counts)
 {
-    bool isNumber = false;
-    const int value = parser.value(option).toInt(&isNumber);
-    return isNumber && value >= 0 ? value : -1;
-}
-
-/// A file is written under a hidden name and renamed when it is complete: a queue takes a file as
-/// soon as it is visible.
-void drop(const QDir& spool, const QString& name, const QByteArray& content)
-{
-    const QString visible = spool.filePath(name);
-    if (QFileInfo::exists(visible))
-        throw Exception(intake::text("FileThere"_L1).arg(visible));
-    QFile file(spool.filePath(u'.' + name));
-    auto removeHidden = qScopeGuard([&file] { file.remove(); });
-    if (!file.open(QFile::WriteOnly) || file.write(content) != content.size() || !file.flush())
-        throw Exception(intake::text("CannotWrite"_L1).arg(file.fileName(), file.errorString()));
-    file.close();
-    if (std::rename(QFile::encodeName(file.fileName()).constData(),
-                    QFile::encodeName(visible).constData()) != 0)
-        throw Exception(intake::text("CannotWrite"_L1).arg(visible, intake::systemError()));
-    removeHidden.dismiss();
-}
-
-/// Whether the file at `index` is a bad one; they are spread evenly.
-bool isBad(const Task& task, qint64 index)
-{
-    const qint64 total = qint64{task.good} + task.bad;
-    return (index + 1) * task.bad / total > index * task.bad / total;
-}
-
-void dropAll(const Task& task)
-{
-    const int total = task.good + task.bad;
-    intake::Progress progress(total);
-    int badCount = 0;
-    for (int index = 0; index < total; ++index) {
-        const QByteArray content = isBad(task, index) ? intake::badOrder(badCount++)
-                                                      : intake::goodOrder(task.prefix, index + 1);
-        const QString number = QString::number(index + 1).rightJustified(6, u'0');
-        drop(task.spool, u"%1-%2.xml"_s.arg(task.prefix, number), content);
-        progress.show(index + 1);
-        if (task.pause > 0)
-            QThread::msleep(static_cast<unsigned long>(task.pause));
+    const Delivery spool(directory);
+    const qint64 total = counts[u"good"_s] + counts[u"bad"_s];
+    qint64 bad = 0;
+    for (qint64 index = 1; index <= total; ++index) {
+        const bool isBad = index * counts[u"bad"_s] / total > bad; // spread evenly
+        const QString number = QString::number(index).rightJustified(6, u'0');
+        spool.deliver(prefix + u'-' + number + u".xml"_s,
+                      isBad ? badOrder(bad++) : goodOrder(prefix, index));
+        if (index * 4 / total > (index - 1) * 4 / total)
+            tell(u"%1 / %2"_s.arg(index).arg(total));
+        QThread::msleep(static_cast<unsigned long>(counts[u"pause"_s]));
     }
-    QTextStream(stdout) << intake::text("Dropped"_L1)
-                               .arg(QString::number(task.good), QString::number(task.bad),
-                                    task.spool.path())
-                        << Qt::endl;
-}
-
-QString defaultPrefix()
-{
-    const QString now = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss"_s);
-    return u"%1-%2"_s.arg(now, QString::number(QCoreApplication::applicationPid()));
-}
-
-void addOptions(QCommandLineParser& parser)
-{
-    parser.addOption({u"good"_s, QString(), u"N"_s, u"100"_s});
-    parser.addOption({u"bad"_s, QString(), u"N"_s, u"0"_s});
-    parser.addOption({u"pause"_s, QString(), u"MS"_s, u"0"_s});
-    parser.addOption({u"prefix"_s, QString(), u"TEXT"_s, defaultPrefix()});
-    parser.addOption(QCommandLineOption(u"help"_s));
+    tell(text("Dropped"_L1, QString::number(total - bad), QString::number(bad), directory));
+    return ExitClean;
 }
 
 int run(const QCommandLineParser& parser)
 {
-    for (const QString& option : {u"good"_s, u"bad"_s, u"pause"_s})
-        if (countOf(parser, option) < 0)
-            return usageFault(intake::text("NoCount"_L1).arg(option, parser.value(option)));
-    const QStringList arguments = parser.positionalArguments();
-    if (arguments.size() != 1)
-        return usageFault(intake::text("OneSpool"_L1));
+    QMap<QString, qint64> counts;
+    for (const QString& option : {u"good"_s, u"bad"_s, u"pause"_s}) {
+        bool isNumber = false;
+        counts[option] = parser.value(option).toInt(&isNumber);
+        if (!isNumber || counts[option] < 0)
+            return usageFault(text("NoCount"_L1, option, parser.value(option)));
+    }
     const QString prefix = parser.value(u"prefix"_s);
+    if (parser.positionalArguments().size() != 1)
+        return usageFault(text("OneSpool"_L1));
     if (prefix.isEmpty() || prefix.startsWith(u'.') || prefix.contains(u'/'))
-        return usageFault(intake::text("NoPrefix"_L1).arg(prefix));
-    const QFileInfo spool(arguments.first());
-    if (!spool.isDir() || !spool.isWritable())
-        throw Exception(intake::text("NoSpool"_L1).arg(arguments.first()));
-    dropAll({countOf(parser, u"good"_s), countOf(parser, u"bad"_s), countOf(parser, u"pause"_s),
-             prefix, QDir(spool.filePath())});
-    return EXIT_SUCCESS;
+        return usageFault(text("NoPrefix"_L1, prefix));
+    return dropAll(parser.positionalArguments().first(), prefix, counts);
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
-{
+try {
     const QCoreApplication application(argc, argv);
     intake::loadTexts();
-
+    const QString now = QDateTime::currentDateTime().toString(u"yyyyMMdd-HHmmss-"_s);
     QCommandLineParser parser;
-    addOptions(parser);
+    parser.addOptions({{u"good"_s, QString(), u"N"_s, u"100"_s},
+                       {u"bad"_s, QString(), u"N"_s, u"0"_s},
+                       {u"pause"_s, QString(), u"MS"_s, u"0"_s},
+                       {u"prefix"_s, QString(), u"TEXT"_s,
+                        now + QString::number(QCoreApplication::applicationPid())},
+                       {u"help"_s, QString()}});
     if (!parser.parse(QCoreApplication::arguments()))
         return usageFault(parser.errorText());
-    if (parser.isSet(u"help"_s)) {
-        QTextStream(stdout) << intake::text("DropUsage"_L1) << Qt::endl;
-        return EXIT_SUCCESS;
-    }
-    try {
+    if (!parser.isSet(u"help"_s))
         return run(parser);
-    } catch (const Exception& failure) {
-        QTextStream(stderr) << failure.detail() << Qt::endl;
-        return EXIT_FAILURE;
-    }
+    tell(text("DropUsage"_L1));
+    return ExitClean;
+} catch (const Exception& failure) {
+    tell(failure.detail(), stderr);
+    return ExitFailure;
 }

@@ -1,121 +1,166 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "intakeconfigcontroller.h"
-#include "orderhandler.h"
-#include "service.h"
+#include "ledger.h"
 #include "settings.h"
 #include "texts.h"
 
 #include <kez/configuration.h>
-#include <kez/exception.h>
-#include <kez/identity.h>
 #include <kez/log.h>
 #include <kez/loggerconfigcontroller.h>
+#include <kez/service/delivery.h>
+#include <kez/service/messagebridge.h>
+#include <kez/service/serviceapplication.h>
+#include <kez/service/servicelog.h>
+#include <kez/service/servicenotifier.h>
+#include <kez/service/unixsignals.h>
+#include <kez/translator.h>
 
-#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
 
-#include <cstdlib>
-#include <exception>
-#include <memory>
+#include <climits>
 
+using namespace intake;
+using namespace KezService;
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int UsageFault = 2;
+constexpr auto Patience = 10s; // with the files at hand, when all has to pause or to stop
 
-const auto Version = QStringLiteral("1.0.0");
-
-void tell(FILE* stream, const QString& line)
-{
-    QTextStream(stream) << line << Qt::endl;
-}
-
-/// The faults of the whole configuration, each once.
-QStringList faultsOf(Config& config)
-{
-    LoggerConfigController logController;
-    intake::IntakeConfigController ownController;
-    config.isLegalConfiguration(&logController);
-    config.isLegalConfiguration(&ownController);
-    return logController.errors() + ownController.errors();
-}
-
-/// A legal configuration, or null after its faults were shown. Throws Exception.
+/// Throws Exception, with one line per fault.
 std::shared_ptr<Config> loadConfiguration(const QString& path)
 {
-    const auto config = Config::load(path, Version);
-    const auto properties = config->properties();
-    intake::resolvePaths(*properties, QFileInfo(path).absolutePath());
-    if (const QString lang = intake::trimmedValue(*properties, u"lang"_s); intake::isLanguage(lang))
-        intake::startInLanguage(lang);
+    const auto config = Config::load(path, u"1.0.0"_s);
+    resolvePaths(*config->properties(), QFileInfo(path).absolutePath());
+    if (const QString lang = Settings::of(*config->properties()).lang;
+        Log::languages().contains(lang))
+        Translator::getInstance()->setDefaultLang(lang);
 
-    const QStringList faults = faultsOf(*config);
+    LoggerConfigController logController;
+    IntakeConfigController ownController;
+    config->isLegalConfiguration(&logController);
+    config->isLegalConfiguration(&ownController);
+    const QStringList faults = logController.errors() + ownController.errors();
     if (faults.isEmpty())
         return config;
-    tell(stderr, intake::text("ConfigurationFaults"_L1).arg(path, QString::number(faults.size())));
-    for (const QString& fault : faults)
-        tell(stderr, u"  "_s + fault);
-    return nullptr;
+    const QString title = text("ConfigurationFaults"_L1, path, QString::number(faults.size()));
+    throw Exception((QStringList(title) + faults).join(u"\n  "_s));
 }
 
-void openLog(Config& config)
+QByteArray digestOf(const QString& path)
 {
-    config.setLogger(config.getOrbuildFileSystemLogger());
-    Log::initInstance(*config.logger());
-    config.logBanner(config.logBannerTitle(), Version, config.displayPropertiesWithinBanner(),
-                     Kez::defaultCopyright());
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!file.open(QFile::ReadOnly) || !hash.addData(&file))
+        throw Exception(text("CannotRead"_L1, printable(path), file.errorString()));
+    return hash.result();
 }
 
-int serve(const QString& path)
+/// Keeps a copy of the file, unless an interrupted attempt has made it. If the archive has another
+/// file of that name, the copy is named by the file's key.
+Outcome keepCopy(const FileAtHand& file, const Delivery& archive)
 {
-    const auto config = loadConfiguration(path);
-    if (!config)
-        return EXIT_FAILURE;
-    openLog(*config);
-    intake::Service(*config).run();
-    return EXIT_SUCCESS;
+    const QDir copies(archive.directory());
+    const bool isTaken =
+        copies.exists(file.name) && digestOf(copies.filePath(file.name)) != digestOf(file.path);
+    const QString name = isTaken ? file.key : file.name;
+    if (!copies.exists(name))
+        archive.deliverFile(file.path, name);
+    Log::getInstance()->info(isTaken ? text("ArchivedAs"_L1, printable(file.name), name)
+                                     : text("Archived"_L1, printable(file.name)));
+    return Outcome::done();
 }
 
-/// Does what the arguments ask for; the result is the exit code.
-int run(const QStringList& arguments)
+/// The translator has no lock: the texts are exchanged while nobody reads them.
+void switchLanguage(FileRunner& runner)
 {
-    intake::loadTexts();
-    intake::registerOrderHandlers();
-    if (arguments == QStringList{u"--help"_s}) {
-        tell(stdout, intake::text("ServiceUsage"_L1));
-        return EXIT_SUCCESS;
+    auto* const translator = Translator::getInstance();
+    const QString lang = translator->defaultLang() == u"fr_FR" ? u"en_US"_s : u"fr_FR"_s;
+    if (!runner.pause(Patience)) {
+        Log::getInstance()->warning(text("LanguageStays"_L1));
+        return;
     }
-    if (arguments.size() != 1 || arguments.first().isEmpty() ||
-        arguments.first().startsWith(u'-')) {
-        tell(stderr, intake::text("ServiceUsage"_L1));
-        return UsageFault;
-    }
-    return serve(arguments.first());
+    translator->setDefaultLang(lang); // cannot fail: both are compiled in
+    Log::getInstance()->info(text("LanguageSwitched"_L1, lang));
+    runner.resume();
 }
 
-int runOrTell(const QStringList& arguments)
+void logSummary(const RunnerProgress& progress, const Ledger& ledger)
 {
-    try {
-        return run(arguments);
-    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference): LangBundle
-        const std::unique_ptr<Exception> failure(thrown);
-        tell(stderr, failure->detail());
-    } catch (const Exception& failure) {
-        tell(stderr, failure.detail());
-    } catch (const std::exception& failure) {
-        tell(stderr, QString::fromLocal8Bit(failure.what()));
-    }
-    return EXIT_FAILURE;
+    const ConsumerProgress& archive = progress.consumers.at(0);
+    const ConsumerProgress& booking = progress.consumers.at(1);
+    Log::getInstance()->info(text("WorkDone"_L1, momentText(QDateTime::currentDateTime()),
+                                  countText(archive.done), countText(ledger.count()),
+                                  countText(archive.quarantined + booking.quarantined)));
+    const QMap<QString, qint64> totals = ledger.totals();
+    QStringList amounts;
+    for (auto total = totals.begin(); total != totals.end(); ++total)
+        amounts += amountText(total.value(), total.key());
+    if (!amounts.isEmpty())
+        Log::getInstance()->info(text("TotalBooked"_L1, amounts.join(u" ; "_s)));
+}
+
+/// Works until a signal ends it; the result is the exit code.
+int serve(const Settings& settings)
+try {
+    UnixSignals received;
+    ServiceNotifier notifier;
+    const Delivery archive(settings.archive);
+    const auto ledger = std::make_shared<Ledger>(settings.ledger);
+    const auto keep = [archive](const FileAtHand& file) { return keepCopy(file, archive); };
+    const auto book = [ledger](const FileAtHand& file) { return ledger->book(file); };
+
+    // A full disk must not send good orders to quarantine: there is no last attempt.
+    const HandlerSettings untiring{.attempts = INT_MAX, .longestPause = 1min};
+    FileRunner runner(settings.runner);
+    runner.addConsumer(u"archive"_s, keep, untiring);
+    runner.addConsumer(u"ledger"_s, book, untiring);
+    runner.start();
+    Log::getInstance()->info(text("Ready"_L1, settings.runner.spool));
+    notifier.ready();
+
+    QObject::connect(&received, &UnixSignals::hangUpReceived, [&] { switchLanguage(runner); });
+    QObject::connect(&received, &UnixSignals::stopRequested, [&](const QString& signal) {
+        Log::getInstance()->info(text("StopRequested"_L1, signal));
+        notifier.stopping();
+        const bool isClean = runner.stop(Patience).isClean();
+        if (isClean)
+            logSummary(runner.progress(), *ledger);
+        Log::getInstance()->info(text("Stopped"_L1));
+        QCoreApplication::exit(isClean ? ExitClean : ExitFailure);
+    });
+    received.listen();
+    return QCoreApplication::exec();
+} catch (const Exception& failure) {
+    const QString reason = text("ServiceFailed"_L1, failure.detail());
+    Log::getInstance()->critical(reason);
+    throw Exception(reason);
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
-{
-    const QCoreApplication application(argc, argv);
-    return runOrTell(QCoreApplication::arguments().mid(1));
+try {
+    const ServiceApplication application(argc, argv);
+    loadTexts();
+    registerOrderHandlers();
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    const bool isHelp = arguments == QStringList{u"--help"_s};
+    const QString path = arguments.value(0);
+    if (arguments.size() != 1 || path.isEmpty() || path.startsWith(u'-')) {
+        QTextStream(isHelp ? stdout : stderr) << text("ServiceUsage"_L1) << Qt::endl;
+        return isHelp ? ExitClean : ExitUsage;
+    }
+    const auto config = loadConfiguration(path);
+    openLog(*config);
+    const MessageBridge bridge;
+    return serve(Settings::of(*config->properties()));
+} catch (const Exception& failure) {
+    QTextStream(stderr) << failure.detail() << Qt::endl;
+    return ExitFailure;
 }

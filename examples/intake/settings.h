@@ -3,35 +3,29 @@
 
 #pragma once
 
-#include <QString>
-
-class Properties;
+#include <kez/iconfigcontroller.h>
+#include <kez/service/filerunner.h>
 
 namespace intake {
 
-/// The service's own settings, from a configuration that IntakeConfigController has accepted.
+/// The service's own settings; the file intake.properties says what its keys mean.
 struct Settings {
-    static constexpr int DefaultPeriod = 1000;
-
-    QString spool;              // queue.path: the watched directory
-    int period = DefaultPeriod; // queue.period: milliseconds between re-scans, 0 for none
-    bool keep = true; // queue.keep: whether files found at start-up are handled or deleted
-    QString archive;  // archive.path
-    QString ledger;   // ledger.path
-    QString setAside; // setaside.path
-
-    static Settings fromProperties(const Properties& properties);
+    KezService::RunnerSettings runner; // queue.path, queue.period, queue.keep, setaside.path
+    QString archive;                   // archive.path
+    QString ledger;                    // ledger.path
+    QString lang;                      // lang; without it, the user's
+    static Settings of(const Properties& properties);
 };
 
-/// Makes the paths in `properties` absolute, that of the log, too. A relative one starts at
-/// `directory`, that of the properties file, not at the working directory.
+/// Makes the paths in `properties` absolute. A relative one starts at `directory`.
 void resolvePaths(Properties& properties, const QString& directory);
 
-/// The value without blanks around it; an empty text if the key is absent.
-QString trimmedValue(const Properties& properties, const QString& key);
+/// Checks the service's own keys; LoggerConfigController checks those of the log.
+class IntakeConfigController : public IConfigController {
+    Q_OBJECT
 
-/// How `queue.keep` is written.
-bool isYes(const QString& value);
-bool isNo(const QString& value);
+public:
+    bool isLegalConfiguration(Properties* properties) override;
+};
 
 } // namespace intake

@@ -3,69 +3,62 @@
 
 #include "texts.h"
 
-#include <kez/log.h>
+#include <kez/text.h>
 #include <kez/translator.h>
 
-#include <QFileInfo>
+#include <QLocale>
 
-#include <cerrno>
-#include <cstring>
-
-namespace intake {
+using namespace intake;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto BundleDirectory = QStringLiteral(":/intake/lang");
-const auto Module = QStringLiteral("intake");
-const auto LibraryModule = QStringLiteral("kez");
+bool isFrench()
+{
+    return Translator::getInstance()->defaultLang() == u"fr_FR";
+}
 
 } // namespace
 
-void loadTexts()
+void intake::loadTexts()
 {
-    auto* translator = Translator::getInstance();
-    translator->insertBundle(BundleDirectory, Module, translator->defaultLang());
+    auto* const translator = Translator::getInstance();
+    translator->insertBundle(u":/intake/lang"_s, u"intake"_s, translator->defaultLang());
 }
 
-void startInLanguage(const QString& lang)
+QString intake::text(QLatin1String key)
 {
-    auto* translator = Translator::getInstance();
-    if (lang == translator->defaultLang())
-        return;
-    translator->changeLang(LibraryModule, lang);
-    translator->changeLang(Module, lang);
-    translator->setDefaultBundleKey(LibraryModule, lang);
+    return Translator::getInstance()->string(key, u"intake"_s);
 }
 
-bool isLanguage(const QString& lang)
-{
-    return Log::languages().contains(lang) &&
-           QFileInfo::exists(LangBundle(BundleDirectory, Module, lang).bundleFileName());
-}
-
-QString text(QLatin1String key)
-{
-    return Translator::getInstance()->string(key, Module);
-}
-
-QString printable(const QString& name)
+QString intake::printable(const QString& name)
 {
     QString result;
-    result.reserve(name.size());
-    for (const QChar character : name) {
-        const bool isControl = character.category() == QChar::Other_Control;
-        if (isControl || character == u';' || character == u'%')
-            result +=
-                QStringLiteral("%%1").arg(character.unicode(), 2, 16, QLatin1Char('0')).toUpper();
+    for (const QChar each : name) {
+        if (each.category() == QChar::Other_Control || each == u';' || each == u'%')
+            result += u"%%1"_s.arg(each.unicode(), 2, 16, QLatin1Char('0')).toUpper();
         else
-            result += character;
+            result += each;
     }
     return result;
 }
 
-QString systemError()
+QString intake::countText(qint64 count)
 {
-    return QString::fromLocal8Bit(std::strerror(errno));
+    return isFrench() ? Text::frenchIntegerFormat(count)
+                      : QLocale(QLocale::English).toString(count);
 }
 
-} // namespace intake
+QString intake::amountText(qint64 hundredths, const QString& currency)
+{
+    const double units = static_cast<double>(hundredths) / 100; // exact up to 15 digits
+    const QString amount = isFrench() ? Text::frenchDecimalFormat(units, 2)
+                                      : QLocale(QLocale::English).toString(units, 'f', 2);
+    return amount + u' ' + currency;
+}
+
+QString intake::momentText(const QDateTime& moment)
+{
+    return isFrench() ? Text::frenchDateTime(moment, u" 'à' "_s, true, true)
+                      : moment.toString(u"yyyy-MM-dd HH:mm:ss"_s);
+}

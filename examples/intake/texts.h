@@ -3,29 +3,23 @@
 
 #pragma once
 
-#include <QLatin1String>
+#include <QDateTime>
 #include <QString>
 
 /// The texts of this example, module "intake", compiled into its programs in French and English.
-///
-/// *Threads*: any thread reads; loading and switching happen while no other thread reads.
-/// *Owns*: nothing; the translator keeps the bundles.
-/// *Fails*: loadTexts() and startInLanguage() throw a pointer to an Exception, as
-/// LangBundle::load does; the rest never.
+/// Any thread reads them; the language is switched while no other thread does.
 namespace intake {
 
 /// Loads the texts in the user's language.
 void loadTexts();
 
-/// Makes `lang` the language of every text, at the start of a program, before it has a log:
-/// Translator::setDefaultLang would create a log without a file.
-void startInLanguage(const QString& lang);
-
-/// Whether this example and the library have texts in that language.
-bool isLanguage(const QString& lang);
-
-/// The text of `key` in the current language.
+/// The text of `key` in the current language, its place markers replaced by the values.
 QString text(QLatin1String key);
+template <class... Values>
+QString text(QLatin1String key, const Values&... values)
+{
+    return text(key).arg(values...);
+}
 
 /// `name` on one line and without the ledger's separator: control characters, ";" and "%" become
 /// "%XX". A file name comes from outside and may hold anything.
@@ -33,7 +27,9 @@ QString text(QLatin1String key);
 ///     a;b<line feed>c  ->  a%3Bb%0Ac
 QString printable(const QString& name);
 
-/// The system's text for the failure of the last system call (errno).
-QString systemError();
+// Numbers and times as people read them in the current language; "_" is a narrow no-break space.
+QString countText(qint64 count);                                // 1_234 or 1,234
+QString amountText(qint64 hundredths, const QString& currency); // 12,50 EUR or 12.50 EUR
+QString momentText(const QDateTime& moment); // 09/03/2026 à 08:05:04 or 2026-03-09 08:05:04
 
 } // namespace intake

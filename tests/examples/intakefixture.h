@@ -32,10 +32,14 @@ inline void dropFile(const QString& path, const QByteArray& content)
     QVERIFY(QFile::rename(hidden, path));
 }
 
+/// What is in the directory, hidden or not, except the directory in which the service kit keeps its
+/// own files.
 inline QStringList entriesOf(const QString& directory)
 {
-    return QDir(directory).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                                     QDir::Name);
+    QStringList names = QDir(directory).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    names.removeAll(QStringLiteral(".kez"));
+    return names;
 }
 
 /// The directories and the configuration of one service, in a directory of their own.
@@ -51,7 +55,16 @@ public:
     QString spool(const QString& name) const { return path("spool/") + name; }
     QStringList spooled() const { return entriesOf(path("spool")); }
     QStringList archived() const { return entriesOf(path("archive")); }
-    QStringList setAside() const { return entriesOf(path("setaside")); }
+
+    /// The files that were set aside, without the text that lies beside each of them.
+    QStringList setAside() const
+    {
+        QStringList names = entriesOf(path("setaside"));
+        for (const QString& name : QStringList(names))
+            if (names.contains(name + QStringLiteral(".txt")))
+                names.removeOne(name + QStringLiteral(".txt"));
+        return names;
+    }
 
     /// The files that the ledger names, in its order.
     QStringList booked() const

@@ -113,6 +113,7 @@ private Q_SLOTS:
     void hangUpSwitchesTheLanguageThereAndBack();
     void restartBooksNothingTwice();
     void bookedFileIsOnlyArchived();
+    void copyOfAnInterruptedAttemptCounts();
     void otherOrderUnderABookedNameIsSetAside();
     void unfinishedLedgerLineIsCutAway();
     void secondServiceOnTheLedgerIsRefused();
@@ -397,10 +398,10 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
     dropFile(fixture.spool(u"c.xml"_s), "<commande/>");
-    QTRY_VERIFY_WITH_TIMEOUT(
-        fixture.logHas(
-            "<WARNG> Fichier [c.xml] écarté : l'élément le plus haut n'est pas \"order\""),
-        Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<ERROR> Le fichier [c.xml] est mis en quarantaine par "
+                                            "[ledger] (l'élément le plus haut "
+                                            "n'est pas \"order\") sous le nom [c.xml]\n"),
+                             Patience);
     QCOMPARE(service.stop(), 0);
     const QRegularExpression summary(
         u"<INFOR> Bilan du \\d\\d/\\d\\d/\\d{4} à \\d\\d:\\d\\d:\\d\\d : 3 fichiers archivés, "
@@ -455,6 +456,20 @@ void TestIntake::bookedFileIsOnlyArchived()
     QVERIFY(fixture.logHas("File [a%0A.xml] was booked before: nothing to do"));
 }
 
+void TestIntake::copyOfAnInterruptedAttemptCounts()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    QVERIFY(writeFile(fixture.path("archive/a.xml"), goodDocument()));
+    dropFile(fixture.spool(u"a.xml"_s), goodDocument());
+    RunningService service(fixture);
+    QVERIFY(service.waitUntilReady());
+    QTRY_COMPARE_WITH_TIMEOUT(fixture.spooled(), QStringList(), Patience);
+    QCOMPARE(service.stop(), 0);
+    QCOMPARE(fixture.archived(), QStringList{u"a.xml"_s});
+    QVERIFY(fixture.logHas("<INFOR> File [a.xml] archived\n"));
+}
+
 void TestIntake::otherOrderUnderABookedNameIsSetAside()
 {
     const IntakeFixture fixture;
@@ -468,8 +483,16 @@ void TestIntake::otherOrderUnderABookedNameIsSetAside()
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.booked(), QStringList{u"a.xml"_s});
     QCOMPARE(readFile(fixture.path("setaside/a.xml")), goodDocument("C-2"));
+    QStringList archived = fixture.archived();
+    QCOMPARE(archived.size(), 2);
+    QVERIFY(archived.removeOne(u"a.xml"_s));
+    QCOMPARE(readFile(fixture.path("archive/a.xml")), goodDocument("C-1"));
+    QCOMPARE(readFile(fixture.path("archive/") + archived.first()), goodDocument("C-2"));
+    const QString line = u"<INFOR> File [a.xml] archived as [%1]"_s.arg(archived.first());
+    QVERIFY(fixture.log().contains(line));
     QVERIFY(fixture.logHas(
-        "<WARNG> File [a.xml] set aside: a file of this name was booked before, as order C-1\n"));
+        "<ERROR> The file [a.xml] goes to quarantine for [ledger] (a file of this name was booked "
+        "before, as order C-1), under the name [a.xml]\n"));
 }
 
 void TestIntake::unfinishedLedgerLineIsCutAway()
@@ -540,7 +563,9 @@ void TestIntake::malformedOrderIsSetAside()
     QCOMPARE(readFile(fixture.path("setaside/a.xml")), document);
     QCOMPARE(fixture.archived(), QStringList({u"a.xml"_s, u"b.xml"_s}));
     QCOMPARE(fixture.booked(), QStringList{u"b.xml"_s});
-    const QByteArray line = "<WARNG> File [a.xml] set aside: " + reason + "\n";
+    QVERIFY(readFile(fixture.path("setaside/a.xml.txt")).contains("\nreason=" + reason + "\n"));
+    const QByteArray line = "<ERROR> The file [a.xml] goes to quarantine for [ledger] (" + reason +
+                            "), under the name [a.xml]\n";
     QVERIFY2(fixture.logHas(line.constData()), line.constData());
 }
 
@@ -599,7 +624,9 @@ void TestIntake::archiveFailureIsTriedAgain()
     QVERIFY(QDir().rmdir(fixture.path("archive")));
     dropFile(fixture.spool(u"a.xml"_s), goodDocument());
     QTRY_VERIFY_WITH_TIMEOUT(
-        fixture.logHas("<WARNG> File [a.xml] put off by [archive]: cannot write ["), Patience);
+        fixture.logHas("<WARNG> The file [a.xml] could not be handled by [archive] (attempt 1): "
+                       "File [a.xml] is not delivered to "),
+        Patience);
     QTRY_COMPARE_WITH_TIMEOUT(fixture.booked(), QStringList{u"a.xml"_s}, Patience);
     QCOMPARE(fixture.spooled(), QStringList{u"a.xml"_s});
 
@@ -608,7 +635,7 @@ void TestIntake::archiveFailureIsTriedAgain()
     QCOMPARE(service.stop(), 0);
     QCOMPARE(fixture.archived(), QStringList{u"a.xml"_s});
     QCOMPARE(fixture.booked(), QStringList{u"a.xml"_s});
-    QCOMPARE(fixture.log().count(u"put off by"_s), 1);
+    QCOMPARE(fixture.log().count(u"<WARNG> The file [a.xml] could not be handled"_s), 1);
 }
 
 void TestIntake::wrongProducerCommandLineIsTold_data()
@@ -646,7 +673,8 @@ void TestIntake::producerNeedsASpool()
 {
     const Outcome outcome = runToEnd(INTAKE_DROP_PROGRAM, {u"/nowhere"_s});
     QCOMPARE(outcome.exitCode, 1);
-    QCOMPARE(outcome.err, u"[/nowhere] is not a writable directory\n"_s);
+    QCOMPARE(outcome.err,
+             u"Directory /nowhere cannot receive files: No such file or directory\n"_s);
 }
 
 void TestIntake::producerDropsWholeFiles()
@@ -672,7 +700,8 @@ void TestIntake::producerOverwritesNothing()
     const Outcome outcome =
         runToEnd(INTAKE_DROP_PROGRAM, {u"--good"_s, u"3"_s, u"--prefix"_s, u"p"_s, spool.path()});
     QCOMPARE(outcome.exitCode, 1);
-    QCOMPARE(outcome.err, u"file [%1] exists already\n"_s.arg(taken));
+    QCOMPARE(outcome.err, u"File [p-000002.xml] is not delivered to %1: the name is taken\n"_s.arg(
+                              spool.path()));
     QCOMPARE(readFile(taken), QByteArray("mine"));
     QCOMPARE(entriesOf(spool.path()).size(), 2);
 }

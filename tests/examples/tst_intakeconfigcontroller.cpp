@@ -1,9 +1,11 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "intakeconfigcontroller.h"
 #include "intakefixture.h"
+#include "settings.h"
 #include "texts.h"
+
+#include <kez/translator.h>
 
 using namespace Qt::StringLiterals;
 
@@ -34,7 +36,7 @@ private Q_SLOTS:
 void TestIntakeConfigController::initTestCase()
 {
     intake::loadTexts();
-    intake::startInLanguage(u"en_US"_s);
+    Translator::getInstance()->setDefaultLang(u"en_US"_s);
 }
 
 void TestIntakeConfigController::correctedConfigurationIsLegal()

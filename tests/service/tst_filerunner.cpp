@@ -47,6 +47,7 @@ private Q_SLOTS:
     void restartRepeatsNothing();
     void doneForSomeStaysDoneAfterARestart();
     void progressIsAnnounced();
+    void progressAfterTheStopIsTheLastOne();
     void statusFileShowsTheProgress();
     void filesFoundAreDeletedWithoutKeep();
 };
@@ -573,6 +574,28 @@ void TestFileRunner::progressIsAnnounced()
     QCOMPARE(only.oldest, QString("order-000001"));
     QVERIFY(only.oldestSince.secsTo(QDateTime::currentDateTime()) < 3600);
     QTRY_VERIFY(announcements > 0);
+}
+
+void TestFileRunner::progressAfterTheStopIsTheLastOne()
+{
+    const Spool spool;
+    QVERIFY(spool.putMany(3));
+    std::promise<void> lastFile;
+    FileRunner runner(settingsFor(spool));
+    runner.addConsumer("only", [&](const FileAtHand& file) {
+        if (file.name == u"order-000000")
+            return Outcome::reject("no");
+        if (file.name == u"order-000002")
+            lastFile.set_value();
+        return Outcome::done();
+    });
+    runner.start();
+    lastFile.get_future().wait();
+    QCOMPARE(runner.stop(10s).waiting, qint64(0)); // before the next announcement is due
+    const RunnerProgress progress = runner.progress();
+    QCOMPARE(progress.files, qint64(0));
+    QCOMPARE(progress.consumers.first().done, qint64(2));
+    QCOMPARE(progress.consumers.first().quarantined, qint64(1));
 }
 
 void TestFileRunner::statusFileShowsTheProgress()

@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "orderhandler.h"
-#include "orderreader.h"
+#include "orders.h"
 #include "texts.h"
+
+#include <kez/translator.h>
 
 #include <QTest>
 
@@ -38,7 +39,7 @@ QByteArray withAmount(const QByteArray& amount)
 
 } // namespace
 
-class TestOrderReader : public QObject {
+class TestOrders : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -56,14 +57,14 @@ private Q_SLOTS:
     void longestDocumentIsRead();
 };
 
-void TestOrderReader::initTestCase()
+void TestOrders::initTestCase()
 {
     intake::loadTexts();
-    intake::startInLanguage(u"en_US"_s);
+    Translator::getInstance()->setDefaultLang(u"en_US"_s);
     intake::registerOrderHandlers();
 }
 
-void TestOrderReader::saleIsRead_data()
+void TestOrders::saleIsRead_data()
 {
     const QByteArray content =
         "<customer>Zoé &amp; Cie</customer><amount currency='EUR'>1.5</amount>";
@@ -86,7 +87,7 @@ void TestOrderReader::saleIsRead_data()
         "<a:amount currency='EUR'>1.5</a:amount></a:order>");
 }
 
-void TestOrderReader::saleIsRead()
+void TestOrders::saleIsRead()
 {
     QFETCH(const QByteArray, document);
     const Order sale = readOrder(document);
@@ -96,7 +97,7 @@ void TestOrderReader::saleIsRead()
     QCOMPARE(sale.currency, u"EUR"_s);
 }
 
-void TestOrderReader::refundIsNegative()
+void TestOrders::refundIsNegative()
 {
     const QByteArray content = "<customer>x</customer><amount currency='EUR'>12.05</amount>";
     QCOMPARE(readOrder(order("type='Refund' number='R-1' refunds='C-1'", content)).amount,
@@ -105,13 +106,13 @@ void TestOrderReader::refundIsNegative()
              u"\"refunds\" is absent or empty"_s);
 }
 
-void TestOrderReader::handlersAreRegisteredOnce()
+void TestOrders::handlersAreRegisteredOnce()
 {
     intake::registerOrderHandlers();
     QCOMPARE(refusal(withAmount("1")), QString());
 }
 
-void TestOrderReader::amountIsAccepted_data()
+void TestOrders::amountIsAccepted_data()
 {
     QTest::addColumn<QByteArray>("amount");
     QTest::addColumn<qint64>("hundredths"); // below 0: refused
@@ -139,7 +140,7 @@ void TestOrderReader::amountIsAccepted_data()
     row("1\u00a0", 100); // the blank is trimmed
 }
 
-void TestOrderReader::amountIsAccepted()
+void TestOrders::amountIsAccepted()
 {
     QFETCH(const QByteArray, amount);
     QFETCH(const qint64, hundredths);
@@ -150,7 +151,7 @@ void TestOrderReader::amountIsAccepted()
         QCOMPARE(readOrder(document).amount, hundredths);
 }
 
-void TestOrderReader::malformedDocumentIsRefused_data()
+void TestOrders::malformedDocumentIsRefused_data()
 {
     const QByteArray amount = "<amount currency='EUR'>1</amount>";
     const QByteArray customer = "<customer>x</customer>";
@@ -196,14 +197,14 @@ void TestOrderReader::malformedDocumentIsRefused_data()
     row("UTF-16", QByteArray("\xff\xfe<\0o\0", 6), u"this is not a text in UTF-8"_s);
 }
 
-void TestOrderReader::malformedDocumentIsRefused()
+void TestOrders::malformedDocumentIsRefused()
 {
     QFETCH(const QByteArray, document);
     QFETCH(const QString, reason);
     QCOMPARE(refusal(document), reason);
 }
 
-void TestOrderReader::brokenXmlIsRefused_data()
+void TestOrders::brokenXmlIsRefused_data()
 {
     QByteArray bomb = "<!DOCTYPE order [<!ENTITY a0 'aaaaaaaaaa'>";
     for (int level = 1; level < 9; ++level) {
@@ -221,7 +222,7 @@ void TestOrderReader::brokenXmlIsRefused_data()
     QTest::newRow("unclosed, deep") << QByteArray("<order>").repeated(9000);
 }
 
-void TestOrderReader::brokenXmlIsRefused()
+void TestOrders::brokenXmlIsRefused()
 {
     QFETCH(const QByteArray, document);
     const QString reason = refusal(document);
@@ -229,7 +230,7 @@ void TestOrderReader::brokenXmlIsRefused()
     QVERIFY(!reason.contains(u'\n'));
 }
 
-void TestOrderReader::longestDocumentIsRead()
+void TestOrders::longestDocumentIsRead()
 {
     QByteArray document = withAmount("1");
     document.append(intake::MaxOrderSize - document.size(), '\n');
@@ -237,5 +238,5 @@ void TestOrderReader::longestDocumentIsRead()
     QCOMPARE(refusal(document + '\n'), u"more than 65536 bytes"_s);
 }
 
-QTEST_GUILESS_MAIN(TestOrderReader)
-#include "tst_orderreader.moc"
+QTEST_GUILESS_MAIN(TestOrders)
+#include "tst_orders.moc"

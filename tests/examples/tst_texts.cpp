@@ -1,14 +1,15 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "formats.h"
 #include "texts.h"
+
+#include <kez/translator.h>
 
 #include <QTest>
 
 using namespace Qt::StringLiterals;
 
-class TestFormats : public QObject {
+class TestTexts : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
@@ -18,12 +19,12 @@ private Q_SLOTS:
     void largestAmountsKeepTheirCents();
 };
 
-void TestFormats::initTestCase()
+void TestTexts::initTestCase()
 {
     intake::loadTexts();
 }
 
-void TestFormats::numbersAndTimesReadInTheLanguage_data()
+void TestTexts::numbersAndTimesReadInTheLanguage_data()
 {
     QTest::addColumn<QString>("lang");
     QTest::addColumn<QString>("count");
@@ -35,20 +36,20 @@ void TestFormats::numbersAndTimesReadInTheLanguage_data()
                              << u"2026-03-09 08:05:04"_s;
 }
 
-void TestFormats::numbersAndTimesReadInTheLanguage()
+void TestTexts::numbersAndTimesReadInTheLanguage()
 {
     QFETCH(const QString, lang);
-    intake::startInLanguage(lang);
+    Translator::getInstance()->setDefaultLang(lang);
     QTEST(intake::countText(12345), "count");
     QTEST(intake::amountText(-123405, u"EUR"_s), "amount");
     QTEST(intake::momentText(QDateTime(QDate(2026, 3, 9), QTime(8, 5, 4, 7))), "moment");
 }
 
-void TestFormats::largestAmountsKeepTheirCents()
+void TestTexts::largestAmountsKeepTheirCents()
 {
-    intake::startInLanguage(u"en_US"_s);
+    Translator::getInstance()->setDefaultLang(u"en_US"_s);
     QCOMPARE(intake::amountText(999'999'999'999'999, u"EUR"_s), u"9,999,999,999,999.99 EUR"_s);
 }
 
-QTEST_GUILESS_MAIN(TestFormats)
-#include "tst_formats.moc"
+QTEST_GUILESS_MAIN(TestTexts)
+#include "tst_texts.moc"

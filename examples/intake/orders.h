@@ -5,6 +5,7 @@
 
 #include <kez/exception.h>
 
+#include <QByteArray>
 #include <QString>
 
 namespace intake {
@@ -18,13 +19,20 @@ struct Order {
 };
 
 /// Why a document is not an order, in words for the operator.
-///
-/// *Threads*: a built exception is read from any thread.
-/// *Owns*: its text.
-/// *Fails*: never.
 class MalformedOrder : public Exception {
 public:
     using Exception::Exception;
 };
+
+/// In bytes; a longer document is not an order.
+constexpr qsizetype MaxOrderSize = 65536;
+
+/// Registers the class of each type of order. Call it at the start, while there is one thread.
+void registerOrderHandlers();
+
+/// Reads an order from an XML document in UTF-8. The attribute `type` of the document selects the
+/// class that makes the order: `intake::SaleHandler` for "Sale", which is also the one without it.
+/// Elements and attributes that this class does not know are ignored. Throws MalformedOrder.
+Order readOrder(const QByteArray& document);
 
 } // namespace intake
