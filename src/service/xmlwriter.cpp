@@ -208,7 +208,7 @@ void XmlWriter::Private::write(const XmlElement& tree)
             raise("XmlCycle", path());
         places.push_back({std::move(element), 0});
     };
-    enter({std::shared_ptr<void>(), &tree});
+    enter({std::shared_ptr<void>(), &tree}); // does not own it
     while (!places.empty()) {
         auto& [element, nextChild] = places.back();
         if (std::shared_ptr<const XmlElement> child = element->childAt(nextChild++)) {
@@ -333,8 +333,8 @@ XmlWriter::~XmlWriter()
         return;
     try {
         Log::getInstance()->warning(kitText("XmlNotFinished", shownXmlName(_d->_rootName)));
-    } catch (
-        const std::exception&) { // NOLINT(bugprone-empty-catch): a log that fails says so itself
+    } catch (...) {
+        // A log that fails says so itself.
     }
 }
 
@@ -352,9 +352,10 @@ void XmlWriter::startElement(const QString& name, const QMap<QString, QString>& 
     _d->guarded([&] { _d->start(name, attributes); });
 }
 
+/// Holds the text, which may be the one that is written.
 void XmlWriter::text(const QString& text)
 {
-    _d->guarded([&] { _d->text(text); });
+    _d->guarded([this, held = text] { _d->text(held); });
 }
 
 void XmlWriter::endElement()
@@ -365,9 +366,9 @@ void XmlWriter::endElement()
 void XmlWriter::element(const QString& name, const QString& text,
                         const QMap<QString, QString>& attributes)
 {
-    _d->guarded([&] {
+    _d->guarded([&, held = text] {
         _d->start(name, attributes);
-        _d->text(text);
+        _d->text(held);
         _d->end();
     });
 }

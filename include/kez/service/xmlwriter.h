@@ -19,9 +19,9 @@ namespace KezService {
 /// element.
 ///
 ///     XmlWriter writer(file);
-///     writer.startElement(QStringLiteral("orders"));
+///     writer.startElement(u"orders"_s);
 ///     for (const Order& order : orders)
-///         writer.element(QStringLiteral("order"), order.text, {{"id", order.id}});
+///         writer.element(u"order"_s, order.text, {{u"id"_s, order.id}});
 ///     writer.endElement();
 ///     writer.finish();
 ///
@@ -45,7 +45,8 @@ namespace KezService {
 /// A device is written from its position on, in pieces, and stays open; it has to outlive the
 /// writer. The writer holds less than 200 kB, however long the document is, and gives the device a
 /// piece when the one before is passed on. So a device that keeps bytes, such as a process or a
-/// socket, has to implement waitForBytesWritten(). The writer waits at most 30 seconds there.
+/// socket, has to implement waitForBytesWritten(). The writer waits there, and fails if nothing is
+/// passed on for 30 seconds.
 ///
 /// After a failure the writer refuses every call. What was written until then is not a document;
 /// it is the caller's to remove (a QSaveFile that is not committed leaves nothing).
