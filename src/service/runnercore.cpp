@@ -107,7 +107,7 @@ void RunnerCore::start()
         ids.append(consumer.id);
     _workplace = std::make_shared<Workplace>(_settings, ids);
     _workplace->inbox.connect([this] {
-        QMetaObject::invokeMethod(&_drainTimer, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+        QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection);
     });
     for (size_t i = 0; i < _consumers.size(); ++i) {
         const ConsumerDescription& consumer = _consumers[i];

@@ -99,12 +99,12 @@ void LoadRun::step()
 
 void LoadRun::startService()
 {
+    _tally.readOn();
+    _begunBefore = _tally.begunCount();
     _service.setStandardErrorFile(_directory + ServiceErrors, QIODevice::Append);
     _service.start(LOAD_SERVICE,
                    {_directory + QStringLiteral("/disk"), _directory + QStringLiteral("/record"),
                     _directory + QLatin1Char('/') + ServiceLog, QString::number(_plan.seed)});
-    _tally.readOn();
-    _begunBefore = _tally.begunCount();
     if (!_service.waitForStarted())
         fail(QStringLiteral("the service cannot be started"));
 }
