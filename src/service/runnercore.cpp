@@ -106,9 +106,8 @@ void RunnerCore::start()
     for (const ConsumerDescription& consumer : _consumers)
         ids.append(consumer.id);
     _workplace = std::make_shared<Workplace>(_settings, ids);
-    _workplace->inbox.connect([this] {
-        QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection);
-    });
+    _workplace->inbox.connect(
+        [this] { QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection); });
     for (size_t i = 0; i < _consumers.size(); ++i) {
         const ConsumerDescription& consumer = _consumers[i];
         _pools.push_back(std::make_unique<HandlerPool>(

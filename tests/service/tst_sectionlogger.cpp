@@ -216,9 +216,8 @@ void TestSectionLogger::valueThatLooksLikeAKeyStays()
 
 void TestSectionLogger::controlCharactersAreEscaped()
 {
-    QCOMPARE(
-        faultsOf({{"a\nb.log.filename", path("x")}, {"a\nb.log.kept", "1\n2"}}),
-        QStringList("a\\nb.log.kept=[1\\n2]: must be a whole number from 0 to 4294967295"));
+    QCOMPARE(faultsOf({{"a\nb.log.filename", path("x")}, {"a\nb.log.kept", "1\n2"}}),
+             QStringList("a\\nb.log.kept=[1\\n2]: must be a whole number from 0 to 4294967295"));
 }
 
 void TestSectionLogger::faultsInFrench()
