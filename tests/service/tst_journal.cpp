@@ -582,6 +582,340 @@ void TestJournal::changedByteIsNoticed()
     }
 }
 
+void TestJournal::damagedJournalIsPutAside_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("another text") << QByteArray("Dear Sir,\n");
+    QTest::newRow("a later version") << QByteArray("kez-journal 2\n");
+    QTest::newRow("zeros") << QByteArray(4096, '\0');
+    QTest::newRow("an empty line") << Header + "\n";
+    QTest::newRow("zeros in the middle") << Header + QByteArray(20, '\0') + '\n';
+    QTest::newRow("no checksum") << Header + "X 1\n";
+    QTest::newRow("a wrong checksum") << Header + "X 1 0\n";
+    QTest::newRow("a damaged line before a torn one") << Header + "X 1 0\nX";
+    QTest::newRow("unknown kind") << Header + sealed("Q 1 2");
+    QTest::newRow("no kind") << Header + sealed(" 1 2");
+    QTest::newRow("long kind") << Header + sealed("DD 1 0");
+    QTest::newRow("a field too few") << Header + sealed("D 1");
+    QTest::newRow("a field too many") << Header + sealed("D 1 0 0");
+    QTest::newRow("two blanks") << Header + sealed("D  1 0");
+    QTest::newRow("no number") << Header + sealed("D x 0");
+    QTest::newRow("a negative number") << Header + sealed("D -1 0");
+    QTest::newRow("too large a number") << Header + sealed("D 18446744073709551616 0");
+    QTest::newRow("a consumer without a mark") << Header + sealed("C 0 ledger");
+    QTest::newRow("a file of number 0") << Header + fileLine("0");
+    QTest::newRow("the last number of all") << Header + fileLine("18446744073709551615");
+    QTest::newRow("a name without a mark") << Header + fileLine("1", "order");
+    QTest::newRow("a key that is a path")
+        << Header + sealed("F 1 =../../../../../../../../../../../x 1001 - 5 1 2 0 =order");
+    QTest::newRow("a birth that is none") << Header + sealed("F 1 " + Key + " 1 x 5 1 2 0 =order");
+}
+
+void TestJournal::damagedJournalIsPutAside()
+{
+    QFETCH(const QByteArray, text);
+    const TraceLog log;
+    Place place;
+    const QByteArray start = text.startsWith(Header) ? Header + sealed("C 0 =ledger") +
+                                                           fileLine("4611686018427387904", "=big") +
+                                                           fileLine("7") + sealed("D 7 0")
+                                                     : QByteArray();
+    Journal& journal = place.openText(start + text.mid(start.isEmpty() ? 0 : Header.size()));
+    const QStringList aside = place.putAside();
+    QCOMPARE(aside.size(), qsizetype(1));
+    QCOMPARE(log.texts().size(), qsizetype(1));
+    QVERIFY(log.texts().first().contains(aside.first()));
+    const Journal::Entry entry = entered(journal, "order", stampOfNumber(1));
+    QVERIFY(entry.works[0].state == State::Waiting);
+    QCOMPARE(entry.number, quint64(1));
+    QCOMPARE(entered(place.open(), "order", stampOfNumber(1)).key, entry.key); // it works again
+    QCOMPARE(place.putAside(), aside);
+}
+
+void TestJournal::oddJournalIsUsed_data()
+{
+    QTest::addColumn<QByteArray>("lines");
+    QTest::addColumn<int>("tries");
+    QTest::newRow("nothing more") << QByteArray() << 0;
+    QTest::newRow("unknown files") << sealed("D 99 0") + sealed("K 99") + sealed("X 99") +
+                                          sealed("T 99 0 1 1") + sealed("B 0 0")
+                                   << 0;
+    QTest::newRow("unknown consumers")
+        << sealed("D 7 5") + sealed("B 7 18446744073709551615") + sealed("C 5 =gone") << 0;
+    QTest::newRow("a consumer twice") << sealed("C 0 =ledger") + sealed("C 1 =ledger") << 0;
+    QTest::newRow("huge counts") << sealed("T 7 0 18446744073709551615 65536") << 65535;
+    QTest::newRow("a file twice") << sealed("T 7 0 5 0") + fileLine("7") << 0;
+    QTest::newRow("zeros at the end") << QByteArray(4096, '\0') << 0;
+    QTest::newRow("a torn line") << QByteArray("D 7 0") << 0;
+    QTest::newRow("a whole line without its end") << sealed("D 7 0").chopped(1) << 0;
+}
+
+void TestJournal::oddJournalIsUsed()
+{
+    QFETCH(const QByteArray, lines);
+    Place place;
+    Journal& journal = place.openText(Header + sealed("C 0 =ledger") + fileLine("7") + lines);
+    const Journal::Entry entry = entered(journal, "order", stampOfNumber(1));
+    QCOMPARE(place.putAside(), QStringList());
+    QCOMPARE(entry.number, quint64(7));
+    QVERIFY(entry.works[0].state == State::Waiting);
+    QTEST(int(entry.works[0].tries), "tries");
+}
+
+void TestJournal::whatIsNoFileIsPutAside_data()
+{
+    QTest::addColumn<QByteArray>("kind");
+    for (const char* const kind : {"directory", "full directory", "fifo", "dangling link", "link"})
+        QTest::newRow(kind) << QByteArray(kind);
+}
+
+void TestJournal::whatIsNoFileIsPutAside()
+{
+    QFETCH(const QByteArray, kind);
+    const TraceLog log;
+    Place place;
+    const QByteArray path = QFile::encodeName(place.path());
+    const QByteArray other = QFile::encodeName(place.spool.beside("other"));
+    const QByteArray sound = Header + sealed("C 0 =ledger");
+    if (kind == "link")
+        QVERIFY(writeFile(place.spool.beside("other"), sound));
+    if (kind.endsWith("directory"))
+        QCOMPARE(::mkdir(path.constData(), 0700), 0);
+    else if (kind == "fifo")
+        QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+    else
+        QCOMPARE(::symlink(other.constData(), path.constData()), 0);
+    if (kind == "full directory")
+        QVERIFY(writeFile(place.path() + "/inside", "x"));
+    Journal& journal = place.open();
+    QCOMPARE(place.putAside().size(), qsizetype(1));
+    QCOMPARE(log.texts().size(), qsizetype(1));
+    const QString key = entered(journal, "order", stampOfNumber(1)).key;
+    QCOMPARE(entered(place.open(), "order", stampOfNumber(1)).key, key);
+    if (kind == "link")
+        QCOMPARE(readFile(place.spool.beside("other")), sound);
+}
+
+void TestJournal::unreadableJournalRefusesTheStart()
+{
+    const Place place;
+    QVERIFY(writeFile(place.path(), Header));
+    QVERIFY(QFile::setPermissions(place.path(), QFile::WriteOwner));
+    QVERIFY(openToEverybody(QFileInfo(place.spool.path()).path()));
+    QVERIFY(openToEverybody(place.spool.path()) && openToEverybody(place.hidden()));
+    const ChildResult child = runChild({"unreadable", place.spool.path()});
+    COMPARE_CHILD(child, place.path().toUtf8() + '\n');
+    QVERIFY(QFile::exists(place.path()));
+}
+
+void TestJournal::compactionKeepsEverything()
+{
+    Place place;
+    Journal* journal = &place.open();
+    std::vector<Journal::NamedStamp> files;
+    for (quint64 i = 1; i <= 50; ++i)
+        files.emplace_back(QStringLiteral("order %1").arg(i), stampOfNumber(i));
+    Entries entries = journal->enter(files);
+    std::vector<quint64> numbers;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const quint64 number = entries[i].number;
+        constexpr std::array Steps{"BD", "BR", "BRBRB", "", "BL"};
+        record(*journal, number, Steps[i % Steps.size()], int(i % 2));
+        for (int again = 0; again < 20; ++again)
+            record(*journal, number, "BL", 1 - int(i % 2));
+        if (i % 3 == 0)
+            journal->recordLink(number);
+        if (i % 7 == 0)
+            numbers.push_back(number);
+    }
+    journal->forget(numbers);
+    const qsizetype longSize = place.text().size();
+    journal->compact();
+    const QByteArray compacted = place.text();
+    QVERIFY2(compacted.size() * 3 < longSize, QByteArray::number(compacted.size()));
+    journal->compact();
+    QCOMPARE(place.text(), compacted);
+
+    // A linked file is known after a change of its time of change; another one is not.
+    for (auto& file : files)
+        file.second.changed += 1;
+    entries = place.open().enter(files);
+    for (size_t i = 0; i < files.size(); ++i) {
+        const WorkRecord& work = entries[i].works[i % 2];
+        const bool isKnown = i % 3 == 0 && i % 7 != 0;
+        constexpr std::array Tries{0, 1, 2, 0, 0};
+        QCOMPARE(work.state == State::Settled, isKnown && i % 5 == 0);
+        QCOMPARE(int(work.tries), isKnown ? Tries[i % 5] : 0);
+        QCOMPARE(int(work.strikes), isKnown && i % 5 == 2 ? 1 : 0);
+    }
+}
+
+void TestJournal::longJournalIsCompactedBySync()
+{
+    Place place;
+    Journal& journal = place.open();
+    const quint64 number = entered(journal, "order", stampOfNumber(1)).number;
+    const std::vector<Step> steps(1000, Step{Step::Begun, number, 0});
+    constexpr qsizetype Bound = 1 << 20;
+    while (place.text().size() <= Bound) {
+        const qsizetype before = place.text().size();
+        journal.record(steps);
+        journal.sync();
+        if (place.text().size() < before)
+            break;
+    }
+    QVERIFY2(place.text().size() < 1000, QByteArray::number(place.text().size()));
+    record(journal, number, "D");
+    QVERIFY(entered(place.open(), "order", stampOfNumber(1)).works[0].state == State::Settled);
+}
+
+void TestJournal::fullDiskIsSaidOnce()
+{
+    Place place;
+    Journal& journal = place.open();
+    const quint64 number = entered(journal, "order", stampOfNumber(1)).number;
+    TraceLog log;
+    {
+        const FileSizeLimit limit(place.text().size() + 10); // in the middle of a line
+        record(journal, number, "BR");
+        record(journal, number, "B");
+        journal.sync();
+        QTest::qWait(1100); // its next attempt fails, too
+        journal.sync();
+        record(journal, number, "D");
+    }
+    QCOMPARE(log.take(),
+             QStringList{"3" + kitText("JournalNotWritten", place.path(), systemErrorText(EFBIG))});
+    QTRY_VERIFY((journal.sync(), place.text().contains("\nD ")));
+    QCOMPARE(log.take(), QStringList{"1" + kitText("JournalWrittenAgain", place.path())});
+    record(journal, entered(journal, "next", stampOfNumber(2)).number, "BD");
+    Journal& again = place.open();
+    QVERIFY(entered(again, "order", stampOfNumber(1)).works[0].state == State::Settled);
+    QVERIFY(entered(again, "next", stampOfNumber(2)).works[0].state == State::Settled);
+    QCOMPARE(log.texts(), QStringList());
+}
+
+void TestJournal::journalThatCannotBeCompactedGoesOn()
+{
+    Place place;
+    Journal& journal = place.open();
+    const quint64 number = entered(journal, "order", stampOfNumber(1)).number;
+    const TraceLog log;
+    QVERIFY(QDir(place.hidden()).mkpath("journal.new/inside"));
+    journal.compact();
+    record(journal, number, "BD");
+    journal.compact();
+    QVERIFY(QDir(place.hidden() + "/journal.new").removeRecursively());
+    QCOMPARE(log.texts(), QStringList());
+    QVERIFY(entered(place.open(), "order", stampOfNumber(1)).works[0].state == State::Settled);
+}
+
+void TestJournal::removedJournalIsWrittenAnew()
+{
+    Place place;
+    Journal& journal = place.open();
+    const quint64 number = entered(journal, "order", stampOfNumber(1)).number;
+    TraceLog log;
+    for (const bool isReplaced : {false, true}) {
+        QVERIFY(QFile::remove(place.path()));
+        if (isReplaced)
+            QVERIFY(writeFile(place.path(), "nonsense"));
+        record(journal, number, "BR");
+        journal.sync();
+        journal.sync();
+        QCOMPARE(log.take(), QStringList{"2" + kitText("JournalRemoved", place.path())});
+    }
+    QCOMPARE(int(entered(place.open(), "order", stampOfNumber(1)).works[0].tries), 2);
+}
+
+void TestJournal::removedDirectoryIsSaidOnce()
+{
+    Place place;
+    Journal& journal = place.open();
+    const quint64 number = entered(journal, "order", stampOfNumber(1)).number;
+    TraceLog log;
+    QVERIFY(QDir(place.hidden()).removeRecursively());
+    journal.sync();
+    record(journal, number, "BD");
+    journal.sync();
+    QCOMPARE(log.take(), QStringList({"2" + kitText("JournalRemoved", place.path()),
+                                      "3" + kitText("JournalNotWritten", place.path(),
+                                                    systemErrorText(ENOENT))}));
+    QVERIFY(QDir(place.spool.path()).mkdir(".kez"));
+    QTRY_VERIFY((journal.sync(), QFile::exists(place.path())));
+    QCOMPARE(log.take(), QStringList{"1" + kitText("JournalWrittenAgain", place.path())});
+    QVERIFY(entered(place.open(), "order", stampOfNumber(1)).works[0].state == State::Settled);
+}
+
+void TestJournal::temporaryFileHoldsNothingUp()
+{
+    Place place;
+    const QByteArray growing = QFile::encodeName(place.path()) + ".new";
+    QCOMPARE(::mkfifo(growing.constData(), 0600), 0);
+    Journal& journal = place.open(); // does not wait for a reader
+    record(journal, entered(journal, "order", stampOfNumber(1)).number, "BD");
+    QTRY_VERIFY((journal.sync(), QFile::exists(place.path())));
+    QVERIFY(entered(place.open(), "order", stampOfNumber(1)).works[0].state == State::Settled);
+}
+
+void TestJournal::nothingIsWrittenWithoutAJournal()
+{
+    Place place;
+    Journal* journal = &place.open(TwoConsumers, false);
+    const Journal::Entry entry = entered(*journal, "order", stampOfNumber(1));
+    record(*journal, entry.number, "BRBD");
+    journal->recordLink(entry.number);
+    QVERIFY(entered(*journal, "order", stampOfNumber(1)).works[0].state == State::Settled);
+    journal->sync();
+    journal->compact();
+    QVERIFY(!QFile::exists(place.path()));
+    journal = &place.open(TwoConsumers, false);
+    QVERIFY(entered(*journal, "order", stampOfNumber(1)).key != entry.key);
+}
+
+void TestJournal::threadsRecordWhileAnotherSyncs()
+{
+    constexpr int Threads = 4;
+    constexpr int Files = 200;
+    Place place;
+    Journal& journal = place.open();
+    std::atomic<int> ended = 0;
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < Threads; ++thread) {
+        threads.emplace_back([&journal, &ended, thread] {
+            for (int i = 0; i < Files; ++i) {
+                const quint64 id = quint64(thread * Files + i);
+                const quint64 number =
+                    entered(journal, QString::number(id), stampOfNumber(id)).number;
+                record(journal, number, "BRBD", 0);
+                journal.recordLink(number);
+                record(journal, number, "BR", 1);
+                if (i % 4 == 0)
+                    journal.forget({number});
+            }
+            ++ended;
+        });
+    }
+    while (ended < Threads) {
+        journal.sync();
+        journal.compact();
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    Journal& again = place.open();
+    QCOMPARE(place.putAside(), QStringList());
+    for (int id = 0; id < Threads * Files; ++id) {
+        const Journal::Entry entry =
+            entered(again, QString::number(id), stampOfNumber(quint64(id)));
+        const bool isKnown = id % Files % 4 != 0;
+        QCOMPARE(entry.works[0].state == State::Settled, isKnown);
+        QCOMPARE(int(entry.works[0].tries), isKnown ? 1 : 0);
+        QCOMPARE(int(entry.works[1].tries), isKnown ? 1 : 0);
+        QCOMPARE(entry.isLinked, isKnown);
+    }
+}
+
 namespace {
 
 int childMain(const QStringList& arguments)
