@@ -585,9 +585,11 @@ bool Journal::isInPlace() const
 {
     struct stat opened {};
     struct stat found {};
-    return ::fstat(_file.get(), &opened) == 0 &&
-           ::lstat(QFile::encodeName(_path).constData(), &found) == 0 &&
-           opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    if (::fstat(_file.get(), &opened) != 0)
+        return false;
+    if (::lstat(QFile::encodeName(_path).constData(), &found) != 0)
+        return errno != ENOENT && errno != ENOTDIR; // hidden, and perhaps there
+    return opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
 }
 
 void Journal::rewrite()

@@ -4,6 +4,7 @@
 #include "service/runnercore_p.h"
 
 #include "frame/directories_p.h"
+#include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <limits>
 #include <unistd.h>
 
@@ -40,7 +42,8 @@ constexpr qsizetype FilesTogether = 256;
 constexpr auto ProgressPause = 100ms;
 constexpr auto StatusPause = 1s;
 constexpr auto AloneLimit = 5s;
-constexpr auto LongestLookPause = 10s;
+constexpr std::chrono::seconds LookPause = 1s;
+constexpr std::chrono::seconds LongestLookPause = 10s;
 
 // A file whose work was interrupted so often by the death of the process is quarantined.
 constexpr int MostStrikes = 2;
@@ -57,11 +60,6 @@ int timerInterval(Duration pause)
 bool isReachable(const QString& spool)
 {
     return isUsableDirectory(spool) && QFileInfo(spool).isExecutable();
-}
-
-bool isAbsent(const QByteArray& path)
-{
-    return ::access(path.constData(), F_OK) != 0 && errno == ENOENT;
 }
 
 } // namespace
@@ -176,6 +174,15 @@ QByteArray RunnerCore::pathOf(const QString& name) const
     return QFile::encodeName(_settings.spool + QLatin1Char('/') + name);
 }
 
+/// Whether the spool has no such file: false if it is only out of reach.
+bool RunnerCore::isDeleted(const QString& name) const
+{
+    const Descriptor spool = openFile(QFile::encodeName(_settings.spool), O_PATH | O_DIRECTORY);
+    const QByteArray encoded = QFile::encodeName(name);
+    return spool.isOpen() && ::faccessat(spool.get(), encoded.constData(), F_OK, 0) != 0 &&
+           errno == ENOENT;
+}
+
 void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
 {
     lose(deleted);
@@ -284,15 +291,18 @@ void RunnerCore::forgetLost(const QStringList& names)
     for (const QString& name : names) {
         if (_queue->existsFileEntry(name)) // it is back, or another one has its name
             continue;
-        const FilePointer file = _files.value(name);
-        if (file && stampOf(pathOf(name)) == file->stamp) // and will be back
+        const std::optional<FileStamp> stamp = stampOf(pathOf(name));
+        if (!stamp && !isDeleted(name)) // and will be back
             continue;
-        if (file) {
+        const bool isUsable = stamp && ::access(pathOf(name).constData(), R_OK | W_OK) == 0;
+        const FilePointer file = _files.value(name);
+        if (file && !(isUsable && stamp->hasContentOf(file->stamp))) {
             numbers.push_back(file->number);
             drop(file);
         }
-        for (auto* const others : {&_reported, &_undeletable}) {
-            if (const auto other = others->constFind(name); other != others->constEnd()) {
+        for (auto* const others : {&_reported, &_unreleased}) {
+            const auto other = others->constFind(name);
+            if (other != others->constEnd() && stamp != other->stamp) {
                 numbers.push_back(other->number);
                 others->erase(other);
             }
@@ -420,8 +430,7 @@ void RunnerCore::finishFile(const FilePointer& file)
 /// If it is still the file that the handlers saw, the queue may delete it.
 void RunnerCore::release(const QString& name, Reported file)
 {
-    const QByteArray path = pathOf(name);
-    const std::optional<FileStamp> stamp = stampOf(path);
+    const std::optional<FileStamp> stamp = stampOf(pathOf(name));
     if (stamp && stamp->hasContentOf(file.stamp)) {
         file.stamp = *stamp;
         report(name, file);
@@ -429,8 +438,11 @@ void RunnerCore::release(const QString& name, Reported file)
         Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
         enter({name});
         flush();
-    } else if (isAbsent(path) && lookAtSpool()) {
+    } else if (isDeleted(name)) {
         _workplace->journal.forget({file.number});
+    } else {
+        file.next = Clock::now() + LookPause;
+        _unreleased.insert(name, file);
     }
 }
 
@@ -440,7 +452,8 @@ void RunnerCore::report(const QString& name, const Reported& file)
         _queue->onDirectoryChanged(); // it could not delete the file, and finds it again
     try {
         Q_EMIT _agent->consumed(_agent->id(), name);
-    } catch (const Exception&) { // out of its reach: the journal knows the file if it comes back
+    } catch (const Exception&) { // it may not use the file any more
+        keepUndeletable(name, file);
         return;
     }
     _reported.insert(name, file);
@@ -456,12 +469,12 @@ bool RunnerCore::isUndeletable(const QString& name, const FileStamp& stamp)
         keepUndeletable(name, _reported.take(name));
         return true;
     }
-    const auto kept = _undeletable.constFind(name);
-    if (kept == _undeletable.constEnd())
+    const auto kept = _unreleased.constFind(name);
+    if (kept == _unreleased.constEnd())
         return false;
     const bool isSame = kept->stamp == stamp;
     if (!isSame)
-        _undeletable.erase(kept);
+        _unreleased.erase(kept);
     return isSame;
 }
 
@@ -470,18 +483,18 @@ void RunnerCore::keepUndeletable(const QString& name, Reported file)
     if (++file.failures == 1)
         Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
     file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
-    _undeletable.insert(name, file);
+    _unreleased.insert(name, file);
 }
 
-void RunnerCore::retryUndeletable()
+void RunnerCore::retryReleases()
 {
     QStringList due;
-    for (auto file = _undeletable.constBegin(); file != _undeletable.constEnd(); ++file) {
+    for (auto file = _unreleased.constBegin(); file != _unreleased.constEnd(); ++file) {
         if (file->next <= Clock::now())
             due.append(file.key());
     }
     for (const QString& name : due)
-        release(name, _undeletable.take(name));
+        release(name, _unreleased.take(name));
 }
 
 void RunnerCore::scheduleRescan()
@@ -506,10 +519,10 @@ void RunnerCore::rescan()
             ++file;
             continue;
         }
-        const QByteArray path = pathOf(file.key());
-        if (stampOf(path) == file->stamp)
+        const std::optional<FileStamp> stamp = stampOf(pathOf(file.key()));
+        if (stamp == file->stamp)
             keepUndeletable(file.key(), *file);
-        else if (!isAbsent(path) || isReachable(_settings.spool))
+        else if (stamp || isDeleted(file.key()))
             numbers.push_back(file->number);
         file = _reported.erase(file);
     }
@@ -555,7 +568,7 @@ void RunnerCore::tick()
     if (lookAtSpool()) {
         enter(std::exchange(_unstamped, {}));
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
-        retryUndeletable();
+        retryReleases();
         flush();
         _workplace->journal.sync();
     }
@@ -595,7 +608,7 @@ bool RunnerCore::lookAtSpool()
         Log::getInstance()->critical(fault);
     for (const auto& pool : _pools)
         pool->bar(true);
-    _lookPause = std::clamp<std::chrono::seconds>(_lookPause * 2, 1s, LongestLookPause);
+    _lookPause = std::clamp(_lookPause * 2, LookPause, LongestLookPause);
     _nextLook = Clock::now() + _lookPause;
     return false;
 }

@@ -77,7 +77,7 @@ private:
     using Clock = std::chrono::steady_clock;
     using FilePointer = std::shared_ptr<QueuedFile>;
 
-    /// A file that was reported to the queue, which has not deleted it yet.
+    /// A file that all consumers are done with, and that is not deleted yet.
     struct Reported {
         quint64 number = 0;
         FileStamp stamp;          ///< when it was reported
@@ -97,6 +97,7 @@ private:
     void connectTimers();
     QStringList namesInQueue();
     QByteArray pathOf(const QString& name) const;
+    bool isDeleted(const QString& name) const;
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
@@ -121,7 +122,7 @@ private:
     void report(const QString& name, const Reported& file);
     bool isUndeletable(const QString& name, const FileStamp& stamp);
     void keepUndeletable(const QString& name, Reported file);
-    void retryUndeletable();
+    void retryReleases();
     void scheduleRescan();
     void rescan();
 
@@ -148,7 +149,7 @@ private:
     QHash<QString, FilePointer> _files;       // not done for all, by name
     std::map<quint64, FilePointer> _ordered;  // the same, in queue order
     QHash<QString, Reported> _reported;       // done for all, and not deleted yet
-    QHash<QString, Reported> _undeletable;    // the queue could not delete it
+    QHash<QString, Reported> _unreleased;     // done for all, and to be reported again
     QStringList _unstamped;                   // names of files that were not there at a second look
     std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
     PausedJobs _paused;

@@ -75,6 +75,12 @@ public:
         _names.append(name);
     }
 
+    void forget(const QString& name)
+    {
+        const std::lock_guard lock(_mutex);
+        _names.removeAll(name);
+    }
+
     QStringList names() const
     {
         const std::lock_guard lock(_mutex);
