@@ -21,7 +21,7 @@ std::optional<QString> failureOf(Action action)
         action();
     } catch (const Exception& e) {
         return e.detail();
-    } catch (Exception* thrown) {
+    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
         return std::unique_ptr<Exception>(thrown)->detail();
     } catch (const std::exception& e) {
         return QString::fromLocal8Bit(e.what());

@@ -39,7 +39,7 @@ ConfigValidators validatorsOf()
 }
 
 /// The largest configuration file that is read unless another limit is given, in bytes.
-inline constexpr qint64 MaxConfigSize = 16 * 1024 * 1024;
+inline constexpr qint64 MaxConfigSize = qint64{16} * 1024 * 1024;
 
 /// The configuration in the file at `path`, as Config::load() reads it, after all validators have
 /// passed it. Only a regular file of at most `maxSize` bytes is read. Nothing is logged.
