@@ -529,7 +529,7 @@ void TestConfigWatcher::fileIsLoadedWhenItRests()
 void TestConfigWatcher::fileThatNeverRestsIsLoaded()
 {
     const auto watcher = quickWatcher();
-    watcher->setQuietTime(30ms);
+    watcher->setQuietTime(60ms);
     QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
     watcher->start();
     std::atomic<bool> isOver = false;
@@ -543,7 +543,7 @@ void TestConfigWatcher::fileThatNeverRestsIsLoaded()
             std::this_thread::sleep_for(2ms);
         }
     });
-    const bool isLoaded = changed.wait(30000);
+    const bool isLoaded = changed.wait(20000);
     isOver = true;
     writer.join();
     QVERIFY(isLoaded);

@@ -39,6 +39,7 @@ int killingStep = -1;
 QByteArrayList steps; // those of the running save
 bool isSaving = false;
 int stepError = EIO;
+mode_t modeWhileWritten = 0;
 
 /// Counts a step. True if it has to fail; then errno is set.
 bool isRefused(const char* name)
@@ -72,6 +73,8 @@ ssize_t write(int file, const void* bytes, size_t size)
     static const auto original = interposed<ssize_t (*)(int, const void*, size_t)>("write");
     if (!isSaving)
         return original(file, bytes, size);
+    struct stat info {};
+    modeWhileWritten = ::fstat(file, &info) == 0 ? info.st_mode & 07777 : 0;
     // In two parts, as the system may do it.
     const size_t part = size > 100 ? size / 2 : size;
     return isRefused("write") ? -1 : original(file, bytes, part);
@@ -174,6 +177,7 @@ private Q_SLOTS:
     void eachStepThatFailsLeavesTheOldFile();
     void failureOfTheLastStepSaysThatTheFileIsNew();
     void interruptedSaveGoesOn();
+    void nobodyElseOpensWhatReplacesAPrivateFile();
     void killBeforeEachStepLeavesAWholeFile();
     void killsAtRandomMomentsLeaveAWholeFile();
 
@@ -262,6 +266,19 @@ void TestSaveFaults::interruptedSaveGoesOn()
         QCOMPARE(failureAt(step, EINTR), QString());
         QCOMPARE(readFile(file()), linesOf(newEntries()));
     }
+}
+
+void TestSaveFaults::nobodyElseOpensWhatReplacesAPrivateFile()
+{
+    const mode_t mask = ::umask(0);
+    failureAt(-1, EIO);
+    for (const mode_t mode : {0600U, 0640U, 0644U}) {
+        QCOMPARE(::chmod(qPrintable(file()), mode), 0);
+        QCOMPARE(failureAt(-1, EIO), QString());
+        QCOMPARE(modeWhileWritten, mode_t(0600));
+        QCOMPARE(QFileInfo(file()).permission(QFile::ReadOther), mode == 0644U);
+    }
+    ::umask(mask);
 }
 
 void TestSaveFaults::killBeforeEachStepLeavesAWholeFile()
