@@ -7,12 +7,12 @@
 
 #include <kez/service/delivery.h>
 #include <kez/service/exitcodes.h>
+#include <kez/service/xmlwriter.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QTextStream>
 #include <QThread>
-#include <QXmlStreamWriter>
 
 using namespace KezService;
 using namespace Qt::StringLiterals;
@@ -28,21 +28,19 @@ QByteArray goodOrder(const QString& prefix, qint64 number)
     const bool isRefund = number % 10 == 0;
     const QString amount = QString::number((10 + number * 37 % 990) * 100 + number * 17 % 100);
     const auto numbered = [&](qint64 each) { return prefix + u'-' + QString::number(each); };
-    QByteArray document;
-    QXmlStreamWriter writer(&document);
-    writer.setAutoFormatting(true);
-    writer.writeStartDocument();
-    writer.writeStartElement(u"order"_s);
-    writer.writeAttribute(u"type"_s, isRefund ? u"Refund"_s : u"Sale"_s);
-    writer.writeAttribute(u"number"_s, numbered(number));
+    QMap<QString, QString> attributes{{u"type"_s, isRefund ? u"Refund"_s : u"Sale"_s},
+                                      {u"number"_s, numbered(number)}};
     if (isRefund)
-        writer.writeAttribute(u"refunds"_s, numbered(number - 1));
-    writer.writeTextElement(u"customer"_s, customers.at(number % customers.size()));
-    writer.writeStartElement(u"amount"_s);
-    writer.writeAttribute(u"currency"_s, u"EUR"_s);
-    writer.writeCharacters(amount.chopped(2) + u'.' + amount.right(2));
-    writer.writeEndDocument();
-    return document;
+        attributes.insert(u"refunds"_s, numbered(number - 1));
+    QString document;
+    XmlWriter writer(document);
+    writer.startElement(u"order"_s, attributes);
+    writer.element(u"customer"_s, customers.at(number % customers.size()));
+    writer.element(u"amount"_s, amount.chopped(2) + u'.' + amount.right(2),
+                   {{u"currency"_s, u"EUR"_s}});
+    writer.endElement();
+    writer.finish();
+    return document.toUtf8();
 }
 
 /// The numbers go through the ways in which a document is not an order.
