@@ -47,12 +47,11 @@ int writeSynced(const QByteArray& path, const QByteArray& model, QByteArrayView 
 {
     // O_NONBLOCK: to open a fifo would wait for its reader.
     constexpr int Flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK;
-    const Descriptor file = openFile(path, Flags, mode);
-    if (!file.isOpen())
-        return errno;
     struct stat replaced {};
-    if (::stat(model.constData(), &replaced) == 0 &&
-        ::fchmod(file.get(), replaced.st_mode & 07777) != 0)
+    const bool hasModel = ::stat(model.constData(), &replaced) == 0;
+    // Never open to more users than the file that it replaces, not even for a moment.
+    const Descriptor file = openFile(path, Flags, hasModel ? replaced.st_mode & 0700 : mode);
+    if (!file.isOpen() || (hasModel && ::fchmod(file.get(), replaced.st_mode & 07777) != 0))
         return errno;
     if (const int error = writeAll(file.get(), bytes); error != 0)
         return error;
