@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringList>
 #include <QTemporaryDir>
 
@@ -19,7 +20,18 @@
 /// A spool in a temporary directory.
 class Spool {
 public:
-    Spool() { QDir(_directory.path()).mkdir(QStringLiteral("spool")); }
+    explicit Spool(const QString& parent = QDir::tempPath())
+        : _directory(parent + QStringLiteral("/kez-spool-XXXXXX"))
+    {
+        QDir(_directory.path()).mkdir(QStringLiteral("spool"));
+    }
+
+    /// Where to put one that is written often: on a disk, each sync takes milliseconds.
+    static QString fastParent()
+    {
+        const QString memory = QStringLiteral("/dev/shm");
+        return QFileInfo(memory).isWritable() ? memory : QDir::tempPath();
+    }
 
     QString path() const { return _directory.filePath(QStringLiteral("spool")); }
     QString pathOf(const QString& name) const { return path() + QLatin1Char('/') + name; }

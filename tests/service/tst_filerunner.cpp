@@ -314,9 +314,12 @@ void TestFileRunner::changedFileIsHandledAgain()
         return Outcome::done();
     });
     runner.start();
+    const auto seen = [&] {
+        const std::lock_guard lock(mutex);
+        return contents;
+    };
+    QTRY_COMPARE(seen(), QList<QByteArray>({"first", "second"}));
     QTRY_VERIFY(!spool.holds("order"));
-    runner.stop(10s);
-    QCOMPARE(contents, QList<QByteArray>({"first", "second"}));
 }
 
 void TestFileRunner::vanishedFileIsForgotten()

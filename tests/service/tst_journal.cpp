@@ -113,7 +113,7 @@ public:
                                         QDir::AllEntries | QDir::Hidden | QDir::System);
     }
 
-    const Spool spool;
+    const Spool spool{Spool::fastParent()};
 
 private:
     std::unique_ptr<Journal> _journal;
