@@ -21,10 +21,15 @@ qint64 nanoseconds(const struct statx_timestamp& time)
 
 std::optional<FileStamp> stampOf(const QByteArray& path)
 {
+    return stampIn(AT_FDCWD, path);
+}
+
+std::optional<FileStamp> stampIn(int directory, const QByteArray& name)
+{
     struct statx info {};
     constexpr unsigned int wanted =
         STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
-    if (::statx(AT_FDCWD, path.constData(), 0, wanted, &info) != 0)
+    if (::statx(directory, name.constData(), 0, wanted, &info) != 0)
         return std::nullopt;
     FileStamp stamp;
     stamp.inode = info.stx_ino;

@@ -35,4 +35,7 @@ struct FileStamp {
 /// says why.
 std::optional<FileStamp> stampOf(const QByteArray& path);
 
+/// The same of a name in a directory that is open.
+std::optional<FileStamp> stampIn(int directory, const QByteArray& name);
+
 } // namespace KezService

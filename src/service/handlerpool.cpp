@@ -114,7 +114,7 @@ public:
           _workplace(workplace)
     {}
 
-    Ended perform(const Job& job) const
+    Ended perform(Job job) const
     {
         if (!job.verdict.isEmpty())
             return quarantine(job, job.verdict, job.tries);
@@ -124,13 +124,13 @@ public:
             break;
         case Outcome::Kind::Retry:
             if (job.tries + 1 < _settings.attempts)
-                return {_consumer, job, Ended::How::Retry,
+                return {_consumer, std::move(job), Ended::How::Retry,
                         reasonOr(outcome.reason(), "RunnerNoReason")};
             [[fallthrough]];
         case Outcome::Kind::Reject:
             return quarantine(job, reasonOr(outcome.reason(), "RunnerNoReason"), job.tries + 1);
         }
-        return {_consumer, job, Ended::How::Done, {}};
+        return {_consumer, std::move(job), Ended::How::Done, {}};
     }
 
     std::optional<Step> begin(const Job& job) const
@@ -216,7 +216,7 @@ void HandlerPool::work(Shared& shared, size_t thread)
         else if (!job)
             return;
         if (job)
-            ended = worker.perform(*job);
+            ended = worker.perform(*std::move(job));
         else
             shared.rest(thread);
     }

@@ -174,10 +174,16 @@ QByteArray RunnerCore::pathOf(const QString& name) const
     return QFile::encodeName(_settings.spool + QLatin1Char('/') + name);
 }
 
+/// Not open if the spool is out of reach.
+Descriptor RunnerCore::openSpool() const
+{
+    return openFile(QFile::encodeName(_settings.spool), O_PATH | O_DIRECTORY);
+}
+
 /// Whether the spool has no such file: false if it is only out of reach.
 bool RunnerCore::isDeleted(const QString& name) const
 {
-    const Descriptor spool = openFile(QFile::encodeName(_settings.spool), O_PATH | O_DIRECTORY);
+    const Descriptor spool = openSpool();
     const QByteArray encoded = QFile::encodeName(name);
     return spool.isOpen() && ::faccessat(spool.get(), encoded.constData(), F_OK, 0) != 0 &&
            errno == ENOENT;
@@ -513,16 +519,17 @@ void RunnerCore::rescan()
         return;
     const auto start = Clock::now();
     _queue->onDirectoryChanged();
+    const Descriptor spool = openSpool();
     std::vector<quint64> numbers;
     for (auto file = _reported.begin(); file != _reported.end();) {
         if (_queue->existsFileEntry(file.key())) {
             ++file;
             continue;
         }
-        const std::optional<FileStamp> stamp = stampOf(pathOf(file.key()));
+        const auto stamp = stampIn(spool.get(), QFile::encodeName(file.key()));
         if (stamp == file->stamp)
             keepUndeletable(file.key(), *file);
-        else if (stamp || isDeleted(file.key()))
+        else if (stamp || (spool.isOpen() && errno == ENOENT))
             numbers.push_back(file->number);
         file = _reported.erase(file);
     }

@@ -97,6 +97,7 @@ private:
     void connectTimers();
     QStringList namesInQueue();
     QByteArray pathOf(const QString& name) const;
+    Descriptor openSpool() const;
     bool isDeleted(const QString& name) const;
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
