@@ -378,6 +378,13 @@ bool Journal::hasStrikes() const
     return _hasStrikes;
 }
 
+void Journal::reserve(qsizetype files)
+{
+    const std::lock_guard lock(_mutex);
+    _entries.reserve(static_cast<size_t>(files));
+    _numbers.reserve(files);
+}
+
 std::vector<Journal::Entry> Journal::enter(const std::vector<NamedStamp>& files)
 {
     const std::lock_guard lock(_mutex);

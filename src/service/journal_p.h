@@ -93,6 +93,9 @@ public:
     /// Whether the process died during some work that has not ended normally since.
     bool hasStrikes() const;
 
+    /// Makes room for so many files.
+    void reserve(qsizetype files);
+
     /// What is known of these files; unknown ones are entered, in this order.
     std::vector<Entry> enter(const std::vector<NamedStamp>& files);
 

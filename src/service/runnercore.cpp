@@ -115,12 +115,10 @@ void RunnerCore::start()
     openQueue();
     for (const auto& pool : _pools)
         pool->start();
-    _seeksSuspects = _workplace->journal.hasStrikes();
-    enter(namesInQueue());
+    enterPresent();
     _workplace->journal.forgetAbsent();
     scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
-    _seeksSuspects = false;
     flush();
     announceProgress();
 }
@@ -167,6 +165,18 @@ QStringList RunnerCore::namesInQueue()
     _queue->onRequestForFiles(_agent->id());
     disconnect(connection);
     return names;
+}
+
+/// Takes in the files that are there at the start.
+void RunnerCore::enterPresent()
+{
+    const QStringList names = namesInQueue();
+    _files.reserve(names.size());
+    _reported.reserve(names.size());
+    _workplace->journal.reserve(names.size());
+    _seeksSuspects = _workplace->journal.hasStrikes();
+    enter(names);
+    _seeksSuspects = false;
 }
 
 QByteArray RunnerCore::pathOf(const QString& name) const

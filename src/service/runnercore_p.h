@@ -96,6 +96,7 @@ private:
     void openQueue();
     void connectTimers();
     QStringList namesInQueue();
+    void enterPresent();
     QByteArray pathOf(const QString& name) const;
     Descriptor openSpool() const;
     bool isDeleted(const QString& name) const;
