@@ -116,6 +116,9 @@ struct StopReport {
 /// that were being handled come again; the others do not, thanks to a journal. A file whose content
 /// changes before all are done is handled again by all.
 ///
+/// While the spool is out of reach (removed, rights missing), no handler begins. The log says so
+/// once. When the spool is back, its files go on from where they were.
+///
 /// Lock, journal, status and quarantine are in the subdirectory ".kez" of the spool. One spool is
 /// for one runner: a second one, in this process or another, is refused. The file "status.json"
 /// there shows the progress, at most a second old while something happens.
@@ -142,8 +145,9 @@ public:
 
     /// Begins. Once it returns, the files that are there are known.
     ///
-    /// Throws Exception if there is no consumer, if the spool or the quarantine cannot be used, or
-    /// if another runner works on the spool.
+    /// Throws Exception if there is no consumer, if the spool or the quarantine cannot be used, if
+    /// another runner works on the spool, or if no thread can be started. It can then be called
+    /// again.
     void start();
 
     bool isRunning() const;
