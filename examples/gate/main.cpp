@@ -11,50 +11,28 @@
 
 #include <kez/exception.h>
 #include <kez/service/arrivalgate.h>
+#include <kez/service/exitcodes.h>
+#include <kez/service/unixsignals.h>
 
 #include <QCoreApplication>
-#include <QSocketNotifier>
 #include <QTextStream>
-
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <system_error>
-
-#include <sys/signalfd.h>
 
 using namespace Qt::StringLiterals;
 using KezService::ArrivalGate;
+using KezService::UnixSignals;
 
 namespace {
 
-constexpr int UsageFault = 2;
-
-/// A descriptor that is readable when somebody asks the process to stop. The signals stay blocked:
-/// no code runs in a signal handler.
-int stopSignals()
-{
-    sigset_t stopping;
-    sigemptyset(&stopping);
-    sigaddset(&stopping, SIGTERM);
-    sigaddset(&stopping, SIGINT);
-    sigprocmask(SIG_BLOCK, &stopping, nullptr);
-    const int descriptor = signalfd(-1, &stopping, SFD_CLOEXEC);
-    if (descriptor < 0)
-        throw std::system_error(errno, std::generic_category(), "signalfd");
-    return descriptor;
-}
-
 int run(const ArrivalGate::Settings& settings)
 {
-    QSocketNotifier stop(stopSignals(), QSocketNotifier::Read);
+    UnixSignals received;
     ArrivalGate gate(settings);
-    QObject::connect(&stop, &QSocketNotifier::activated, &gate, [&] {
-        stop.setEnabled(false);
+    QObject::connect(&received, &UnixSignals::stopRequested, &gate, [&gate] {
         gate.stop();
-        QCoreApplication::quit();
+        QCoreApplication::exit(KezService::ExitClean);
     });
     gate.start();
+    received.listen();
     return QCoreApplication::exec();
 }
 
@@ -71,7 +49,7 @@ int main(int argc, char* argv[])
     }
     if (arguments.size() != 2 || arguments.first().startsWith(u'-')) {
         QTextStream(stderr) << "usage: gate [--marker] INCOMING DIRECTORY" << Qt::endl;
-        return UsageFault;
+        return KezService::ExitUsage;
     }
     settings.incoming = arguments.at(0);
     settings.queueDirectory = arguments.at(1);
@@ -79,8 +57,6 @@ int main(int argc, char* argv[])
         return run(settings);
     } catch (const Exception& failure) {
         QTextStream(stderr) << failure.detail() << Qt::endl;
-    } catch (const std::system_error& failure) {
-        QTextStream(stderr) << failure.what() << Qt::endl;
     }
-    return EXIT_FAILURE;
+    return KezService::ExitFailure;
 }

@@ -14,6 +14,7 @@
 #include <kez/log.h>
 #include <kez/service/lineformatters.h>
 #include <kez/service/messagebridge.h>
+#include <kez/service/unixsignals.h>
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -21,29 +22,13 @@
 #include <QThread>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 Q_LOGGING_CATEGORY(orders, "app.orders")
 
 namespace {
-
-/// Readable when somebody asks the process to stop.
-int stopSignals()
-{
-    sigset_t stopping;
-    sigemptyset(&stopping);
-    sigaddset(&stopping, SIGTERM);
-    sigaddset(&stopping, SIGINT);
-    const int descriptor = signalfd(-1, &stopping, SFD_CLOEXEC);
-    if (descriptor < 0)
-        throw Exception("no descriptor for the signals");
-    sigprocmask(SIG_BLOCK, &stopping, nullptr);
-    return descriptor;
-}
 
 /// Whoever sends the order decides what is in the line.
 void handle(const QString& line)
@@ -112,12 +97,14 @@ void serve()
 int main(int argc, char* argv[])
 try {
     const QCoreApplication application(argc, argv);
-    QSocketNotifier stop(stopSignals(), QSocketNotifier::Read);
-    QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
+    KezService::UnixSignals received;
+    QObject::connect(&received, &KezService::UnixSignals::stopRequested, &application,
+                     &QCoreApplication::quit);
 
     const auto config = Config::load(application.arguments().value(1), "1.0");
     Log::initInstance(*KezService::buildLogger(*config->properties(), KezService::jsonLine));
     const KezService::MessageBridge bridge;
+    received.listen();
     serve();
     return 0;
 } catch (const Exception& e) {
