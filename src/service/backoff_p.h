@@ -11,6 +11,17 @@
 
 namespace KezService {
 
+/// How long to wait after so many failures in a row (1 or more): the first pause, doubled with each
+/// further failure, up to the longest one.
+inline std::chrono::milliseconds doubledPause(int failures, std::chrono::milliseconds first,
+                                              std::chrono::milliseconds longest)
+{
+    std::chrono::milliseconds pause = std::min(first, longest);
+    for (int failure = 1; failure < failures && pause.count() > 0 && pause < longest; ++failure)
+        pause = pause > longest / 2 ? longest : pause * 2;
+    return pause;
+}
+
 /// Counts failures in a row, and says how long to wait after each.
 class Backoff {
 public:
@@ -18,13 +29,10 @@ public:
 
     bool hasFailed() const { return _failures > 0; }
 
-    /// The pause after the last failure: the first one, doubled with each further failure.
+    /// The pause after the last failure.
     Period pause(Period first, Period longest) const
     {
-        Period pause = std::min(first, longest);
-        for (int failure = 1; failure < _failures && pause < longest; ++failure)
-            pause = std::min(2 * pause, longest);
-        return pause;
+        return doubledPause(_failures, first, longest);
     }
 
     /// True if the cause is another one than that of the failure before.

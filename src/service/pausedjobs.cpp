@@ -3,19 +3,15 @@
 
 #include "service/pausedjobs_p.h"
 
-#include <QRandomGenerator>
+#include "service/backoff_p.h"
 
-#include <algorithm>
+#include <QRandomGenerator>
 
 namespace KezService {
 
 std::chrono::milliseconds pauseAfter(int failures, const HandlerSettings& settings)
 {
-    const std::chrono::milliseconds longest = settings.longestPause;
-    std::chrono::milliseconds pause = settings.firstPause;
-    for (int doubled = 1; doubled < failures && pause.count() > 0 && pause < longest; ++doubled)
-        pause = pause > longest / 2 ? longest : pause * 2;
-    pause = std::min(pause, longest);
+    const auto pause = doubledPause(failures, settings.firstPause, settings.longestPause);
     constexpr int Percent = 100;
     constexpr int Jitter = 20;
     const int share = QRandomGenerator::global()->bounded(Percent - Jitter, Percent + Jitter + 1);

@@ -4,7 +4,9 @@
 #include "service/quarantine_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/filestate_p.h"
 #include "service/kittexts_p.h"
+#include "service/spoolname_p.h"
 #include "service/spoolplaces_p.h"
 
 #include <QCryptographicHash>
@@ -24,23 +26,8 @@ namespace KezService {
 namespace {
 
 constexpr auto TextSuffix = QLatin1String(".txt");
-constexpr int LongestName = 255;  // bytes
-constexpr int LongestEnding = 64; // bytes of ".xml"; what is longer is none
-constexpr int MostCandidates = 100000;
-
-/// "order.xml", "order~2.xml", "order~3.xml": short enough for the text's name, too.
-QString candidate(const QString& name, int number)
-{
-    qsizetype point = name.lastIndexOf(QLatin1Char('.'));
-    if (point <= 0 || name.mid(point).toUtf8().size() > LongestEnding)
-        point = name.size();
-    QString stem = name.left(point);
-    const QString rest =
-        (number > 1 ? QStringLiteral("~%1").arg(number) : QString()) + name.mid(point);
-    while ((stem + rest).toUtf8().size() + TextSuffix.size() > LongestName)
-        stem.chop(stem.back().isLowSurrogate() ? 2 : 1);
-    return stem + rest;
-}
+constexpr qsizetype LongestName = NAME_MAX - TextSuffix.size(); // bytes
+constexpr quint64 MostCandidates = 100000;
 
 /// The name under which the file, and before it the text, grows. It is the same after a restart, so
 /// that what an interruption has left there is replaced.
@@ -75,14 +62,6 @@ bool isTextOf(const QByteArray& path, const QuarantineNote& note)
     return text.contains(consumer) && text.contains("\nkey=" + note.key.toUtf8() + '\n');
 }
 
-bool isSameFile(const QByteArray& path, const QByteArray& other)
-{
-    struct stat info {};
-    struct stat otherInfo {};
-    return ::stat(path.constData(), &info) == 0 && ::stat(other.constData(), &otherInfo) == 0 &&
-           info.st_dev == otherInfo.st_dev && info.st_ino == otherInfo.st_ino;
-}
-
 bool hasSameBytes(const QByteArray& path, const QByteArray& other)
 {
     constexpr qint64 Block = 65536;
@@ -102,8 +81,7 @@ bool hasSameBytes(const QByteArray& path, const QByteArray& other)
 
 bool isTaken(const QByteArray& path)
 {
-    struct stat info {};
-    return ::lstat(path.constData(), &info) == 0;
+    return statusOf(path).has_value();
 }
 
 /// Fills a new file at `growing`, syncs it, and renames it to `to`: EEXIST if that is taken.
@@ -145,7 +123,7 @@ int linkOrCopy(const QByteArray& from, const QByteArray& growing, const QByteArr
     if (::linkat(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), AT_SYMLINK_FOLLOW) == 0)
         return 0;
     if (errno == EEXIST)
-        return isSameFile(from, to) ? 0 : EEXIST;
+        return leadToOne(from, to) ? 0 : EEXIST;
     constexpr std::array NoLinks{EXDEV, EPERM, EMLINK, EOPNOTSUPP, ENOSYS};
     if (std::find(NoLinks.begin(), NoLinks.end(), errno) == NoLinks.end())
         return errno;
@@ -168,7 +146,7 @@ Quarantine::Quarantine(const QString& spool, const QString& directory)
         raise("QuarantineUnusable", shownName(_directory), systemErrorText(ENOTDIR));
     if (!info.isWritable())
         raise("QuarantineUnusable", shownName(_directory), systemErrorText(EACCES));
-    if (isSameFile(QFile::encodeName(_directory), QFile::encodeName(spool)))
+    if (leadToOne(QFile::encodeName(_directory), QFile::encodeName(spool)))
         raise("QuarantineIsSpool", shownName(_directory));
 }
 
@@ -182,8 +160,9 @@ QString Quarantine::put(const QString& name, const QuarantineNote& note) const
     if (_isDefault)
         SpoolPlaces::makePlace(_directory, _spool);
     int error = EEXIST;
-    for (int number = 1; error == EEXIST && number < MostCandidates; ++number) {
-        const QString free = candidate(name, number);
+    for (quint64 number = 1; error == EEXIST && number < MostCandidates; ++number) {
+        const QString free =
+            QString::fromUtf8(SpoolName::numbered(name.toUtf8(), number, LongestName));
         error = putAs(free, name, note);
         if (error == 0)
             error = syncDirectory(QFile::encodeName(_directory));
@@ -202,7 +181,7 @@ int Quarantine::putAs(const QString& free, const QString& name, const Quarantine
     const QByteArray text = pathOf(free + TextSuffix);
     const bool isResumed = isTextOf(text, note);
     if (!isResumed) {
-        if (isTaken(text) || (isTaken(file) && !isSameFile(source, file)))
+        if (isTaken(text) || (isTaken(file) && !leadToOne(source, file)))
             return EEXIST;
         const int error = makeDurably(growing, text, 0666, [&name, &note](int descriptor) {
             return writeAll(descriptor, textOf(name, note));

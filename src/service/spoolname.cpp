@@ -82,15 +82,15 @@ bool isTemporary(QByteArrayView name)
            name.endsWith(".tmp");
 }
 
-QByteArray numbered(const QByteArray& name, quint64 number)
+QByteArray numbered(const QByteArray& name, quint64 number, qsizetype longest)
 {
-    const QByteArray mark = '~' + QByteArray::number(number);
+    const QByteArray mark = number > 1 ? '~' + QByteArray::number(number) : QByteArray();
     qsizetype dot = name.lastIndexOf('.');
     // A suffix that leaves no room for a stem is none.
-    if (dot <= 0 || name.size() - dot + mark.size() > NAME_MAX - 4)
+    if (dot <= 0 || name.size() - dot + mark.size() > longest - 4)
         dot = name.size();
     const QByteArray suffix = name.mid(dot);
-    return beginning(name.left(dot), NAME_MAX - mark.size() - suffix.size()) + mark + suffix;
+    return beginning(name.left(dot), longest - mark.size() - suffix.size()) + mark + suffix;
 }
 
 } // namespace KezService::SpoolName

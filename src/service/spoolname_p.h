@@ -7,6 +7,7 @@
 #include <QByteArrayView>
 #include <QString>
 
+#include <climits>
 #include <optional>
 
 /// Names of files in a spool. Bytes are names as the system has them.
@@ -25,8 +26,8 @@ QString shown(QByteArrayView name);
 /// "x.tmp", "x~".
 bool isTemporary(QByteArrayView name);
 
-/// "order.xml" with the number 2 is "order~2.xml". A name of 255 bytes stays within them: what is
-/// before the number is cut, at the end of a character.
-QByteArray numbered(const QByteArray& name, quint64 number);
+/// "order.xml" with the number 2 is "order~2.xml"; with the number 1 it has none. What is before
+/// the number is cut, at the end of a character, if the name would have more than `longest` bytes.
+QByteArray numbered(const QByteArray& name, quint64 number, qsizetype longest = NAME_MAX);
 
 } // namespace KezService::SpoolName

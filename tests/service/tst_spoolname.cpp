@@ -24,6 +24,7 @@ private Q_SLOTS:
     void temporaryNamesAreKnown();
     void numberGoesBeforeTheLastSuffix_data();
     void numberGoesBeforeTheLastSuffix();
+    void firstNumberOnlyCuts();
     void numberedNameStaysWithinTheLimit_data();
     void numberedNameStaysWithinTheLimit();
 };
@@ -134,6 +135,13 @@ void TestSpoolName::numberGoesBeforeTheLastSuffix_data()
 void TestSpoolName::numberGoesBeforeTheLastSuffix()
 {
     QTEST(SpoolName::numbered(QTest::currentDataTag(), 2), "fresh");
+}
+
+void TestSpoolName::firstNumberOnlyCuts()
+{
+    QCOMPARE(SpoolName::numbered("order.xml", 1, 251), QByteArray("order.xml"));
+    QCOMPARE(SpoolName::numbered("order.xml", 1, 8), QByteArray("orde.xml"));
+    QCOMPARE(SpoolName::numbered("order.xml", 2, 10), QByteArray("orde~2.xml"));
 }
 
 void TestSpoolName::numberedNameStaysWithinTheLimit_data()
