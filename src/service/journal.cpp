@@ -41,8 +41,8 @@ constexpr std::chrono::seconds LongestAttemptPause{300};
 constexpr qsizetype KeyLength = 32;
 constexpr quint64 LargestNumber = quint64{1} << 62; // leaves room for those that follow
 
-/// What a byte does to a checksum.
-constexpr auto ChecksumTable = [] {
+constexpr std::array<quint16, 256> checksumTable()
+{
     std::array<quint16, 256> table{};
     for (unsigned int byte = 0; byte < table.size(); ++byte) {
         unsigned int sum = byte;
@@ -51,7 +51,10 @@ constexpr auto ChecksumTable = [] {
         table[byte] = static_cast<quint16>(sum);
     }
     return table;
-}();
+}
+
+/// What a byte does to a checksum.
+constexpr std::array<quint16, 256> ChecksumTable = checksumTable();
 
 /// That of ISO 3309, as qChecksum() computes it in twice the time.
 quint16 checksum(std::string_view line)

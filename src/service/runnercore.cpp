@@ -616,7 +616,7 @@ bool RunnerCore::lookAtSpool()
     const QString fault = spoolFault();
     const QString before = std::exchange(_spoolFault, fault);
     if (fault.isEmpty()) {
-        _lookPause = 0s;
+        _lookPause = std::chrono::seconds::zero();
         if (!before.isEmpty() || !wasOurs)
             returnToSpool(!before.isEmpty());
         return true;
