@@ -6,12 +6,13 @@
 #include "service/caughtexception_p.h"
 #include "service/kittexts_p.h"
 
+#include <QFile>
+
 #include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <cxxabi.h>
 #include <deque>
-#include <exception>
 #include <optional>
 #include <pthread.h>
 #include <utility>
@@ -116,21 +117,13 @@ public:
 
     Ended perform(Job job) const
     {
-        if (!job.verdict.isEmpty())
-            return quarantine(job, job.verdict, job.tries);
-        const Outcome outcome = handle(job);
-        switch (outcome.kind()) {
-        case Outcome::Kind::Done:
-            break;
-        case Outcome::Kind::Retry:
-            if (job.tries + 1 < _settings.attempts)
-                return {_consumer, std::move(job), Ended::How::Retry,
-                        reasonOr(outcome.reason(), "RunnerNoReason")};
-            [[fallthrough]];
-        case Outcome::Kind::Reject:
-            return quarantine(job, reasonOr(outcome.reason(), "RunnerNoReason"), job.tries + 1);
-        }
-        return {_consumer, std::move(job), Ended::How::Done, {}};
+        Ended ended = endOf(std::move(job));
+        const bool isSettled =
+            ended.how == Ended::How::Done || ended.how == Ended::How::Quarantined;
+        QueuedFile& file = *ended.job.file;
+        if (isSettled && --file.unended == 0)
+            file.found = stampOf(QFile::encodeName(pathOf(file)));
+        return ended;
     }
 
     std::optional<Step> begin(const Job& job) const
@@ -151,11 +144,34 @@ public:
     }
 
 private:
+    QString pathOf(const QueuedFile& file) const
+    {
+        return _workplace.spool + QLatin1Char('/') + file.name;
+    }
+
+    Ended endOf(Job job) const
+    {
+        if (!job.verdict.isEmpty())
+            return quarantine(job, job.verdict, job.tries);
+        const Outcome outcome = handle(job);
+        switch (outcome.kind()) {
+        case Outcome::Kind::Done:
+            break;
+        case Outcome::Kind::Retry:
+            if (job.tries + 1 < _settings.attempts)
+                return {_consumer, std::move(job), Ended::How::Retry,
+                        reasonOr(outcome.reason(), "RunnerNoReason")};
+            [[fallthrough]];
+        case Outcome::Kind::Reject:
+            return quarantine(job, reasonOr(outcome.reason(), "RunnerNoReason"), job.tries + 1);
+        }
+        return {_consumer, std::move(job), Ended::How::Done, {}};
+    }
+
     Outcome handle(const Job& job) const
     {
-        const QString path = _workplace.spool + QLatin1Char('/') + job.file->name;
         try {
-            return _handler({path, job.file->name, job.file->key, job.tries + 1});
+            return _handler({pathOf(*job.file), job.file->name, job.file->key, job.tries + 1});
         } catch (const abi::__forced_unwind&) { // the thread is being cancelled
             throw;
         } catch (...) {

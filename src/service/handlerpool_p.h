@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -28,6 +29,11 @@ struct QueuedFile {
     quint64 number = 0; ///< that of the journal: the order of the queue
     QString key;
     std::atomic<bool> isGone = false; ///< nobody needs to handle it
+    std::atomic<int> unended = 0;     ///< consumers whose work has not ended
+
+    /// What the last worker found in its place, when it had ended. It writes this before it puts
+    /// its result into the inbox.
+    std::optional<FileStamp> found;
 
     // The rest is used in the queue's thread only.
     enum class Stage { Ready, Paused, Settled };

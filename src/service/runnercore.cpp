@@ -220,9 +220,11 @@ void RunnerCore::enter(const QStringList& names)
 
 void RunnerCore::enterTogether(std::span<const QString> names)
 {
+    const Descriptor spool = openSpool();
     std::vector<Journal::NamedStamp> files;
+    files.reserve(names.size());
     for (const QString& name : names) {
-        const std::optional<FileStamp> stamp = stampOf(pathOf(name));
+        const std::optional<FileStamp> stamp = stampIn(spool.get(), QFile::encodeName(name));
         if (!stamp)
             _unstamped.append(name);
         else if (!isKnown(name, *stamp) && !isUndeletable(name, *stamp))
@@ -269,6 +271,7 @@ void RunnerCore::enterFile(const Journal::Entry& entry)
         else
             submit(static_cast<int>(i), job);
     }
+    file->unended = file->unsettled;
     if (file->unsettled == 0)
         finishFile(file);
 }
@@ -440,13 +443,13 @@ void RunnerCore::resumeDue()
 void RunnerCore::finishFile(const FilePointer& file)
 {
     drop(file);
-    release(file->name, {file->number, file->stamp});
+    const Reported finished{file->number, file->stamp};
+    release(file->name, finished, file->found ? file->found : stampOf(pathOf(file->name)));
 }
 
-/// If it is still the file that the handlers saw, the queue may delete it.
-void RunnerCore::release(const QString& name, Reported file)
+/// If what was found in its place is still the file that the handlers saw, the queue may delete it.
+void RunnerCore::release(const QString& name, Reported file, const std::optional<FileStamp>& stamp)
 {
-    const std::optional<FileStamp> stamp = stampOf(pathOf(name));
     if (stamp && stamp->hasContentOf(file.stamp)) {
         file.stamp = *stamp;
         report(name, file);
@@ -510,12 +513,13 @@ void RunnerCore::retryReleases()
             due.append(file.key());
     }
     for (const QString& name : due)
-        release(name, _unreleased.take(name));
+        release(name, _unreleased.take(name), stampOf(pathOf(name)));
 }
 
 void RunnerCore::scheduleRescan()
 {
-    if (_reported.size() >= _queue->size() / ShareForRescan)
+    const bool isDue = _reported.size() >= _queue->size() / ShareForRescan;
+    if (isDue && !(_rescanTimer.isActive() && _rescanTimer.interval() == 0))
         _rescanTimer.start(0);
     else if (!_rescanTimer.isActive())
         _rescanTimer.start(timerInterval(
@@ -661,7 +665,7 @@ void RunnerCore::returnToSpool(bool wasAway)
     _queue->onDirectoryChanged();
     const QHash<QString, Reported> reported = std::exchange(_reported, {});
     for (auto file = reported.constBegin(); file != reported.constEnd(); ++file)
-        release(file.key(), *file);
+        release(file.key(), *file, stampOf(pathOf(file.key())));
     rescan();
     enter(namesInQueue());
     QStringList lost;

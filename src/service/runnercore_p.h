@@ -21,7 +21,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <span>
 #include <utility>
 #include <vector>
@@ -120,7 +119,7 @@ private:
     void resumeDue();
 
     void finishFile(const FilePointer& file);
-    void release(const QString& name, Reported file);
+    void release(const QString& name, Reported file, const std::optional<FileStamp>& stamp);
     void report(const QString& name, const Reported& file);
     bool isUndeletable(const QString& name, const FileStamp& stamp);
     void keepUndeletable(const QString& name, Reported file);
