@@ -16,6 +16,7 @@ declare -A layer_of=()  # of a unit; the base is layer -1
 declare -A group_of=()  # of a unit: the units in one pair of backticks, itself included
 declare -A unit_named=() # by the name in lower case
 declare -A owner_of=()  # of a file name that the second table lists: its unit
+declare -A has_files=() # a unit that has a row in the second table
 declare -A unit_of=()   # of a file
 declare -A highest=()   # of a group: the highest layer that it includes
 declare -A is_of_kit=() # a unit with files below service/
@@ -52,7 +53,10 @@ add_units() {
 add_files() {
     local unit=$1 name
     [[ -n ${layer_of[$unit]-} ]] || fault "$table_file: $unit has files, and no layer"
+    [[ -z ${has_files[$unit]-} ]] || fault "$table_file: $unit has two rows of files"
+    has_files[$unit]=1
     while read -r name; do
+        [[ -z ${owner_of[$name]-} ]] || fault "$table_file: $name is listed twice"
         owner_of[$name]=$unit
         [[ -n $(find include/kez src -name "$name") ]] || fault "$table_file: there is no $name"
     done < <(in_backticks "$2")
@@ -255,6 +259,15 @@ break_tables() {
 
     redraw '/^\| 0 /s/`Memory`/`Memory` `Oblivion`/'
     expect_fault "$table_file: Oblivion has no file"
+
+    redraw '/^\| 1 /s/`UrlHelper`/& `Text`/'
+    expect_fault "$table_file: Text has two places"
+
+    redraw 's/^\| `Text` \| .*/&\n&/'
+    expect_fault "$table_file: Text has two rows of files"
+
+    redraw 's/^(\| `Text` \| )/\1`kez.cpp` /'
+    expect_fault "$table_file: kez.cpp is listed twice"
 }
 
 self_test() {
