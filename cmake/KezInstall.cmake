@@ -5,19 +5,18 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 # Installs a library target with its public headers, as component `name` of the CMake package Kez
-# (target Kez::<name>), and with a pkg-config module. The installed tree may be moved: no file in it
-# holds an absolute path.
-#   kez_install(target name MODULE kez-name DESCRIPTION text REQUIRES modules)
+# (target Kez::<name>), and with a pkg-config module. TARGETS_FILE is what KezConfig.cmake includes
+# for the component. The installed tree may be moved: no file in it holds an absolute path.
+#   kez_install(target name TARGETS_FILE file MODULE kez-name DESCRIPTION text REQUIRES modules)
 function(kez_install target name)
-  cmake_parse_arguments(arg "" "MODULE;DESCRIPTION;REQUIRES" "" ${ARGN})
+  cmake_parse_arguments(arg "" "TARGETS_FILE;MODULE;DESCRIPTION;REQUIRES" "" ${ARGN})
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Kez)
-  string(REPLACE "KezKez" "Kez" targets_file "Kez${name}Targets")
 
-  install(TARGETS ${target} EXPORT ${targets_file}
+  install(TARGETS ${target} EXPORT ${target}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
-  install(EXPORT ${targets_file} NAMESPACE Kez:: DESTINATION ${package_dir})
+  install(EXPORT ${target} FILE ${arg_TARGETS_FILE} NAMESPACE Kez:: DESTINATION ${package_dir})
 
   set(pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   file(RELATIVE_PATH KEZ_PC_PREFIX /${pkgconfig_dir} /)
