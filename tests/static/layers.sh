@@ -5,7 +5,8 @@
 # Checks the sources against the two tables of ARCHITECTURE.md, section "Layers":
 #   layers.sh SOURCE_DIR              every file belongs to a unit; every unit includes lower layers
 #                                     only, and stands in the lowest layer that this allows; the
-#                                     service kit stands above the core
+#                                     service kit stands above the core, and each of its sources
+#                                     includes its own header first
 #   layers.sh --self-test SOURCE_DIR  breaks copies of the sources; each fault has to be found
 
 set -euo pipefail
@@ -133,6 +134,28 @@ check_file() {
         "$file" | paste - -)
 }
 
+# own_header FILE: the header of that name, public or private, or else that of the file's unit.
+own_header() {
+    local stem=${1##*/} name candidate
+    for name in "${stem%.cpp}" "${unit_of[$1],,}"; do
+        for candidate in "kez/service/$name.h" "service/${name}_p.h"; do
+            if [[ -f include/$candidate || -f src/$candidate ]]; then
+                echo "$candidate"
+                return
+            fi
+        done
+    done
+}
+
+# A header that is included first has to include all that it needs.
+check_first() {
+    local file=$1 own
+    [[ $file == src/service/*.cpp ]] || return 0
+    own=$(own_header "$file")
+    [[ $(grep -m1 -A1 '^#include' "$file"; echo .) == "#include \"$own\""$'\n\n.' ]] ||
+        fault "$file: has to include \"$own\" first, and then a blank line"
+}
+
 check_lowest() {
     local group=$1 unit=${1%% *} lowest=$((highest[$1] + 1))
     ((layer_of[$unit] >= 0)) || return 0
@@ -172,6 +195,7 @@ check_tree() {
     place_files
     while read -r file; do
         check_file "$file"
+        check_first "$file"
     done < <(printf '%s\n' "${!unit_of[@]}" | sort)
     for group in "${!highest[@]}"; do
         check_lowest "$group"
@@ -235,6 +259,18 @@ break_sources() {
     fresh_copy
     sed -i '1i #include "nowhere_p.h"' broken/src/log/log.cpp
     expect_fault "src/log/log.cpp:1: there is no nowhere_p.h"
+
+    fresh_copy
+    sed -i '1i #include "service/kittexts_p.h"' broken/src/service/journal.cpp
+    expect_fault 'src/service/journal.cpp: has to include "service/journal_p.h" first'
+
+    fresh_copy
+    sed -i 's,"kez/service/delivery.h",<kez/service/delivery.h>,' broken/src/service/delivery.cpp
+    expect_fault 'src/service/delivery.cpp: has to include "kez/service/delivery.h" first'
+
+    fresh_copy
+    sed -i '/lineformatters.h/{n;/^$/d}' broken/src/service/loggerbuilder.cpp
+    expect_fault 'loggerbuilder.cpp: has to include "kez/service/lineformatters.h" first, and then'
 }
 
 # move UNIT LAYER: puts a unit into another layer.
