@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/arrivalgate.h"
+
 #include "frame/directories_p.h"
 #include "service/filestate_p.h"
 #include "service/gatekeeper_p.h"

@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "config/configreader_p.h"
 #include "service/configfile_p.h"
+
+#include "config/configreader_p.h"
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/configwatcher.h"
+
 #include "frame/directories_p.h"
 #include "service/configcheck_p.h"
 #include "service/configfile_p.h"

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/delivery.h"
+
 #include "frame/directories_p.h"
 #include "service/durablefiles_p.h"
 #include "service/growingfiles_p.h"
@@ -16,9 +17,8 @@
 
 #include <array>
 #include <cerrno>
-#include <utility>
-
 #include <sys/stat.h>
+#include <utility>
 
 namespace KezService {
 

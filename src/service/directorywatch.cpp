@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-
 #include <sys/inotify.h>
 
 namespace KezService {

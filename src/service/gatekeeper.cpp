@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "service/durablefiles_p.h"
 #include "service/gatekeeper_p.h"
+
+#include "service/durablefiles_p.h"
 #include "service/openwriters_p.h"
 #include "service/spoolname_p.h"
 
@@ -12,10 +13,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <memory>
-
 #include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 
 namespace KezService {

@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/growingfiles_p.h"
+
 #include "service/durablefiles_p.h"
 #include "service/filestate_p.h"
-#include "service/growingfiles_p.h"
 #include "service/refusal_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -12,11 +13,10 @@
 
 #include <cerrno>
 #include <ctime>
-#include <memory>
-#include <optional>
-
 #include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <optional>
 #include <sys/file.h>
 #include <unistd.h>
 

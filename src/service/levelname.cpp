@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/levelname.h"
+
 #include "log/loggerkeys_p.h"
 
 namespace KezService {

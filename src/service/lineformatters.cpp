@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/lineformatters.h"
+
 #include "log/loggerkeys_p.h"
 #include "service/bridgedline_p.h"
 #include "service/escapedtext_p.h"
@@ -12,7 +13,6 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
-
 #include <pthread.h>
 #include <unistd.h>
 

@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "kez/service/lineformatters.h"
+
 #include "config/numberproperty_p.h"
 #include "frame/failure_p.h"
-#include "kez/service/lineformatters.h"
 #include "log/loggerkeys_p.h"
 #include "service/kittexts_p.h"
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/logringcheck.h>
+#include "kez/service/logringcheck.h"
 
 #include "log/loggerkeys_p.h"
 #include "log/ringname_p.h"

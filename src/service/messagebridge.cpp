@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/messagebridge.h"
+
 #include "service/bridgedline_p.h"
 #include "service/categorypattern_p.h"
 #include "service/durablefiles_p.h"
@@ -19,10 +20,9 @@
 #include <atomic>
 #include <mutex>
 #include <shared_mutex>
+#include <unistd.h>
 #include <utility>
 #include <vector>
-
-#include <unistd.h>
 
 namespace KezService {
 

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <csignal>
-
 #include <fcntl.h>
 
 namespace KezService {

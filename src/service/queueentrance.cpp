@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/queueentrance_p.h"
+
 #include "service/durablefiles_p.h"
 #include "service/growingfiles_p.h"
-#include "service/queueentrance_p.h"
 #include "service/refusal_p.h"
 #include "service/spoolname_p.h"
 
@@ -11,7 +12,6 @@
 
 #include <array>
 #include <cerrno>
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/savedproperties.h"
+
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
 #include "service/soletemporary_p.h"

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/sectionlogger.h"
+
 #include "frame/directories_p.h"
 #include "kez/service/configsection.h"
 #include "log/loggerkeys_p.h"

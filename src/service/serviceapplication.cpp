@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/serviceapplication.h>
+#include "kez/service/serviceapplication.h"
 
 #include "service/caughtexception_p.h"
 #include "service/kittexts_p.h"

@@ -1,15 +1,15 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/servicelog.h>
+#include "kez/service/servicelog.h"
 
+#include "kez/service/logringcheck.h"
 #include "log/loggerkeys_p.h"
 
 #include <kez/configuration.h>
 #include <kez/identity.h>
 #include <kez/log.h>
 #include <kez/loggerconfigcontroller.h>
-#include <kez/service/logringcheck.h>
 
 #include <QCoreApplication>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/servicenotifier.h>
+#include "kez/service/servicenotifier.h"
 
 #include "service/descriptor_p.h"
 #include "service/kittexts_p.h"

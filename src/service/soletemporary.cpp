@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "service/durablefiles_p.h"
 #include "service/soletemporary_p.h"
+
+#include "service/durablefiles_p.h"
 
 #include <QDeadlineTimer>
 #include <QThread>

@@ -1,9 +1,10 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/sourcefile_p.h"
+
 #include "service/durablefiles_p.h"
 #include "service/refusal_p.h"
-#include "service/sourcefile_p.h"
 
 #include <QThread>
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/unixsignals.h>
+#include "kez/service/unixsignals.h"
 
 #include "service/kittexts_p.h"
 

@@ -1,8 +1,9 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "service/kittexts_p.h"
 #include "service/xmloutput_p.h"
+
+#include "service/kittexts_p.h"
 
 #include <QFileDevice>
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/xmlwriter.h"
+
 #include "service/kittexts_p.h"
 #include "service/xmlcharacters_p.h"
 #include "service/xmloutput_p.h"
