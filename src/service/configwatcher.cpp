@@ -93,7 +93,7 @@ private:
     bool _isStarted = false;
     bool _isPending = false; // a change is noticed and not loaded yet
     QDeadlineTimer _latest;  // when it is loaded even if the file does not rest
-    FileState _seen;         // at the last load or look
+    ConfigFileState _seen;   // at the last load or look
     Dictionnary _entries;    // of the configuration in use, before the validators could change them
     Dictionnary _refusedEntries;
     int _watchError = 0;
@@ -179,7 +179,7 @@ void ConfigWatcher::Private::look()
     const int error = _watch.follow();
     if (std::exchange(_watchError, error) != error && error != 0)
         Log::getInstance()->warning(text("ConfigNotWatched", systemErrorText(error)));
-    const FileState state = fileStateOf(_absolute);
+    const ConfigFileState state = configFileStateOf(_absolute);
     if (std::exchange(_seen, state) != state)
         touched();
 }
