@@ -116,6 +116,24 @@ QMap<QString, QString> largeEntries(int number)
     return entries;
 }
 
+/// Counts what the timers of one object do.
+class TimerEvents : public QObject {
+public:
+    explicit TimerEvents(QObject& owner) : _owner(owner)
+    {
+        QCoreApplication::instance()->installEventFilter(this);
+    }
+    bool eventFilter(QObject* receiver, QEvent* event) override
+    {
+        count += event->type() == QEvent::Timer && receiver->parent() == &_owner;
+        return false;
+    }
+    int count = 0;
+
+private:
+    QObject& _owner;
+};
+
 } // namespace
 
 class TestConfigWatcher : public QObject {
@@ -153,6 +171,10 @@ private Q_SLOTS:
     void stopAndStart();
     void slotsMayUseTheWatcher();
     void validatorMayRunAnEventLoop();
+    void waitingValidatorCostsNoTime();
+    void reloadDuringACheckRunsTheValidatorsAgain();
+    void watcherMayBeStoppedDuringACheck();
+    void watcherMayBeStartedAnewDuringACheck();
     void watcherMayBeDestroyedAtAnyTime();
     void relativePathIsResolvedOnce();
     void linesInTheLog();
@@ -687,6 +709,83 @@ void TestConfigWatcher::validatorMayRunAnEventLoop()
     QTRY_COMPARE(changed.size(), 2);
     QCOMPARE(changed[0][0].value<std::shared_ptr<Config>>()->value("a"), "2");
     QCOMPARE(watcher->config()->value("a"), "3");
+}
+
+void TestConfigWatcher::waitingValidatorCostsNoTime()
+{
+    const auto watcher = quickWatcher();
+    watcher->setQuietTime(0ms);
+    QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    watcher->start();
+    TimerEvents timers(*watcher);
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        write("a=3\n");
+        timers.count = 0;
+        QTest::qWait(50);
+        QVERIFY2(timers.count <= 10, qPrintable(QString::number(timers.count)));
+    };
+    QVERIFY(write("a=2\n"));
+    QTRY_COMPARE(changed.size(), 2);
+    QCOMPARE(watcher->config()->value("a"), "3");
+}
+
+void TestConfigWatcher::reloadDuringACheckRunsTheValidatorsAgain()
+{
+    const auto watcher = quickWatcher();
+    watcher->start();
+    const int made = controllers;
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        watcher->reload();
+        QTest::qWait(20);
+        watcher->reload(); // one run answers both
+    };
+    watcher->reload();
+    QTRY_COMPARE(controllers.load(), made + 2);
+    QTest::qWait(30);
+    QCOMPARE(controllers.load(), made + 2);
+    QCOMPARE(_log->take(), QStringList(2, "1" + file() + ": loaded again, nothing changed"));
+}
+
+void TestConfigWatcher::watcherMayBeStoppedDuringACheck()
+{
+    const auto watcher = quickWatcher();
+    const QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    const auto before = watcher->start();
+    QVERIFY(write("a=2\n"));
+    whileChecking = [&] {
+        watcher->reload(); // is forgotten, too
+        watcher->stop();
+    };
+    watcher->reload();
+    whileChecking = nullptr;
+    QTest::qWait(30);
+    QCOMPARE(watcher->config(), before);
+    QVERIFY(changed.isEmpty());
+    QCOMPARE(_log->texts(), QStringList());
+}
+
+void TestConfigWatcher::watcherMayBeStartedAnewDuringACheck()
+{
+    const auto watcher = quickWatcher();
+    const QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    watcher->start();
+    QVERIFY(write("a=2\n"));
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        write("a=3\n");
+        watcher->stop();
+        watcher->start();
+    };
+    watcher->reload();
+    QCOMPARE(watcher->config()->value("a"), "3");
+    QTest::qWait(30);
+    QCOMPARE(watcher->config()->value("a"), "3");
+    QVERIFY(changed.isEmpty());
 }
 
 void TestConfigWatcher::watcherMayBeDestroyedAtAnyTime()
