@@ -30,7 +30,8 @@ RingReport checkedRing(Config& config)
     return isNumber ? checkLogRing(config.value(LoggerKeys::FileName), kept) : RingReport();
 }
 
-/// Not by initInstance(), which would keep a log that something else has made.
+/// Not by initInstance(), which would keep a log that something else has made. The old log stays:
+/// somebody may hold it; as a child it is still reachable.
 void makeProcessLog(Logger& logger)
 {
     QObject* const before = Log::getInstance();
