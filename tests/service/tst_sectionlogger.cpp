@@ -92,6 +92,8 @@ private Q_SLOTS:
     void whatPassesBuilds();
 
     void loggerIsBuiltAsItsSectionSays();
+    void ringIsRepairedBeforeItIsOpened_data();
+    void ringIsRepairedBeforeItIsOpened();
     void loggerOfAFaultySectionIsNotBuilt();
     void loggersAreRegistered();
     void registrationIsAllOrNothing();
@@ -431,6 +433,30 @@ void TestSectionLogger::loggerIsBuiltAsItsSectionSays()
     logger->info("kept");
     QCOMPARE(logMessages(path("audit-0.log"), "INFOR"), QStringList("kept"));
     QVERIFY(!QFile::exists(path("app-0.log")));
+}
+
+void TestSectionLogger::ringIsRepairedBeforeItIsOpened_data()
+{
+    QTest::addColumn<bool>("isRegistered");
+    QTest::newRow("built") << false;
+    QTest::newRow("registered") << true;
+}
+
+void TestSectionLogger::ringIsRepairedBeforeItIsOpened()
+{
+    QFETCH(const bool, isRegistered);
+    for (const char* name : {"audit-0.log", "audit-2.log", "audit-9.log"})
+        QVERIFY(writeFile(path(name), ""));
+    Log log;
+    const Properties all(legal({{"audit.log.kept", "4"}}));
+    if (isRegistered)
+        registerSectionLoggers(all, log);
+    else
+        QVERIFY(buildSectionLogger(all, "audit"));
+    QCOMPARE(files(), (QStringList{"audit-0.log", "audit-1.log", "audit-9.log.aside"}));
+    QCOMPARE(logMessages(path("audit-1.log"), "WARNG"),
+             (QStringList{kitText("FrameRingForeign", path("audit-9.log"), "audit-9.log.aside"),
+                          kitText("FrameRingMoved", path("audit-2.log"), "audit-1.log")}));
 }
 
 void TestSectionLogger::loggerOfAFaultySectionIsNotBuilt()
