@@ -145,7 +145,7 @@ private Q_SLOTS:
 
     void startLoads();
     void startThrowsAllFaults();
-    void startAfterAFailure();
+    void startMayBeTriedAgain();
     void secondStartChangesNothing();
     void changeIsAnnounced_data();
     void changeIsAnnounced();
@@ -168,7 +168,7 @@ private Q_SLOTS:
     void reloadDoesNotWait();
     void touchedFileIsCheckedAgain();
     void nothingHappensUnlessStarted();
-    void stopAndStart();
+    void stoppedWatcherMayBeStartedAgain();
     void slotsMayUseTheWatcher();
     void validatorMayRunAnEventLoop();
     void waitingValidatorCostsNoTime();
@@ -177,7 +177,7 @@ private Q_SLOTS:
     void watcherMayBeStartedAnewDuringACheck();
     void watcherMayBeDestroyedAtAnyTime();
     void relativePathIsResolvedOnce();
-    void linesInTheLog();
+    void logSaysWhatChangedAndWhatIsWrong();
     void manyChangedKeysAreNotAllNamed();
     void versionIsKept();
     void savedConfigurationsAreAlwaysWhole();
@@ -255,7 +255,7 @@ void TestConfigWatcher::startThrowsAllFaults()
     QCOMPARE(_log->texts(), QStringList());
 }
 
-void TestConfigWatcher::startAfterAFailure()
+void TestConfigWatcher::startMayBeTriedAgain()
 {
     QVERIFY(write("number.a=x\n"));
     const auto watcher = quickWatcher();
@@ -360,7 +360,7 @@ void TestConfigWatcher::missingNotificationsAreLoggedOnce()
     QTRY_VERIFY(!_log->texts().isEmpty());
     QTest::qWait(50);
     QCOMPARE(_log->texts(),
-             QStringList("2" + file() + ": the system notifies of no changes of this file (" +
+             QStringList("2" + file() + ": the system does not report changes of this file (" +
                          systemErrorText(EMFILE) + "); it is still looked at regularly"));
 
     // When there are watches again, they are used.
@@ -486,7 +486,7 @@ void TestConfigWatcher::faultyFileThatIsRevertedIsNotAnnounced()
     QVERIFY(write("a=1\n"));
     QTRY_COMPARE(watcher->faults(), QStringList());
     QVERIFY(changed.isEmpty());
-    QCOMPARE(_log->texts().last(), "1" + file() + ": again as the configuration in use");
+    QCOMPARE(_log->texts().last(), "1" + file() + ": matches the configuration in use again");
 }
 
 void TestConfigWatcher::unreadableFilesAreRefused_data()
@@ -587,7 +587,7 @@ void TestConfigWatcher::reloadAsksTheValidatorsAgain()
     isEnvironmentBad = false;
     watcher->reload();
     QCOMPARE(watcher->faults(), QStringList());
-    QCOMPARE(_log->take().last(), "1" + file() + ": again as the configuration in use");
+    QCOMPARE(_log->take().last(), "1" + file() + ": matches the configuration in use again");
     QVERIFY(changed.isEmpty());
     QCOMPARE(watcher->config(), before);
 }
@@ -652,7 +652,7 @@ void TestConfigWatcher::nothingHappensUnlessStarted()
     QCOMPARE(_log->texts(), QStringList());
 }
 
-void TestConfigWatcher::stopAndStart()
+void TestConfigWatcher::stoppedWatcherMayBeStartedAgain()
 {
     const auto watcher = quickWatcher();
     watcher->setCheckPeriod(5ms);
@@ -825,7 +825,7 @@ void TestConfigWatcher::relativePathIsResolvedOnce()
     QVERIFY(_log->texts().last().startsWith("1etc/app.conf: "));
 }
 
-void TestConfigWatcher::linesInTheLog()
+void TestConfigWatcher::logSaysWhatChangedAndWhatIsWrong()
 {
     const auto watcher = quickWatcher();
     watcher->start();
@@ -835,7 +835,7 @@ void TestConfigWatcher::linesInTheLog()
              QStringList("1" + file() + ": the new configuration is in use; changed keys: b"));
     QVERIFY(write("number.x=x\nnumber.y=%1\n"));
     watcher->reload();
-    const QString head = "2" + file() + ": refused, the configuration before stays in use: ";
+    const QString head = "2" + file() + ": refused, the previous configuration stays in use: ";
     QCOMPARE(_log->take(),
              (QStringList{head + "number.x is no number", head + "number.y is no number"}));
     useLanguage("fr_FR");

@@ -78,7 +78,7 @@ private Q_SLOTS:
     void allFaultsOfASectionAreFound();
     void valueThatLooksLikeAKeyStays();
     void controlCharactersAreEscaped();
-    void faultsInFrench();
+    void faultsAreInTheLanguageOfTheProcess();
     void faultsOfAllSectionsAreFound();
     void otherSectionsAreNotChecked();
     void answerIsThatOfThisRun();
@@ -98,7 +98,7 @@ private Q_SLOTS:
     void loggersAreRegistered();
     void registrationIsAllOrNothing();
     void nameThatIsTakenIsAFault();
-    void registrationInTheProcessesLog();
+    void processesLogIsTheDefault();
 
 private:
     QString path(const char* name) const { return _directory->filePath(QString::fromUtf8(name)); }
@@ -222,7 +222,7 @@ void TestSectionLogger::controlCharactersAreEscaped()
              QStringList("a\\nb.log.kept=[1\\n2]: must be a whole number from 0 to 4294967295"));
 }
 
-void TestSectionLogger::faultsInFrench()
+void TestSectionLogger::faultsAreInTheLanguageOfTheProcess()
 {
     useLanguage("fr_FR");
     QCOMPARE(faultsOf(legal({{"audit.log.kept", "-1"}})),
@@ -503,12 +503,12 @@ void TestSectionLogger::nameThatIsTakenIsAFault()
     QVERIFY(log.insertLoggger("audit", other));
     const Properties all(legal({{"billing.log.filename", path("billing")}}));
     QCOMPARE(failureText([&] { registerSectionLoggers(all, log); }),
-             QString("audit.log.*: the log has a logger of the name [audit] already"));
+             QString("audit.log.*: a logger is registered under the name [audit] already"));
     QCOMPARE(log.logger("audit"), other);
     QVERIFY(!log.containsLogger("billing"));
 }
 
-void TestSectionLogger::registrationInTheProcessesLog()
+void TestSectionLogger::processesLogIsTheDefault()
 {
     const Log log; // the process's log while it lives
     QCOMPARE(registerSectionLoggers(Properties(legal())), QStringList("audit"));

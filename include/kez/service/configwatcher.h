@@ -17,7 +17,7 @@ namespace KezService {
 /// announces the new configuration.
 ///
 /// A file that cannot be read, or that a validator refuses, is reported with all its faults, and
-/// the configuration before stays. It does not matter how the file changes: written in place,
+/// the previous configuration stays. It does not matter how the file changes: written in place,
 /// replaced by a rename, removed and made again, through a link that is exchanged, or with its
 /// whole directory. A change is loaded when nothing happened for a quiet time; if the file never
 /// rests, after 50 quiet times. As a safety net the file is looked at every few seconds, which also
