@@ -125,7 +125,7 @@ private Q_SLOTS:
     void sizeIsLimited_data();
     void sizeIsLimited();
     void fileWithoutASizeIsRead();
-    void faultsInFrench();
+    void faultsAreInTheLanguageOfTheProcess();
     void noDescriptorIsLeftOpen();
 
 private:
@@ -381,7 +381,7 @@ void TestLoadConfig::fileWithoutASizeIsRead()
     QVERIFY(!failureText([] { loadConfig("/proc/self/environ", "1", {}, 1); }).isEmpty());
 }
 
-void TestLoadConfig::faultsInFrench()
+void TestLoadConfig::faultsAreInTheLanguageOfTheProcess()
 {
     useLanguage("fr_FR");
     QCOMPARE(failureText([&] { loadConfig(file()); }),
