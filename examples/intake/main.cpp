@@ -5,10 +5,11 @@
 #include "settings.h"
 #include "texts.h"
 
-#include <kez/configuration.h>
 #include <kez/log.h>
 #include <kez/loggerconfigcontroller.h>
 #include <kez/service/delivery.h>
+#include <kez/service/exitcodes.h>
+#include <kez/service/loadconfig.h>
 #include <kez/service/messagebridge.h>
 #include <kez/service/serviceapplication.h>
 #include <kez/service/servicelog.h>
@@ -32,24 +33,18 @@ namespace {
 
 constexpr auto Patience = 10s; // with the files at hand, when all has to pause or to stop
 
-/// Throws Exception, with one line per fault.
-std::shared_ptr<Config> loadConfiguration(const QString& path)
-{
-    const auto config = Config::load(path, u"1.0.0"_s);
-    resolvePaths(*config->properties(), QFileInfo(path).absolutePath());
-    if (const QString lang = Settings::of(*config->properties()).lang;
-        Log::languages().contains(lang))
-        Translator::getInstance()->setDefaultLang(lang);
-
-    LoggerConfigController logController;
-    IntakeConfigController ownController;
-    config->isLegalConfiguration(&logController);
-    config->isLegalConfiguration(&ownController);
-    const QStringList faults = logController.errors() + ownController.errors();
-    if (faults.isEmpty())
-        return config;
-    const QString title = text("ConfigurationFaults"_L1, path, QString::number(faults.size()));
-    throw Exception((QStringList(title) + faults).join(u"\n  "_s));
+/// Null if it has faults, which are told then.
+std::shared_ptr<Config> configurationIn(const QString& path)
+try {
+    return loadConfig(path, u"1.0.0"_s, [&path] {
+        std::vector<std::unique_ptr<IConfigController>> made;
+        made.push_back(std::make_unique<IntakeConfigController>(QFileInfo(path).absolutePath()));
+        made.push_back(std::make_unique<LoggerConfigController>());
+        return made;
+    });
+} catch (const Exception& failure) {
+    QTextStream(stderr) << failure.detail() << Qt::endl;
+    return nullptr;
 }
 
 QByteArray digestOf(const QString& path)
@@ -106,10 +101,8 @@ void logSummary(const RunnerProgress& progress, const Ledger& ledger)
 }
 
 /// Works until a signal ends it; the result is the exit code.
-int serve(const Settings& settings)
+int serve(const Settings& settings, UnixSignals& received, ServiceNotifier& notifier)
 try {
-    UnixSignals received;
-    ServiceNotifier notifier;
     const Delivery archive(settings.archive);
     const auto ledger = std::make_shared<Ledger>(settings.ledger);
     const auto keep = [archive](const FileAtHand& file) { return keepCopy(file, archive); };
@@ -147,6 +140,8 @@ try {
 int main(int argc, char* argv[])
 try {
     const ServiceApplication application(argc, argv);
+    UnixSignals received; // first: from now on, no request to stop is lost
+    ServiceNotifier notifier;
     loadTexts();
     registerOrderHandlers();
     const QStringList arguments = QCoreApplication::arguments().mid(1);
@@ -156,11 +151,13 @@ try {
         QTextStream(isHelp ? stdout : stderr) << text("ServiceUsage"_L1) << Qt::endl;
         return isHelp ? ExitClean : ExitUsage;
     }
-    const auto config = loadConfiguration(path);
+    const auto config = configurationIn(path);
+    if (!config)
+        return ExitConfiguration;
     openLog(*config);
     const MessageBridge bridge;
-    return serve(Settings::of(*config->properties()));
+    return serve(Settings::of(*config->properties()), received, notifier);
 } catch (const Exception& failure) {
     QTextStream(stderr) << failure.detail() << Qt::endl;
-    return ExitFailure;
+    return ExitUnavailable;
 }

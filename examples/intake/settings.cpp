@@ -80,20 +80,19 @@ Settings Settings::of(const Properties& properties)
             .lang = valueOf(properties, u"lang"_s, Translator::getInstance()->defaultLang())};
 }
 
-void intake::resolvePaths(Properties& properties, const QString& directory)
-{
-    for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"ledger.path"_s,
-                               u"setaside.path"_s, u"log.filename"_s}) {
-        const QString path = valueOf(properties, key);
-        if (!path.isEmpty())
-            properties.setValue(key, QDir::cleanPath(QDir(directory).absoluteFilePath(path)));
-    }
-}
-
 bool IntakeConfigController::isLegalConfiguration(Properties* properties)
 {
-    const QStringList faults =
-        properties ? faultsOf(*properties) : QStringList{text("NoConfiguration"_L1)};
+    if (!properties)
+        return false;
+    for (const QString& key : {u"queue.path"_s, u"archive.path"_s, u"ledger.path"_s,
+                               u"setaside.path"_s, u"log.filename"_s}) {
+        const QString path = valueOf(*properties, key);
+        if (!path.isEmpty())
+            properties->setValue(key, QDir::cleanPath(QDir(_directory).absoluteFilePath(path)));
+    }
+    if (const QString lang = Settings::of(*properties).lang; Log::languages().contains(lang))
+        Translator::getInstance()->setDefaultLang(lang);
+    const QStringList faults = faultsOf(*properties);
     for (const QString& fault : faults)
         insertError(fault);
     return faults.isEmpty();

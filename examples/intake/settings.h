@@ -17,15 +17,17 @@ struct Settings {
     static Settings of(const Properties& properties);
 };
 
-/// Makes the paths in `properties` absolute. A relative one starts at `directory`.
-void resolvePaths(Properties& properties, const QString& directory);
-
-/// Checks the service's own keys; LoggerConfigController checks those of the log.
+/// Makes the paths absolute (a relative one starts at `directory`) and the language that of the
+/// configuration; then checks the service's own keys. LoggerConfigController comes after it.
 class IntakeConfigController : public IConfigController {
     Q_OBJECT
 
 public:
+    explicit IntakeConfigController(const QString& directory) : _directory(directory) {}
     bool isLegalConfiguration(Properties* properties) override;
+
+private:
+    QString _directory;
 };
 
 } // namespace intake

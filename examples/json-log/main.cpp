@@ -13,6 +13,7 @@
 #include <kez/exception.h>
 #include <kez/log.h>
 #include <kez/service/lineformatters.h>
+#include <kez/service/loggerbuilder.h>
 #include <kez/service/messagebridge.h>
 #include <kez/service/unixsignals.h>
 

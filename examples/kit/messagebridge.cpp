@@ -5,6 +5,7 @@
 #include <kez/log.h>
 #include <kez/properties.h>
 #include <kez/service/lineformatters.h>
+#include <kez/service/loggerbuilder.h>
 #include <kez/service/messagebridge.h>
 
 #include <QFile>

@@ -3,10 +3,9 @@
 
 #include "kez/configuration.h"
 #include "config/configreader_p.h"
-#include "config/numberproperty_p.h"
+#include "config/loggerfromkeys_p.h"
 #include "frame/failure_p.h"
 #include "frame/keyvalue_p.h"
-#include "kez/loggerconfigcontroller.h"
 #include "log/banner_p.h"
 #include "log/loggerkeys_p.h"
 
@@ -17,42 +16,11 @@
 
 namespace {
 
-constexpr const char* BuildSignature = "shared_ptr<Log> Config::buildFileSystemLogger(Config&)";
-
 const int configMetaType = qRegisterMetaType<Config>();
 
 QString versionKey()
 {
     return QStringLiteral("app.version");
-}
-
-[[noreturn]] void raiseInvalid(const QString& key, const QString& value)
-{
-    Failure::raise(BuildSignature,
-                   Failure::message("ConfParamInvalid", key + QLatin1Char('=') + value));
-}
-
-LoggerLevel::LogLevel filterLevel(const Properties& properties)
-{
-    if (!properties.contains(LoggerKeys::Filter))
-        return LoggerKeys::ConfigDefaults.filter;
-    return LoggerKeys::levelNamed(&LoggerKeys::LevelNames::config,
-                                  properties.value(LoggerKeys::Filter).toLower())
-        .value_or(LoggerLevel::debug);
-}
-
-bool isTeeOn(const Properties& properties)
-{
-    return properties.contains(LoggerKeys::Tee) &&
-           properties.value(LoggerKeys::Tee) == QLatin1String("1");
-}
-
-void checkLoggerKeys(const Properties& properties)
-{
-    Properties checked(properties);
-    LoggerConfigController controller;
-    if (!controller.isLegalConfiguration(&checked))
-        Failure::raise(BuildSignature, controller.errorsToString(QStringLiteral("\n")));
 }
 
 } // namespace
@@ -98,15 +66,8 @@ std::shared_ptr<Config> Config::load(const Properties& properties, const QString
 
 std::shared_ptr<Logger> Config::buildFileSystemLogger(const Properties& properties)
 {
-    checkLoggerKeys(properties);
-    constexpr LoggerKeys::Defaults absent = LoggerKeys::ConfigDefaults;
-    const quint64 maxSize = numberOr(properties, LoggerKeys::MaxSize, absent.maxSize, raiseInvalid);
-    const quint32 kept = numberOr(properties, LoggerKeys::Kept, absent.kept, raiseInvalid);
-    const quint32 timeout = numberOr(properties, LoggerKeys::Timeout, absent.timeout, raiseInvalid);
-
-    auto logger = std::make_shared<Logger>(properties.value(LoggerKeys::FileName), maxSize, kept,
-                                           timeout, filterLevel(properties), nullptr);
-    if (isTeeOn(properties))
+    const std::shared_ptr<Logger> logger = LoggerFromKeys::build(properties, nullptr);
+    if (LoggerFromKeys::asksForTee(properties))
         logger->enableTee();
     else
         logger->disableTee();

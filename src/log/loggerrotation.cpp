@@ -168,19 +168,7 @@ std::optional<unsigned int> Logger::newestIndex() const
     const auto names = namesIn(_spRing->pattern.left(slash + 1));
     if (!names)
         return newestIndexTried();
-    const QString head = RingName::head(_spRing->pattern);
-    std::optional<unsigned int> newest;
-    for (const QString& name : *names) {
-        if (!name.startsWith(head))
-            continue;
-        const unsigned int index =
-            name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
-        const QString path = ringFileName(index);
-        if (index < _kept && (!newest || index > *newest) &&
-            path.endsWith(QLatin1Char('/') + name) && QFile::exists(path))
-            newest = index;
-    }
-    return newest;
+    return RingName::newestIndex(_spRing->pattern, _kept, *names);
 }
 
 /// The same without a list. A ring has no long gaps, so the search does not go through all indexes

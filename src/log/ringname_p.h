@@ -9,6 +9,9 @@
 #include <QFileInfo>
 #include <QLatin1String>
 #include <QString>
+#include <QStringList>
+
+#include <optional>
 
 /// How the files of a log ring are named.
 namespace RingName {
@@ -55,6 +58,26 @@ inline QString withIndex(const QString& pattern, unsigned int index)
 {
     // Only the end of the pattern counts: the directory may hold a "%d" of its own.
     return pattern.chopped(IndexMarker.size()) + QString::number(index) + QStringLiteral(".log");
+}
+
+/// The highest index below `kept` that has a file, or a link to one, among the names in the ring's
+/// directory.
+inline std::optional<unsigned int> newestIndex(const QString& pattern, unsigned int kept,
+                                               const QStringList& names)
+{
+    const QString head = RingName::head(pattern);
+    std::optional<unsigned int> newest;
+    for (const QString& name : names) {
+        if (!name.startsWith(head))
+            continue;
+        const unsigned int index =
+            name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
+        const QString path = withIndex(pattern, index);
+        if (index < kept && (!newest || index > *newest) &&
+            path.endsWith(QLatin1Char('/') + name) && QFileInfo::exists(path))
+            newest = index;
+    }
+    return newest;
 }
 
 } // namespace RingName

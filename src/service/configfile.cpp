@@ -20,34 +20,20 @@ namespace KezService {
 
 namespace {
 
-std::int64_t nanoseconds(const timespec& time)
+ConfigFileState failedState(int error)
 {
-    return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+    return {error, false, std::nullopt};
 }
 
-FileState failedState(int error)
+ConfigFileState stateOf(const struct stat& info)
 {
-    FileState state;
-    state.error = error;
-    return state;
+    return {0, S_ISREG(info.st_mode), FileState(info)};
 }
 
-FileState stateOf(const struct stat& info)
+ConfigFileState openState(int descriptor)
 {
-    FileState state;
-    state.isRegular = S_ISREG(info.st_mode);
-    state.device = info.st_dev;
-    state.inode = info.st_ino;
-    state.size = info.st_size;
-    state.modified = nanoseconds(info.st_mtim);
-    state.changed = nanoseconds(info.st_ctim);
-    return state;
-}
-
-FileState openState(int descriptor)
-{
-    struct stat info {};
-    return ::fstat(descriptor, &info) == 0 ? stateOf(info) : failedState(errno);
+    const auto info = statusOf(descriptor);
+    return info ? stateOf(*info) : failedState(errno);
 }
 
 /// Appends what the file holds, up to `maxSize` bytes and one more. Returns the system's error
@@ -88,7 +74,7 @@ QString unreadable(int error)
 }
 
 /// Why a file in this state is not read; empty if it is.
-QString refusalOf(const FileState& state)
+QString refusalOf(const ConfigFileState& state)
 {
     if (state.error != 0)
         return unreadable(state.error);
@@ -97,7 +83,7 @@ QString refusalOf(const FileState& state)
 
 } // namespace
 
-FileState fileStateOf(const QString& path)
+ConfigFileState configFileStateOf(const QString& path)
 {
     if (path.contains(QChar(0)))
         return failedState(ENOENT);
@@ -109,7 +95,7 @@ FileState fileStateOf(const QString& path)
 ConfigFile readConfigFile(const QString& path, qint64 maxSize)
 {
     ConfigFile result;
-    result.state = fileStateOf(path);
+    result.state = configFileStateOf(path);
     result.fault = refusalOf(result.state); // asked before: to open a device may do something
     if (!result.fault.isEmpty())
         return result;
@@ -118,7 +104,7 @@ ConfigFile readConfigFile(const QString& path, qint64 maxSize)
         result.fault = unreadable(errno);
         return result;
     }
-    const FileState before = openState(file.get());
+    const ConfigFileState before = openState(file.get());
     QByteArray bytes;
     const int error = before.isRegular ? readBytes(file.get(), maxSize, bytes) : 0;
     result.state = openState(file.get());

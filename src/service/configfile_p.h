@@ -3,33 +3,31 @@
 
 #pragma once
 
+#include "service/filestate_p.h"
+
 #include <kez/dictionnary.h>
 
 #include <QByteArray>
 #include <QString>
 
-#include <cstdint>
+#include <optional>
 
 namespace KezService {
 
-/// What tells a file from another one, and from itself before a change.
-struct FileState {
+/// What is at a path: two equal ones mean that nothing has changed.
+struct ConfigFileState {
     int error = 0; ///< why there is no file, as the system's error number
     bool isRegular = false;
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    std::int64_t size = 0;
-    std::int64_t modified = 0; ///< nanoseconds
-    std::int64_t changed = 0;  ///< nanoseconds; also of its rights and names
+    std::optional<FileState> file;
 
-    friend bool operator==(const FileState&, const FileState&) = default;
+    friend bool operator==(const ConfigFileState&, const ConfigFileState&) = default;
 };
 
-FileState fileStateOf(const QString& path);
+ConfigFileState configFileStateOf(const QString& path);
 
 /// What a configuration file holds, or why it cannot be read.
 struct ConfigFile {
-    FileState state;
+    ConfigFileState state;
     bool isStable = true; ///< whether nobody changed the file while it was read
     QString fault;        ///< empty if it was read
     Dictionnary entries;  ///< as Config::load() reads them, without "app.version"

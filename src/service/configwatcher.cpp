@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace KezService {
@@ -52,7 +53,7 @@ QString changedKeys(const Dictionnary& before, const Dictionnary& after)
 } // namespace
 
 struct ConfigWatcher::Private {
-    enum class Cause { Noticed, Asked };
+    enum class Cause { Noticed, Asked }; // the stronger one last
 
     Private(ConfigWatcher& owner, const QString& givenPath, const QString& givenVersion,
             const ConfigValidators& givenValidators);
@@ -69,10 +70,9 @@ struct ConfigWatcher::Private {
     milliseconds quietTime = 200ms;
     qint64 maxSize = MaxConfigSize;
 
-private:
     void touched();
     void look();
-    bool hasToWait(const ConfigFile& file, Cause cause);
+    void loadMissed();
     CheckedConfig check(const ConfigFile& file);
     void settle(Cause cause);
     void refuse(const ConfigFile& file, const QStringList& found, Cause cause);
@@ -83,124 +83,134 @@ private:
         return kitText(key, shownName(path), arguments...);
     }
 
-    ConfigWatcher& _watcher;
-    QString _absolute;
-    QString _version;
-    ConfigValidators _validators;
-    PathWatch _watch;
-    QTimer _quiet;
-    QTimer _check;
-    milliseconds _checkPeriod = 5s;
-    bool _isStarted = false;
-    bool _isPending = false; // a change is noticed and not loaded yet
-    QDeadlineTimer _latest;  // when it is loaded even if the file does not rest
-    FileState _seen;         // at the last load or look
-    Dictionnary _entries;    // of the configuration in use, before the validators could change them
-    Dictionnary _refusedEntries;
-    int _watchError = 0;
-    bool _isChecking = false;
+    ConfigWatcher& watcher;
+    QString absolute;
+    QString version;
+    ConfigValidators validators;
+    PathWatch watch;
+    QTimer quiet;
+    QTimer regularLook;
+    milliseconds checkPeriod = 5s;
+    bool isStarted = false;
+    bool isPending = false; // a change is noticed and not loaded yet
+    QDeadlineTimer latest;  // when it is loaded even if the file does not rest
+    ConfigFileState seen;   // at the last load or look
+    Dictionnary entries;    // of the configuration in use, before the validators could change them
+    Dictionnary refusedEntries;
+    int watchError = 0;
+    bool isChecking = false;
+    std::optional<Cause> missed; // while the validators were running
 };
 
 ConfigWatcher::Private::Private(ConfigWatcher& owner, const QString& givenPath,
                                 const QString& givenVersion,
                                 const ConfigValidators& givenValidators)
     : path(givenPath),
-      _watcher(owner),
-      _absolute(absolutePath(givenPath)),
-      _version(givenVersion),
-      _validators(givenValidators),
-      _watch(QFile::encodeName(_absolute), &owner),
-      _quiet(&owner),
-      _check(&owner)
+      watcher(owner),
+      absolute(absolutePath(givenPath)),
+      version(givenVersion),
+      validators(givenValidators),
+      watch(QFile::encodeName(absolute), &owner),
+      quiet(&owner),
+      regularLook(&owner)
 {
-    _quiet.setSingleShot(true);
-    connect(&_watch, &PathWatch::touched, &_watcher, [this] { touched(); });
-    connect(&_quiet, &QTimer::timeout, &_watcher, [this] { load(Cause::Noticed); });
-    connect(&_check, &QTimer::timeout, &_watcher, [this] { look(); });
+    quiet.setSingleShot(true);
+    connect(&watch, &PathWatch::touched, &watcher, [this] { touched(); });
+    connect(&quiet, &QTimer::timeout, &watcher, [this] { load(Cause::Noticed); });
+    connect(&regularLook, &QTimer::timeout, &watcher, [this] { look(); });
 }
 
 std::shared_ptr<Config> ConfigWatcher::Private::start()
 {
-    if (_isStarted)
+    if (isStarted)
         return config;
-    _watchError = 0;
-    _watch.follow(); // before the load: no change is missed in between
-    const ConfigFile file = readConfigFile(_absolute, maxSize);
+    watchError = 0;
+    watch.follow(); // before the load: no change is missed in between
+    const ConfigFile file = readConfigFile(absolute, maxSize);
     const CheckedConfig checked = check(file);
     if (!checked.faults.isEmpty()) {
-        _watch.stop();
+        watch.stop();
         raiseConfigFaults(path, checked.faults);
     }
-    _seen = file.state;
-    _entries = file.entries;
+    seen = file.state;
+    entries = file.entries;
     {
         const std::lock_guard<std::mutex> guard(lock);
         config = checked.config;
         faults.clear();
     }
-    _isStarted = true;
-    setCheckPeriod(_checkPeriod);
+    isStarted = true;
+    setCheckPeriod(checkPeriod);
     // Later, since the log may not be there yet.
-    QTimer::singleShot(0ms, &_watch, [this] { look(); });
+    QTimer::singleShot(0ms, &watch, [this] { look(); });
     return checked.config;
 }
 
 void ConfigWatcher::Private::stop()
 {
-    _isStarted = false;
-    _isPending = false;
-    _quiet.stop();
-    _check.stop();
-    _watch.stop();
+    isStarted = false;
+    isPending = false;
+    missed.reset();
+    quiet.stop();
+    regularLook.stop();
+    watch.stop();
 }
 
 void ConfigWatcher::Private::setCheckPeriod(milliseconds period)
 {
-    _checkPeriod = period;
-    _check.stop();
-    if (_isStarted && period > 0ms)
-        _check.start(period);
+    checkPeriod = period;
+    regularLook.stop();
+    if (isStarted && period > 0ms)
+        regularLook.start(period);
 }
 
 /// Loads the file when it has come to rest.
 void ConfigWatcher::Private::touched()
 {
-    if (!_isStarted)
+    if (!isStarted)
         return;
-    if (!std::exchange(_isPending, true))
-        _latest = QDeadlineTimer(quietTime * MostQuietTimes);
-    _quiet.start(std::min(quietTime, milliseconds(_latest.remainingTime())));
+    if (!std::exchange(isPending, true))
+        latest = QDeadlineTimer(quietTime * MostQuietTimes);
+    quiet.start(std::min(quietTime, milliseconds(latest.remainingTime())));
 }
 
 /// Finds what no notification told.
 void ConfigWatcher::Private::look()
 {
-    if (!_isStarted)
+    if (!isStarted)
         return;
-    const int error = _watch.follow();
-    if (std::exchange(_watchError, error) != error && error != 0)
+    const int error = watch.follow();
+    if (std::exchange(watchError, error) != error && error != 0)
         Log::getInstance()->warning(text("ConfigNotWatched", systemErrorText(error)));
-    const FileState state = fileStateOf(_absolute);
-    if (std::exchange(_seen, state) != state)
+    const ConfigFileState state = configFileStateOf(absolute);
+    if (std::exchange(seen, state) != state)
         touched();
 }
 
 void ConfigWatcher::Private::load(Cause cause)
 {
-    if (!_isStarted)
+    if (!isStarted)
         return;
-    const ConfigFile file = readConfigFile(_absolute, maxSize);
-    if (hasToWait(file, cause)) {
+    if (isChecking) { // a validator waits for events
+        missed = std::max(missed.value_or(cause), cause);
+        return;
+    }
+    const ConfigFile file = readConfigFile(absolute, maxSize);
+    if (!file.isStable && cause == Cause::Noticed && !latest.hasExpired()) {
         touched();
         return;
     }
-    _quiet.stop();
-    _isPending = false;
-    _seen = file.state;
-    const bool isSame = file.fault.isEmpty() && file.entries == _entries;
+    quiet.stop();
+    isPending = false;
+    seen = file.state;
+    const bool isSame = file.fault.isEmpty() && file.entries == entries;
     if (isSame && faults.isEmpty() && cause == Cause::Noticed)
         return;
+    const std::shared_ptr<Config> inUse = config;
     const CheckedConfig checked = check(file);
+    if (!isStarted || config != inUse) // stopped, or started anew, while a validator waited
+        return;
+    loadMissed();
     if (!checked.faults.isEmpty())
         refuse(file, checked.faults, cause);
     else if (isSame)
@@ -209,18 +219,26 @@ void ConfigWatcher::Private::load(Cause cause)
         accept(file, checked.config);
 }
 
-/// Whether the file is changing at this moment, or a validator waits for events.
-bool ConfigWatcher::Private::hasToWait(const ConfigFile& file, Cause cause)
+/// Loads again, soon, if that was due while the validators were running.
+void ConfigWatcher::Private::loadMissed()
 {
-    return _isChecking || (!file.isStable && cause == Cause::Noticed && !_latest.hasExpired());
+    if (missed == Cause::Noticed) {
+        missed.reset();
+        touched();
+    } else if (missed) {
+        QTimer::singleShot(0ms, &watch, [this] {
+            if (missed)
+                load(*std::exchange(missed, std::nullopt));
+        });
+    }
 }
 
 CheckedConfig ConfigWatcher::Private::check(const ConfigFile& file)
 {
     if (!file.fault.isEmpty())
         return {nullptr, {file.fault}};
-    const QScopedValueRollback<bool> checking(_isChecking, true);
-    return checkConfig(file.entries, _version, _validators);
+    const QScopedValueRollback<bool> checking(isChecking, true);
+    return checkConfig(file.entries, version, validators);
 }
 
 /// What the file holds is in use.
@@ -239,31 +257,31 @@ void ConfigWatcher::Private::settle(Cause cause)
 
 void ConfigWatcher::Private::refuse(const ConfigFile& file, const QStringList& found, Cause cause)
 {
-    const bool isKnown = found == faults && file.entries == _refusedEntries;
+    const bool isKnown = found == faults && file.entries == refusedEntries;
     if (isKnown && cause == Cause::Noticed)
         return;
-    _refusedEntries = file.entries;
+    refusedEntries = file.entries;
     {
         const std::lock_guard<std::mutex> guard(lock);
         faults = found;
     }
     for (const QString& fault : found)
         Log::getInstance()->warning(text("ConfigRefused", shownName(fault)));
-    Q_EMIT _watcher.refused(found);
+    Q_EMIT watcher.refused(found);
 }
 
 void ConfigWatcher::Private::accept(const ConfigFile& file, const std::shared_ptr<Config>& valid)
 {
-    const QString keys = changedKeys(_entries, file.entries);
+    const QString keys = changedKeys(entries, file.entries);
     const std::shared_ptr<Config> before = config;
-    _entries = file.entries;
+    entries = file.entries;
     {
         const std::lock_guard<std::mutex> guard(lock);
         config = valid;
         faults.clear();
     }
     Log::getInstance()->info(text("ConfigChanged", keys));
-    Q_EMIT _watcher.changed(valid, before);
+    Q_EMIT watcher.changed(valid, before);
 }
 
 ConfigWatcher::ConfigWatcher(const QString& path, const QString& version,

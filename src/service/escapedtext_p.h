@@ -3,11 +3,12 @@
 
 #pragma once
 
+#include <QByteArray>
 #include <QChar>
 #include <QString>
 #include <QStringView>
 
-/// How the kit keeps a text on one line, and nothing in it that a terminal obeys.
+/// How the kit keeps a text on one line, without anything that a terminal obeys, and short.
 namespace KezService {
 
 /// Where an escaped text stands: in a line of text, or between the quotes of a JSON string.
@@ -82,6 +83,17 @@ void appendEscaped(QString& out, QStringView text)
             appendEscape<place>(out, character);
     }
     out += text.sliced(copied);
+}
+
+/// The longest beginning of a text in UTF-8 that has at most `size` bytes and ends with a whole
+/// character.
+inline QByteArray utf8Beginning(const QByteArray& text, qsizetype size)
+{
+    if (text.size() <= size)
+        return text;
+    while (size > 0 && (static_cast<unsigned char>(text.at(size)) & 0xC0U) == 0x80U)
+        --size;
+    return text.left(size);
 }
 
 } // namespace KezService

@@ -7,6 +7,8 @@
 #include "service/bridgedline_p.h"
 #include "service/escapedtext_p.h"
 
+#include <kez/logger.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>

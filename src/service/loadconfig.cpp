@@ -2,30 +2,28 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/loadconfig.h"
-
+#include "service/caughtexception_p.h"
 #include "service/configcheck_p.h"
 #include "service/configfile_p.h"
 #include "service/kittexts_p.h"
 
-#include <exception>
+#include <cxxabi.h>
 #include <optional>
 
 namespace KezService {
 
 namespace {
 
-/// The text of what `action` throws, if it throws. The core throws some failures as a pointer.
+/// The text of what `action` throws, if it throws.
 template <typename Action>
 std::optional<QString> failureOf(Action action)
 {
     try {
         action();
-    } catch (const Exception& e) {
-        return e.detail();
-    } catch (Exception* thrown) { // NOLINT(misc-throw-by-value-catch-by-reference)
-        return std::unique_ptr<Exception>(thrown)->detail();
-    } catch (const std::exception& e) {
-        return QString::fromLocal8Bit(e.what());
+    } catch (const abi::__forced_unwind&) { // the thread is being cancelled
+        throw;
+    } catch (...) {
+        return caughtText();
     }
     return std::nullopt;
 }

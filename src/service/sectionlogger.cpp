@@ -6,8 +6,10 @@
 #include "frame/directories_p.h"
 #include "kez/service/configsection.h"
 #include "log/loggerkeys_p.h"
+#include "log/ringname_p.h"
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
+#include "service/ringofkeys_p.h"
 
 #include <kez/configuration.h>
 #include <kez/loggerconfigcontroller.h>
@@ -59,52 +61,33 @@ QString levelNames()
     return names.join(QStringLiteral(", "));
 }
 
-/// Where a logger keeps its files "<base>-<index>.log".
-struct Ring {
-    QString directory;
-    QString base;
+/// The ring that a logger opens for a file name.
+QString ringPattern(const QString& fileName)
+{
+    return RingName::absolutePattern(RingName::pattern(fileName));
+}
 
-    /// As Logger's constructor takes a file name.
-    static Ring of(const QString& fileName)
-    {
-        const qsizetype slash = fileName.lastIndexOf(QLatin1Char('/'));
-        const QString directory = slash < 0 ? QDir::homePath() : fileName.left(slash);
-        QString base = fileName.sliced(slash + 1);
-        if (base.endsWith(QLatin1String(".log")))
-            base.chop(4);
-        return {absolutePath(slash == 0 ? QStringLiteral("/") : directory), base};
-    }
+QString directoryOf(const QString& pattern)
+{
+    const qsizetype slash = pattern.lastIndexOf(QLatin1Char('/'));
+    return pattern.left(slash == 0 ? 1 : slash);
+}
 
-    QString fileName(quint32 index) const
-    {
-        return directory + QLatin1Char('/') + base + QStringLiteral("-%1.log").arg(index);
-    }
+/// The index that a logger goes on with.
+quint32 newestIndex(const QString& pattern, quint32 kept)
+{
+    const QDir directory(directoryOf(pattern));
+    const QDir::Filters all = QDir::AllEntries | QDir::Hidden | QDir::System;
+    const QStringList names = directory.entryList(all, QDir::Unsorted);
+    return RingName::newestIndex(pattern, kept, names).value_or(0);
+}
 
-    /// The index that a logger goes on with: the highest that has a file, below `kept`.
-    quint32 newestIndex(quint32 kept) const
-    {
-        quint32 newest = 0;
-        const QString head = base + QLatin1Char('-');
-        const QDir::Filters all = QDir::AllEntries | QDir::Hidden | QDir::System;
-        for (const QString& name : QDir(directory).entryList(all, QDir::Unsorted)) {
-            if (!name.startsWith(head))
-                continue;
-            const quint32 index = name.sliced(head.size()).section(QLatin1Char('.'), 0, 0).toUInt();
-            const QString path = fileName(index);
-            if (index < kept && index > newest && path.endsWith(QLatin1Char('/') + name) &&
-                QFile::exists(path))
-                newest = index;
-        }
-        return newest;
-    }
-
-    /// The same for two names that lead to the same files; empty without a directory.
-    QString identity() const
-    {
-        const QString canonical = QFileInfo(directory).canonicalFilePath();
-        return canonical.isEmpty() ? QString() : canonical + QLatin1Char('/') + base;
-    }
-};
+/// The same for two rings that are the same files; empty without a directory.
+QString identityOf(const QString& pattern)
+{
+    const QString canonical = QFileInfo(directoryOf(pattern)).canonicalFilePath();
+    return canonical.isEmpty() ? QString() : canonical + QLatin1Char('/') + RingName::head(pattern);
+}
 
 /// Why a log file could not be opened: a system error number, or 0. A file that is not there yet
 /// can be made, unless a link stands in its place.
@@ -137,7 +120,7 @@ FileNameKeys fileNameKeys(const Properties& all)
     FileNameKeys found;
     for (const QString& key : std::as_const(keys)) {
         if (all.contains(key) && !all.value(key).isEmpty())
-            found.insert(Ring::of(all.value(key)).identity(), key);
+            found.insert(identityOf(ringPattern(all.value(key))), key);
     }
     return found;
 }
@@ -192,28 +175,28 @@ private:
                 kitText("ConfigNoFileName", shownName(wholeKey(_name, key)), shownName(_name)));
             return;
         }
-        const Ring ring = Ring::of(_entries.value(key));
+        const QString pattern = ringPattern(_entries.value(key));
         // The core's validator looks at the working directory for a name without "/".
         const QString checked = QFileInfo(_entries.value(key)).absolutePath();
-        for (const QString& directory : {checked, ring.directory}) {
+        for (const QString& directory : {checked, directoryOf(pattern)}) {
             if (!isUsableDirectory(directory)) {
                 insert("ConfigNoLogDirectory", key, directory);
                 return;
             }
         }
-        checkFiles(ring);
-        for (const QString& other : _fileNames.values(ring.identity())) {
+        checkFiles(pattern);
+        for (const QString& other : _fileNames.values(identityOf(pattern))) {
             if (other != wholeKey(_name, key))
                 insert("ConfigSharedLogFile", key, other);
         }
     }
 
     /// The newest file, with which the logger goes on, and the one with the longest name.
-    void checkFiles(const Ring& ring)
+    void checkFiles(const QString& pattern)
     {
         const quint32 kept = keptFiles();
-        for (const quint32 index : {ring.newestIndex(kept), kept - 1}) {
-            const QString fileName = ring.fileName(index);
+        for (const quint32 index : {newestIndex(pattern, kept), kept - 1}) {
+            const QString fileName = RingName::withIndex(pattern, index);
             const int error = openingError(fileName);
             if (error == 0)
                 continue;
@@ -256,7 +239,10 @@ std::shared_ptr<Logger> buildChecked(const Properties& all, const QString& name)
 {
     const Properties entries = section(all, name);
     try {
-        return Config::buildFileSystemLogger(entries);
+        const RingReport report = checkRingOfKeys(entries);
+        auto logger = Config::buildFileSystemLogger(entries);
+        report.logTo(*logger);
+        return logger;
     } catch (const Exception& e) {
         raise("ConfigLoggerNotBuilt", shownName(wholeKey(name, LoggerKeys::FileName)),
               shownName(entries.value(LoggerKeys::FileName)), e.detail());

@@ -1,15 +1,13 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include "kez/service/servicelog.h"
+#include <kez/service/servicelog.h>
 
-#include "kez/service/logringcheck.h"
-#include "log/loggerkeys_p.h"
+#include "service/ringofkeys_p.h"
 
 #include <kez/configuration.h>
 #include <kez/identity.h>
 #include <kez/log.h>
-#include <kez/loggerconfigcontroller.h>
 
 #include <QCoreApplication>
 
@@ -17,20 +15,8 @@ namespace KezService {
 
 namespace {
 
-/// Checks nothing if the keys have a fault: what builds the logger says which one.
-RingReport checkedRing(Config& config)
-{
-    LoggerConfigController controller;
-    if (!config.isLegalConfiguration(&controller))
-        return {};
-    bool isNumber = true;
-    quint32 kept = LoggerKeys::ConfigDefaults.kept;
-    if (config.existsKey(LoggerKeys::Kept))
-        kept = config.value(LoggerKeys::Kept).toUInt(&isNumber);
-    return isNumber ? checkLogRing(config.value(LoggerKeys::FileName), kept) : RingReport();
-}
-
-/// Not by initInstance(), which would keep a log that something else has made.
+/// Not by initInstance(), which would keep a log that something else has made. The old log stays:
+/// somebody may hold it; as a child it is still reachable.
 void makeProcessLog(Logger& logger)
 {
     QObject* const before = Log::getInstance();
@@ -49,7 +35,8 @@ QString bannerTitle(const Config& config)
 
 void openLog(Config& config)
 {
-    const RingReport report = config.logger() ? RingReport() : checkedRing(config);
+    const RingReport report =
+        config.logger() ? RingReport() : checkRingOfKeys(*config.properties());
     config.setLogger(config.getOrbuildFileSystemLogger());
     makeProcessLog(*config.logger());
     config.logBanner(bannerTitle(config), config.value(QStringLiteral("app.version")),

@@ -4,6 +4,7 @@
 #include "kez/service/servicenotifier.h"
 
 #include "service/descriptor_p.h"
+#include "service/escapedtext_p.h"
 #include "service/kittexts_p.h"
 
 #include <kez/log.h>
@@ -111,17 +112,9 @@ microseconds timeoutIn(const QByteArray& timeout, const QByteArray& process)
     return microseconds(positiveNumber(TimeoutVariable, timeout).value_or(0));
 }
 
-/// The text as one line in UTF-8, cut between two characters.
 QByteArray oneLine(const QString& text)
 {
-    QByteArray bytes = shownName(text).toUtf8();
-    if (bytes.size() <= LongestText)
-        return bytes;
-    qsizetype end = LongestText;
-    while ((static_cast<unsigned char>(bytes.at(end)) & 0xC0U) == 0x80U)
-        --end;
-    bytes.truncate(end);
-    return bytes;
+    return utf8Beginning(shownName(text).toUtf8(), LongestText);
 }
 
 QByteArray withStatus(const QByteArray& message, const QString& status)

@@ -21,20 +21,24 @@ namespace {
 
 constexpr std::array<int, 3> Numbers{SIGTERM, SIGINT, SIGHUP};
 
-// A handler knows nothing but global variables. The pipe is never closed: a handler may be running
-// in another thread when the object is destroyed, and would write into another file.
-constinit std::atomic<pid_t> receiver{0}; // the process whose signals these are; 0 for nobody's
+// A handler knows nothing but global variables. The pipe is never closed while its process lives: a
+// handler may be running in another thread when the object is destroyed, and would write into
+// another file.
+constinit std::atomic<pid_t> receiver{0};  // the process that has an object; 0 for none
+constinit std::atomic<pid_t> pipeOwner{0}; // the process that has made the pipe
 constinit std::atomic<int> readEnd{-1};
 constinit std::atomic<int> writeEnd{-1};
 
 extern "C" void writeNumber(int number)
 {
-    // A child that was forked and has not started its program yet shares the pipe.
-    if (::getpid() != receiver)
-        return;
     const int error = errno;
-    const auto byte = static_cast<unsigned char>(number);
-    [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, sizeof byte);
+    if (::getpid() == pipeOwner) {
+        const auto byte = static_cast<unsigned char>(number);
+        [[maybe_unused]] const ssize_t written = ::write(writeEnd, &byte, sizeof byte);
+    } else { // a forked child: it ends when this function returns
+        ::signal(number, SIG_DFL);
+        ::raise(number);
+    }
     errno = error;
 }
 
@@ -62,19 +66,32 @@ int takeNumber()
     return count == sizeof byte ? byte : 0;
 }
 
-/// Makes the pipe, or empties the one that is there.
+/// Makes the pipe, or empties the one that is there. That of a parent process is left to it.
 bool openPipe()
 {
-    if (readEnd >= 0) {
+    if (pipeOwner == ::getpid()) {
         while (takeNumber() != 0) {}
         return true;
     }
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
         return false;
+    if (pipeOwner != 0) {
+        ::close(readEnd);
+        ::close(writeEnd);
+    }
     readEnd = ends[0];
     writeEnd = ends[1];
+    pipeOwner = ::getpid();
     return true;
+}
+
+/// False if this process has an object already. That of its parent is not its own.
+bool claim()
+{
+    const pid_t own = ::getpid();
+    pid_t other = receiver;
+    return other != own && receiver.compare_exchange_strong(other, own);
 }
 
 } // namespace
@@ -82,6 +99,7 @@ bool openPipe()
 struct UnixSignals::Private {
     std::array<struct sigaction, Numbers.size()> handlersBefore{};
     sigset_t blockedBefore{};
+    const pid_t process = ::getpid();
     bool isListening = false;
     bool isStopping = false;
 
@@ -95,8 +113,11 @@ void UnixSignals::Private::takeOver()
     action.sa_handler = &writeNumber;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (std::size_t i = 0; i < Numbers.size(); ++i)
+    for (std::size_t i = 0; i < Numbers.size(); ++i) {
         ::sigaction(Numbers[i], &action, &handlersBefore[i]);
+        if (handlersBefore[i].sa_handler == &writeNumber) // of the parent's object
+            handlersBefore[i].sa_handler = SIG_DFL;
+    }
 
     // Whoever started the process may have blocked them.
     const sigset_t handled = signalSet([](int) { return true; });
@@ -114,8 +135,7 @@ void UnixSignals::Private::giveBack()
 
 UnixSignals::UnixSignals(QObject* parent) : QObject(parent), _d(std::make_unique<Private>())
 {
-    pid_t nobody = 0;
-    if (!receiver.compare_exchange_strong(nobody, ::getpid()))
+    if (!claim())
         raise("FrameSignalsTaken");
     if (!openPipe()) {
         const int error = errno;
@@ -127,6 +147,8 @@ UnixSignals::UnixSignals(QObject* parent) : QObject(parent), _d(std::make_unique
 
 UnixSignals::~UnixSignals()
 {
+    if (receiver != _d->process) // a child has one of its own, beside this copy of its parent's
+        return;
     _d->giveBack();
     receiver = 0;
 }

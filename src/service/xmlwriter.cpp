@@ -72,7 +72,7 @@ QString codePoint(QChar character)
 
 struct XmlWriter::Private {
     template <typename Target>
-    Private(Target& target, Layout layout) : _output(target), _layout(layout)
+    Private(Target& target, Layout givenLayout) : output(target), layout(givenLayout)
     {}
 
     template <typename Action>
@@ -84,7 +84,7 @@ struct XmlWriter::Private {
     void write(const XmlElement& tree);
     void finish();
 
-    bool isCutShort() const { return !_isRefused && !_isFinished && !_rootName.isNull(); }
+    bool isCutShort() const { return !isRefused && !isFinished && !rootName.isNull(); }
     QString path() const;
 
     void beginChild();
@@ -94,15 +94,15 @@ struct XmlWriter::Private {
     void appendText(QStringView text);
     qsizetype appendEscaped(QStringView text, XmlPlace place);
 
-    XmlOutput _output;
-    Layout _layout;
-    XmlNames _names;
-    std::vector<OpenElement> _open;
-    QString _rootName; ///< null before the root
-    QChar _firstHalf;  ///< of a character that the text so far ends with; else U+0000
-    bool _isFinished = false;
-    bool _isRefused = false;
-    QString _failure;
+    XmlOutput output;
+    Layout layout;
+    XmlNames names;
+    std::vector<OpenElement> open;
+    QString rootName; ///< null before the root
+    QChar firstHalf;  ///< of a character that the text so far ends with; else U+0000
+    bool isFinished = false;
+    bool isRefused = false;
+    QString failure;
 };
 
 /// After a failure nobody knows what the device holds, so nothing more is written. A call counts as
@@ -110,63 +110,63 @@ struct XmlWriter::Private {
 template <typename Action>
 void XmlWriter::Private::guarded(Action action)
 {
-    if (std::exchange(_isRefused, true))
-        raise("XmlRefused", _failure.isNull() ? kitText("XmlUnfinishedCall") : _failure);
+    if (std::exchange(isRefused, true))
+        raise("XmlRefused", failure.isNull() ? kitText("XmlUnfinishedCall") : failure);
     try {
-        if (_isFinished)
+        if (isFinished)
             raise("XmlFinished");
         action();
     } catch (const Exception& e) {
-        _failure = e.detail();
+        failure = e.detail();
         throw;
     }
-    _isRefused = false;
+    isRefused = false;
 }
 
 void XmlWriter::Private::start(const QString& name, const Attributes& attributes)
 {
-    const bool isRoot = _open.empty();
+    const bool isRoot = open.empty();
     if (!isRoot)
         beginChild();
-    else if (_rootName.isNull())
-        _output.append(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+    else if (rootName.isNull())
+        output.append(u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
     else
-        raise("XmlSecondRoot", shownXmlName(_rootName), shownXmlName(name));
+        raise("XmlSecondRoot", shownXmlName(rootName), shownXmlName(name));
 
-    const bool isOnOneLine = _layout == Layout::Compact || (!isRoot && _open.back().isOnOneLine);
-    const qint64 number = isRoot ? 0 : _open.back().childNames.next(name);
-    _open.push_back({name, number, isOnOneLine});
-    if (!_names.isOfElement(name))
+    const bool isOnOneLine = layout == Layout::Compact || (!isRoot && open.back().isOnOneLine);
+    const qint64 number = isRoot ? 0 : open.back().childNames.next(name);
+    open.push_back({name, number, isOnOneLine});
+    if (!names.isOfElement(name))
         raise("XmlElementName", path(), shownXmlName(name));
     if (isRoot)
-        _rootName = name;
-    _output.append(u"<");
-    _output.append(name);
+        rootName = name;
+    output.append(u"<");
+    output.append(name);
     for (auto it = attributes.cbegin(); it != attributes.cend(); ++it)
         appendAttribute(it.key(), it.value());
 }
 
 void XmlWriter::Private::text(QStringView text)
 {
-    if (_open.empty())
+    if (open.empty())
         raise("XmlTextOutside");
     if (text.isEmpty())
         return;
-    OpenElement& element = _open.back();
+    OpenElement& element = open.back();
     if (element.hasChildren)
         raise("XmlTextAfterChildren", path());
     if (!std::exchange(element.hasText, true))
-        _output.append(u">");
+        output.append(u">");
     element.isOnOneLine = true;
     element.isTextBlank = element.isTextBlank && isXmlBlank(text);
 
-    if (!_firstHalf.isNull()) {
-        const QChar halves[] = {std::exchange(_firstHalf, QChar()), text.front()};
+    if (!firstHalf.isNull()) {
+        const QChar halves[] = {std::exchange(firstHalf, QChar()), text.front()};
         appendText(halves);
         text = text.sliced(1);
     }
     if (!text.isEmpty() && text.back().isHighSurrogate()) {
-        _firstHalf = text.back();
+        firstHalf = text.back();
         text.chop(1);
     }
     appendText(text);
@@ -174,20 +174,20 @@ void XmlWriter::Private::text(QStringView text)
 
 void XmlWriter::Private::end()
 {
-    if (_open.empty())
+    if (open.empty())
         raise("XmlNothingToEnd");
     endText();
-    const OpenElement element = std::move(_open.back());
-    _open.pop_back();
+    const OpenElement element = std::move(open.back());
+    open.pop_back();
     if (!element.hasText && !element.hasChildren) {
-        _output.append(u"/>");
+        output.append(u"/>");
         return;
     }
     if (!element.isOnOneLine)
         beginLine();
-    _output.append(u"</");
-    _output.append(element.name);
-    _output.append(u">");
+    output.append(u"</");
+    output.append(element.name);
+    output.append(u">");
 }
 
 /// Uses a stack of its own, so that a deep tree does not need a deep one.
@@ -224,13 +224,13 @@ void XmlWriter::Private::write(const XmlElement& tree)
 
 void XmlWriter::Private::finish()
 {
-    if (!_open.empty())
+    if (!open.empty())
         raise("XmlOpenElement", path());
-    if (_rootName.isNull())
+    if (rootName.isNull())
         raise("XmlNoRoot");
-    _output.append(u"\n");
-    _output.flush();
-    _isFinished = true;
+    output.append(u"\n");
+    output.flush();
+    isFinished = true;
 }
 
 /// The path of the last open element. The middle of a long path is left out.
@@ -239,14 +239,14 @@ QString XmlWriter::Private::path() const
     constexpr std::size_t StepsAtTop = 4;
     constexpr std::size_t StepsAtEnd = 16;
     QString path;
-    for (std::size_t i = 0; i < _open.size(); ++i) {
-        if (i == StepsAtTop && _open.size() > StepsAtTop + StepsAtEnd) {
+    for (std::size_t i = 0; i < open.size(); ++i) {
+        if (i == StepsAtTop && open.size() > StepsAtTop + StepsAtEnd) {
             path += QStringLiteral("/…");
-            i = _open.size() - StepsAtEnd;
+            i = open.size() - StepsAtEnd;
         }
-        path += QLatin1Char('/') + shownXmlName(_open[i].name);
-        if (_open[i].number > 0)
-            path += QStringLiteral("[%1]").arg(_open[i].number);
+        path += QLatin1Char('/') + shownXmlName(open[i].name);
+        if (open[i].number > 0)
+            path += QStringLiteral("[%1]").arg(open[i].number);
     }
     return path;
 }
@@ -254,9 +254,9 @@ QString XmlWriter::Private::path() const
 void XmlWriter::Private::beginChild()
 {
     endText();
-    OpenElement& parent = _open.back();
+    OpenElement& parent = open.back();
     if (!parent.hasText && !parent.hasChildren)
-        _output.append(u">");
+        output.append(u">");
     parent.hasChildren = true;
     if (!parent.isOnOneLine)
         beginLine();
@@ -271,29 +271,29 @@ void XmlWriter::Private::beginLine()
                                              "                                "
                                              "                                "
                                              "                                ";
-    const auto depth = static_cast<qsizetype>(std::min(_open.size(), DeepestIndented));
-    _output.append(LineBegin.first(1 + 4 * depth));
+    const auto depth = static_cast<qsizetype>(std::min(open.size(), DeepestIndented));
+    output.append(LineBegin.first(1 + 4 * depth));
 }
 
 void XmlWriter::Private::endText()
 {
-    const OpenElement& element = _open.back();
-    if (!_firstHalf.isNull())
-        raise("XmlCharacter", path(), codePoint(_firstHalf));
+    const OpenElement& element = open.back();
+    if (!firstHalf.isNull())
+        raise("XmlCharacter", path(), codePoint(firstHalf));
     if (element.hasText && element.isTextBlank)
         raise("XmlBlankText", path());
 }
 
 void XmlWriter::Private::appendAttribute(const QString& name, const QString& value)
 {
-    if (!_names.isOfAttribute(name))
+    if (!names.isOfAttribute(name))
         raise("XmlAttributeName", path(), shownXmlName(name));
-    _output.append(u" ");
-    _output.append(name);
-    _output.append(u"=\"");
+    output.append(u" ");
+    output.append(name);
+    output.append(u"=\"");
     if (const qsizetype end = appendEscaped(value, XmlPlace::Attribute); end < value.size())
         raise("XmlAttributeCharacter", path(), shownXmlName(name), codePoint(value.at(end)));
-    _output.append(u"\"");
+    output.append(u"\"");
 }
 
 void XmlWriter::Private::appendText(QStringView text)
@@ -308,14 +308,14 @@ qsizetype XmlWriter::Private::appendEscaped(QStringView text, XmlPlace place)
     QStringView rest = text;
     while (true) {
         const qsizetype plain = xmlPlainLength(rest, place);
-        _output.append(rest.first(plain));
+        output.append(rest.first(plain));
         rest = rest.sliced(plain);
         if (rest.isEmpty())
             break;
         const QStringView reference = xmlReference(rest.front(), place);
         if (reference.isEmpty())
             break;
-        _output.append(reference);
+        output.append(reference);
         rest = rest.sliced(1);
     }
     return text.size() - rest.size();
@@ -333,7 +333,7 @@ XmlWriter::~XmlWriter()
     if (!_d->isCutShort())
         return;
     try {
-        Log::getInstance()->warning(kitText("XmlNotFinished", shownXmlName(_d->_rootName)));
+        Log::getInstance()->warning(kitText("XmlNotFinished", shownXmlName(_d->rootName)));
     } catch (...) {
         // A log that fails says so itself.
     }

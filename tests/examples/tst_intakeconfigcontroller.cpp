@@ -28,14 +28,21 @@ class TestIntakeConfigController : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
+    void init();
     void correctedConfigurationIsLegal();
     void faultyConfigurationIsRefusedEachTime();
     void missingConfigurationIsRefused();
+    void relativePathsStartAtTheDirectory();
+    void languageIsThatOfTheConfiguration();
 };
 
 void TestIntakeConfigController::initTestCase()
 {
     intake::loadTexts();
+}
+
+void TestIntakeConfigController::init()
+{
     Translator::getInstance()->setDefaultLang(u"en_US"_s);
 }
 
@@ -44,7 +51,7 @@ void TestIntakeConfigController::correctedConfigurationIsLegal()
     const IntakeFixture fixture;
     Properties properties = legalProperties(fixture);
     properties.setValue(u"archive.path"_s, fixture.path("nowhere"));
-    intake::IntakeConfigController controller;
+    intake::IntakeConfigController controller(fixture.path(""));
     QVERIFY(!controller.isLegalConfiguration(&properties));
     const QStringList faults = controller.errors();
     QCOMPARE(faults.size(), 1);
@@ -59,7 +66,7 @@ void TestIntakeConfigController::faultyConfigurationIsRefusedEachTime()
     const IntakeFixture fixture;
     Properties properties = legalProperties(fixture);
     properties.insert(u"lang"_s, u"xx"_s);
-    intake::IntakeConfigController controller;
+    intake::IntakeConfigController controller(fixture.path(""));
     QVERIFY(!controller.isLegalConfiguration(&properties));
     QVERIFY(!controller.isLegalConfiguration(&properties));
     QCOMPARE(controller.errors().size(), 2);
@@ -67,9 +74,31 @@ void TestIntakeConfigController::faultyConfigurationIsRefusedEachTime()
 
 void TestIntakeConfigController::missingConfigurationIsRefused()
 {
-    intake::IntakeConfigController controller;
+    intake::IntakeConfigController controller({});
     QVERIFY(!controller.isLegalConfiguration(nullptr));
-    QCOMPARE(controller.errors(), QStringList{u"The configuration is not defined"_s});
+}
+
+void TestIntakeConfigController::relativePathsStartAtTheDirectory()
+{
+    const IntakeFixture fixture;
+    Properties properties = legalProperties(fixture);
+    properties.setValue(u"archive.path"_s, u"spool/../archive"_s);
+    properties.setValue(u"log.filename"_s, u"log/intake"_s);
+    intake::IntakeConfigController controller(fixture.path(""));
+    QVERIFY(controller.isLegalConfiguration(&properties));
+    QCOMPARE(properties.value(u"archive.path"_s), fixture.path("archive"));
+    QCOMPARE(properties.value(u"log.filename"_s), fixture.path("log/intake"));
+}
+
+void TestIntakeConfigController::languageIsThatOfTheConfiguration()
+{
+    const IntakeFixture fixture;
+    Properties properties = legalProperties(fixture);
+    properties.insert(u"lang"_s, u"fr_FR"_s);
+    properties.setValue(u"queue.path"_s, QString());
+    intake::IntakeConfigController controller(fixture.path(""));
+    QVERIFY(!controller.isLegalConfiguration(&properties));
+    QCOMPARE(controller.errors().value(0), u"Le paramètre \"queue.path\" est absent ou vide"_s);
 }
 
 QTEST_GUILESS_MAIN(TestIntakeConfigController)

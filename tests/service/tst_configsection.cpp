@@ -27,7 +27,7 @@ private Q_SLOTS:
     void sectionIsACopy();
     void sectionsWithAGroup_data();
     void sectionsWithAGroup();
-    void manySections();
+    void everyOneOfManySectionsIsFound();
 };
 
 void TestConfigSection::sectionHoldsItsEntriesWithoutTheName_data()
@@ -97,7 +97,7 @@ void TestConfigSection::sectionsWithAGroup()
     QTEST(sectionsWith(all, "log"), "names");
 }
 
-void TestConfigSection::manySections()
+void TestConfigSection::everyOneOfManySectionsIsFound()
 {
     Properties all;
     for (int i = 0; i < 50000; ++i) {

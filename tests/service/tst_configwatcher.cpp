@@ -116,6 +116,24 @@ QMap<QString, QString> largeEntries(int number)
     return entries;
 }
 
+/// Counts what the timers of one object do.
+class TimerEvents : public QObject {
+public:
+    explicit TimerEvents(QObject& owner) : _owner(owner)
+    {
+        QCoreApplication::instance()->installEventFilter(this);
+    }
+    bool eventFilter(QObject* receiver, QEvent* event) override
+    {
+        count += event->type() == QEvent::Timer && receiver->parent() == &_owner;
+        return false;
+    }
+    int count = 0;
+
+private:
+    QObject& _owner;
+};
+
 } // namespace
 
 class TestConfigWatcher : public QObject {
@@ -127,7 +145,7 @@ private Q_SLOTS:
 
     void startLoads();
     void startThrowsAllFaults();
-    void startAfterAFailure();
+    void startMayBeTriedAgain();
     void secondStartChangesNothing();
     void changeIsAnnounced_data();
     void changeIsAnnounced();
@@ -150,12 +168,16 @@ private Q_SLOTS:
     void reloadDoesNotWait();
     void touchedFileIsCheckedAgain();
     void nothingHappensUnlessStarted();
-    void stopAndStart();
+    void stoppedWatcherMayBeStartedAgain();
     void slotsMayUseTheWatcher();
     void validatorMayRunAnEventLoop();
+    void waitingValidatorCostsNoTime();
+    void reloadDuringACheckRunsTheValidatorsAgain();
+    void watcherMayBeStoppedDuringACheck();
+    void watcherMayBeStartedAnewDuringACheck();
     void watcherMayBeDestroyedAtAnyTime();
     void relativePathIsResolvedOnce();
-    void linesInTheLog();
+    void logSaysWhatChangedAndWhatIsWrong();
     void manyChangedKeysAreNotAllNamed();
     void versionIsKept();
     void savedConfigurationsAreAlwaysWhole();
@@ -233,7 +255,7 @@ void TestConfigWatcher::startThrowsAllFaults()
     QCOMPARE(_log->texts(), QStringList());
 }
 
-void TestConfigWatcher::startAfterAFailure()
+void TestConfigWatcher::startMayBeTriedAgain()
 {
     QVERIFY(write("number.a=x\n"));
     const auto watcher = quickWatcher();
@@ -338,7 +360,7 @@ void TestConfigWatcher::missingNotificationsAreLoggedOnce()
     QTRY_VERIFY(!_log->texts().isEmpty());
     QTest::qWait(50);
     QCOMPARE(_log->texts(),
-             QStringList("2" + file() + ": the system notifies of no changes of this file (" +
+             QStringList("2" + file() + ": the system does not report changes of this file (" +
                          systemErrorText(EMFILE) + "); it is still looked at regularly"));
 
     // When there are watches again, they are used.
@@ -464,7 +486,7 @@ void TestConfigWatcher::faultyFileThatIsRevertedIsNotAnnounced()
     QVERIFY(write("a=1\n"));
     QTRY_COMPARE(watcher->faults(), QStringList());
     QVERIFY(changed.isEmpty());
-    QCOMPARE(_log->texts().last(), "1" + file() + ": again as the configuration in use");
+    QCOMPARE(_log->texts().last(), "1" + file() + ": matches the configuration in use again");
 }
 
 void TestConfigWatcher::unreadableFilesAreRefused_data()
@@ -565,7 +587,7 @@ void TestConfigWatcher::reloadAsksTheValidatorsAgain()
     isEnvironmentBad = false;
     watcher->reload();
     QCOMPARE(watcher->faults(), QStringList());
-    QCOMPARE(_log->take().last(), "1" + file() + ": again as the configuration in use");
+    QCOMPARE(_log->take().last(), "1" + file() + ": matches the configuration in use again");
     QVERIFY(changed.isEmpty());
     QCOMPARE(watcher->config(), before);
 }
@@ -630,7 +652,7 @@ void TestConfigWatcher::nothingHappensUnlessStarted()
     QCOMPARE(_log->texts(), QStringList());
 }
 
-void TestConfigWatcher::stopAndStart()
+void TestConfigWatcher::stoppedWatcherMayBeStartedAgain()
 {
     const auto watcher = quickWatcher();
     watcher->setCheckPeriod(5ms);
@@ -689,6 +711,83 @@ void TestConfigWatcher::validatorMayRunAnEventLoop()
     QCOMPARE(watcher->config()->value("a"), "3");
 }
 
+void TestConfigWatcher::waitingValidatorCostsNoTime()
+{
+    const auto watcher = quickWatcher();
+    watcher->setQuietTime(0ms);
+    QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    watcher->start();
+    TimerEvents timers(*watcher);
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        write("a=3\n");
+        timers.count = 0;
+        QTest::qWait(50);
+        QVERIFY2(timers.count <= 10, qPrintable(QString::number(timers.count)));
+    };
+    QVERIFY(write("a=2\n"));
+    QTRY_COMPARE(changed.size(), 2);
+    QCOMPARE(watcher->config()->value("a"), "3");
+}
+
+void TestConfigWatcher::reloadDuringACheckRunsTheValidatorsAgain()
+{
+    const auto watcher = quickWatcher();
+    watcher->start();
+    const int made = controllers;
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        watcher->reload();
+        QTest::qWait(20);
+        watcher->reload(); // one run answers both
+    };
+    watcher->reload();
+    QTRY_COMPARE(controllers.load(), made + 2);
+    QTest::qWait(30);
+    QCOMPARE(controllers.load(), made + 2);
+    QCOMPARE(_log->take(), QStringList(2, "1" + file() + ": loaded again, nothing changed"));
+}
+
+void TestConfigWatcher::watcherMayBeStoppedDuringACheck()
+{
+    const auto watcher = quickWatcher();
+    const QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    const auto before = watcher->start();
+    QVERIFY(write("a=2\n"));
+    whileChecking = [&] {
+        watcher->reload(); // is forgotten, too
+        watcher->stop();
+    };
+    watcher->reload();
+    whileChecking = nullptr;
+    QTest::qWait(30);
+    QCOMPARE(watcher->config(), before);
+    QVERIFY(changed.isEmpty());
+    QCOMPARE(_log->texts(), QStringList());
+}
+
+void TestConfigWatcher::watcherMayBeStartedAnewDuringACheck()
+{
+    const auto watcher = quickWatcher();
+    const QSignalSpy changed(watcher.get(), &ConfigWatcher::changed);
+    watcher->start();
+    QVERIFY(write("a=2\n"));
+    whileChecking = [&, isFirst = true]() mutable {
+        if (!std::exchange(isFirst, false))
+            return;
+        write("a=3\n");
+        watcher->stop();
+        watcher->start();
+    };
+    watcher->reload();
+    QCOMPARE(watcher->config()->value("a"), "3");
+    QTest::qWait(30);
+    QCOMPARE(watcher->config()->value("a"), "3");
+    QVERIFY(changed.isEmpty());
+}
+
 void TestConfigWatcher::watcherMayBeDestroyedAtAnyTime()
 {
     auto watcher = quickWatcher();
@@ -726,7 +825,7 @@ void TestConfigWatcher::relativePathIsResolvedOnce()
     QVERIFY(_log->texts().last().startsWith("1etc/app.conf: "));
 }
 
-void TestConfigWatcher::linesInTheLog()
+void TestConfigWatcher::logSaysWhatChangedAndWhatIsWrong()
 {
     const auto watcher = quickWatcher();
     watcher->start();
@@ -736,7 +835,7 @@ void TestConfigWatcher::linesInTheLog()
              QStringList("1" + file() + ": the new configuration is in use; changed keys: b"));
     QVERIFY(write("number.x=x\nnumber.y=%1\n"));
     watcher->reload();
-    const QString head = "2" + file() + ": refused, the configuration before stays in use: ";
+    const QString head = "2" + file() + ": refused, the previous configuration stays in use: ";
     QCOMPARE(_log->take(),
              (QStringList{head + "number.x is no number", head + "number.y is no number"}));
     useLanguage("fr_FR");

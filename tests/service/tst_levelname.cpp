@@ -27,8 +27,8 @@ private Q_SLOTS:
     void nameIsOneThatTheFilterTakes_data() { levelIsReadBack_data(); }
     void nameIsOneThatTheFilterTakes();
     void valueOutsideOfTheEnumerationHasNoName();
-    void namesOfTheReaders_data();
-    void namesOfTheReaders();
+    void namesOfAllReadersAreRead_data();
+    void namesOfAllReadersAreRead();
 };
 
 void TestLevelName::levelIsReadBack_data()
@@ -64,7 +64,7 @@ void TestLevelName::valueOutsideOfTheEnumerationHasNoName()
         QCOMPARE(levelName(static_cast<LoggerLevel::LogLevel>(value)), QString());
 }
 
-void TestLevelName::namesOfTheReaders_data()
+void TestLevelName::namesOfAllReadersAreRead_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<std::optional<LoggerLevel::LogLevel>>("level");
@@ -86,7 +86,7 @@ void TestLevelName::namesOfTheReaders_data()
         row(name, std::nullopt);
 }
 
-void TestLevelName::namesOfTheReaders()
+void TestLevelName::namesOfAllReadersAreRead()
 {
     QFETCH(const QString, name);
     QFETCH(const std::optional<LoggerLevel::LogLevel>, level);

@@ -277,7 +277,7 @@ private Q_SLOTS:
             QCOMPARE(memberOf(QString::fromUtf8(lines[i]), "message"), withoutHalves(texts[i]));
     }
 
-    void jsonInManyThreads()
+    void jsonLinesOfSeveralThreadsStayWhole()
     {
         const LogRing ring;
         Logger logger(ring.name(), 1 << 30, 1, 365, LoggerLevel::debug, jsonLine);

@@ -65,6 +65,10 @@ public:
             throw Exception("by value");
         if (_kind == 1)
             throw new Exception("as a pointer");
+        if (_kind == 2)
+            throw static_cast<Exception*>(nullptr);
+        if (_kind == 3)
+            throw 4711;
         throw std::runtime_error("of the library");
     }
 
@@ -121,7 +125,7 @@ private Q_SLOTS:
     void sizeIsLimited_data();
     void sizeIsLimited();
     void fileWithoutASizeIsRead();
-    void faultsInFrench();
+    void faultsAreInTheLanguageOfTheProcess();
     void noDescriptorIsLeftOpen();
 
 private:
@@ -243,7 +247,9 @@ void TestLoadConfig::validatorThatThrowsIsAFault_data()
     QTest::addColumn<QString>("text");
     QTest::newRow("by value") << 0 << "by value";
     QTest::newRow("as a pointer") << 1 << "as a pointer";
-    QTest::newRow("of the library") << 2 << "of the library";
+    QTest::newRow("null pointer") << 2 << "an exception of type Exception*";
+    QTest::newRow("anything") << 3 << "an exception of type int";
+    QTest::newRow("of the library") << 4 << "of the library";
 }
 
 void TestLoadConfig::validatorThatThrowsIsAFault()
@@ -265,6 +271,11 @@ void TestLoadConfig::validatorThatThrowsIsAFault()
 void TestLoadConfig::factoryThatThrowsIsAFault()
 {
     QVERIFY(writeFile(file(), ""));
+    const ConfigValidators astray = []() -> std::vector<std::unique_ptr<IConfigController>> {
+        throw 'x';
+    };
+    QCOMPARE(failureText([&] { loadConfig(file(), "1", astray); }),
+             file() + ": an exception of type char");
     const ConfigValidators failing = []() -> std::vector<std::unique_ptr<IConfigController>> {
         throw Exception(QString());
     };
@@ -370,7 +381,7 @@ void TestLoadConfig::fileWithoutASizeIsRead()
     QVERIFY(!failureText([] { loadConfig("/proc/self/environ", "1", {}, 1); }).isEmpty());
 }
 
-void TestLoadConfig::faultsInFrench()
+void TestLoadConfig::faultsAreInTheLanguageOfTheProcess()
 {
     useLanguage("fr_FR");
     QCOMPARE(failureText([&] { loadConfig(file()); }),

@@ -11,6 +11,7 @@
 #include <kez/log.h>
 #include <kez/properties.h>
 #include <kez/service/lineformatters.h>
+#include <kez/service/loggerbuilder.h>
 
 #include <QTest>
 
@@ -30,6 +31,7 @@ private Q_SLOTS:
     void nullMeansTheDefaultFormatter();
     void teeIsOff_data();
     void teeIsOff();
+    void ringIsRepairedBeforeItIsOpened();
     void failureOpensNoFile();
 
 private:
@@ -137,13 +139,26 @@ void TestLoggerBuilder::teeIsOff()
     QCOMPARE(capture.texts(), QStringList());
 }
 
+void TestLoggerBuilder::ringIsRepairedBeforeItIsOpened()
+{
+    const LogRing ring;
+    QVERIFY(ring.put(0, "old\n") && ring.put(2, "torn"));
+    const auto logger = buildLogger(described(ring, {}), plainFormatter);
+    QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-1.log"}));
+    const QByteArrayList texts = {"torn",
+                                  kitText("FrameRingMoved", ring.file(2), "app-1.log").toUtf8(),
+                                  kitText("FrameRingEnded", ring.file(1)).toUtf8()};
+    QCOMPARE(ring.lines(1), texts);
+}
+
 void TestLoggerBuilder::failureOpensNoFile()
 {
     const LogRing ring;
+    QVERIFY(ring.put(1, "would be renamed\n"));
     QVERIFY(!failureText([&] {
                  buildLogger(described(ring, {{"log.timeout", "-1"}}), jsonLine);
              }).isEmpty());
-    QCOMPARE(ring.names(), QStringList());
+    QCOMPARE(ring.names(), QStringList("app-1.log"));
 }
 
 QTEST_GUILESS_MAIN(TestLoggerBuilder)

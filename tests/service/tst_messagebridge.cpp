@@ -195,7 +195,7 @@ private Q_SLOTS:
         QCOMPARE(standardError.bytes(), QByteArray());
     }
 
-    void ordinaryWaysToSendAMessage()
+    void everyWayToSendAMessageIsLogged()
     {
         const ProcessLog process;
         const MessageBridge bridge;
@@ -207,7 +207,7 @@ private Q_SLOTS:
                                                   "1:[disk] 3 files", "1:"}));
     }
 
-    void levelsByCategory_data()
+    void levelDependsOnTheCategory_data()
     {
         QTest::addColumn<QStringList>("patterns"); // each with the level behind "="
         QTest::addColumn<int>("lowestForHttp");
@@ -234,7 +234,7 @@ private Q_SLOTS:
             << QStringList{"*htt*=3", "*ttp=1"} << 1;
         QTest::newRow("all are dropped") << QStringList{"*=4"} << 4;
     }
-    void levelsByCategory()
+    void levelDependsOnTheCategory()
     {
         QFETCH(const QStringList, patterns);
         QFETCH(const int, lowestForHttp);

@@ -60,7 +60,7 @@ private Q_SLOTS:
     void brokenPathsAreFollowedAsFarAsTheyGo();
     void stopEndsIt();
     void descriptorsAreGivenBack();
-    void manyEventsAtOnce();
+    void changeIsNoticedAmongTooManyEvents();
 
 private:
     QString root() const { return _directory->path(); }
@@ -245,7 +245,7 @@ void TestPathWatch::descriptorsAreGivenBack()
     QCOMPARE(openDescriptors(), before);
 }
 
-void TestPathWatch::manyEventsAtOnce()
+void TestPathWatch::changeIsNoticedAmongTooManyEvents()
 {
     PathWatch watch(bytes(root() + "/etc/app.conf"));
     QSignalSpy touched(&watch, &PathWatch::touched);

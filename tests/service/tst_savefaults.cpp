@@ -248,7 +248,7 @@ void TestSaveFaults::failureOfTheLastStepSaysThatTheFileIsNew()
     for (const int step : {count - 2, count - 1}) {
         QCOMPARE(failureAt(step, EIO),
                  "[" + file() +
-                     "] is saved, but a power failure now may bring the file of before "
+                     "] is saved, but a power failure now may bring the previous file "
                      "back: its directory cannot be synced: " +
                      systemErrorText(EIO));
         QCOMPARE(readFile(file()), linesOf(newEntries()));

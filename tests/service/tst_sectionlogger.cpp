@@ -78,7 +78,7 @@ private Q_SLOTS:
     void allFaultsOfASectionAreFound();
     void valueThatLooksLikeAKeyStays();
     void controlCharactersAreEscaped();
-    void faultsInFrench();
+    void faultsAreInTheLanguageOfTheProcess();
     void faultsOfAllSectionsAreFound();
     void otherSectionsAreNotChecked();
     void answerIsThatOfThisRun();
@@ -92,11 +92,13 @@ private Q_SLOTS:
     void whatPassesBuilds();
 
     void loggerIsBuiltAsItsSectionSays();
+    void ringIsRepairedBeforeItIsOpened_data();
+    void ringIsRepairedBeforeItIsOpened();
     void loggerOfAFaultySectionIsNotBuilt();
     void loggersAreRegistered();
     void registrationIsAllOrNothing();
     void nameThatIsTakenIsAFault();
-    void registrationInTheProcessesLog();
+    void processesLogIsTheDefault();
 
 private:
     QString path(const char* name) const { return _directory->filePath(QString::fromUtf8(name)); }
@@ -220,7 +222,7 @@ void TestSectionLogger::controlCharactersAreEscaped()
              QStringList("a\\nb.log.kept=[1\\n2]: must be a whole number from 0 to 4294967295"));
 }
 
-void TestSectionLogger::faultsInFrench()
+void TestSectionLogger::faultsAreInTheLanguageOfTheProcess()
 {
     useLanguage("fr_FR");
     QCOMPARE(faultsOf(legal({{"audit.log.kept", "-1"}})),
@@ -433,6 +435,30 @@ void TestSectionLogger::loggerIsBuiltAsItsSectionSays()
     QVERIFY(!QFile::exists(path("app-0.log")));
 }
 
+void TestSectionLogger::ringIsRepairedBeforeItIsOpened_data()
+{
+    QTest::addColumn<bool>("isRegistered");
+    QTest::newRow("built") << false;
+    QTest::newRow("registered") << true;
+}
+
+void TestSectionLogger::ringIsRepairedBeforeItIsOpened()
+{
+    QFETCH(const bool, isRegistered);
+    for (const char* name : {"audit-0.log", "audit-2.log", "audit-9.log"})
+        QVERIFY(writeFile(path(name), ""));
+    Log log;
+    const Properties all(legal({{"audit.log.kept", "4"}}));
+    if (isRegistered)
+        registerSectionLoggers(all, log);
+    else
+        QVERIFY(buildSectionLogger(all, "audit"));
+    QCOMPARE(files(), (QStringList{"audit-0.log", "audit-1.log", "audit-9.log.aside"}));
+    QCOMPARE(logMessages(path("audit-1.log"), "WARNG"),
+             (QStringList{kitText("FrameRingForeign", path("audit-9.log"), "audit-9.log.aside"),
+                          kitText("FrameRingMoved", path("audit-2.log"), "audit-1.log")}));
+}
+
 void TestSectionLogger::loggerOfAFaultySectionIsNotBuilt()
 {
     const Properties all(legal({{"audit.log.kept", "-1"}, {"audit.log.filter", "warn"}}));
@@ -477,12 +503,12 @@ void TestSectionLogger::nameThatIsTakenIsAFault()
     QVERIFY(log.insertLoggger("audit", other));
     const Properties all(legal({{"billing.log.filename", path("billing")}}));
     QCOMPARE(failureText([&] { registerSectionLoggers(all, log); }),
-             QString("audit.log.*: the log has a logger of the name [audit] already"));
+             QString("audit.log.*: a logger is registered under the name [audit] already"));
     QCOMPARE(log.logger("audit"), other);
     QVERIFY(!log.containsLogger("billing"));
 }
 
-void TestSectionLogger::registrationInTheProcessesLog()
+void TestSectionLogger::processesLogIsTheDefault()
 {
     const Log log; // the process's log while it lives
     QCOMPARE(registerSectionLoggers(Properties(legal())), QStringList("audit"));

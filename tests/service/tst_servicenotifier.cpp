@@ -8,6 +8,8 @@
 
 #include <kez/service/servicenotifier.h>
 
+#include <QDeadlineTimer>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -19,6 +21,7 @@
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -160,6 +163,52 @@ private Q_SLOTS:
         QVERIFY(message.startsWith(head));
         const qint64 said = message.mid(head.size()).toLongLong();
         QVERIFY(before <= said && said <= after);
+    }
+
+    void anyThreadReports()
+    {
+        constexpr int Threads = 4;
+        constexpr int Reports = 50;
+        TraceLog log;
+        InitSystem init(_path);
+        const Variables variables(_path, "2000");
+        ServiceNotifier notifier;
+        notifier.startWatchdog();
+        std::vector<std::thread> reporters;
+        for (int number = 0; number < Threads; ++number)
+            reporters.emplace_back([&notifier, number] {
+                for (int i = 0; i < Reports; ++i)
+                    notifier.ready(QString("%1-%2").arg(number).arg(i));
+            });
+        QByteArrayList reports;
+        const QDeadlineTimer limit(20000);
+        while (reports.size() < Threads * Reports && !limit.hasExpired()) {
+            QCoreApplication::processEvents(); // a beat now and then
+            const auto message = init.take();
+            if (message && *message != "WATCHDOG=1")
+                reports.append(*message);
+            else if (!message)
+                std::this_thread::yield();
+        }
+        for (std::thread& reporter : reporters)
+            reporter.join(); // a message that nobody takes is given up after a second
+        QCOMPARE(reports.size(), Threads * Reports);
+        for (int number = 0; number < Threads; ++number)
+            QVERIFY(reports.contains("READY=1\nSTATUS=" + QByteArray::number(number) + "-0"));
+        QCOMPARE(QSet<QByteArray>(reports.begin(), reports.end()).size(), reports.size());
+    }
+
+    void firstFailureOfSeveralThreadsIsSaidOnce()
+    {
+        TraceLog log;
+        const Variables variables(_path);
+        ServiceNotifier notifier; // nobody is there
+        std::vector<std::thread> reporters;
+        for (int number = 0; number < 4; ++number)
+            reporters.emplace_back([&notifier] { notifier.status("x"); });
+        for (std::thread& reporter : reporters)
+            reporter.join();
+        QCOMPARE(log.texts().size(), 1);
     }
 
     void textCannotForgeAnAssignment_data()

@@ -145,23 +145,23 @@ private Q_SLOTS:
     void everyCharacterOfXmlIsReadBack();
     void otherCharactersAreRefused();
     void namesAreReadBackOrRefused();
-    void namesOfAnyLength();
+    void nameIsReadBackUpToTheReadersLimit();
     void treeThatIsNotReadBackIsRefused_data();
     void treeThatIsNotReadBackIsRefused();
     void failureNamesTheElement_data();
     void failureNamesTheElement();
     void pathIsShort();
     void sharedElementIsWrittenInEachPlace();
-    void elementBelowItself_data();
-    void elementBelowItself();
-    void deepTree_data();
-    void deepTree();
+    void elementBelowItselfIsRefused_data();
+    void elementBelowItselfIsRefused();
+    void deepTreeIsReadBack_data();
+    void deepTreeIsReadBack();
     void indentationHasALimit();
-    void textInPieces_data();
-    void textInPieces();
-    void treeBelowAnOpenElement();
-    void callsOutOfOrder_data();
-    void callsOutOfOrder();
+    void piecesMakeOneText_data();
+    void piecesMakeOneText();
+    void treeMayStandBelowAnOpenElement();
+    void callsOutOfOrderAreRefused_data();
+    void callsOutOfOrderAreRefused();
     void refusesAfterAFailure();
     void textIsReplaced();
     void textMayBeItsOwnTarget();
@@ -375,7 +375,7 @@ void TestXmlWriter::namesAreReadBackOrRefused()
     QVERIFY2(faults.isEmpty(), qPrintable(faults.mid(0, 20).join('\n')));
 }
 
-void TestXmlWriter::namesOfAnyLength()
+void TestXmlWriter::nameIsReadBackUpToTheReadersLimit()
 {
     for (const QString& letter : {QStringLiteral("a"), QStringLiteral("é")}) {
         for (const int length : {1, 255, 256, 257, 4095, 4096}) {
@@ -520,7 +520,7 @@ void TestXmlWriter::sharedElementIsWrittenInEachPlace()
              Declaration + "<a><b><c/></b><b><c/></b><d><b><c/></b></d></a>\n");
 }
 
-void TestXmlWriter::elementBelowItself_data()
+void TestXmlWriter::elementBelowItselfIsRefused_data()
 {
     QTest::addColumn<int>("distance");
     QTest::addColumn<QString>("path");
@@ -529,7 +529,7 @@ void TestXmlWriter::elementBelowItself_data()
     QTest::newRow("four below") << 4 << "/a/b[1]/c1[1]/c2[1]/c3[1]/b[1]";
 }
 
-void TestXmlWriter::elementBelowItself()
+void TestXmlWriter::elementBelowItselfIsRefused()
 {
     QFETCH(const int, distance);
     QFETCH(const QString, path);
@@ -543,7 +543,7 @@ void TestXmlWriter::elementBelowItself()
     last->clearChildren();
 }
 
-void TestXmlWriter::deepTree_data()
+void TestXmlWriter::deepTreeIsReadBack_data()
 {
     QTest::addColumn<Layout>("layout");
     QTest::addColumn<int>("depth");
@@ -551,7 +551,7 @@ void TestXmlWriter::deepTree_data()
     QTest::newRow("indented") << Layout::Indented << 60000;
 }
 
-void TestXmlWriter::deepTree()
+void TestXmlWriter::deepTreeIsReadBack()
 {
     QFETCH(const Layout, layout);
     QFETCH(const int, depth);
@@ -586,7 +586,7 @@ void TestXmlWriter::indentationHasALimit()
     QCOMPARE(lines.at(34), QString(128, ' ') + "<n34/>");
 }
 
-void TestXmlWriter::textInPieces_data()
+void TestXmlWriter::piecesMakeOneText_data()
 {
     QTest::addColumn<QStringList>("pieces");
     QTest::addColumn<QString>("failure");
@@ -609,7 +609,7 @@ void TestXmlWriter::textInPieces_data()
     QTest::newRow("half a character, then another") << QStringList{high, "b"} << notHeld;
 }
 
-void TestXmlWriter::textInPieces()
+void TestXmlWriter::piecesMakeOneText()
 {
     QFETCH(const QStringList, pieces);
     QFETCH(const QString, failure);
@@ -633,7 +633,7 @@ void TestXmlWriter::textInPieces()
     }
 }
 
-void TestXmlWriter::treeBelowAnOpenElement()
+void TestXmlWriter::treeMayStandBelowAnOpenElement()
 {
     const Element order = makeElement("order");
     addChild(order, "item", "Nuts");
@@ -659,7 +659,7 @@ void TestXmlWriter::treeBelowAnOpenElement()
              kitText("XmlBlankText", QStringLiteral("/orders/order[2]/item[2]")));
 }
 
-void TestXmlWriter::callsOutOfOrder_data()
+void TestXmlWriter::callsOutOfOrderAreRefused_data()
 {
     QTest::addColumn<Steps>("before");
     QTest::addColumn<Steps>("wrong");
@@ -702,7 +702,7 @@ void TestXmlWriter::callsOutOfOrder_data()
         << kitText("XmlFinished");
 }
 
-void TestXmlWriter::callsOutOfOrder()
+void TestXmlWriter::callsOutOfOrderAreRefused()
 {
     QFETCH(const Steps, before);
     QFETCH(const Steps, wrong);

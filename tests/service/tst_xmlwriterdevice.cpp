@@ -173,19 +173,19 @@ private Q_SLOTS:
     void tenMegabytesOfOneTextAreNotHeld();
     void tenMegabytesOfATreeAreNotHeld();
     void tenMegabytesThroughAProcess();
-    void deviceThatTakesLittle_data();
-    void deviceThatTakesLittle();
-    void deviceThatKeepsBytes();
-    void deviceThatFails_data();
-    void deviceThatFails();
-    void deviceThatTakesTooMuch();
-    void fullFile_data();
-    void fullFile();
-    void fullStream();
-    void closedDevice();
+    void deviceThatTakesLittleGetsTheRestLater_data();
+    void deviceThatTakesLittleGetsTheRestLater();
+    void deviceThatKeepsBytesIsWaitedFor();
+    void failureOfTheDeviceIsSaidAndLasts_data();
+    void failureOfTheDeviceIsSaidAndLasts();
+    void deviceThatTakesTooMuchIsAFailure();
+    void fileWithoutRoomIsAFailure_data();
+    void fileWithoutRoomIsAFailure();
+    void streamWithoutRoomIsAFailure();
+    void closedDeviceIsAFailure();
     void deviceIsNamed();
-    void callFromInsideACall();
-    void deviceThatThrows();
+    void callFromInsideACallIsRefused();
+    void exceptionOfTheDeviceReachesTheCaller();
     void unfinishedDocumentIsLogged();
 
 private:
@@ -341,7 +341,7 @@ void TestXmlWriterDevice::tenMegabytesThroughAProcess()
     QVERIFY(readFile(path("copy.xml")) == textOfItems(ItemsOfTenMegabytes).toUtf8());
 }
 
-void TestXmlWriterDevice::deviceThatTakesLittle_data()
+void TestXmlWriterDevice::deviceThatTakesLittleGetsTheRestLater_data()
 {
     QTest::addColumn<qint64>("mostPerWrite");
     QTest::addColumn<qint64>("room");
@@ -351,7 +351,7 @@ void TestXmlWriterDevice::deviceThatTakesLittle_data()
     QTest::newRow("some after each wait") << qint64(7) << qint64(1001);
 }
 
-void TestXmlWriterDevice::deviceThatTakesLittle()
+void TestXmlWriterDevice::deviceThatTakesLittleGetsTheRestLater()
 {
     QFETCH(const qint64, mostPerWrite);
     QFETCH(const qint64, room);
@@ -365,7 +365,7 @@ void TestXmlWriterDevice::deviceThatTakesLittle()
     QCOMPARE(device._waits > 0, room >= 0);
 }
 
-void TestXmlWriterDevice::deviceThatKeepsBytes()
+void TestXmlWriterDevice::deviceThatKeepsBytesIsWaitedFor()
 {
     Device device;
     device._passedPerWait = 10000;
@@ -376,7 +376,7 @@ void TestXmlWriterDevice::deviceThatKeepsBytes()
     QVERIFY(device._mostKept <= MostHeld);
 }
 
-void TestXmlWriterDevice::deviceThatFails_data()
+void TestXmlWriterDevice::failureOfTheDeviceIsSaidAndLasts_data()
 {
     QTest::addColumn<qint64>("soundBytes");
     QTest::addColumn<int>("waitsUntilDeaf");
@@ -395,7 +395,7 @@ void TestXmlWriterDevice::deviceThatFails_data()
     QTest::newRow("stops passing on") << any << 30 << any << qint64(10000) << 10000;
 }
 
-void TestXmlWriterDevice::deviceThatFails()
+void TestXmlWriterDevice::failureOfTheDeviceIsSaidAndLasts()
 {
     QFETCH(const qint64, soundBytes);
     QFETCH(const int, waitsUntilDeaf);
@@ -418,7 +418,7 @@ void TestXmlWriterDevice::deviceThatFails()
     QCOMPARE(device._bytes.size(), size);
 }
 
-void TestXmlWriterDevice::deviceThatTakesTooMuch()
+void TestXmlWriterDevice::deviceThatTakesTooMuchIsAFailure()
 {
     Boaster device;
     XmlWriter writer(device);
@@ -427,14 +427,14 @@ void TestXmlWriterDevice::deviceThatTakesTooMuch()
              deviceFailure("QIODevice", device.errorString()));
 }
 
-void TestXmlWriterDevice::fullFile_data()
+void TestXmlWriterDevice::fileWithoutRoomIsAFailure_data()
 {
     QTest::addColumn<int>("items");
     QTest::newRow("found at the end") << 100;
     QTest::newRow("found on the way") << 100000;
 }
 
-void TestXmlWriterDevice::fullFile()
+void TestXmlWriterDevice::fileWithoutRoomIsAFailure()
 {
     QFETCH(const int, items);
     QFile file(path("full.xml"));
@@ -452,7 +452,7 @@ void TestXmlWriterDevice::fullFile()
 }
 
 /// The C library's stream keeps bytes of its own.
-void TestXmlWriterDevice::fullStream()
+void TestXmlWriterDevice::streamWithoutRoomIsAFailure()
 {
     FILE* const stream = std::fopen(path("stream.xml").toLocal8Bit().constData(), "w");
     QVERIFY(stream != nullptr);
@@ -470,7 +470,7 @@ void TestXmlWriterDevice::fullStream()
     QVERIFY(readFile(path("stream.xml")).size() <= 10);
 }
 
-void TestXmlWriterDevice::closedDevice()
+void TestXmlWriterDevice::closedDeviceIsAFailure()
 {
     QFile file(path("closed.xml"));
     const QString failure = kitText("XmlDeviceNotOpen", file.fileName());
@@ -505,7 +505,7 @@ void TestXmlWriterDevice::deviceIsNamed()
              kitText("XmlDeviceNotOpen", shownName("a\nb")));
 }
 
-void TestXmlWriterDevice::callFromInsideACall()
+void TestXmlWriterDevice::callFromInsideACallIsRefused()
 {
     Device device;
     XmlWriter writer(device);
@@ -517,7 +517,7 @@ void TestXmlWriterDevice::callFromInsideACall()
     QCOMPARE(device._bytes, QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a>b</a>\n"));
 }
 
-void TestXmlWriterDevice::deviceThatThrows()
+void TestXmlWriterDevice::exceptionOfTheDeviceReachesTheCaller()
 {
     Device device;
     device._onWrite = [] { throw std::runtime_error("torn"); };

@@ -17,7 +17,7 @@ namespace KezService {
 /// announces the new configuration.
 ///
 /// A file that cannot be read, or that a validator refuses, is reported with all its faults, and
-/// the configuration before stays. It does not matter how the file changes: written in place,
+/// the previous configuration stays. It does not matter how the file changes: written in place,
 /// replaced by a rename, removed and made again, through a link that is exchanged, or with its
 /// whole directory. A change is loaded when nothing happened for a quiet time; if the file never
 /// rests, after 50 quiet times. As a safety net the file is looked at every few seconds, which also
@@ -73,7 +73,8 @@ public:
 public Q_SLOTS:
     /// Loads the file at once, for example on SIGHUP. The validators run also if the file is the
     /// same as before, since their verdict may depend on more than the file, and its faults are
-    /// reported again. Does nothing if the file is not watched.
+    /// reported again. If they are running at this moment, since one of them runs an event loop,
+    /// the file is loaded when they are done. Does nothing if the file is not watched.
     void reload();
 
 Q_SIGNALS:

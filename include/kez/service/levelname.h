@@ -13,7 +13,9 @@
 
 /// The names of log levels, for configuration files, command lines and displays.
 ///
-/// *Threads*: any thread. *Owns*: nothing. *Fails*: never.
+/// *Threads*: any thread.
+/// *Owns*: nothing.
+/// *Fails*: never.
 namespace KezService {
 
 /// "debug", "info", "warning", "error" or "fatal": the names that "log.filter" takes. Empty for a

@@ -5,24 +5,19 @@
 
 #include "service_global.h"
 
-#include <kez/logger.h>
 #include <kez/loggerlevel.h>
 
 #include <QString>
 
-#include <memory>
-
-class Properties;
-
 /// Formatters for a logger whose messages come from anywhere: whatever a message holds, it stays on
 /// one line, and the line says what was logged.
 ///
-/// A logger takes its formatter when it is built: give one of these to Logger's constructor, to
-/// Log::initInstance(), or to buildLogger().
+/// A logger takes its formatter when it is built: give one of these to buildLogger(), to Logger's
+/// constructor, or to Log::initInstance().
 ///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
-/// *Fails*: a formatter throws std::bad_alloc only; buildLogger() throws Exception.
+/// *Fails*: throws std::bad_alloc only.
 namespace KezService {
 
 /// One JSON object (RFC 8259), its members in this order:
@@ -49,11 +44,5 @@ KEZ_SERVICE_EXPORT void jsonLine(LoggerLevel::LogLevel level, const QString& msg
 /// `\n`, `\r`, `\t`; `\x1b` for the other control characters (C0, DEL, C1); `\u2028`, `\u2029`. A
 /// backslash is doubled, so that a line feed and a backslash with an "n" read differently.
 KEZ_SERVICE_EXPORT void escapedLine(LoggerLevel::LogLevel level, const QString& msg, QString& out);
-
-/// A logger as Config::buildFileSystemLogger() makes it of the "log.*" keys, with the same defaults
-/// and failures, but with a formatter (null means the default one) and without the tee: its marker
-/// would stand behind the formatted line. "log.tee=1" is answered by a warning in the new log.
-KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildLogger(const Properties& properties,
-                                                       LogFormatter formatter);
 
 } // namespace KezService

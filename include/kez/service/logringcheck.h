@@ -61,7 +61,10 @@ struct KEZ_SERVICE_EXPORT RingReport {
 /// The ring must not be in use: neither by a logger of this process nor by another process. The
 /// check cannot know that.
 ///
+/// openLog(), buildLogger() and the loggers of sections come with this check.
+///
 /// *Threads*: one thread at a time per ring.
+/// *Owns*: nothing.
 /// *Fails*: throws Exception if the directory cannot be listed. A repair that fails is in the
 /// report, and what depends on it is left as it is.
 KEZ_SERVICE_EXPORT RingReport checkLogRing(const QString& fileName, quint32 kept);

@@ -21,8 +21,8 @@ namespace KezService {
 /// A message is a line "[category] text"; the category "default" is not shown. Levels: debug, info,
 /// warning, critical as error, fatal as error too, since the tee of a fatal line would end the
 /// process before the line is in the file. A fatal message is in the log when Qt ends the process.
-/// It passes every level of the settings; if the logger's filter drops errors, it goes to the
-/// standard error.
+/// The levels of the settings do not apply to it; if the logger's filter drops errors, it goes to
+/// the standard error.
 ///
 /// Categories are named as in Qt's logging rules: exactly, or as a pattern with a "*" at the end,
 /// at the beginning or at both. Of several that fit, the exact one counts, then the longest

@@ -46,16 +46,23 @@ private:
 };
 
 /// A new logger as the section `name` of `all` describes it: Config::buildFileSystemLogger() on
-/// that section. Throws Exception with one line per fault that SectionLogController finds, or with
-/// the reason why the logger cannot be built.
+/// that section. Its ring of files is repaired first, as openLog() does, and the new log says what
+/// was done: nothing else may use the ring at that time.
+///
+/// *Threads*: one thread at a time per ring.
+/// *Owns*: nothing; the logger is the caller's.
+/// *Fails*: throws Exception with one line per fault that SectionLogController finds, or with the
+/// reason why the logger cannot be built.
 KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildSectionLogger(const Properties& all,
                                                               const QString& name);
 
-/// Builds every logger that `all` describes in a section, and registers each in `log` under the
-/// section's name. Returns these names, in order. For one thread, at start-up.
+/// Builds every logger that `all` describes in a section, as buildSectionLogger() does, and
+/// registers each in `log` under the section's name. Returns these names, in order.
 ///
-/// All or nothing: throws Exception with one line per fault of any section, and then no logger is
-/// registered. A name that is taken in `log` is a fault, too.
+/// *Threads*: one thread, at start-up.
+/// *Owns*: nothing; `log` holds the loggers.
+/// *Fails*: all or nothing: throws Exception with one line per fault of any section, and then no
+/// logger is registered. A name that is taken in `log` is a fault, too.
 KEZ_SERVICE_EXPORT QStringList registerSectionLoggers(const Properties& all, Log& log);
 
 /// The same with the process's log.

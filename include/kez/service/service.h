@@ -13,6 +13,7 @@
 
 // Log: messages, formats, rings
 #include "lineformatters.h"
+#include "loggerbuilder.h"
 #include "logringcheck.h"
 #include "messagebridge.h"
 #include "servicelog.h"

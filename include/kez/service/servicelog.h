@@ -19,8 +19,9 @@ namespace KezService {
 ///
 /// A configuration that has a logger keeps it, and its ring is not checked.
 ///
-/// *Threads*: one thread, at start-up. *Fails*: throws Exception as
-/// Config::buildFileSystemLogger() and checkLogRing() do.
+/// *Threads*: one thread, at start-up.
+/// *Owns*: nothing; the log serves until the process ends, and `config` shares its logger.
+/// *Fails*: throws Exception as Config::buildFileSystemLogger() and checkLogRing() do.
 KEZ_SERVICE_EXPORT void openLog(Config& config);
 
 } // namespace KezService

@@ -24,6 +24,9 @@ namespace KezService {
 /// are: a sleep may end early. The pipe holds 65536 signals; one that comes while it is full is
 /// lost.
 ///
+/// In a child that was forked and goes on without another program, the parent's object receives
+/// nothing: there the three signals end the process, until the child builds an object of its own.
+///
 /// *Threads*: the object's thread.
 /// *Owns*: the handlers of the three signals. The destructor puts the previous ones back.
 /// *Fails*: the constructor throws Exception: if the process has such an object already, or if it

@@ -15,8 +15,7 @@ class XmlElement;
 
 namespace KezService {
 
-/// Writes an XML document that SimpleDom reads back as it was: from an element tree, or element by
-/// element.
+/// Writes an XML document that SimpleDom reads back as it was.
 ///
 ///     XmlWriter writer(file);
 ///     writer.startElement(u"orders"_s);
@@ -25,12 +24,8 @@ namespace KezService {
 ///     writer.endElement();
 ///     writer.finish();
 ///
-/// The first line is an XML declaration; attributes come in the order of their names. What would
-/// not be read back is a failure that names the element by its path, as in "/orders/order[3]": the
-/// third of the elements "order". The path leaves out what is too long for a line, and a number if
-/// the parent has more than 32 different names of children.
-///
-/// These cannot be read back:
+/// What would not be read back is a failure that names the element by its path, as in
+/// "/orders/order[3]":
 ///
 /// - a name that is not a local name of XML (so none with a colon), is longer than 4096 characters,
 ///   or has letters that the stream reader does not take in names; "xmlns" as an attribute;
@@ -39,20 +34,11 @@ namespace KezService {
 /// - a text of blanks, tabs and line ends only;
 /// - an element that stands below itself.
 ///
-/// A tree may hold one element in several places, and be as deep as memory allows. It must not
-/// change while it is written.
-///
-/// A device is written from its position on, in pieces, and stays open; it has to outlive the
-/// writer. The writer holds less than 200 kB, however long the document is, and gives the device a
-/// piece when the one before is passed on. So a device that keeps bytes, such as a process or a
-/// socket, has to implement waitForBytesWritten(). The writer waits there, and fails if nothing is
-/// passed on for 30 seconds.
-///
-/// After a failure the writer refuses every call. What was written until then is not a document;
-/// it is the caller's to remove (a QSaveFile that is not committed leaves nothing).
+/// After a failure the writer refuses every call. What was written until then is not a document; it
+/// is the caller's to remove (a QSaveFile that is not committed leaves nothing).
 ///
 /// *Threads*: one thread at a time.
-/// *Owns*: a buffer; the device or the text is the caller's.
+/// *Owns*: a buffer of less than 200 kB; the device or the text is the caller's.
 /// *Fails*: throws Exception for what cannot be read back, for calls out of order, and if the
 /// device fails; the text then names the file and the device's error.
 class KEZ_SERVICE_EXPORT XmlWriter {
@@ -62,7 +48,10 @@ public:
         Indented ///< one element per line; those in an element with a text stay on its line
     };
 
-    /// Throws Exception if the device is not open for writing.
+    /// Writes from the device's position on, in pieces. The device stays open and has to outlive
+    /// the writer. One that keeps bytes, such as a process or a socket, has to implement
+    /// waitForBytesWritten(): the writer waits there until a piece is passed on, and fails if
+    /// nothing moves for 30 seconds. Throws Exception if the device is not open for writing.
     explicit XmlWriter(QIODevice& device, Layout layout = Layout::Indented);
 
     /// Replaces `text`, which is complete after finish().
@@ -87,7 +76,8 @@ public:
                  const QMap<QString, QString>& attributes = {});
 
     /// The element with everything below it: as the document's root, or as the next child of the
-    /// open element.
+    /// open element. A tree may hold one element in several places, and be as deep as memory
+    /// allows. It must not change while it is written. Attributes come in the order of their names.
     void write(const XmlElement& tree);
 
     /// Ends the document and passes all of it to the device. It closes no element: one that is open
