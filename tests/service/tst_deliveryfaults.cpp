@@ -79,6 +79,7 @@ private Q_SLOTS:
     void firstFilesAreSaidIfALaterOneCannotEnter();
     void linkTakesTheRenamesPlace();
     void linkIsTakenBackIfTheSourceStays();
+    void linkOfAnotherIsNotTakenBack();
     void linkStaysIfAnotherHasRemovedTheSource();
     void fileFromAnotherFileSystemIsSyncedBeforeItsSourceGoes();
     void sourceThatCannotBeRemovedIsSaid();
@@ -397,6 +398,25 @@ void TestDeliveryFaults::linkIsTakenBackIfTheSourceStays()
     QCOMPARE(text, failed("a", systemFailure(_spool->path("a"), EACCES)));
     QCOMPARE(_spool->visible(), QStringList());
     QCOMPARE(readFile(_spool->beside("a")), QByteArray("x"));
+}
+
+/// A consumer was faster, and another producer has delivered under that name since.
+void TestDeliveryFaults::linkOfAnotherIsNotTakenBack()
+{
+    QVERIFY(writeFile(_spool->beside("a"), "mine") && writeFile(_spool->beside("b"), "other"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [this](const Call& call, qsizetype) {
+        if (call.function != "unlink" || QFile::decodeName(call.path) != _spool->beside("a"))
+            return withoutNoReplace(call);
+        QFile::remove(_spool->path("a"));
+        QFile::rename(_spool->beside("b"), _spool->path("a"));
+        return EACCES;
+    };
+    QVERIFY(!failureText([&] { delivery.moveIn(_spool->beside("a")); }).isNull());
+    SpoolFaults::reset();
+    QCOMPARE(_spool->content("a"), QByteArray("other"));
+    QCOMPARE(readFile(_spool->beside("a")), QByteArray("mine"));
 }
 
 void TestDeliveryFaults::linkStaysIfAnotherHasRemovedTheSource()
