@@ -185,6 +185,7 @@ private Q_SLOTS:
     void leftoversOfTheDeadAreRemoved();
     void leftoversAreRemovedByAge();
     void filesOfTheLivingStay();
+    void producersOfOtherUsersCanBeProbed();
     void whatIsNoFileStays();
     void missingRightsAreSaid();
     void fileThatDoesNotFitLeavesNothing();
@@ -720,17 +721,7 @@ void TestDelivery::filesOfTheLivingStay()
     const Delivery delivery(_spool->path());
     int removed = -1;
     QStringList growing;
-    class Watching : public QBuffer {
-    public:
-        std::function<void()> onRead;
-
-    protected:
-        qint64 readData(char* data, qint64 size) override
-        {
-            onRead();
-            return QBuffer::readData(data, size);
-        }
-    } device;
+    WatchedBuffer device;
     device.onRead = [&] {
         removed = delivery.removeLeftovers(0s);
         growing = _spool->growing();
@@ -741,6 +732,25 @@ void TestDelivery::filesOfTheLivingStay()
     QCOMPARE(removed, 0);
     QCOMPARE(growing.size(), 3);
     QCOMPARE(names, QStringList({"first", "second"}));
+}
+
+/// Whatever the mask of the producer: the lock says whether it lives.
+void TestDelivery::producersOfOtherUsersCanBeProbed()
+{
+    mode_t lockMode = 0;
+    mode_t fileMode = 0;
+    WatchedBuffer device;
+    device.onRead = [&] {
+        for (const QString& name : _spool->growing())
+            (name.endsWith(".lock") ? lockMode : fileMode) =
+                Spool::modeOf(_spool->incoming() + '/' + name);
+    };
+    QVERIFY(device.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    const mode_t mask = ::umask(077);
+    Delivery(_spool->path()).deliver("a", device);
+    ::umask(mask);
+    QCOMPARE(lockMode, mode_t(0666));
+    QCOMPARE(fileMode, mode_t(0600));
 }
 
 void TestDelivery::whatIsNoFileStays()

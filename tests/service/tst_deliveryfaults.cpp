@@ -93,6 +93,8 @@ private Q_SLOTS:
     void lockThatIsTakenIsMadeAnew();
     void fileSystemWithoutLocksWorks();
     void leftoverThatCannotBeRemovedIsSaid();
+    void lockThatCannotBeProbedIsSaid();
+    void leftoversThatCannotBeListedAreSaid();
 
 private:
     QByteArray root() const { return QFile::encodeName(_spool->beside(".")).chopped(2); }
@@ -666,5 +668,41 @@ void TestDeliveryFaults::leftoverThatCannotBeRemovedIsSaid()
     QCOMPARE(_spool->growing(), QStringList("2"));
 }
 
-QTEST_GUILESS_MAIN(TestDeliveryFaults)
+void TestDeliveryFaults::lockThatCannotBeProbedIsSaid()
+{
+    const Delivery delivery(_spool->path());
+    delivery.deliver("a", "x");
+    QVERIFY(writeFile(_spool->incoming() + "/1-f.lock", {}));
+    QVERIFY(writeFile(_spool->incoming() + "/1-f.0", "x"));
+    QVERIFY(writeFile(_spool->incoming() + "/2-f.0", "x"));
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [](const Call& call, qsizetype) {
+        return call.function == "open" && call.path.endsWith(".lock") && call.path.contains("1-f")
+                   ? EACCES
+                   : 0;
+    };
+    const QString young = failureText([&] { delivery.removeLeftovers(1h); });
+    const QString text = failureText([&] { delivery.removeLeftovers(0s); });
+    SpoolFaults::reset();
+    QCOMPARE(young, QString());
+    QCOMPARE(text, kitText("DeliveryLeftovers", _spool->path(),
+                           systemFailure(_spool->incoming() + "/1-f.lock", EACCES)));
+    QCOMPARE(_spool->growing(), QStringList({"1-f.0", "1-f.lock"}));
+}
+
+void TestDeliveryFaults::leftoversThatCannotBeListedAreSaid()
+{
+    const Delivery delivery(_spool->path());
+    delivery.deliver("a", "x");
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [](const Call& call, qsizetype) {
+        return call.function == "readdir" ? EIO : 0;
+    };
+    const QString text = failureText([&] { delivery.removeLeftovers(0s); });
+    SpoolFaults::reset();
+    QCOMPARE(text,
+             kitText("DeliveryLeftovers", _spool->path(), systemFailure(_spool->incoming(), EIO)));
+}
+
+KEZ_TEST_MAIN_WITH_CHILDREN(TestDeliveryFaults, childMain)
 #include "tst_deliveryfaults.moc"

@@ -117,7 +117,8 @@ public:
     /// Of producers that deliver by hand, only the age is known: choose one that is longer than
     /// they ever take, such as a day.
     ///
-    /// Throws Exception if one cannot be removed; the others are removed all the same.
+    /// Throws Exception if one cannot be removed, or if the rights of a producer's lock file hide
+    /// whether it still lives; the others are removed all the same.
     int removeLeftovers(std::chrono::seconds age) const;
 
 private:
