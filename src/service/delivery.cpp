@@ -12,6 +12,7 @@
 
 #include <QFile>
 #include <QIODevice>
+#include <QProcess>
 #include <QSet>
 
 #include <array>
@@ -51,21 +52,45 @@ QString notSynced(const Delivery& delivery, const QStringList& names, int error)
                    delivery.directory(), systemErrorText(error));
 }
 
+/// Refuses the output of a process that did not come to its end.
+void checkEnd(const QProcess& process)
+{
+    if (process.error() == QProcess::FailedToStart || process.error() == QProcess::ReadError)
+        throw Refusal::because(Kind::Other, "DeliveryDeviceFailed", process.errorString());
+    if (process.exitStatus() != QProcess::NormalExit)
+        throw Refusal::because(Kind::Other, "DeliveryProcessCrashed");
+    if (process.exitCode() != 0)
+        throw Refusal::because(Kind::Other, "DeliveryProcessFailed",
+                               QString::number(process.exitCode()));
+}
+
 /// Appends what the device holds to an open file.
 void copyDevice(QIODevice& device, int file, const QByteArray& path)
 {
     if (!device.isReadable())
         throw Refusal::because(Kind::Other, "DeliveryDeviceNotOpen");
+    auto* const process = qobject_cast<QProcess*>(&device);
+    bool isLastRead = !device.isSequential();
     std::array<char, 65536> buffer; // NOLINT(*-member-init): filled by read()
     while (true) {
         const qint64 count = device.read(buffer.data(), buffer.size());
-        if (count < 0)
+        // To read from a process that has ended is a failure; its exit code tells more.
+        const bool hasEnded = process && process->state() == QProcess::NotRunning;
+        if (count < 0 && !hasEnded)
             throw Refusal::because(Kind::Other, "DeliveryDeviceFailed", device.errorString());
-        if (count > 0)
+        if (count > 0) {
             Refusal::check(path, writeAll(file, QByteArrayView(buffer.data(), count)));
-        else if (!device.isSequential() || !device.waitForReadyRead(-1))
-            return;
+            continue;
+        }
+        if (isLastRead || hasEnded)
+            break;
+        // After the end and after a failure alike, the wait is false: one more read tells.
+        isLastRead = !device.waitForReadyRead(-1);
+        if (isLastRead && process)
+            process->waitForFinished(-1);
     }
+    if (process)
+        checkEnd(*process);
 }
 
 } // namespace

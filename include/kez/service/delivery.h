@@ -87,8 +87,13 @@ public:
     QString deliver(const QString& name, QByteArrayView bytes) const;
 
     /// Reads the device to its end, and waits for what a sequential one (a pipe) has not received
-    /// yet. A read error delivers nothing. A closed socket and some others end with an error: read
-    /// them into bytes first.
+    /// yet. A read error delivers nothing. Nor does a QProcess, whose end is waited for, unless it
+    /// ends by itself with code 0.
+    ///
+    /// Another sequential device is at its end if waitForReadyRead() returns false and the next
+    /// read() returns 0; a negative result is a failure. If a device returns 0 there although its
+    /// data broke off, half of them are delivered. Read it into bytes and check it first; also a
+    /// socket, which fails at its end, however it was closed.
     QString deliver(const QString& name, QIODevice& device) const;
 
     /// Delivers a copy of a file and leaves the file alone. A link is followed; what is not a
