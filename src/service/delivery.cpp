@@ -231,10 +231,15 @@ Delivery::Delivery(const QString& directory, NameTaken ifTaken)
     : _directory(absolutePath(directory)), _ifTaken(ifTaken)
 {
     struct stat status {};
-    const int error = ::stat(QFile::encodeName(_directory).constData(), &status) != 0 ? errno : 0;
-    if (error != 0 || !S_ISDIR(status.st_mode))
-        KezService::raise("DeliveryNoDirectory", directory,
-                          systemErrorText(error != 0 ? error : ENOTDIR));
+    int error = 0;
+    if (directory.contains(QChar(0)))
+        error = EINVAL; // to the system the path would end there
+    else if (::stat(QFile::encodeName(_directory).constData(), &status) != 0)
+        error = errno;
+    else if (!S_ISDIR(status.st_mode))
+        error = ENOTDIR;
+    if (error != 0)
+        KezService::raise("DeliveryNoDirectory", shownName(directory), systemErrorText(error));
 }
 
 QString Delivery::directory() const

@@ -37,6 +37,9 @@ void checkKind(mode_t mode)
 
 SourceFile::SourceFile(const QByteArray& path, Link link) : _path(path)
 {
+    // To the system the path would end there, and lead to another file.
+    if (path.contains('\0'))
+        throw Refusal::because(Refusal::Kind::Other, "DeliverySourceZero");
     const bool isFollowed = link == Link::Followed;
     const int error =
         isFollowed ? ::stat(path.constData(), &_status) : ::lstat(path.constData(), &_status);

@@ -208,6 +208,9 @@ void TestArrivalGate::wrongSettingsAreRefused_data()
     };
     row("no incoming", "GateNoDirectory", [](Places& p) { p.settings.incoming.clear(); });
     row("no queue", "GateNoDirectory", [](Places& p) { p.settings.queueDirectory.clear(); });
+    row("zero in the incoming", "GatePathZero", [](Places& p) { p.settings.incoming += QChar(0); });
+    row("zero in the queue", "GatePathZero",
+        [](Places& p) { p.settings.queueDirectory += QChar(0) + QString("x"); });
     row("one directory", "GateSameDirectory",
         [](Places& p) { p.settings.incoming = p.settings.queueDirectory; });
     row("one directory that is missing", "GateSameDirectory",

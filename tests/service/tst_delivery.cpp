@@ -211,6 +211,7 @@ private Q_SLOTS:
     void linkIsFollowedForACopy();
     void sourceThatIsNoRegularFileIsRefused_data();
     void sourceThatIsNoRegularFileIsRefused();
+    void zeroInAPathIsRefused();
     void nameIsCheckedBeforeAnythingIsWritten();
     void unusualNamesWork();
     void takenNameIsRefused_data();
@@ -465,6 +466,23 @@ void TestDelivery::sourceThatIsNoRegularFileIsRefused()
              failed(*_spool, "a", reason.isEmpty() ? systemFailure(path, ENOENT) : reason));
     QCOMPARE(_spool->visible(), QStringList());
     QCOMPARE(_spool->growing(), QStringList());
+}
+
+/// To the system a path ends there: another file would be taken.
+void TestDelivery::zeroInAPathIsRefused()
+{
+    QVERIFY(writeFile(_spool->beside("aa"), "x"));
+    const Delivery delivery(_spool->path());
+    const QString refused = failed(*_spool, "b", kitText("DeliverySourceZero"));
+    for (const QString& end : {QString(QChar(0)) + "b", QChar(0) + QString("/b")}) {
+        const QString path = _spool->beside("aa") + end;
+        QCOMPARE(failureText([&] { delivery.moveIn(path, "b"); }), refused);
+        QCOMPARE(failureText([&] { delivery.deliverFile(path, "b"); }), refused);
+    }
+    QVERIFY(QFile::exists(_spool->beside("aa")));
+    QCOMPARE(_spool->visible(), QStringList());
+    QCOMPARE(failureText([&] { const Delivery other(_spool->path() + QChar(0) + "b"); }),
+             kitText("DeliveryNoDirectory", _spool->path() + "\\x00b", systemErrorText(EINVAL)));
 }
 
 void TestDelivery::nameIsCheckedBeforeAnythingIsWritten()
