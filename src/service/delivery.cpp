@@ -27,13 +27,6 @@ namespace {
 
 using Kind = Refusal::Kind;
 
-QueueEntrance entranceOf(const Delivery& delivery)
-{
-    return QueueEntrance(delivery.directory(), delivery.ifTaken() == Delivery::NameTaken::FreshName
-                                                   ? QueueEntrance::IfTaken::FreshName
-                                                   : QueueEntrance::IfTaken::Refuse);
-}
-
 QString baseName(const QString& path)
 {
     return path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
@@ -99,7 +92,9 @@ void copyDevice(QIODevice& device, int file, const QByteArray& path)
 class DeliveryRun {
 public:
     DeliveryRun(const Delivery& delivery, const std::vector<Delivery::Parcel>& parcels)
-        : _delivery(delivery), _parcels(parcels), _entrance(entranceOf(delivery))
+        : _delivery(delivery),
+          _parcels(parcels),
+          _entrance(delivery.directory(), delivery.ifTaken())
     {}
 
     QStringList deliver();
@@ -272,7 +267,7 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
 {
     const QString wanted = name.isEmpty() ? baseName(path) : name;
     const QByteArray source = QFile::encodeName(path);
-    const QueueEntrance entrance = entranceOf(*this);
+    const QueueEntrance entrance(_directory, _ifTaken);
     QueueEntrance::Entered entered;
     try {
         checkName(wanted);
@@ -282,16 +277,14 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
             kitText("DeliveryFailed", shownName(wanted), _directory, refusal.reason), {});
     }
     const QString delivered = SpoolName::shown(entered.name);
-    if (entered.sourceError != 0)
-        throw DeliveryFailure(kitText("DeliverySourceStays", shownName(delivered), _directory,
-                                      shownName(path), systemErrorText(entered.sourceError)),
-                              {delivered});
+    if (const auto& fault = entered.sourceFault)
+        throw DeliveryFailure(
+            kitText("DeliverySourceStays", shownName(delivered), _directory, shownName(path),
+                    fault->error != 0 ? systemErrorText(fault->error) : fault->reason),
+            {delivered});
     int error = entrance.sync();
-    if (error == 0) {
-        error = syncDirectory(directoryOf(source));
-        // Who may not list the source's directory cannot sync it. The new name is on the disk.
-        error = error == EACCES ? 0 : error;
-    }
+    if (error == 0)
+        error = QueueEntrance::syncSources(directoryOf(source));
     if (error != 0)
         throw DeliveryFailure(notSynced(*this, {delivered}, error), {delivered});
     return delivered;

@@ -1,20 +1,20 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/directoryentries_p.h"
 #include "service/durablefiles_p.h"
 #include "service/gatekeeper_p.h"
 #include "service/openwriters_p.h"
+#include "service/sourceremoval_p.h"
 #include "service/spoolname_p.h"
 
 #include <QFile>
-#include <QThread>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,25 +32,13 @@ constexpr size_t HandedTogether = 256;
 /// Signals that a listing is needed may come one after the other.
 constexpr auto ShortestLookPeriod = 200ms;
 
-bool isInterrupted()
+/// Adds the names of what may be regular files. Returns the system's error number, or 0.
+int listFiles(const QByteArray& path, QSet<QByteArray>& names)
 {
-    return QThread::currentThread()->isInterruptionRequested();
-}
-
-/// The names of what may be regular files; nothing if the directory cannot be read: errno says why.
-std::optional<QSet<QByteArray>> namesIn(const QByteArray& path)
-{
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.constData()), &::closedir);
-    if (!directory)
-        return std::nullopt;
-    QSet<QByteArray> names;
-    errno = 0;
-    while (const dirent* const entry = ::readdir(directory.get())) {
-        if (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN)
-            names.insert(entry->d_name);
-        errno = 0;
-    }
-    return errno == 0 ? std::optional(names) : std::nullopt;
+    return forEachEntry(path, [&](const dirent& entry) {
+        if (entry.d_type == DT_REG || entry.d_type == DT_UNKNOWN)
+            names.insert(entry.d_name);
+    });
 }
 
 /// Whether files can be renamed there.
@@ -70,19 +58,13 @@ OpenWriters openWritersOf(const QByteArray& path)
     return file.isOpen() ? KezService::openWritersOf(file.get()) : OpenWriters::Unknown;
 }
 
-QueueEntrance::IfTaken policyOf(Delivery::NameTaken ifTaken)
-{
-    return ifTaken == Delivery::NameTaken::FreshName ? QueueEntrance::IfTaken::FreshName
-                                                     : QueueEntrance::IfTaken::Refuse;
-}
-
 } // namespace
 
 Gatekeeper::Gatekeeper(const ArrivalGate::Settings& settings)
     : _settings(settings),
       _path(QFile::encodeName(settings.incoming)),
       _suffix(QFile::encodeName(settings.markerSuffix)),
-      _entrance(settings.queueDirectory, policyOf(settings.ifTaken)),
+      _entrance(settings.queueDirectory, settings.ifTaken),
       _nextLook(Clock::now())
 {}
 
@@ -162,9 +144,8 @@ void Gatekeeper::look()
 {
     _lastLook = Clock::now();
     watchDirectory();
-    const auto names = namesIn(_path);
-    const int error = errno;
-    if (!names) {
+    QSet<QByteArray> names;
+    if (const int error = listFiles(_path, names); error != 0) {
         lookFailed(QString::number(error), Refusal::bySystem(_path, error).reason);
         return;
     }
@@ -181,7 +162,7 @@ void Gatekeeper::look()
     _nextLook = Clock::now() + period;
     if (_lookBackoff.succeed() && !_handOnBackoff.hasFailed())
         report(Report::Resumed, {}, {});
-    lookAt(*names);
+    lookAt(std::move(names));
 }
 
 void Gatekeeper::watchDirectory()
@@ -193,8 +174,9 @@ void Gatekeeper::watchDirectory()
     _isWatchRefused = isRefused;
 }
 
-void Gatekeeper::lookAt(const QSet<QByteArray>& names)
+void Gatekeeper::lookAt(QSet<QByteArray> names)
 {
+    bringBackHidden(names);
     const QSet<QByteArray> files = isByMarker() ? markedNames(names) : names;
     _strangeNames.intersect(names);
     _arrivals.keepOnly(files);
@@ -202,6 +184,18 @@ void Gatekeeper::lookAt(const QSet<QByteArray>& names)
         if (!_arrivals.contains(name) && isNameUsable(name))
             _arrivals.add(name, Clock::now());
     }
+}
+
+/// A crash while the source of a copy was removed has left it hidden. This comes before a claimed
+/// marker is taken for that of a file that has gone.
+void Gatekeeper::bringBackHidden(QSet<QByteArray>& names) const
+{
+    QSet<QByteArray> shown;
+    for (const QByteArray& name : std::as_const(names)) {
+        if (const QByteArray back = SourceRemoval::bringBack(_path, name); !back.isEmpty())
+            shown.insert(back);
+    }
+    names.unite(shown);
 }
 
 /// The files that have a marker, and those whose marker was claimed. If a file of the latter is not
@@ -237,8 +231,9 @@ void Gatekeeper::examine(const QByteArray& name)
         return;
     }
     const FileState state(*status);
-    if (_arrivals[name].copied == state)
-        removeCopied(name);
+    const auto& copied = _arrivals[name].copied;
+    if (copied && copied->hasContentOf(state))
+        removeCopied(name, state);
     else if (isByMarker() ? isVouchedFor(name, *status) : isQuiet(name, state))
         handOn(name, state);
     else if (isByMarker())
@@ -291,16 +286,16 @@ void Gatekeeper::handOn(const QByteArray& name, const FileState& state)
     _handed.push_back({name, entered.name});
     if (_handOnBackoff.succeed())
         report(Report::Resumed, {}, {});
-    if (entered.sourceError == 0) {
+    if (!entered.sourceFault) {
         _arrivals.remove(name);
         return;
     }
     _arrivals[name].copied = state;
-    throw Refusal::bySystem(pathOf(name), entered.sourceError);
+    throw Refusal(*entered.sourceFault);
 }
 
 /// The queue has the file already; only its source could not be removed.
-void Gatekeeper::removeCopied(const QByteArray& name)
+void Gatekeeper::removeCopied(const QByteArray& name, const FileState& state)
 {
     Refusal::check(_entrance.pathOf({}), _entrance.sync());
     if (::unlink(pathOf(name).constData()) != 0 && errno != ENOENT)

@@ -6,7 +6,6 @@
 #include "service/arrivals_p.h"
 #include "service/directorywatch_p.h"
 #include "service/queueentrance_p.h"
-#include "service/refusal_p.h"
 
 #include <kez/service/arrivalgate.h>
 
@@ -83,7 +82,8 @@ private:
     bool isNameUsable(const QByteArray& name);
     void look();
     void watchDirectory();
-    void lookAt(const QSet<QByteArray>& names);
+    void lookAt(QSet<QByteArray> names);
+    void bringBackHidden(QSet<QByteArray>& names) const;
     QSet<QByteArray> markedNames(const QSet<QByteArray>& names) const;
     void lookFailed(const QString& cause, const QString& reason);
 
@@ -92,7 +92,7 @@ private:
     bool isQuiet(const QByteArray& name, const FileState& state);
     bool isVouchedFor(const QByteArray& name, const struct stat& status) const;
     void handOn(const QByteArray& name, const FileState& state);
-    void removeCopied(const QByteArray& name);
+    void removeCopied(const QByteArray& name, const FileState& state);
     void refuse(const QByteArray& name, const Refusal& refusal);
     bool concernsAll(const Refusal& refusal) const;
     void hinder(const Refusal& refusal);

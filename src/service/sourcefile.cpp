@@ -5,8 +5,6 @@
 #include "service/refusal_p.h"
 #include "service/sourcefile_p.h"
 
-#include <QThread>
-
 #include <cerrno>
 #include <fcntl.h>
 
@@ -18,11 +16,6 @@ Refusal refusalBy(const QByteArray& path, int error)
 {
     return Refusal::bySystem(path, error,
                              error == ENOENT ? Refusal::Kind::Gone : Refusal::Kind::Other);
-}
-
-bool isInterrupted()
-{
-    return QThread::currentThread()->isInterruptionRequested();
 }
 
 void checkKind(mode_t mode)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "service/kittexts_p.h"
+#include "support/childprocess.h"
 #include "support/failuretext.h"
 #include "support/spool.h"
 #include "support/spoolfaults.h"
@@ -59,7 +60,50 @@ int fromElsewhere(const Call& call)
     return call.function == "renameat2" && !call.path.contains("/.kez/") ? EXDEV : 0;
 }
 
+/// A user that owns nothing; 0 for the true one.
+uid_t stranger = 0;
+
+/// A directory such as /tmp, on another file system: only the owners remove files there.
+int childBesideOthers()
+{
+    if (!becomeOrdinaryUser())
+        return 1;
+    const Spool spool;
+    const QString source = spool.beside("drop/a");
+    if (!QDir().mkdir(spool.beside("drop")) || !writeFile(source, "x") ||
+        ::chmod(QFile::encodeName(spool.beside("drop")).constData(), 01777) != 0)
+        return 2;
+    const Delivery delivery(spool.path());
+    SpoolFaults::watch(QFile::encodeName(spool.beside(".")).chopped(2));
+    SpoolFaults::before = [copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        return copied ? 0 : fromElsewhere(call);
+    };
+    stranger = ::geteuid() + 1;
+    const QString text = failureText([&] { delivery.moveIn(source); });
+    if (text != kitText("DeliveryFailed", "a", spool.path(), kitText("DeliverySourceSticky")))
+        return 3;
+    if (!spool.visible().isEmpty() || !spool.growing().isEmpty() || readFile(source) != "x" ||
+        !SpoolFaults::summary({"create"}).isEmpty())
+        return 4;
+    stranger = 0;
+    if (delivery.moveIn(source) != "a" || QFile::exists(source))
+        return 5;
+    return 0;
+}
+
+int childMain(const QStringList&)
+{
+    return childBesideOthers();
+}
+
 } // namespace
+
+extern "C" uid_t geteuid() noexcept
+{
+    static const auto original = interposed<uid_t (*)()>("geteuid");
+    return stranger != 0 ? stranger : original();
+}
 
 class TestDeliveryFaults : public QObject {
     Q_OBJECT
@@ -88,6 +132,10 @@ private Q_SLOTS:
     void sourceThatIsReplacedBeforeTheRenameIsRefused();
     void sourceThatIsReplacedAtTheRenameIsTakenBack();
     void newSourceIsNotRemovedInsteadOfTheCopiedOne();
+    void newSourceIsNotRemovedAtTheLastMoment();
+    void sourceThatChangesAfterTheCopyIsSaid();
+    void sourceWhoseRightsChangeAfterTheCopyGoes();
+    void stickyDirectoryIsRefusedBeforeTheCopy();
     void copyEndsIfTheThreadIsAskedToEnd();
     void lockThatIsTakenIsMadeAnew_data();
     void lockThatIsTakenIsMadeAnew();
@@ -448,14 +496,18 @@ void TestDeliveryFaults::fileFromAnotherFileSystemIsSyncedBeforeItsSourceGoes()
     };
     QCOMPARE(delivery.moveIn(_spool->beside("outbox/a")), QString("a"));
     SpoolFaults::watched.clear();
-    QByteArrayList calls = SpoolFaults::summary({"create", "fsync", "renameat2", "unlink"});
+    QByteArrayList calls =
+        SpoolFaults::summary({"create", "fsync", "renameat2", "rename", "unlink"});
     QCOMPARE(calls.mid(0, 2), QByteArrayList({"fsync a", "renameat2 a"}));
     QVERIFY(calls.at(2).endsWith(".lock"));
     const QByteArray stem = calls.at(2).mid(7).chopped(5);
+    for (QByteArray& call : calls) // the number in the hidden name of the source
+        if (call.endsWith(".moved"))
+            call = call.first(call.indexOf(' ') + 1) + 'a';
     QCOMPARE(calls.mid(3),
              QByteArrayList({"create " + stem + ".0", "fsync " + stem + ".0", "renameat2 a",
-                             "fsync spool", "unlink a", "unlink " + stem + ".lock", "fsync spool",
-                             "fsync outbox"}));
+                             "fsync spool", "rename a", "unlink a", "unlink " + stem + ".lock",
+                             "fsync spool", "fsync outbox"}));
 }
 
 void TestDeliveryFaults::sourceThatCannotBeRemovedIsSaid()
@@ -466,7 +518,7 @@ void TestDeliveryFaults::sourceThatCannotBeRemovedIsSaid()
     SpoolFaults::watch(root());
     SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
         copied = copied || call.function == "create";
-        if (call.function == "unlink" && QFile::decodeName(call.path) == source)
+        if (call.function == "rename" && call.path.startsWith(root() + "/.a."))
             return EPERM;
         return copied ? 0 : fromElsewhere(call);
     };
@@ -576,6 +628,80 @@ void TestDeliveryFaults::newSourceIsNotRemovedInsteadOfTheCopiedOne()
     SpoolFaults::reset();
     QCOMPARE(_spool->content("a"), QByteArray("old"));
     QCOMPARE(readFile(source), QByteArray("new"));
+}
+
+/// It takes the name between the last look at the source and its removal.
+void TestDeliveryFaults::newSourceIsNotRemovedAtTheLastMoment()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "old") && writeFile(_spool->beside("b"), "new"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        const bool isRemoval = call.function == "unlink" || call.function == "rename";
+        if (isRemoval && !call.path.contains("/.kez/"))
+            QFile::remove(source), QFile::rename(_spool->beside("b"), source);
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QCOMPARE(delivery.moveIn(source), QString("a"));
+    SpoolFaults::reset();
+    QCOMPARE(_spool->content("a"), QByteArray("old"));
+    QCOMPARE(readFile(source), QByteArray("new"));
+    QCOMPARE(QDir(_spool->beside(".")).entryList(QDir::Files | QDir::Hidden), QStringList("a"));
+}
+
+void TestDeliveryFaults::sourceThatChangesAfterTheCopyIsSaid()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "old"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        if (call.function == "fsync" && call.path.endsWith("/spool") && readFile(source) == "old")
+            writeFile(source, "longer");
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QStringList delivered;
+    const QString text = failureText([&] {
+        try {
+            delivery.moveIn(source);
+        } catch (const DeliveryFailure& failure) {
+            delivered = failure.delivered();
+            throw;
+        }
+    });
+    SpoolFaults::reset();
+    QCOMPARE(text, kitText("DeliverySourceStays", QString("a"), _spool->path(), source,
+                           kitText("DeliverySourceChanged")));
+    QCOMPARE(delivered, QStringList("a"));
+    QCOMPARE(_spool->content("a"), QByteArray("old"));
+    QCOMPARE(readFile(source), QByteArray("longer"));
+}
+
+void TestDeliveryFaults::sourceWhoseRightsChangeAfterTheCopyGoes()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "x"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        if (call.function == "fsync" && call.path.endsWith("/spool"))
+            ::chmod(QFile::encodeName(source).constData(), 0640);
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QCOMPARE(delivery.moveIn(source), QString("a"));
+    SpoolFaults::reset();
+    QVERIFY(!QFile::exists(source));
+}
+
+void TestDeliveryFaults::stickyDirectoryIsRefusedBeforeTheCopy()
+{
+    const ChildResult child = runChild({"sticky"});
+    QVERIFY(child.finished && !child.crashed);
+    QCOMPARE(child.exitCode, 0);
 }
 
 void TestDeliveryFaults::copyEndsIfTheThreadIsAskedToEnd()

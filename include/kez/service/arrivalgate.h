@@ -22,15 +22,17 @@ namespace KezService {
 /// Delivery::moveIn() does: by one rename, or from another file system as a copy whose source is
 /// then removed. Many files share one wait for the directory.
 ///
-/// Left alone are hidden and temporary names (".x", "x.part", "x.tmp", "x~"), subdirectories, links
-/// and whatever is no regular file. So are names that are not UTF-8, which is logged once.
+/// The gate leaves alone hidden and temporary names (".x", "x.part", "x.tmp", "x~"),
+/// subdirectories, links and whatever is no regular file; also names that are not UTF-8, which is
+/// logged once.
 ///
 /// A file that cannot be handed on now is reported once and tried again, after one second, then
 /// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
 /// full disk; these hold up all files. The gate says when it goes on.
 ///
 /// A crash loses no file. After a crash, a file that was copied from another file system, or by
-/// links, may be handed on a second time.
+/// links, may be handed on a second time. The source of a copy has a hidden name while it is
+/// removed (see Delivery::moveIn()); if a crash leaves it so, the gate gives it its name back.
 ///
 /// Give each incoming directory one gate. Two of them do no harm within one file system that can
 /// rename without replacing: one of them gets the file.

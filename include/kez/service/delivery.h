@@ -104,9 +104,16 @@ public:
     /// deliverFile() makes it, after which the file is removed. A link is refused, since it might
     /// lead elsewhere from there.
     ///
-    /// If the file is in the queue but could not be removed here, the failure's delivered() has its
-    /// name. A copy of many gigabytes stops with a failure if the thread is asked to end
-    /// (QThread::requestInterruption()).
+    /// If the file is in the queue but could not be removed here, or has changed since the copy,
+    /// the failure's delivered() has its name. A copy of many gigabytes stops with a failure if the
+    /// thread is asked to end (QThread::requestInterruption()). Nothing is copied if the source
+    /// could not be removed: because of missing rights, or in a directory such as /tmp (sticky),
+    /// where neither is this user's.
+    ///
+    /// At the moment of its removal, the source of a copy has a hidden name,
+    /// ".order.xml.0123456789abcdef.moved", so that no other file is removed that takes its name
+    /// just then. A process that is killed at this moment leaves it under that name: compare it
+    /// with what the queue got, or let an ArrivalGate on that directory hand it on again.
     QString moveIn(const QString& path, const QString& name = {}) const;
 
     /// Delivers many files with one wait for the directory. All of them are written before the
