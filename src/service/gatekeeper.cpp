@@ -7,6 +7,7 @@
 #include "service/openwriters_p.h"
 #include "service/sourceremoval_p.h"
 #include "service/spoolname_p.h"
+#include "service/spoolplaces_p.h"
 
 #include <QFile>
 
@@ -322,8 +323,7 @@ void Gatekeeper::refuse(const QByteArray& name, const Refusal& refusal)
     const bool isNew = arrival.backoff.fail(cause);
     _arrivals.reschedule(
         name, Clock::now() + arrival.backoff.pause(_settings.firstPause, _settings.longestPause));
-    // What others have got past meanwhile is this file's own trouble: it is too large, for
-    // instance.
+    // If other files entered since, only this file has the problem (it is too large, for instance).
     if (concernsAll(refusal) && (isNew || _handOnBackoff.hasFailed()))
         hinder(refusal);
     else if (isNew)
@@ -332,6 +332,8 @@ void Gatekeeper::refuse(const QByteArray& name, const Refusal& refusal)
 
 bool Gatekeeper::concernsAll(const Refusal& refusal) const
 {
+    const QByteArray queue = QFile::encodeName(_entrance.directory());
+    const QByteArray growing = QFile::encodeName(SpoolPlaces::incoming(_entrance.directory()));
     switch (refusal.error) {
     case 0:
         return false;
@@ -344,7 +346,8 @@ bool Gatekeeper::concernsAll(const Refusal& refusal) const
     case ENOMEM:
         return true;
     default:
-        return !isUsable(_path) || !isUsable(QFile::encodeName(_entrance.directory()));
+        return !isUsable(_path) || !isUsable(queue) ||
+               (refusal.path.startsWith(growing) && !isUsable(growing)); // only copies need it
     }
 }
 

@@ -198,6 +198,24 @@ int childMain(const QStringList&)
     EXPECT(::chmod(QFile::encodeName(gate.incoming()).constData(), 0700) == 0);
     EXPECT(gate.runAfter(1s) == QStringList("resumed"));
     EXPECT(gate.runAfter(2s) == Gate::handedOn({"e"}));
+
+    // Only the place where copies grow has lost its rights.
+    EXPECT(gate.write("f") && gate.write("g") && gate.write("h"));
+    gate.run();
+    EXPECT(QDir().mkpath(gate.spool.incoming()));
+    EXPECT(::chmod(QFile::encodeName(gate.spool.incoming()).constData(), 0500) == 0);
+    SpoolFaults::watch(QFile::encodeName(gate.spool.path()));
+    SpoolFaults::before = [fault = OtherFileSystem()](const Call& call, qsizetype) mutable {
+        return fault.errorOf(call);
+    };
+    const QString place = "hindered: " + systemFailure(gate.spool.incoming(), EACCES);
+    EXPECT(gate.runAfter(2s) == QStringList(place));
+    EXPECT(gate.runAfter(1s).isEmpty() && gate.runAfter(2s).isEmpty());
+    EXPECT(::chmod(QFile::encodeName(gate.spool.incoming()).constData(), 0700) == 0);
+    QStringList others;
+    for (int second = 0; second < 20; ++second)
+        others += gate.runAfter(1s);
+    EXPECT(others.size() == 4 && others.first() == "resumed");
     return 0;
 }
 
