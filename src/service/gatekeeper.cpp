@@ -13,8 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <memory>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -116,6 +114,7 @@ void Gatekeeper::work()
     const auto end = Clock::now() + WorkSlice;
     if (Clock::now() >= _nextLook)
         look();
+    finish(); // what a broken disk has held up comes first
     while (_handed.size() < HandedTogether && Clock::now() < end && !isInterrupted()) {
         const auto first = _arrivals.first();
         if (!first || std::max(first->first, _pausedUntil) > Clock::now())
@@ -134,7 +133,9 @@ std::chrono::milliseconds Gatekeeper::idleTime() const
     auto next = _nextLook;
     if (const auto first = _arrivals.first())
         next = std::min(next, std::max(first->first, _pausedUntil));
-    if (isInterrupted()) // and yet somebody still waits for events
+    if (_isSyncMissing)
+        next = std::min(next, _pausedUntil);
+    if (isInterrupted()) // the thread's loop may still run: do not keep it busy
         next = std::max(next, Clock::now() + 1s);
     const auto idle = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return std::max(idle, 0ms);
@@ -262,29 +263,33 @@ bool Gatekeeper::isQuiet(const QByteArray& name, const FileState& state)
 
 /// A marker that counts is claimed, which gives it a temporary name: after a crash, this tells the
 /// marker of a file that was handed on from one that came before its file.
-bool Gatekeeper::isVouchedFor(const QByteArray& name, const struct stat& status) const
+bool Gatekeeper::isVouchedFor(const QByteArray& name, const struct stat& status)
 {
-    const auto vouches = [&](const QByteArray& path) {
+    const auto vouching = [&](const QByteArray& path) {
         // One of the two times is enough: a copied file may have a modification in the future, and
         // a change of its rights is no new content.
         const auto marker = statusOf(path);
-        return marker && S_ISREG(marker->st_mode) &&
-               (!isLater(status.st_mtim, marker->st_mtim) ||
-                !isLater(status.st_ctim, marker->st_ctim));
+        const bool vouches = marker && S_ISREG(marker->st_mode) &&
+                             (!isLater(status.st_mtim, marker->st_mtim) ||
+                              !isLater(status.st_ctim, marker->st_ctim));
+        return vouches ? std::optional(FileState(*marker)) : std::nullopt;
     };
-    const QByteArray marker = markerOf(name);
-    if (!vouches(marker))
-        return vouches(claimOf(name));
-    const bool isClaimed = ::rename(marker.constData(), claimOf(name).constData()) == 0;
-    if (!isClaimed && errno != ENOENT && errno != ENAMETOOLONG)
-        throw Refusal::bySystem(marker, errno);
+    const QByteArray path = markerOf(name);
+    const auto marker = vouching(path);
+    if (!marker)
+        return vouching(claimOf(name)).has_value();
+    if (::rename(path.constData(), claimOf(name).constData()) == 0 || errno == ENOENT)
+        return true;
+    if (errno != ENAMETOOLONG)
+        throw Refusal::bySystem(path, errno);
+    _arrivals[name].marker = marker;
     return true;
 }
 
 void Gatekeeper::handOn(const QByteArray& name, const FileState& state)
 {
     const QueueEntrance::Entered entered = _entrance.moveIn(pathOf(name), name, state);
-    _handed.push_back({name, entered.name});
+    _handed.push_back({name, entered.name, _arrivals[name].marker});
     if (_handOnBackoff.succeed())
         report(Report::Resumed, {}, {});
     if (!entered.sourceFault) {
@@ -298,9 +303,8 @@ void Gatekeeper::handOn(const QByteArray& name, const FileState& state)
 /// The queue has the file already; only its source could not be removed.
 void Gatekeeper::removeCopied(const QByteArray& name, const FileState& state)
 {
-    Refusal::check(_entrance.pathOf({}), _entrance.sync());
-    if (::unlink(pathOf(name).constData()) != 0 && errno != ENOENT)
-        throw Refusal::bySystem(pathOf(name), errno);
+    Refusal::check(QFile::encodeName(_entrance.directory()), _entrance.sync());
+    SourceRemoval::remove(pathOf(name), state);
     forget(name);
 }
 
@@ -359,30 +363,41 @@ void Gatekeeper::hinder(const Refusal& refusal)
         Clock::now() + _handOnBackoff.pause(_settings.firstPause, _settings.longestPause);
 }
 
-/// What was handed on gets to the disk, and is then reported.
+/// What was handed on gets to the disk, and is then reported. If that fails, it is tried again
+/// after the pause, before anything else is handed on.
 void Gatekeeper::finish()
 {
-    if (_handed.empty())
+    if (_handed.empty() || (_isSyncMissing && Clock::now() < _pausedUntil))
         return;
+    QByteArray path = QFile::encodeName(_entrance.directory());
     int error = _entrance.sync();
-    if (error == 0)
-        error = syncDirectory(_path);
-    if (error != 0 && _handOnBackoff.fail(QString::number(error)))
-        report(Report::Hindered, {}, Refusal::bySystem(_entrance.pathOf({}), error).reason);
+    if (error == 0) {
+        path = _path;
+        error = QueueEntrance::syncSources(path);
+    }
+    const bool wasMissing = std::exchange(_isSyncMissing, error != 0);
+    if (error != 0) {
+        hinder(Refusal::bySystem(path, error));
+        return;
+    }
+    if (wasMissing && _handOnBackoff.succeed())
+        report(Report::Resumed, {}, {});
     for (const Handed& handed : std::exchange(_handed, {})) {
-        if (error == 0 && !_arrivals.contains(handed.name))
-            removeMarkers(handed.name);
+        if (!_arrivals.contains(handed.name))
+            removeMarker(handed);
         report(Report::HandedOn, handed.name, SpoolName::shown(handed.nameInQueue));
     }
 }
 
-void Gatekeeper::removeMarkers(const QByteArray& name) const
+/// A marker that could not be claimed may be that of the next file by now.
+void Gatekeeper::removeMarker(const Handed& handed) const
 {
     if (!isByMarker())
         return;
-    // A marker whose name leaves no room for the claim was not renamed.
-    const bool isClaimable = name.size() + _suffix.size() < NAME_MAX;
-    ::unlink((isClaimable ? claimOf(name) : markerOf(name)).constData());
+    const QByteArray marker = handed.marker ? markerOf(handed.name) : claimOf(handed.name);
+    const auto now = statusOf(marker);
+    if (now && (!handed.marker || *handed.marker == FileState(*now)))
+        ::unlink(marker.constData());
 }
 
 } // namespace KezService

@@ -28,7 +28,7 @@ namespace KezService {
 ///
 /// A file that cannot be handed on now is reported once and tried again, after one second, then
 /// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
-/// full disk; these hold up all files. The gate says when it goes on.
+/// full or broken disk; these hold up all files. The gate says when it goes on.
 ///
 /// A crash loses no file. After a crash, a file that was copied from another file system, or by
 /// links, may be handed on a second time. The source of a copy has a hidden name while it is
@@ -57,8 +57,8 @@ public:
 
         /// A marker beside it: "x.xml.done" for "x.xml". The marker is removed afterwards. It
         /// counts for a file that is not newer than it, so that a forgotten one does not vouch for
-        /// the next file of that name. A marker without a file waits and is left alone. Here a name
-        /// with the marker is at most 255 bytes long, too.
+        /// the next file of that name. A marker without a file waits and is left alone. The name
+        /// and the marker together have at most 255 bytes.
         Marker
     };
 
@@ -98,7 +98,8 @@ public Q_SLOTS:
     void stop();
 
 Q_SIGNALS:
-    /// The file is in the queue, under that name, and on the disk.
+    /// The file is in the queue, under that name, and on the disk. If the disk fails, this comes
+    /// once it works again; not at all if the gate was stopped before.
     void handedOn(const QString& name, const QString& nameInQueue);
 
     /// The file stays for the time being. Comes again for another reason.
