@@ -48,7 +48,9 @@ QString notSynced(const Delivery& delivery, const QStringList& names, int error)
 /// Refuses the output of a process that did not come to its end.
 void checkEnd(const QProcess& process)
 {
-    if (process.error() == QProcess::FailedToStart || process.error() == QProcess::ReadError)
+    const bool hasFailed =
+        process.error() == QProcess::FailedToStart || process.error() == QProcess::ReadError;
+    if (hasFailed || process.state() != QProcess::NotRunning)
         throw Refusal::because(Kind::Other, "DeliveryDeviceFailed", process.errorString());
     if (process.exitStatus() != QProcess::NormalExit)
         throw Refusal::because(Kind::Other, "DeliveryProcessCrashed");

@@ -331,9 +331,12 @@ void TestDelivery::processThatDoesNotStartDeliversNothing()
     QProcess process;
     process.start("/nowhere/program", {});
     const Delivery delivery(_spool->path());
-    QVERIFY(deliveredInFailure([&] { delivery.deliver("a", process); }) == QStringList());
-    process.waitForFinished(60000);
-    QVERIFY(deliveredInFailure([&] { delivery.deliver("a", process); }) == QStringList());
+    for (int time = 0; time < 2; ++time) {
+        const QString text = failureText([&] { delivery.deliver("a", process); });
+        QVERIFY(!process.errorString().isEmpty());
+        QCOMPARE(text,
+                 failed(*_spool, "a", kitText("DeliveryDeviceFailed", process.errorString())));
+    }
     QCOMPARE(_spool->visible(), QStringList());
 }
 
@@ -349,6 +352,10 @@ void TestDelivery::processThatHasEndedIsRead()
     delivery.deliver("b", process);
     QCOMPARE(process.state(), QProcess::NotRunning);
     QCOMPARE(_spool->content("b"), QByteArray());
+    process.start("/bin/sh", {"-c", "sleep 0.1; exit 3"});
+    process.closeReadChannel(QProcess::StandardOutput); // no wait for data any more
+    QCOMPARE(failureText([&] { delivery.deliver("c", process); }),
+             failed(*_spool, "c", kitText("DeliveryProcessFailed", QString("3"))));
 }
 
 void TestDelivery::processThatFailsDeliversNothing_data()
