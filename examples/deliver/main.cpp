@@ -11,19 +11,17 @@
 // file is not delivered, or may not survive a power failure; 2 for a wrong command line.
 
 #include <kez/service/delivery.h>
+#include <kez/service/exitcodes.h>
 
 #include <QCoreApplication>
 #include <QTextStream>
 
-#include <cstdlib>
 #include <vector>
 
 using namespace Qt::StringLiterals;
 using KezService::Delivery;
 
 namespace {
-
-constexpr int UsageFault = 2;
 
 void printNames(const QStringList& names)
 {
@@ -35,7 +33,7 @@ void printNames(const QStringList& names)
 int fail(const QString& text)
 {
     QTextStream(stderr) << text << Qt::endl;
-    return EXIT_FAILURE;
+    return KezService::ExitFailure;
 }
 
 int deliver(Delivery::NameTaken ifTaken, const QStringList& arguments)
@@ -45,7 +43,7 @@ int deliver(Delivery::NameTaken ifTaken, const QStringList& arguments)
         parcels.push_back(Delivery::Parcel::file(path));
     try {
         printNames(Delivery(arguments.first(), ifTaken).deliverAll(parcels));
-        return EXIT_SUCCESS;
+        return KezService::ExitClean;
     } catch (const KezService::DeliveryFailure& failure) {
         printNames(failure.delivered());
         return fail(failure.detail());
@@ -71,7 +69,7 @@ int main(int argc, char* argv[])
     }
     if (arguments.size() < 2 || arguments.first().startsWith(u'-')) {
         QTextStream(stderr) << "usage: deliver [--fresh] DIRECTORY FILE..." << Qt::endl;
-        return UsageFault;
+        return KezService::ExitUsage;
     }
     return deliver(ifTaken, arguments);
 }

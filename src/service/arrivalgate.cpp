@@ -36,6 +36,8 @@ void check(const Settings& settings)
 {
     if (settings.incoming.isEmpty() || settings.queueDirectory.isEmpty())
         raise("GateNoDirectory");
+    if (settings.incoming.contains(QChar(0)) || settings.queueDirectory.contains(QChar(0)))
+        raise("GatePathZero");
     if (settings.incoming == settings.queueDirectory ||
         leadToOne(QFile::encodeName(settings.incoming), QFile::encodeName(settings.queueDirectory)))
         raise("GateSameDirectory", settings.incoming);

@@ -24,6 +24,7 @@ struct Arrival {
     Clock::time_point due;
     std::optional<FileState> seen;   ///< as it was when the gate last looked
     std::optional<FileState> copied; ///< the queue has this state; the file itself could not go
+    std::optional<FileState> marker; ///< vouches for it, and has no room for the name of a claim
     Backoff backoff;
 };
 

@@ -13,6 +13,7 @@
 
 #include <QFile>
 #include <QIODevice>
+#include <QProcess>
 #include <QSet>
 
 #include <array>
@@ -25,13 +26,6 @@ namespace KezService {
 namespace {
 
 using Kind = Refusal::Kind;
-
-QueueEntrance entranceOf(const Delivery& delivery)
-{
-    return QueueEntrance(delivery.directory(), delivery.ifTaken() == Delivery::NameTaken::FreshName
-                                                   ? QueueEntrance::IfTaken::FreshName
-                                                   : QueueEntrance::IfTaken::Refuse);
-}
 
 QString baseName(const QString& path)
 {
@@ -51,21 +45,47 @@ QString notSynced(const Delivery& delivery, const QStringList& names, int error)
                    delivery.directory(), systemErrorText(error));
 }
 
+/// Refuses the output of a process that did not come to its end.
+void checkEnd(const QProcess& process)
+{
+    const bool hasFailed =
+        process.error() == QProcess::FailedToStart || process.error() == QProcess::ReadError;
+    if (hasFailed || process.state() != QProcess::NotRunning)
+        throw Refusal::because(Kind::Other, "DeliveryDeviceFailed", process.errorString());
+    if (process.exitStatus() != QProcess::NormalExit)
+        throw Refusal::because(Kind::Other, "DeliveryProcessCrashed");
+    if (process.exitCode() != 0)
+        throw Refusal::because(Kind::Other, "DeliveryProcessFailed",
+                               QString::number(process.exitCode()));
+}
+
 /// Appends what the device holds to an open file.
 void copyDevice(QIODevice& device, int file, const QByteArray& path)
 {
     if (!device.isReadable())
         throw Refusal::because(Kind::Other, "DeliveryDeviceNotOpen");
+    auto* const process = qobject_cast<QProcess*>(&device);
+    bool isLastRead = !device.isSequential();
     std::array<char, 65536> buffer; // NOLINT(*-member-init): filled by read()
     while (true) {
         const qint64 count = device.read(buffer.data(), buffer.size());
-        if (count < 0)
+        // To read from a process that has ended is a failure; its exit code tells more.
+        const bool hasEnded = process && process->state() == QProcess::NotRunning;
+        if (count < 0 && !hasEnded)
             throw Refusal::because(Kind::Other, "DeliveryDeviceFailed", device.errorString());
-        if (count > 0)
+        if (count > 0) {
             Refusal::check(path, writeAll(file, QByteArrayView(buffer.data(), count)));
-        else if (!device.isSequential() || !device.waitForReadyRead(-1))
-            return;
+            continue;
+        }
+        if (isLastRead || hasEnded)
+            break;
+        // After the end and after a failure alike, the wait is false: one more read tells.
+        isLastRead = !device.waitForReadyRead(-1);
+        if (isLastRead && process)
+            process->waitForFinished(-1);
     }
+    if (process)
+        checkEnd(*process);
 }
 
 } // namespace
@@ -74,7 +94,9 @@ void copyDevice(QIODevice& device, int file, const QByteArray& path)
 class DeliveryRun {
 public:
     DeliveryRun(const Delivery& delivery, const std::vector<Delivery::Parcel>& parcels)
-        : _delivery(delivery), _parcels(parcels), _entrance(entranceOf(delivery))
+        : _delivery(delivery),
+          _parcels(parcels),
+          _entrance(delivery.directory(), delivery.ifTaken())
     {}
 
     QStringList deliver();
@@ -206,10 +228,15 @@ Delivery::Delivery(const QString& directory, NameTaken ifTaken)
     : _directory(absolutePath(directory)), _ifTaken(ifTaken)
 {
     struct stat status {};
-    const int error = ::stat(QFile::encodeName(_directory).constData(), &status) != 0 ? errno : 0;
-    if (error != 0 || !S_ISDIR(status.st_mode))
-        KezService::raise("DeliveryNoDirectory", directory,
-                          systemErrorText(error != 0 ? error : ENOTDIR));
+    int error = 0;
+    if (directory.contains(QChar(0)))
+        error = EINVAL; // to the system the path would end there
+    else if (::stat(QFile::encodeName(_directory).constData(), &status) != 0)
+        error = errno;
+    else if (!S_ISDIR(status.st_mode))
+        error = ENOTDIR;
+    if (error != 0)
+        KezService::raise("DeliveryNoDirectory", shownName(directory), systemErrorText(error));
 }
 
 QString Delivery::directory() const
@@ -242,7 +269,7 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
 {
     const QString wanted = name.isEmpty() ? baseName(path) : name;
     const QByteArray source = QFile::encodeName(path);
-    const QueueEntrance entrance = entranceOf(*this);
+    const QueueEntrance entrance(_directory, _ifTaken);
     QueueEntrance::Entered entered;
     try {
         checkName(wanted);
@@ -252,16 +279,14 @@ QString Delivery::moveIn(const QString& path, const QString& name) const
             kitText("DeliveryFailed", shownName(wanted), _directory, refusal.reason), {});
     }
     const QString delivered = SpoolName::shown(entered.name);
-    if (entered.sourceError != 0)
-        throw DeliveryFailure(kitText("DeliverySourceStays", shownName(delivered), _directory,
-                                      shownName(path), systemErrorText(entered.sourceError)),
-                              {delivered});
+    if (const auto& fault = entered.sourceFault)
+        throw DeliveryFailure(
+            kitText("DeliverySourceStays", shownName(delivered), _directory, shownName(path),
+                    fault->error != 0 ? systemErrorText(fault->error) : fault->reason),
+            {delivered});
     int error = entrance.sync();
-    if (error == 0) {
-        error = syncDirectory(directoryOf(source));
-        // Who may not list the source's directory cannot sync it. The new name is on the disk.
-        error = error == EACCES ? 0 : error;
-    }
+    if (error == 0)
+        error = QueueEntrance::syncSources(directoryOf(source));
     if (error != 0)
         throw DeliveryFailure(notSynced(*this, {delivered}, error), {delivered});
     return delivered;

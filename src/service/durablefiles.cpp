@@ -3,6 +3,8 @@
 
 #include "service/durablefiles_p.h"
 
+#include "service/filestate_p.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -38,7 +40,9 @@ int linkAndUnlink(const QByteArray& from, const QByteArray& to)
     if (::unlink(from.constData()) == 0 || errno == ENOENT)
         return 0;
     const int error = errno;
-    ::unlink(to.constData());
+    // A consumer may have taken it since, and another producer the name.
+    if (areNamesOfOne(from, to))
+        ::unlink(to.constData());
     return error;
 }
 

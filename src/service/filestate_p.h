@@ -6,6 +6,8 @@
 #include <QByteArray>
 
 #include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <optional>
 
 #include <sys/stat.h>
@@ -27,10 +29,15 @@ public:
     {
         return _device == other._device && _inode == other._inode;
     }
-    bool operator==(const FileState& other) const
+    /// Whether the file and its content are the same, whoever linked it or changed its rights.
+    bool hasContentOf(const FileState& other) const
     {
         return isOfSameFile(other) && _size == other._size &&
-               isSameTime(_modified, other._modified) && isSameTime(_changed, other._changed);
+               isSameTime(_modified, other._modified);
+    }
+    bool operator==(const FileState& other) const
+    {
+        return hasContentOf(other) && isSameTime(_changed, other._changed);
     }
 
 private:
@@ -58,6 +65,37 @@ inline std::optional<struct stat> statusOf(int descriptor)
 {
     struct stat status {};
     return ::fstat(descriptor, &status) == 0 ? std::optional(status) : std::nullopt;
+}
+
+/// Whether both names belong to one existing file. Links are not followed.
+inline bool areNamesOfOne(const QByteArray& a, const QByteArray& b)
+{
+    const auto first = statusOf(a);
+    const auto second = statusOf(b);
+    return first && second && FileState(*first).isOfSameFile(FileState(*second));
+}
+
+/// Whether the name, which is no link, still belongs to the open file. Nothing if the system does
+/// not say: a directory on the way may be closed to the process.
+inline std::optional<bool> isNameOf(const QByteArray& path, int descriptor)
+{
+    const auto opened = statusOf(descriptor);
+    if (!opened)
+        return false;
+    const auto named = statusOf(path);
+    if (!named && errno != ENOENT && errno != ENOTDIR)
+        return std::nullopt;
+    return named && FileState(*named).isOfSameFile(FileState(*opened));
+}
+
+/// Whether the last change is that long ago. Not the last modification, which anybody may set.
+inline bool isOlderThan(const struct stat& status, std::chrono::seconds age)
+{
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const auto elapsed = std::chrono::seconds(now.tv_sec - status.st_ctim.tv_sec) +
+                         std::chrono::nanoseconds(now.tv_nsec - status.st_ctim.tv_nsec);
+    return elapsed >= age;
 }
 
 /// Whether both paths, with links followed, lead to one existing file or directory.

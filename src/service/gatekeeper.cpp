@@ -3,19 +3,18 @@
 
 #include "service/gatekeeper_p.h"
 
+#include "service/directoryentries_p.h"
 #include "service/durablefiles_p.h"
 #include "service/openwriters_p.h"
+#include "service/sourceremoval_p.h"
 #include "service/spoolname_p.h"
+#include "service/spoolplaces_p.h"
 
 #include <QFile>
-#include <QThread>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <unistd.h>
 
 namespace KezService {
@@ -32,25 +31,13 @@ constexpr size_t HandedTogether = 256;
 /// Signals that a listing is needed may come one after the other.
 constexpr auto ShortestLookPeriod = 200ms;
 
-bool isInterrupted()
+/// Adds the names of what may be regular files. Returns the system's error number, or 0.
+int listFiles(const QByteArray& path, QSet<QByteArray>& names)
 {
-    return QThread::currentThread()->isInterruptionRequested();
-}
-
-/// The names of what may be regular files; nothing if the directory cannot be read: errno says why.
-std::optional<QSet<QByteArray>> namesIn(const QByteArray& path)
-{
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(path.constData()), &::closedir);
-    if (!directory)
-        return std::nullopt;
-    QSet<QByteArray> names;
-    errno = 0;
-    while (const dirent* const entry = ::readdir(directory.get())) {
-        if (entry->d_type == DT_REG || entry->d_type == DT_UNKNOWN)
-            names.insert(entry->d_name);
-        errno = 0;
-    }
-    return errno == 0 ? std::optional(names) : std::nullopt;
+    return forEachEntry(path, [&](const dirent& entry) {
+        if (entry.d_type == DT_REG || entry.d_type == DT_UNKNOWN)
+            names.insert(entry.d_name);
+    });
 }
 
 /// Whether files can be renamed there.
@@ -70,19 +57,13 @@ OpenWriters openWritersOf(const QByteArray& path)
     return file.isOpen() ? KezService::openWritersOf(file.get()) : OpenWriters::Unknown;
 }
 
-QueueEntrance::IfTaken policyOf(Delivery::NameTaken ifTaken)
-{
-    return ifTaken == Delivery::NameTaken::FreshName ? QueueEntrance::IfTaken::FreshName
-                                                     : QueueEntrance::IfTaken::Refuse;
-}
-
 } // namespace
 
 Gatekeeper::Gatekeeper(const ArrivalGate::Settings& settings)
     : _settings(settings),
       _path(QFile::encodeName(settings.incoming)),
       _suffix(QFile::encodeName(settings.markerSuffix)),
-      _entrance(settings.queueDirectory, policyOf(settings.ifTaken)),
+      _entrance(settings.queueDirectory, settings.ifTaken),
       _nextLook(Clock::now())
 {}
 
@@ -133,6 +114,7 @@ void Gatekeeper::work()
     const auto end = Clock::now() + WorkSlice;
     if (Clock::now() >= _nextLook)
         look();
+    finish(); // what a broken disk has held up comes first
     while (_handed.size() < HandedTogether && Clock::now() < end && !isInterrupted()) {
         const auto first = _arrivals.first();
         if (!first || std::max(first->first, _pausedUntil) > Clock::now())
@@ -151,7 +133,9 @@ std::chrono::milliseconds Gatekeeper::idleTime() const
     auto next = _nextLook;
     if (const auto first = _arrivals.first())
         next = std::min(next, std::max(first->first, _pausedUntil));
-    if (isInterrupted()) // and yet somebody still waits for events
+    if (_isSyncMissing)
+        next = std::min(next, _pausedUntil);
+    if (isInterrupted()) // the thread's loop may still run: do not keep it busy
         next = std::max(next, Clock::now() + 1s);
     const auto idle = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return std::max(idle, 0ms);
@@ -162,9 +146,8 @@ void Gatekeeper::look()
 {
     _lastLook = Clock::now();
     watchDirectory();
-    const auto names = namesIn(_path);
-    const int error = errno;
-    if (!names) {
+    QSet<QByteArray> names;
+    if (const int error = listFiles(_path, names); error != 0) {
         lookFailed(QString::number(error), Refusal::bySystem(_path, error).reason);
         return;
     }
@@ -181,7 +164,7 @@ void Gatekeeper::look()
     _nextLook = Clock::now() + period;
     if (_lookBackoff.succeed() && !_handOnBackoff.hasFailed())
         report(Report::Resumed, {}, {});
-    lookAt(*names);
+    lookAt(std::move(names));
 }
 
 void Gatekeeper::watchDirectory()
@@ -193,8 +176,9 @@ void Gatekeeper::watchDirectory()
     _isWatchRefused = isRefused;
 }
 
-void Gatekeeper::lookAt(const QSet<QByteArray>& names)
+void Gatekeeper::lookAt(QSet<QByteArray> names)
 {
+    bringBackHidden(names);
     const QSet<QByteArray> files = isByMarker() ? markedNames(names) : names;
     _strangeNames.intersect(names);
     _arrivals.keepOnly(files);
@@ -202,6 +186,18 @@ void Gatekeeper::lookAt(const QSet<QByteArray>& names)
         if (!_arrivals.contains(name) && isNameUsable(name))
             _arrivals.add(name, Clock::now());
     }
+}
+
+/// A crash while the source of a copy was removed has left it hidden. This comes before a claimed
+/// marker is taken for that of a file that has gone.
+void Gatekeeper::bringBackHidden(QSet<QByteArray>& names) const
+{
+    QSet<QByteArray> shown;
+    for (const QByteArray& name : std::as_const(names)) {
+        if (const QByteArray back = SourceRemoval::bringBack(_path, name); !back.isEmpty())
+            shown.insert(back);
+    }
+    names.unite(shown);
 }
 
 /// The files that have a marker, and those whose marker was claimed. If a file of the latter is not
@@ -237,8 +233,9 @@ void Gatekeeper::examine(const QByteArray& name)
         return;
     }
     const FileState state(*status);
-    if (_arrivals[name].copied == state)
-        removeCopied(name);
+    const auto& copied = _arrivals[name].copied;
+    if (copied && copied->hasContentOf(state))
+        removeCopied(name, state);
     else if (isByMarker() ? isVouchedFor(name, *status) : isQuiet(name, state))
         handOn(name, state);
     else if (isByMarker())
@@ -266,45 +263,48 @@ bool Gatekeeper::isQuiet(const QByteArray& name, const FileState& state)
 
 /// A marker that counts is claimed, which gives it a temporary name: after a crash, this tells the
 /// marker of a file that was handed on from one that came before its file.
-bool Gatekeeper::isVouchedFor(const QByteArray& name, const struct stat& status) const
+bool Gatekeeper::isVouchedFor(const QByteArray& name, const struct stat& status)
 {
-    const auto vouches = [&](const QByteArray& path) {
+    const auto vouching = [&](const QByteArray& path) {
         // One of the two times is enough: a copied file may have a modification in the future, and
         // a change of its rights is no new content.
         const auto marker = statusOf(path);
-        return marker && S_ISREG(marker->st_mode) &&
-               (!isLater(status.st_mtim, marker->st_mtim) ||
-                !isLater(status.st_ctim, marker->st_ctim));
+        const bool vouches = marker && S_ISREG(marker->st_mode) &&
+                             (!isLater(status.st_mtim, marker->st_mtim) ||
+                              !isLater(status.st_ctim, marker->st_ctim));
+        return vouches ? std::optional(FileState(*marker)) : std::nullopt;
     };
-    const QByteArray marker = markerOf(name);
-    if (!vouches(marker))
-        return vouches(claimOf(name));
-    const bool isClaimed = ::rename(marker.constData(), claimOf(name).constData()) == 0;
-    if (!isClaimed && errno != ENOENT && errno != ENAMETOOLONG)
-        throw Refusal::bySystem(marker, errno);
+    const QByteArray path = markerOf(name);
+    const auto marker = vouching(path);
+    if (!marker)
+        return vouching(claimOf(name)).has_value();
+    if (::rename(path.constData(), claimOf(name).constData()) == 0 || errno == ENOENT)
+        return true;
+    if (errno != ENAMETOOLONG)
+        throw Refusal::bySystem(path, errno);
+    _arrivals[name].marker = marker;
     return true;
 }
 
 void Gatekeeper::handOn(const QByteArray& name, const FileState& state)
 {
     const QueueEntrance::Entered entered = _entrance.moveIn(pathOf(name), name, state);
-    _handed.push_back({name, entered.name});
+    _handed.push_back({name, entered.name, _arrivals[name].marker});
     if (_handOnBackoff.succeed())
         report(Report::Resumed, {}, {});
-    if (entered.sourceError == 0) {
+    if (!entered.sourceFault) {
         _arrivals.remove(name);
         return;
     }
     _arrivals[name].copied = state;
-    throw Refusal::bySystem(pathOf(name), entered.sourceError);
+    throw Refusal(*entered.sourceFault);
 }
 
 /// The queue has the file already; only its source could not be removed.
-void Gatekeeper::removeCopied(const QByteArray& name)
+void Gatekeeper::removeCopied(const QByteArray& name, const FileState& state)
 {
-    Refusal::check(_entrance.pathOf({}), _entrance.sync());
-    if (::unlink(pathOf(name).constData()) != 0 && errno != ENOENT)
-        throw Refusal::bySystem(pathOf(name), errno);
+    Refusal::check(QFile::encodeName(_entrance.directory()), _entrance.sync());
+    SourceRemoval::remove(pathOf(name), state);
     forget(name);
 }
 
@@ -327,8 +327,7 @@ void Gatekeeper::refuse(const QByteArray& name, const Refusal& refusal)
     const bool isNew = arrival.backoff.fail(cause);
     _arrivals.reschedule(
         name, Clock::now() + arrival.backoff.pause(_settings.firstPause, _settings.longestPause));
-    // What others have got past meanwhile is this file's own trouble: it is too large, for
-    // instance.
+    // If other files entered since, only this file has the problem (it is too large, for instance).
     if (concernsAll(refusal) && (isNew || _handOnBackoff.hasFailed()))
         hinder(refusal);
     else if (isNew)
@@ -337,6 +336,8 @@ void Gatekeeper::refuse(const QByteArray& name, const Refusal& refusal)
 
 bool Gatekeeper::concernsAll(const Refusal& refusal) const
 {
+    const QByteArray queue = QFile::encodeName(_entrance.directory());
+    const QByteArray growing = QFile::encodeName(SpoolPlaces::incoming(_entrance.directory()));
     switch (refusal.error) {
     case 0:
         return false;
@@ -349,7 +350,8 @@ bool Gatekeeper::concernsAll(const Refusal& refusal) const
     case ENOMEM:
         return true;
     default:
-        return !isUsable(_path) || !isUsable(QFile::encodeName(_entrance.directory()));
+        return !isUsable(_path) || !isUsable(queue) ||
+               (refusal.path.startsWith(growing) && !isUsable(growing)); // only copies need it
     }
 }
 
@@ -361,30 +363,41 @@ void Gatekeeper::hinder(const Refusal& refusal)
         Clock::now() + _handOnBackoff.pause(_settings.firstPause, _settings.longestPause);
 }
 
-/// What was handed on gets to the disk, and is then reported.
+/// What was handed on gets to the disk, and is then reported. If that fails, it is tried again
+/// after the pause, before anything else is handed on.
 void Gatekeeper::finish()
 {
-    if (_handed.empty())
+    if (_handed.empty() || (_isSyncMissing && Clock::now() < _pausedUntil))
         return;
+    QByteArray path = QFile::encodeName(_entrance.directory());
     int error = _entrance.sync();
-    if (error == 0)
-        error = syncDirectory(_path);
-    if (error != 0 && _handOnBackoff.fail(QString::number(error)))
-        report(Report::Hindered, {}, Refusal::bySystem(_entrance.pathOf({}), error).reason);
+    if (error == 0) {
+        path = _path;
+        error = QueueEntrance::syncSources(path);
+    }
+    const bool wasMissing = std::exchange(_isSyncMissing, error != 0);
+    if (error != 0) {
+        hinder(Refusal::bySystem(path, error));
+        return;
+    }
+    if (wasMissing && _handOnBackoff.succeed())
+        report(Report::Resumed, {}, {});
     for (const Handed& handed : std::exchange(_handed, {})) {
-        if (error == 0 && !_arrivals.contains(handed.name))
-            removeMarkers(handed.name);
+        if (!_arrivals.contains(handed.name))
+            removeMarker(handed);
         report(Report::HandedOn, handed.name, SpoolName::shown(handed.nameInQueue));
     }
 }
 
-void Gatekeeper::removeMarkers(const QByteArray& name) const
+/// A marker that could not be claimed may be that of the next file by now.
+void Gatekeeper::removeMarker(const Handed& handed) const
 {
     if (!isByMarker())
         return;
-    // A marker whose name leaves no room for the claim was not renamed.
-    const bool isClaimable = name.size() + _suffix.size() < NAME_MAX;
-    ::unlink((isClaimable ? claimOf(name) : markerOf(name)).constData());
+    const QByteArray marker = handed.marker ? markerOf(handed.name) : claimOf(handed.name);
+    const auto now = statusOf(marker);
+    if (now && (!handed.marker || *handed.marker == FileState(*now)))
+        ::unlink(marker.constData());
 }
 
 } // namespace KezService

@@ -6,7 +6,6 @@
 #include "service/arrivals_p.h"
 #include "service/directorywatch_p.h"
 #include "service/queueentrance_p.h"
-#include "service/refusal_p.h"
 
 #include <kez/service/arrivalgate.h>
 
@@ -66,10 +65,11 @@ public:
 private:
     using Report = GateReport::Kind;
 
-    /// A file that was handed on in this call of work().
+    /// A file that was handed on, and perhaps is not on the disk yet.
     struct Handed {
         QByteArray name;
         QByteArray nameInQueue;
+        std::optional<FileState> marker; ///< if it was not claimed
     };
 
     QByteArray pathOf(const QByteArray& name) const { return _path + '/' + name; }
@@ -83,21 +83,22 @@ private:
     bool isNameUsable(const QByteArray& name);
     void look();
     void watchDirectory();
-    void lookAt(const QSet<QByteArray>& names);
+    void lookAt(QSet<QByteArray> names);
+    void bringBackHidden(QSet<QByteArray>& names) const;
     QSet<QByteArray> markedNames(const QSet<QByteArray>& names) const;
     void lookFailed(const QString& cause, const QString& reason);
 
     void examine(const QByteArray& name);
     void forget(const QByteArray& name);
     bool isQuiet(const QByteArray& name, const FileState& state);
-    bool isVouchedFor(const QByteArray& name, const struct stat& status) const;
+    bool isVouchedFor(const QByteArray& name, const struct stat& status);
     void handOn(const QByteArray& name, const FileState& state);
-    void removeCopied(const QByteArray& name);
+    void removeCopied(const QByteArray& name, const FileState& state);
     void refuse(const QByteArray& name, const Refusal& refusal);
     bool concernsAll(const Refusal& refusal) const;
     void hinder(const Refusal& refusal);
     void finish();
-    void removeMarkers(const QByteArray& name) const;
+    void removeMarker(const Handed& handed) const;
 
     ArrivalGate::Settings _settings;
     QByteArray _path;
@@ -108,6 +109,7 @@ private:
     Arrivals _arrivals;
     QSet<QByteArray> _strangeNames; // that were reported
     std::vector<Handed> _handed;
+    bool _isSyncMissing = false; // of the files that were handed on
     std::vector<GateReport> _reports;
     Backoff _lookBackoff;
     Backoff _handOnBackoff;

@@ -3,7 +3,9 @@
 
 #include "service/growingfiles_p.h"
 
+#include "service/directoryentries_p.h"
 #include "service/durablefiles_p.h"
+#include "service/filelock_p.h"
 #include "service/filestate_p.h"
 #include "service/refusal_p.h"
 #include "service/spoolplaces_p.h"
@@ -12,12 +14,8 @@
 #include <QRandomGenerator>
 
 #include <cerrno>
-#include <ctime>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <optional>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace KezService {
@@ -45,35 +43,20 @@ QByteArray unusedStem()
            QByteArray::number(QRandomGenerator::system()->generate64(), 16);
 }
 
-/// A file system that knows no locks says nothing about the producer; its files' age decides.
-bool knowsNoLocks(int error)
-{
-    return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP;
-}
-
 enum class Owner { Alive, Dead };
 
-/// Whether the process that made the file still lives. `lock` keeps the answer true.
+/// Whether the process that made the file still lives. `lock` keeps the answer true. Throws if the
+/// lock cannot be opened: nobody knows then, and an operator has to look.
 Owner ownerOf(const QByteArray& lockPath, Descriptor& lock)
 {
     // A network file system locks only what is open for writing.
     lock = openFile(lockPath, O_RDWR | O_NONBLOCK | O_NOFOLLOW);
     if (!lock.isOpen() && errno != ENOENT)
         lock = openFile(lockPath, O_RDONLY | O_NONBLOCK | O_NOFOLLOW);
-    if (!lock.isOpen())
-        return errno == ENOENT ? Owner::Dead : Owner::Alive;
-    const bool isDead = ::flock(lock.get(), LOCK_EX | LOCK_NB) == 0 || knowsNoLocks(errno);
-    return isDead ? Owner::Dead : Owner::Alive;
-}
-
-/// Whether the last change is that long ago. Not the last modification, which anybody may set.
-bool isOlderThan(const struct stat& status, std::chrono::seconds age)
-{
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    const auto elapsed = std::chrono::seconds(now.tv_sec - status.st_ctim.tv_sec) +
-                         std::chrono::nanoseconds(now.tv_nsec - status.st_ctim.tv_nsec);
-    return elapsed >= age;
+    if (!lock.isOpen() && errno != ENOENT)
+        throw Refusal::bySystem(lockPath, errno);
+    const int error = lock.isOpen() ? lockFile(lock.get()) : 0;
+    return error == 0 || knowsNoLocks(error) ? Owner::Dead : Owner::Alive;
 }
 
 QByteArray lockPathFor(const QByteArray& path)
@@ -159,7 +142,9 @@ bool GrowingFiles::tryToLock()
         return false;
     if (!_lock.isOpen())
         throw Refusal::bySystem(placeOf(_spool), errno);
-    if (::flock(_lock.get(), LOCK_EX | LOCK_NB) != 0 && !knowsNoLocks(errno)) {
+    // Whatever the process's mask: other users have to ask the lock whether this process lives.
+    ::fchmod(_lock.get(), 0666);
+    if (const int error = lockFile(_lock.get()); error != 0 && !knowsNoLocks(error)) {
         ::unlink(lockPath().constData());
         return false;
     }
@@ -170,23 +155,17 @@ bool GrowingFiles::tryToLock()
 int GrowingFiles::removeLeftovers(const QString& spool, std::chrono::seconds age)
 {
     const QByteArray place = placeOf(spool);
-    const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(place.constData()), &::closedir);
-    if (!directory) {
-        if (errno == ENOENT)
-            return 0;
-        throw Refusal::bySystem(place, errno);
-    }
     int count = 0;
     std::optional<Refusal> failure; // the others are removed all the same
-    while (const dirent* const entry = ::readdir(directory.get())) {
-        if (qstrcmp(entry->d_name, ".") == 0 || qstrcmp(entry->d_name, "..") == 0)
-            continue;
+    const int error = forEachEntry(place, [&](const dirent& entry) {
         try {
-            count += removeLeftover(place + '/' + entry->d_name, age) ? 1 : 0;
+            count += removeLeftover(place + '/' + entry.d_name, age) ? 1 : 0;
         } catch (const Refusal& refusal) {
             failure = refusal;
         }
-    }
+    });
+    if (error != ENOENT)
+        Refusal::check(place, error);
     if (failure)
         throw Refusal(*failure);
     return count;

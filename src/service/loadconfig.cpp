@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/loadconfig.h"
+
 #include "service/caughtexception_p.h"
 #include "service/configcheck_p.h"
 #include "service/configfile_p.h"

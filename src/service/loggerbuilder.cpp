@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/service/loggerbuilder.h"
+
 #include "config/loggerfromkeys_p.h"
 #include "service/kittexts_p.h"
 #include "service/ringofkeys_p.h"

@@ -4,8 +4,9 @@
 #include "service/queueentrance_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/filelock_p.h"
 #include "service/growingfiles_p.h"
-#include "service/refusal_p.h"
+#include "service/sourceremoval_p.h"
 #include "service/spoolname_p.h"
 
 #include <QFile>
@@ -13,36 +14,45 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/file.h>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace KezService {
 
 namespace {
 
-bool isSameFile(const QByteArray& a, const QByteArray& b)
-{
-    const auto first = statusOf(a);
-    const auto second = statusOf(b);
-    return first && second && FileState(*first).isOfSameFile(FileState(*second));
-}
-
 /// One process at a time copies a file, so that two gates do not hand it on twice. A file system
 /// without locks lets both.
 void lockSource(const SourceFile& source)
 {
-    if (::flock(source.descriptor(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    if (lockFile(source.descriptor()) == EWOULDBLOCK)
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceLocked");
     if (!source.isStillThere())
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
+}
+
+/// Whether the process may do what only the owner of a file may, as root usually may.
+bool actsForOwners()
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{};
+    return ::syscall(SYS_capget, &header, sets.data()) == 0 && // NOLINT(*-vararg)
+           (sets[CAP_TO_INDEX(CAP_FOWNER)].effective & CAP_TO_MASK(CAP_FOWNER)) != 0;
 }
 
 /// Before the copy is made: a source that stays would be handed on again and again.
 void checkRemovable(const SourceFile& source)
 {
     const QByteArray directory = directoryOf(source.path());
-    if (::faccessat(AT_FDCWD, directory.constData(), W_OK | X_OK, AT_EACCESS) != 0)
+    struct stat status {};
+    if (::faccessat(AT_FDCWD, directory.constData(), W_OK | X_OK, AT_EACCESS) != 0 ||
+        ::stat(directory.constData(), &status) != 0)
         throw Refusal::bySystem(directory, errno);
+    const uid_t user = ::geteuid();
+    const bool isOwner = user == status.st_uid || user == source.status().st_uid;
+    if ((status.st_mode & S_ISVTX) != 0 && !isOwner && !actsForOwners())
+        throw Refusal::because(Refusal::Kind::Other, "DeliverySourceSticky");
 }
 
 /// Writes the copy to the disk, with the times of the source.
@@ -57,13 +67,13 @@ void writeCopy(const SourceFile& source, const Descriptor& copy, const QByteArra
 
 } // namespace
 
-QueueEntrance::QueueEntrance(const QString& directory, IfTaken ifTaken)
+QueueEntrance::QueueEntrance(const QString& directory, NameTaken ifTaken)
     : _directory(directory), _path(QFile::encodeName(directory)), _ifTaken(ifTaken)
 {}
 
 void QueueEntrance::checkFree(const QByteArray& name) const
 {
-    if (_ifTaken == IfTaken::Refuse && isTaken(name))
+    if (_ifTaken == NameTaken::Refuse && isTaken(name))
         throw Refusal::because(Refusal::Kind::NameTaken, "DeliveryNameTaken");
 }
 
@@ -71,12 +81,12 @@ QByteArray QueueEntrance::enter(const QByteArray& from, const QByteArray& name) 
 {
     if (tryToEnter(from, name))
         return name;
-    if (_ifTaken == IfTaken::FreshName)
+    if (_ifTaken == NameTaken::FreshName)
         return enterFresh(from, name);
     throw Refusal::because(Refusal::Kind::NameTaken, "DeliveryNameTaken");
 }
 
-/// Each name that is lost here has been taken by another producer, which has got on.
+/// If a name is taken meanwhile, another producer has succeeded: so this ends.
 QByteArray QueueEntrance::enterFresh(const QByteArray& from, const QByteArray& name) const
 {
     constexpr int MaxTries = 10000;
@@ -99,7 +109,7 @@ bool QueueEntrance::tryToEnter(const QByteArray& from, const QByteArray& name) c
                                 error == ENOENT && !statusOf(from) ? Refusal::Kind::Gone
                                                                    : Refusal::Kind::Other);
     // Where a rename takes two steps, a process was killed between them.
-    return isSameFile(from, pathOf(name)) && ::unlink(from.constData()) == 0;
+    return areNamesOfOne(from, pathOf(name)) && ::unlink(from.constData()) == 0;
 }
 
 bool QueueEntrance::isTaken(const QByteArray& name) const
@@ -143,7 +153,7 @@ QueueEntrance::Entered QueueEntrance::moveIn(const QByteArray& path, const QByte
     if (!source.isStillThere())
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
     try {
-        Entered entered{enter(path, name), 0};
+        Entered entered{enter(path, name)};
         takeBackOther(source, entered.name);
         return entered;
     } catch (const Refusal& refusal) {
@@ -172,19 +182,26 @@ QueueEntrance::Entered QueueEntrance::copyIn(const SourceFile& source, const QBy
     lockSource(source);
     GrowingFiles files(_directory);
     writeCopy(source, files.create(0600), files.pathOf(0));
-    Entered entered{enter(files.pathOf(0), name), 0};
+    Entered entered{enter(files.pathOf(0), name)};
     files.firstHasLeft();
-    // The copy's name is on the disk before the source is gone.
-    entered.sourceError = sync();
-    if (entered.sourceError == 0 && source.isStillThere() &&
-        ::unlink(source.path().constData()) != 0 && errno != ENOENT)
-        entered.sourceError = errno;
+    try {
+        Refusal::check(_path, sync()); // the copy's name is on the disk before the source is gone
+        SourceRemoval::remove(source.path(), source.state());
+    } catch (const Refusal& refusal) {
+        entered.sourceFault = refusal;
+    }
     return entered;
 }
 
 int QueueEntrance::sync() const
 {
     return syncDirectory(_path);
+}
+
+int QueueEntrance::syncSources(const QByteArray& directory)
+{
+    const int error = syncDirectory(directory);
+    return error == EACCES || error == ENOENT || error == ENOTDIR ? 0 : error;
 }
 
 } // namespace KezService

@@ -3,7 +3,10 @@
 
 #pragma once
 
+#include "service/refusal_p.h"
 #include "service/sourcefile_p.h"
+
+#include <kez/service/delivery.h>
 
 #include <QByteArray>
 #include <QString>
@@ -20,16 +23,16 @@ namespace KezService {
 /// *Fails*: throws Refusal; the queue then does not have the file.
 class QueueEntrance {
 public:
-    enum class IfTaken { Refuse, FreshName };
+    using NameTaken = Delivery::NameTaken;
 
     /// A file that entered.
     struct Entered {
         QByteArray name;
-        int sourceError = 0; ///< why the source could not be removed
+        std::optional<Refusal> sourceFault = {}; ///< why the source of a copy is still there
     };
 
     /// `directory`: absolute.
-    QueueEntrance(const QString& directory, IfTaken ifTaken);
+    QueueEntrance(const QString& directory, NameTaken ifTaken);
 
     const QString& directory() const { return _directory; }
     QByteArray pathOf(const QByteArray& name) const { return _path + '/' + name; }
@@ -46,8 +49,12 @@ public:
     Entered moveIn(const QByteArray& path, const QByteArray& name,
                    const std::optional<FileState>& expected = std::nullopt) const;
 
-    /// Returns the system's error number, or 0.
+    /// Waits until the names that entered are on the disk. Returns the system's error number, or 0.
     int sync() const;
+
+    /// The same of the directory that they have left. Returns 0 also if it is gone, or if the
+    /// process may not list it, and so cannot sync it.
+    static int syncSources(const QByteArray& directory);
 
 private:
     QByteArray enterFresh(const QByteArray& from, const QByteArray& name) const;
@@ -59,7 +66,7 @@ private:
 
     QString _directory;
     QByteArray _path;
-    IfTaken _ifTaken;
+    NameTaken _ifTaken;
 };
 
 } // namespace KezService

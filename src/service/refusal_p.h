@@ -23,6 +23,7 @@ struct Refusal {
     Kind kind = Kind::Other;
     int error = 0; ///< the system's error number, if it is the reason
     QString reason;
+    QByteArray path = {}; ///< what the system's error is about
 
     template <typename... Arguments>
     static Refusal because(Kind kind, const char* key, const Arguments&... arguments)
@@ -33,7 +34,7 @@ struct Refusal {
     static Refusal bySystem(const QByteArray& path, int error, Kind kind = Kind::Other)
     {
         const QString shown = shownName(QFile::decodeName(path));
-        return {kind, error, kitText("SystemFailure", shown, systemErrorText(error))};
+        return {kind, error, kitText("SystemFailure", shown, systemErrorText(error)), path};
     }
 
     /// Throws if there is an error.

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
-#include <kez/service/servicelog.h>
+#include "kez/service/servicelog.h"
 
 #include "service/ringofkeys_p.h"
 

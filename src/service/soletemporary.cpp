@@ -4,6 +4,8 @@
 #include "service/soletemporary_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/filelock_p.h"
+#include "service/filestate_p.h"
 
 #include <QDeadlineTimer>
 #include <QThread>
@@ -11,8 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 namespace KezService {
 
@@ -20,11 +21,14 @@ namespace {
 
 constexpr unsigned long RetryMilliseconds = 5;
 
+/// Far longer than a save takes. After this time a file counts as left behind if no lock can tell.
+constexpr std::chrono::seconds LongestLife(60);
+
 } // namespace
 
 SoleTemporary::~SoleTemporary()
 {
-    if (_file.isOpen())
+    if (isInPlace())
         ::unlink(_path.constData());
 }
 
@@ -39,8 +43,16 @@ int SoleTemporary::create(mode_t mode, std::chrono::milliseconds patience)
     }
 }
 
+/// Not if it was taken for a leftover, and somebody else has a file of that name now.
+bool SoleTemporary::isInPlace() const
+{
+    return _file.isOpen() && isNameOf(_path, _file.get()).value_or(false);
+}
+
 int SoleTemporary::renameTo(const QByteArray& path)
 {
+    if (!isInPlace())
+        return EBUSY;
     if (::rename(_path.constData(), path.constData()) != 0)
         return errno;
     _file.close();
@@ -64,32 +76,40 @@ int SoleTemporary::tryToCreate(mode_t mode)
     return error;
 }
 
-/// Who locks the file may remove it: its owner is dead. Called again if it is gone meanwhile.
+/// A file that can be locked has no living owner, and may be removed. Where no lock can tell, the
+/// age decides: on a file system without locks, and if the file of another user cannot be opened.
+/// Returns 0 also if the file is gone meanwhile.
 int SoleTemporary::removeLeftover() const
 {
     // A network file system wants the right to write for such a lock.
     Descriptor leftover = openFile(_path, O_RDWR | O_NOFOLLOW | O_NONBLOCK);
     if (!leftover.isOpen() && errno == EACCES)
         leftover = openFile(_path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (!leftover.isOpen())
+    if (!leftover.isOpen() && errno != EACCES)
         return errno == ENOENT ? 0 : errno;
-    if (const int error = lock(leftover.get()); error != 0)
+    const int error = leftover.isOpen() ? lockFile(leftover.get()) : EACCES;
+    if (error != 0 && error != EACCES && !knowsNoLocks(error))
         return error;
-    return ::unlink(_path.constData()) == 0 ? 0 : errno;
+    if (error != 0 && !isOld())
+        return EWOULDBLOCK;
+    if (leftover.isOpen() && !isNameOf(_path, leftover.get()).value_or(false))
+        return EWOULDBLOCK;
+    return ::unlink(_path.constData()) == 0 || errno == ENOENT ? 0 : errno;
+}
+
+bool SoleTemporary::isOld() const
+{
+    const auto status = statusOf(_path);
+    return status && S_ISREG(status->st_mode) && isOlderThan(*status, LongestLife);
 }
 
 /// Locks an open file; EWOULDBLOCK also if it has lost its name meanwhile.
 int SoleTemporary::lock(int descriptor) const
 {
-    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0)
-        return errno == EINTR ? EWOULDBLOCK : errno;
-    struct stat opened {};
-    struct stat named {};
-    if (::fstat(descriptor, &opened) != 0)
-        return errno;
-    const bool isNamed = ::lstat(_path.constData(), &named) == 0 && opened.st_dev == named.st_dev &&
-                         opened.st_ino == named.st_ino;
-    return isNamed ? 0 : EWOULDBLOCK;
+    const int error = lockFile(descriptor);
+    if (error != 0 && !knowsNoLocks(error))
+        return error;
+    return isNameOf(_path, descriptor).value_or(false) ? 0 : EWOULDBLOCK;
 }
 
 } // namespace KezService

@@ -14,7 +14,8 @@ namespace KezService {
 
 /// A new, empty file under a name that is the same for all who want to replace one file. One of
 /// them has it at a time; it is locked as long as its owner lives. What a killed owner left behind
-/// is removed.
+/// is removed: at once, or a minute after its last change if no lock can tell (the file system has
+/// none, or another user's file cannot be opened).
 ///
 /// Functions return the system's error number, or 0.
 class SoleTemporary {
@@ -33,9 +34,12 @@ public:
     /// `patience`.
     int create(mode_t mode, std::chrono::milliseconds patience);
 
+    /// EBUSY, and nothing is renamed, if the file was taken for one left behind.
     int renameTo(const QByteArray& path);
 
 private:
+    bool isInPlace() const;
+    bool isOld() const;
     int tryToCreate(mode_t mode);
     int removeLeftover() const;
     int lock(int descriptor) const;

@@ -6,8 +6,6 @@
 #include "service/durablefiles_p.h"
 #include "service/refusal_p.h"
 
-#include <QThread>
-
 #include <cerrno>
 #include <fcntl.h>
 
@@ -19,11 +17,6 @@ Refusal refusalBy(const QByteArray& path, int error)
 {
     return Refusal::bySystem(path, error,
                              error == ENOENT ? Refusal::Kind::Gone : Refusal::Kind::Other);
-}
-
-bool isInterrupted()
-{
-    return QThread::currentThread()->isInterruptionRequested();
 }
 
 void checkKind(mode_t mode)
@@ -38,6 +31,9 @@ void checkKind(mode_t mode)
 
 SourceFile::SourceFile(const QByteArray& path, Link link) : _path(path)
 {
+    // To the system the path would end there, and lead to another file.
+    if (path.contains('\0'))
+        throw Refusal::because(Refusal::Kind::Other, "DeliverySourceZero");
     const bool isFollowed = link == Link::Followed;
     const int error =
         isFollowed ? ::stat(path.constData(), &_status) : ::lstat(path.constData(), &_status);

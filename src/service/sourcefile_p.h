@@ -7,8 +7,15 @@
 #include "service/filestate_p.h"
 
 #include <QByteArray>
+#include <QThread>
 
 namespace KezService {
+
+/// Whether the thread is asked to end. Long copies stop then.
+inline bool isInterrupted()
+{
+    return QThread::currentThread()->isInterruptionRequested();
+}
 
 /// A regular file that is open for reading. Anything else is refused without waiting for it: a fifo
 /// without a writer would block, a device might do something.

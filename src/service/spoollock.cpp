@@ -4,6 +4,8 @@
 #include "service/spoollock_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/filelock_p.h"
+#include "service/filestate_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -13,8 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -38,14 +38,8 @@ SpoolLock::SpoolLock(const QString& spool) : _spool(spool)
 
 bool SpoolLock::isInPlace() const
 {
-    struct stat opened {};
-    struct stat found {};
-    if (::fstat(_file.get(), &opened) != 0)
-        return false;
     const QByteArray path = QFile::encodeName(SpoolPlaces::lock(_spool));
-    if (::lstat(path.constData(), &found) != 0)
-        return errno != ENOENT && errno != ENOTDIR; // hidden, and perhaps there
-    return opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    return isNameOf(path, _file.get()).value_or(true); // out of reach, and perhaps there
 }
 
 void SpoolLock::takeAgain()
@@ -57,11 +51,11 @@ void SpoolLock::takeAgain()
         Descriptor file = openFile(QFile::encodeName(path), Flags, 0666);
         if (!file.isOpen())
             raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
-        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-            if (errno == EWOULDBLOCK)
-                raise("RunnerSpoolTaken", shownName(_spool), holderOf(file));
-            raise("RunnerLockFailed", shownName(path), systemErrorText(errno));
-        }
+        const int error = lockFile(file.get());
+        if (error == EWOULDBLOCK)
+            raise("RunnerSpoolTaken", shownName(_spool), holderOf(file));
+        if (error != 0)
+            raise("RunnerLockFailed", shownName(path), systemErrorText(error));
         _file = std::move(file);
     }
     const QByteArray id = QByteArray::number(::getpid()) + '\n';

@@ -13,6 +13,7 @@
 #include <kez/service/arrivalgate.h>
 #include <kez/translator.h>
 
+#include <QScopeGuard>
 #include <QSet>
 #include <QSignalSpy>
 #include <QThread>
@@ -208,6 +209,9 @@ void TestArrivalGate::wrongSettingsAreRefused_data()
     };
     row("no incoming", "GateNoDirectory", [](Places& p) { p.settings.incoming.clear(); });
     row("no queue", "GateNoDirectory", [](Places& p) { p.settings.queueDirectory.clear(); });
+    row("zero in the incoming", "GatePathZero", [](Places& p) { p.settings.incoming += QChar(0); });
+    row("zero in the queue", "GatePathZero",
+        [](Places& p) { p.settings.queueDirectory += QChar(0) + QString("x"); });
     row("one directory", "GateSameDirectory",
         [](Places& p) { p.settings.incoming = p.settings.queueDirectory; });
     row("one directory that is missing", "GateSameDirectory",
@@ -377,7 +381,7 @@ void TestArrivalGate::queueBehindTheGateSeesWholeFilesOnly()
     });
     queue.onProcess();
     gate.start();
-    std::thread producer([&] {
+    const std::unique_ptr<QThread> producer(QThread::create([&] {
         for (int i = 0; i < Count; ++i) {
             QFile file(places.incoming(QString::number(i)));
             if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
@@ -385,9 +389,10 @@ void TestArrivalGate::queueBehindTheGateSeesWholeFilesOnly()
             for (qsizetype at = 0; at < content.size(); at += 20000)
                 file.write(content.constData() + at, 20000);
         }
-    });
+    }));
+    const auto joined = qScopeGuard([&] { producer->wait(); });
+    producer->start();
     QTRY_COMPARE_WITH_TIMEOUT(seen.size(), Count, 60000);
-    producer.join();
     QCOMPARE(half, QStringList());
 }
 

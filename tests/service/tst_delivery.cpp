@@ -10,9 +10,11 @@
 
 #include <QBuffer>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSet>
 #include <QtTest>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -89,6 +91,52 @@ private:
     qsizetype _waits = 0;
 };
 
+/// A sequential device that breaks off. Only the read after the last wait tells.
+class BreakingDevice : public QIODevice {
+public:
+    explicit BreakingDevice(const QByteArray& beginning) : _rest(beginning)
+    {
+        open(ReadOnly | Unbuffered);
+    }
+    bool isSequential() const override { return true; }
+    bool waitForReadyRead(int) override
+    {
+        _isBroken = true;
+        return false;
+    }
+
+protected:
+    qint64 readData(char* data, qint64 size) override
+    {
+        if (_isBroken) {
+            setErrorString(QStringLiteral("the line is dead"));
+            return -1;
+        }
+        const QByteArray piece = std::exchange(_rest, {});
+        Q_ASSERT(piece.size() <= size);
+        memcpy(data, piece.constData(), size_t(piece.size()));
+        return piece.size();
+    }
+    qint64 writeData(const char*, qint64) override { return -1; }
+
+private:
+    QByteArray _rest;
+    bool _isBroken = false;
+};
+
+/// Calls a function before each read.
+class WatchedBuffer : public QBuffer {
+public:
+    std::function<void()> onRead;
+
+protected:
+    qint64 readData(char* data, qint64 size) override
+    {
+        onRead();
+        return QBuffer::readData(data, size);
+    }
+};
+
 int childWithoutRights(const QString& directory)
 {
     if (!becomeOrdinaryUser())
@@ -150,6 +198,12 @@ private Q_SLOTS:
     void deviceArrives_data();
     void deviceArrives();
     void pipeIsReadToItsEnd();
+    void pipeOfTheSystemIsReadToItsEnd();
+    void processThatHasEndedIsRead();
+    void processThatDoesNotStartDeliversNothing();
+    void processThatFailsDeliversNothing_data();
+    void processThatFailsDeliversNothing();
+    void deviceThatBreaksOffDeliversNothing();
     void deviceThatFailsDeliversNothing_data();
     void deviceThatFailsDeliversNothing();
     void closedDeviceIsRefused();
@@ -157,6 +211,7 @@ private Q_SLOTS:
     void linkIsFollowedForACopy();
     void sourceThatIsNoRegularFileIsRefused_data();
     void sourceThatIsNoRegularFileIsRefused();
+    void zeroInAPathIsRefused();
     void nameIsCheckedBeforeAnythingIsWritten();
     void unusualNamesWork();
     void takenNameIsRefused_data();
@@ -185,6 +240,7 @@ private Q_SLOTS:
     void leftoversOfTheDeadAreRemoved();
     void leftoversAreRemovedByAge();
     void filesOfTheLivingStay();
+    void producersOfOtherUsersCanBeProbed();
     void whatIsNoFileStays();
     void missingRightsAreSaid();
     void fileThatDoesNotFitLeavesNothing();
@@ -248,6 +304,99 @@ void TestDelivery::pipeIsReadToItsEnd()
     QVERIFY(process.waitForStarted());
     Delivery(_spool->path()).deliver("a", process);
     QCOMPARE(_spool->content("a"), QByteArray("one\ntwo\n"));
+}
+
+void TestDelivery::pipeOfTheSystemIsReadToItsEnd()
+{
+    std::array<int, 2> ends{};
+    QCOMPARE(::pipe(ends.data()), 0);
+    std::thread writer([end = ends[1]] {
+        for (int i = 0; i < 3; ++i) {
+            if (::write(end, "line\n", 5) != 5)
+                qFatal("the test cannot write");
+            QThread::msleep(20);
+        }
+        ::close(end);
+    });
+    const auto joined = qScopeGuard([&] { writer.join(); });
+    QFile file;
+    QVERIFY(file.open(ends[0], QIODevice::ReadOnly, QFile::AutoCloseHandle));
+    QVERIFY(file.isSequential());
+    Delivery(_spool->path()).deliver("a", file);
+    QCOMPARE(_spool->content("a"), QByteArray("line\nline\nline\n"));
+}
+
+void TestDelivery::processThatDoesNotStartDeliversNothing()
+{
+    QProcess process;
+    process.start("/nowhere/program", {});
+    const Delivery delivery(_spool->path());
+    for (int time = 0; time < 2; ++time) {
+        const QString text = failureText([&] { delivery.deliver("a", process); });
+        QVERIFY(!process.errorString().isEmpty());
+        QCOMPARE(text,
+                 failed(*_spool, "a", kitText("DeliveryDeviceFailed", process.errorString())));
+    }
+    QCOMPARE(_spool->visible(), QStringList());
+}
+
+void TestDelivery::processThatHasEndedIsRead()
+{
+    QProcess process;
+    process.start("/bin/sh", {"-c", "head -c 200000 /dev/zero"});
+    QVERIFY(process.waitForFinished(60000));
+    const Delivery delivery(_spool->path());
+    delivery.deliver("a", process);
+    QCOMPARE(_spool->content("a"), QByteArray(200000, '\0'));
+    process.start("/bin/sh", {"-c", "exec >&-; sleep 0.1"}); // it closes the pipe and lives on
+    delivery.deliver("b", process);
+    QCOMPARE(process.state(), QProcess::NotRunning);
+    QCOMPARE(_spool->content("b"), QByteArray());
+    process.start("/bin/sh", {"-c", "sleep 0.1; exit 3"});
+    process.closeReadChannel(QProcess::StandardOutput); // no wait for data any more
+    QCOMPARE(failureText([&] { delivery.deliver("c", process); }),
+             failed(*_spool, "c", kitText("DeliveryProcessFailed", QString("3"))));
+}
+
+void TestDelivery::processThatFailsDeliversNothing_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<bool>("hasEnded");
+    QTest::addColumn<QString>("reason");
+    const QString killed = kitText("DeliveryProcessCrashed");
+    const QString failed = kitText("DeliveryProcessFailed", QString("3"));
+    QTest::newRow("killed") << "printf 'half of '; kill -9 $$" << false << killed;
+    QTest::newRow("killed before") << "printf 'half of '; kill -9 $$" << true << killed;
+    QTest::newRow("exit code") << "printf 'half of '; exit 3" << false << failed;
+    QTest::newRow("exit code before") << "printf 'half of '; exit 3" << true << failed;
+    QTest::newRow("after it closed the pipe")
+        << "printf 'half of '; exec >&-; sleep 0.1; exit 3" << false << failed;
+    QTest::newRow("without a word") << "exit 3" << false << failed;
+}
+
+void TestDelivery::processThatFailsDeliversNothing()
+{
+    QFETCH(const QString, script);
+    QFETCH(const bool, hasEnded);
+    QFETCH(const QString, reason);
+    QProcess process;
+    process.start("/bin/sh", {"-c", script});
+    QVERIFY(process.waitForStarted());
+    if (hasEnded)
+        QVERIFY(process.waitForFinished(60000));
+    const Delivery delivery(_spool->path());
+    QCOMPARE(failureText([&] { delivery.deliver("a", process); }), failed(*_spool, "a", reason));
+    QCOMPARE(_spool->visible(), QStringList());
+    QCOMPARE(_spool->growing(), QStringList());
+}
+
+void TestDelivery::deviceThatBreaksOffDeliversNothing()
+{
+    BreakingDevice device("half of ");
+    const Delivery delivery(_spool->path());
+    QCOMPARE(failureText([&] { delivery.deliver("a", device); }),
+             failed(*_spool, "a", kitText("DeliveryDeviceFailed", QString("the line is dead"))));
+    QCOMPARE(_spool->visible(), QStringList());
 }
 
 void TestDelivery::deviceThatFailsDeliversNothing_data()
@@ -324,6 +473,23 @@ void TestDelivery::sourceThatIsNoRegularFileIsRefused()
              failed(*_spool, "a", reason.isEmpty() ? systemFailure(path, ENOENT) : reason));
     QCOMPARE(_spool->visible(), QStringList());
     QCOMPARE(_spool->growing(), QStringList());
+}
+
+/// To the system a path ends there: another file would be taken.
+void TestDelivery::zeroInAPathIsRefused()
+{
+    QVERIFY(writeFile(_spool->beside("aa"), "x"));
+    const Delivery delivery(_spool->path());
+    const QString refused = failed(*_spool, "b", kitText("DeliverySourceZero"));
+    for (const QString& end : {QString(QChar(0)) + "b", QChar(0) + QString("/b")}) {
+        const QString path = _spool->beside("aa") + end;
+        QCOMPARE(failureText([&] { delivery.moveIn(path, "b"); }), refused);
+        QCOMPARE(failureText([&] { delivery.deliverFile(path, "b"); }), refused);
+    }
+    QVERIFY(QFile::exists(_spool->beside("aa")));
+    QCOMPARE(_spool->visible(), QStringList());
+    QCOMPARE(failureText([&] { const Delivery other(_spool->path() + QChar(0) + "b"); }),
+             kitText("DeliveryNoDirectory", _spool->path() + "\\x00b", systemErrorText(EINVAL)));
 }
 
 void TestDelivery::nameIsCheckedBeforeAnythingIsWritten()
@@ -720,17 +886,7 @@ void TestDelivery::filesOfTheLivingStay()
     const Delivery delivery(_spool->path());
     int removed = -1;
     QStringList growing;
-    class Watching : public QBuffer {
-    public:
-        std::function<void()> onRead;
-
-    protected:
-        qint64 readData(char* data, qint64 size) override
-        {
-            onRead();
-            return QBuffer::readData(data, size);
-        }
-    } device;
+    WatchedBuffer device;
     device.onRead = [&] {
         removed = delivery.removeLeftovers(0s);
         growing = _spool->growing();
@@ -741,6 +897,25 @@ void TestDelivery::filesOfTheLivingStay()
     QCOMPARE(removed, 0);
     QCOMPARE(growing.size(), 3);
     QCOMPARE(names, QStringList({"first", "second"}));
+}
+
+/// Whatever the mask of the producer: the lock says whether it lives.
+void TestDelivery::producersOfOtherUsersCanBeProbed()
+{
+    mode_t lockMode = 0;
+    mode_t fileMode = 0;
+    WatchedBuffer device;
+    device.onRead = [&] {
+        for (const QString& name : _spool->growing())
+            (name.endsWith(".lock") ? lockMode : fileMode) =
+                Spool::modeOf(_spool->incoming() + '/' + name);
+    };
+    QVERIFY(device.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    const mode_t mask = ::umask(077);
+    Delivery(_spool->path()).deliver("a", device);
+    ::umask(mask);
+    QCOMPARE(lockMode, mode_t(0666));
+    QCOMPARE(fileMode, mode_t(0600));
 }
 
 void TestDelivery::whatIsNoFileStays()

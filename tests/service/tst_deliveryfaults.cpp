@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "service/kittexts_p.h"
+#include "support/childprocess.h"
 #include "support/failuretext.h"
 #include "support/spool.h"
 #include "support/spoolfaults.h"
@@ -59,7 +60,50 @@ int fromElsewhere(const Call& call)
     return call.function == "renameat2" && !call.path.contains("/.kez/") ? EXDEV : 0;
 }
 
+/// A user that owns nothing; 0 for the true one.
+uid_t stranger = 0;
+
+/// A directory such as /tmp, on another file system: only the owners remove files there.
+int childBesideOthers()
+{
+    if (!becomeOrdinaryUser())
+        return 1;
+    const Spool spool;
+    const QString source = spool.beside("drop/a");
+    if (!QDir().mkdir(spool.beside("drop")) || !writeFile(source, "x") ||
+        ::chmod(QFile::encodeName(spool.beside("drop")).constData(), 01777) != 0)
+        return 2;
+    const Delivery delivery(spool.path());
+    SpoolFaults::watch(QFile::encodeName(spool.beside(".")).chopped(2));
+    SpoolFaults::before = [copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        return copied ? 0 : fromElsewhere(call);
+    };
+    stranger = ::geteuid() + 1;
+    const QString text = failureText([&] { delivery.moveIn(source); });
+    if (text != kitText("DeliveryFailed", "a", spool.path(), kitText("DeliverySourceSticky")))
+        return 3;
+    if (!spool.visible().isEmpty() || !spool.growing().isEmpty() || readFile(source) != "x" ||
+        !SpoolFaults::summary({"create"}).isEmpty())
+        return 4;
+    stranger = 0;
+    if (delivery.moveIn(source) != "a" || QFile::exists(source))
+        return 5;
+    return 0;
+}
+
+int childMain(const QStringList&)
+{
+    return childBesideOthers();
+}
+
 } // namespace
+
+extern "C" uid_t geteuid() noexcept
+{
+    static const auto original = interposed<uid_t (*)()>("geteuid");
+    return stranger != 0 ? stranger : original();
+}
 
 class TestDeliveryFaults : public QObject {
     Q_OBJECT
@@ -79,6 +123,7 @@ private Q_SLOTS:
     void firstFilesAreSaidIfALaterOneCannotEnter();
     void linkTakesTheRenamesPlace();
     void linkIsTakenBackIfTheSourceStays();
+    void linkOfAnotherIsNotTakenBack();
     void linkStaysIfAnotherHasRemovedTheSource();
     void fileFromAnotherFileSystemIsSyncedBeforeItsSourceGoes();
     void sourceThatCannotBeRemovedIsSaid();
@@ -87,11 +132,17 @@ private Q_SLOTS:
     void sourceThatIsReplacedBeforeTheRenameIsRefused();
     void sourceThatIsReplacedAtTheRenameIsTakenBack();
     void newSourceIsNotRemovedInsteadOfTheCopiedOne();
+    void newSourceIsNotRemovedAtTheLastMoment();
+    void sourceThatChangesAfterTheCopyIsSaid();
+    void sourceWhoseRightsChangeAfterTheCopyGoes();
+    void stickyDirectoryIsRefusedBeforeTheCopy();
     void copyEndsIfTheThreadIsAskedToEnd();
     void lockThatIsTakenIsMadeAnew_data();
     void lockThatIsTakenIsMadeAnew();
     void fileSystemWithoutLocksWorks();
     void leftoverThatCannotBeRemovedIsSaid();
+    void lockThatCannotBeProbedIsSaid();
+    void leftoversThatCannotBeListedAreSaid();
 
 private:
     QByteArray root() const { return QFile::encodeName(_spool->beside(".")).chopped(2); }
@@ -399,6 +450,25 @@ void TestDeliveryFaults::linkIsTakenBackIfTheSourceStays()
     QCOMPARE(readFile(_spool->beside("a")), QByteArray("x"));
 }
 
+/// A consumer was faster, and another producer has delivered under that name since.
+void TestDeliveryFaults::linkOfAnotherIsNotTakenBack()
+{
+    QVERIFY(writeFile(_spool->beside("a"), "mine") && writeFile(_spool->beside("b"), "other"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [this](const Call& call, qsizetype) {
+        if (call.function != "unlink" || QFile::decodeName(call.path) != _spool->beside("a"))
+            return withoutNoReplace(call);
+        QFile::remove(_spool->path("a"));
+        QFile::rename(_spool->beside("b"), _spool->path("a"));
+        return EACCES;
+    };
+    QVERIFY(!failureText([&] { delivery.moveIn(_spool->beside("a")); }).isNull());
+    SpoolFaults::reset();
+    QCOMPARE(_spool->content("a"), QByteArray("other"));
+    QCOMPARE(readFile(_spool->beside("a")), QByteArray("mine"));
+}
+
 void TestDeliveryFaults::linkStaysIfAnotherHasRemovedTheSource()
 {
     QVERIFY(writeFile(_spool->beside("a"), "x"));
@@ -426,14 +496,18 @@ void TestDeliveryFaults::fileFromAnotherFileSystemIsSyncedBeforeItsSourceGoes()
     };
     QCOMPARE(delivery.moveIn(_spool->beside("outbox/a")), QString("a"));
     SpoolFaults::watched.clear();
-    QByteArrayList calls = SpoolFaults::summary({"create", "fsync", "renameat2", "unlink"});
+    QByteArrayList calls =
+        SpoolFaults::summary({"create", "fsync", "renameat2", "rename", "unlink"});
     QCOMPARE(calls.mid(0, 2), QByteArrayList({"fsync a", "renameat2 a"}));
     QVERIFY(calls.at(2).endsWith(".lock"));
     const QByteArray stem = calls.at(2).mid(7).chopped(5);
+    for (QByteArray& call : calls) // the number in the hidden name of the source
+        if (call.endsWith(".moved"))
+            call = call.first(call.indexOf(' ') + 1) + 'a';
     QCOMPARE(calls.mid(3),
              QByteArrayList({"create " + stem + ".0", "fsync " + stem + ".0", "renameat2 a",
-                             "fsync spool", "unlink a", "unlink " + stem + ".lock", "fsync spool",
-                             "fsync outbox"}));
+                             "fsync spool", "rename a", "unlink a", "unlink " + stem + ".lock",
+                             "fsync spool", "fsync outbox"}));
 }
 
 void TestDeliveryFaults::sourceThatCannotBeRemovedIsSaid()
@@ -444,7 +518,7 @@ void TestDeliveryFaults::sourceThatCannotBeRemovedIsSaid()
     SpoolFaults::watch(root());
     SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
         copied = copied || call.function == "create";
-        if (call.function == "unlink" && QFile::decodeName(call.path) == source)
+        if (call.function == "rename" && call.path.startsWith(root() + "/.a."))
             return EPERM;
         return copied ? 0 : fromElsewhere(call);
     };
@@ -556,6 +630,80 @@ void TestDeliveryFaults::newSourceIsNotRemovedInsteadOfTheCopiedOne()
     QCOMPARE(readFile(source), QByteArray("new"));
 }
 
+/// It takes the name between the last look at the source and its removal.
+void TestDeliveryFaults::newSourceIsNotRemovedAtTheLastMoment()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "old") && writeFile(_spool->beside("b"), "new"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        const bool isRemoval = call.function == "unlink" || call.function == "rename";
+        if (isRemoval && !call.path.contains("/.kez/"))
+            QFile::remove(source), QFile::rename(_spool->beside("b"), source);
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QCOMPARE(delivery.moveIn(source), QString("a"));
+    SpoolFaults::reset();
+    QCOMPARE(_spool->content("a"), QByteArray("old"));
+    QCOMPARE(readFile(source), QByteArray("new"));
+    QCOMPARE(QDir(_spool->beside(".")).entryList(QDir::Files | QDir::Hidden), QStringList("a"));
+}
+
+void TestDeliveryFaults::sourceThatChangesAfterTheCopyIsSaid()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "old"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        if (call.function == "fsync" && call.path.endsWith("/spool") && readFile(source) == "old")
+            writeFile(source, "longer");
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QStringList delivered;
+    const QString text = failureText([&] {
+        try {
+            delivery.moveIn(source);
+        } catch (const DeliveryFailure& failure) {
+            delivered = failure.delivered();
+            throw;
+        }
+    });
+    SpoolFaults::reset();
+    QCOMPARE(text, kitText("DeliverySourceStays", QString("a"), _spool->path(), source,
+                           kitText("DeliverySourceChanged")));
+    QCOMPARE(delivered, QStringList("a"));
+    QCOMPARE(_spool->content("a"), QByteArray("old"));
+    QCOMPARE(readFile(source), QByteArray("longer"));
+}
+
+void TestDeliveryFaults::sourceWhoseRightsChangeAfterTheCopyGoes()
+{
+    const QString source = _spool->beside("a");
+    QVERIFY(writeFile(source, "x"));
+    const Delivery delivery(_spool->path());
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [&, copied = false](const Call& call, qsizetype) mutable {
+        copied = copied || call.function == "create";
+        if (call.function == "fsync" && call.path.endsWith("/spool"))
+            ::chmod(QFile::encodeName(source).constData(), 0640);
+        return copied ? 0 : fromElsewhere(call);
+    };
+    QCOMPARE(delivery.moveIn(source), QString("a"));
+    SpoolFaults::reset();
+    QVERIFY(!QFile::exists(source));
+}
+
+void TestDeliveryFaults::stickyDirectoryIsRefusedBeforeTheCopy()
+{
+    const ChildResult child = runChild({"sticky"});
+    QVERIFY(child.finished && !child.crashed);
+    QCOMPARE(child.exitCode, 0);
+}
+
 void TestDeliveryFaults::copyEndsIfTheThreadIsAskedToEnd()
 {
     const QString source = _spool->beside("a");
@@ -646,5 +794,41 @@ void TestDeliveryFaults::leftoverThatCannotBeRemovedIsSaid()
     QCOMPARE(_spool->growing(), QStringList("2"));
 }
 
-QTEST_GUILESS_MAIN(TestDeliveryFaults)
+void TestDeliveryFaults::lockThatCannotBeProbedIsSaid()
+{
+    const Delivery delivery(_spool->path());
+    delivery.deliver("a", "x");
+    QVERIFY(writeFile(_spool->incoming() + "/1-f.lock", {}));
+    QVERIFY(writeFile(_spool->incoming() + "/1-f.0", "x"));
+    QVERIFY(writeFile(_spool->incoming() + "/2-f.0", "x"));
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [](const Call& call, qsizetype) {
+        return call.function == "open" && call.path.endsWith(".lock") && call.path.contains("1-f")
+                   ? EACCES
+                   : 0;
+    };
+    const QString young = failureText([&] { delivery.removeLeftovers(1h); });
+    const QString text = failureText([&] { delivery.removeLeftovers(0s); });
+    SpoolFaults::reset();
+    QCOMPARE(young, QString());
+    QCOMPARE(text, kitText("DeliveryLeftovers", _spool->path(),
+                           systemFailure(_spool->incoming() + "/1-f.lock", EACCES)));
+    QCOMPARE(_spool->growing(), QStringList({"1-f.0", "1-f.lock"}));
+}
+
+void TestDeliveryFaults::leftoversThatCannotBeListedAreSaid()
+{
+    const Delivery delivery(_spool->path());
+    delivery.deliver("a", "x");
+    SpoolFaults::watch(root());
+    SpoolFaults::before = [](const Call& call, qsizetype) {
+        return call.function == "readdir" ? EIO : 0;
+    };
+    const QString text = failureText([&] { delivery.removeLeftovers(0s); });
+    SpoolFaults::reset();
+    QCOMPARE(text,
+             kitText("DeliveryLeftovers", _spool->path(), systemFailure(_spool->incoming(), EIO)));
+}
+
+KEZ_TEST_MAIN_WITH_CHILDREN(TestDeliveryFaults, childMain)
 #include "tst_deliveryfaults.moc"

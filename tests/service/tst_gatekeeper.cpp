@@ -17,6 +17,7 @@
 #include <optional>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 using namespace KezService;
@@ -148,9 +149,9 @@ class OtherFileSystem {
 public:
     int errorOf(const Call& call)
     {
-        if (call.function == "create")
+        if (call.function == "create" && call.path.endsWith(".0"))
             _isCopying = true;
-        if (call.function != "renameat2")
+        if (call.function != "renameat2" || call.path.contains("/in/"))
             return 0;
         return std::exchange(_isCopying, false) ? 0 : EXDEV;
     }
@@ -198,6 +199,24 @@ int childMain(const QStringList&)
     EXPECT(::chmod(QFile::encodeName(gate.incoming()).constData(), 0700) == 0);
     EXPECT(gate.runAfter(1s) == QStringList("resumed"));
     EXPECT(gate.runAfter(2s) == Gate::handedOn({"e"}));
+
+    // Only the place where copies grow has lost its rights.
+    EXPECT(gate.write("f") && gate.write("g") && gate.write("h"));
+    gate.run();
+    EXPECT(QDir().mkpath(gate.spool.incoming()));
+    EXPECT(::chmod(QFile::encodeName(gate.spool.incoming()).constData(), 0500) == 0);
+    SpoolFaults::watch(QFile::encodeName(gate.spool.path()));
+    SpoolFaults::before = [fault = OtherFileSystem()](const Call& call, qsizetype) mutable {
+        return fault.errorOf(call);
+    };
+    const QString place = "hindered: " + systemFailure(gate.spool.incoming(), EACCES);
+    EXPECT(gate.runAfter(2s) == QStringList(place));
+    EXPECT(gate.runAfter(1s).isEmpty() && gate.runAfter(2s).isEmpty());
+    EXPECT(::chmod(QFile::encodeName(gate.spool.incoming()).constData(), 0700) == 0);
+    QStringList others;
+    for (int second = 0; second < 20; ++second)
+        others += gate.runAfter(1s);
+    EXPECT(others.size() == 4 && others.first() == "resumed");
     return 0;
 }
 
@@ -277,6 +296,11 @@ private Q_SLOTS:
     void fullDiskIsSaidOnceForAllFiles();
     void copyThatDoesNotFitLetsOthersPass();
     void sourceThatStaysIsHandedOnOnce();
+    void newFileIsNotRemovedInsteadOfTheCopiedOne();
+    void fileHiddenByACrashComesBack_data();
+    void fileHiddenByACrashComesBack();
+    void fileThatALivingProcessHidesStays();
+    void handedOnIsSaidOnceItIsOnTheDisk();
     void oneEventCostsOneLook();
     void lostEventsAreMadeUpFor();
     void watchThatIsRefusedIsReplacedByLooks();
@@ -293,6 +317,7 @@ private Q_SLOTS:
     void markerIsRemovedAfterACrash();
     void claimedMarkerStillCountsAfterACrash();
     void markerWithoutRoomForAClaim();
+    void markerOfTheNextFileStaysWithoutRoomForAClaim();
     void markedTemporaryNameIsLeftAlone();
     void markerIsNotHandedOn();
     void markerStaysUntilTheFileIsHandedOn();
@@ -681,20 +706,162 @@ void TestGatekeeper::sourceThatStaysIsHandedOnOnce()
     gate.run();
     SpoolFaults::watch(QFile::encodeName(gate.spool.beside(".")).chopped(2));
     SpoolFaults::before = [&, fault = OtherFileSystem()](const Call& call, qsizetype) mutable {
-        const bool isSource = QFile::decodeName(call.path) == path;
-        return call.function == "unlink" && isSource ? EPERM : fault.errorOf(call);
+        const bool isSource = call.path.contains("/in/.a.");
+        return call.function == "rename" && isSource ? EPERM : fault.errorOf(call);
     };
     QStringList texts = gate.runAfter(2s);
     texts.sort();
     QCOMPARE(texts,
              Gate::handedOn({"a"}) + QStringList("refused a: " + systemFailure(path, EPERM)));
-    for (int second = 0; second < 30; ++second)
+    for (int second = 0; second < 30; ++second) {
+        if (second == 10) // the content is the same
+            QCOMPARE(::chmod(QFile::encodeName(path).constData(), 0640), 0);
         QCOMPARE(gate.runAfter(1s), QStringList());
+    }
     QVERIFY(gate.has("a"));
     SpoolFaults::reset();
     QCOMPARE(gate.runAfter(32s), QStringList());
     QVERIFY(!gate.has("a"));
     QCOMPARE(gate.spool.visible(), QStringList("a"));
+}
+
+/// It takes the name while the gate removes the source of a copy at last.
+void TestGatekeeper::newFileIsNotRemovedInsteadOfTheCopiedOne()
+{
+    Gate gate;
+    const QString path = gate.incoming("a");
+    QVERIFY(gate.write("a", "old") && gate.write(".b", "new"));
+    gate.run();
+    SpoolFaults::watch(QFile::encodeName(gate.spool.beside(".")).chopped(2));
+    bool isStuck = true;
+    SpoolFaults::before = [&, fault = OtherFileSystem()](const Call& call, qsizetype) mutable {
+        const bool isRemoval = call.function == "unlink" || call.function == "rename";
+        if (isRemoval && call.path.contains("/in/")) {
+            if (isStuck)
+                return EPERM;
+            QFile::remove(path), QFile::rename(gate.incoming(".b"), path);
+        }
+        return fault.errorOf(call);
+    };
+    QCOMPARE(gate.runAfter(2s).size(), 2);
+    isStuck = false;
+    QStringList texts = gate.runAfter(1s);
+    SpoolFaults::reset();
+    for (int second = 0; second < 5; ++second)
+        texts += gate.runAfter(1s);
+    QCOMPARE(texts, QStringList("handed on a as a~2"));
+    QCOMPARE(gate.spool.content("a"), QByteArray("old"));
+    QCOMPARE(gate.spool.content("a~2"), QByteArray("new"));
+}
+
+void TestGatekeeper::fileHiddenByACrashComesBack_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("hidden");
+    QTest::addColumn<QString>("shown");
+    QTest::addColumn<bool>("isTaken");
+    QTest::newRow("usual") << "a.xml"
+                           << ".a.xml.0123456789abcdef.moved"
+                           << "a.xml" << false;
+    QTest::newRow("name is taken") << "a.xml"
+                                   << ".a.xml.0123456789abcdef.moved"
+                                   << "a.xml" << true;
+    QTest::newRow("not of this form") << "a.xml"
+                                      << ".a.xml.0123456789abcde.moved"
+                                      << "" << false;
+    QTest::newRow("no number") << "a.xml"
+                               << ".a.xml.0123456789abcdeg.moved"
+                               << "" << false;
+    QTest::newRow("no name") << "a.xml"
+                             << "..0123456789abcdef.moved"
+                             << "" << false;
+    QTest::newRow("other temporary") << "a.xml"
+                                     << ".a.xml.swp"
+                                     << "" << false;
+}
+
+/// The process ended at the moment when it removed the source of a copy.
+void TestGatekeeper::fileHiddenByACrashComesBack()
+{
+    QFETCH(const QString, hidden);
+    QFETCH(const QString, shown);
+    QFETCH(const bool, isTaken);
+    for (const Completeness completeness : {Completeness::Quiet, Completeness::Marker}) {
+        Gate gate(completeness);
+        QVERIFY(gate.write(hidden, "old"));
+        if (completeness == Completeness::Marker && !shown.isEmpty())
+            QVERIFY(gate.write(shown + ".done~", {})); // claimed before the crash
+        if (isTaken)
+            QVERIFY(gate.write(shown, "new"));
+        if (isTaken && completeness == Completeness::Marker)
+            QVERIFY(gate.write(shown + ".done", {}));
+        QStringList texts;
+        for (int second = 0; second < 30; ++second)
+            texts += gate.runAfter(1s);
+        if (shown.isEmpty()) {
+            QCOMPARE(texts, QStringList());
+            QVERIFY(gate.has(hidden));
+            continue;
+        }
+        QVERIFY(!gate.has(hidden));
+        if (!isTaken)
+            QCOMPARE(texts, Gate::handedOn({shown}));
+        else if (completeness == Completeness::Quiet)
+            QCOMPARE(texts, Gate::handedOn({"a.xml", "a~2.xml"}));
+        else // the marker went with the new one: the old one is in sight and waits for another
+            QCOMPARE(texts, Gate::handedOn({shown}));
+        cleanup();
+    }
+}
+
+void TestGatekeeper::fileThatALivingProcessHidesStays()
+{
+    const QString hidden = ".a.0123456789abcdef.moved";
+    Gate gate;
+    QVERIFY(gate.write(hidden));
+    QFile file(gate.incoming(hidden));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(::flock(file.handle(), LOCK_EX), 0);
+    QCOMPARE(gate.run(), QStringList());
+    QCOMPARE(gate.runAfter(20s), QStringList());
+    QVERIFY(gate.has(hidden));
+    file.close();
+    QStringList texts;
+    for (int second = 0; second < 20; ++second)
+        texts += gate.runAfter(1s);
+    QCOMPARE(texts, Gate::handedOn({"a"}));
+}
+
+void TestGatekeeper::handedOnIsSaidOnceItIsOnTheDisk()
+{
+    Gate gate(Completeness::Marker);
+    for (const char* name : {"a", "b"})
+        QVERIFY(gate.write(name) && gate.write(QString(name) + ".done", {}));
+    SpoolFaults::watch(QFile::encodeName(gate.spool.path()));
+    bool isBroken = true;
+    SpoolFaults::before = [&](const Call& call, qsizetype) {
+        return isBroken && call.function == "fsync" && call.path.endsWith("/spool") ? EIO : 0;
+    };
+    const QString reason = systemFailure(gate.spool.path(), EIO);
+    QCOMPARE(gate.run(), QStringList("hindered: " + reason));
+    QVERIFY(gate.has("a.done~") && gate.has("b.done~"));
+    QVERIFY(gate.write("c") && gate.write("c.done", {}));
+    for (int second = 0; second < 30; ++second) {
+        QCOMPARE(gate.runAfter(1s), QStringList());
+        QVERIFY(gate.keeper->idleTime() > 0ms);
+    }
+    QVERIFY(gate.has("c")); // nothing goes on meanwhile
+    // After 0, 1, 3, 7 and 15 seconds.
+    QCOMPARE(SpoolFaults::summary({"fsync"}).count("fsync spool"), 5);
+    isBroken = false;
+    QStringList texts;
+    for (int second = 0; second < 32; ++second)
+        texts += gate.runAfter(1s);
+    SpoolFaults::reset();
+    QCOMPARE(texts.takeFirst(), QString("resumed"));
+    texts.sort();
+    QCOMPARE(texts, Gate::handedOn({"a", "b", "c"}));
+    QCOMPARE(QDir(gate.incoming()).entryList(QDir::Files), QStringList());
 }
 
 void TestGatekeeper::oneEventCostsOneLook()
@@ -930,6 +1097,30 @@ void TestGatekeeper::markerWithoutRoomForAClaim()
     QVERIFY(gate.write(name) && gate.write(name + ".done"));
     QCOMPARE(gate.run(), Gate::handedOn({name}));
     QCOMPARE(QDir(gate.incoming()).entryList(QDir::Files), QStringList());
+}
+
+/// The next file of that name and its marker come between the two steps.
+void TestGatekeeper::markerOfTheNextFileStaysWithoutRoomForAClaim()
+{
+    Gate gate(Completeness::Marker);
+    const QString name(250, 'n');
+    QVERIFY(gate.write(name, "old") && gate.write(name + ".done"));
+    SpoolFaults::watch(QFile::encodeName(gate.spool.path()));
+    SpoolFaults::before = [&, isFirst = true](const Call& call, qsizetype) mutable {
+        if (call.function == "fsync" && call.path.endsWith("/spool") &&
+            std::exchange(isFirst, false))
+            gate.write(name, "new"), gate.write(".done"),
+                QFile::remove(gate.incoming(name + ".done")),
+                QFile::rename(gate.incoming(".done"), gate.incoming(name + ".done"));
+        return 0;
+    };
+    QStringList texts = gate.run();
+    for (int second = 0; second < 12; ++second)
+        texts += gate.runAfter(1s);
+    SpoolFaults::reset();
+    QCOMPARE(texts.size(), 2);
+    QCOMPARE(QDir(gate.incoming()).entryList(QDir::Files), QStringList());
+    QCOMPARE(gate.spool.visible().size(), 2);
 }
 
 void TestGatekeeper::markedTemporaryNameIsLeftAlone()

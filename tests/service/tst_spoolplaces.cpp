@@ -3,15 +3,31 @@
 
 #include "service/spoolplaces_p.h"
 #include "support/files.h"
+#include "support/interposed.h"
 
 #include <QDir>
 #include <QTemporaryDir>
 #include <QtTest>
 
 #include <cerrno>
+#include <functional>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
 
 using namespace KezService;
+
+/// What happens right after the next mkdir().
+static std::function<void(const char*)> afterMkdir;
+
+extern "C" int mkdir(const char* path, mode_t mode) noexcept
+{
+    static const auto original = interposed<int (*)(const char*, mode_t)>("mkdir");
+    const int result = original(path, mode);
+    if (afterMkdir)
+        std::exchange(afterMkdir, nullptr)(path);
+    return result;
+}
 
 class TestSpoolPlaces : public QObject {
     Q_OBJECT
@@ -21,6 +37,7 @@ private Q_SLOTS:
     void placeHasTheRightsOfItsSpool_data();
     void placeHasTheRightsOfItsSpool();
     void placeThatIsThereStaysAsItIs();
+    void linkInThePlaceIsNotFollowed();
     void missingSpoolIsAnError();
 
 private:
@@ -75,6 +92,23 @@ void TestSpoolPlaces::placeThatIsThereStaysAsItIs()
     QCOMPARE(SpoolPlaces::makePlace(SpoolPlaces::hidden(spool), spool), 0);
     QCOMPARE(readFile(SpoolPlaces::lock(spool)), QByteArray("4711"));
     QCOMPARE(modeOf(SpoolPlaces::hidden(spool)), mode_t(0711));
+}
+
+/// Somebody who may write in the spool puts it there at once.
+void TestSpoolPlaces::linkInThePlaceIsNotFollowed()
+{
+    const QString spool = _directory.filePath("shared");
+    const QString secret = _directory.filePath("secret");
+    QVERIFY(QDir().mkdir(spool) && QDir().mkdir(secret));
+    QCOMPARE(::chmod(spool.toLocal8Bit().constData(), 0777), 0);
+    QCOMPARE(::chmod(secret.toLocal8Bit().constData(), 0700), 0);
+    afterMkdir = [&](const char* path) {
+        ::rmdir(path);
+        ::symlink(secret.toLocal8Bit().constData(), path);
+    };
+    QVERIFY(SpoolPlaces::makePlace(SpoolPlaces::hidden(spool), spool) != 0);
+    QVERIFY(!afterMkdir && QFileInfo(SpoolPlaces::hidden(spool)).isSymLink());
+    QCOMPARE(modeOf(secret), mode_t(0700));
 }
 
 void TestSpoolPlaces::missingSpoolIsAnError()

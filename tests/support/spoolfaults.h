@@ -142,6 +142,12 @@ int renameat2(int fromDirectory, const char* from, int toDirectory, const char* 
     return original(fromDirectory, from, toDirectory, to, flags);
 }
 
+struct dirent* readdir(DIR* directory)
+{
+    static const auto original = interposed<struct dirent* (*)(DIR*)>("readdir");
+    return SpoolFaults::isRefused("readdir", dirfd(directory)) ? nullptr : original(directory);
+}
+
 ssize_t write(int file, const void* bytes, size_t size)
 {
     static const auto original = interposed<ssize_t (*)(int, const void*, size_t)>("write");

@@ -22,15 +22,17 @@ namespace KezService {
 /// Delivery::moveIn() does: by one rename, or from another file system as a copy whose source is
 /// then removed. Many files share one wait for the directory.
 ///
-/// Left alone are hidden and temporary names (".x", "x.part", "x.tmp", "x~"), subdirectories, links
-/// and whatever is no regular file. So are names that are not UTF-8, which is logged once.
+/// The gate leaves alone hidden and temporary names (".x", "x.part", "x.tmp", "x~"),
+/// subdirectories, links and whatever is no regular file; also names that are not UTF-8, which is
+/// logged once.
 ///
 /// A file that cannot be handed on now is reported once and tried again, after one second, then
 /// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
-/// full disk; these hold up all files. The gate says when it goes on.
+/// full or broken disk; these hold up all files. The gate says when it goes on.
 ///
 /// A crash loses no file. After a crash, a file that was copied from another file system, or by
-/// links, may be handed on a second time.
+/// links, may be handed on a second time. The source of a copy has a hidden name while it is
+/// removed (see Delivery::moveIn()); if a crash leaves it so, the gate gives it its name back.
 ///
 /// Give each incoming directory one gate. Two of them do no harm within one file system that can
 /// rename without replacing: one of them gets the file.
@@ -55,8 +57,8 @@ public:
 
         /// A marker beside it: "x.xml.done" for "x.xml". The marker is removed afterwards. It
         /// counts for a file that is not newer than it, so that a forgotten one does not vouch for
-        /// the next file of that name. A marker without a file waits and is left alone. Here a name
-        /// with the marker is at most 255 bytes long, too.
+        /// the next file of that name. A marker without a file waits and is left alone. The name
+        /// and the marker together have at most 255 bytes.
         Marker
     };
 
@@ -96,7 +98,8 @@ public Q_SLOTS:
     void stop();
 
 Q_SIGNALS:
-    /// The file is in the queue, under that name, and on the disk.
+    /// The file is in the queue, under that name, and on the disk. If the disk fails, this comes
+    /// once it works again; not at all if the gate was stopped before.
     void handedOn(const QString& name, const QString& nameInQueue);
 
     /// The file stays for the time being. Comes again for another reason.

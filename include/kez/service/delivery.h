@@ -87,8 +87,13 @@ public:
     QString deliver(const QString& name, QByteArrayView bytes) const;
 
     /// Reads the device to its end, and waits for what a sequential one (a pipe) has not received
-    /// yet. A read error delivers nothing. A closed socket and some others end with an error: read
-    /// them into bytes first.
+    /// yet. A read error delivers nothing. Nor does a QProcess, whose end is waited for, unless it
+    /// ends by itself with code 0.
+    ///
+    /// Another sequential device is at its end if waitForReadyRead() returns false and the next
+    /// read() returns 0; a negative result is a failure. If a device returns 0 there although its
+    /// data broke off, half of them are delivered. Read it into bytes and check it first; also a
+    /// socket, which fails at its end, however it was closed.
     QString deliver(const QString& name, QIODevice& device) const;
 
     /// Delivers a copy of a file and leaves the file alone. A link is followed; what is not a
@@ -99,9 +104,16 @@ public:
     /// deliverFile() makes it, after which the file is removed. A link is refused, since it might
     /// lead elsewhere from there.
     ///
-    /// If the file is in the queue but could not be removed here, the failure's delivered() has its
-    /// name. A copy of many gigabytes stops with a failure if the thread is asked to end
-    /// (QThread::requestInterruption()).
+    /// If the file is in the queue but could not be removed here, or has changed since the copy,
+    /// the failure's delivered() has its name. A copy of many gigabytes stops with a failure if the
+    /// thread is asked to end (QThread::requestInterruption()). Nothing is copied if the source
+    /// could not be removed: because of missing rights, or in a directory such as /tmp (sticky),
+    /// where neither is this user's.
+    ///
+    /// At the moment of its removal, the source of a copy has a hidden name,
+    /// ".order.xml.0123456789abcdef.moved", so that no other file is removed that takes its name
+    /// just then. A process that is killed at this moment leaves it under that name: compare it
+    /// with what the queue got, or let an ArrivalGate on that directory hand it on again.
     QString moveIn(const QString& path, const QString& name = {}) const;
 
     /// Delivers many files with one wait for the directory. All of them are written before the
@@ -117,7 +129,8 @@ public:
     /// Of producers that deliver by hand, only the age is known: choose one that is longer than
     /// they ever take, such as a day.
     ///
-    /// Throws Exception if one cannot be removed; the others are removed all the same.
+    /// Throws Exception if one cannot be removed, or if the rights of a producer's lock file hide
+    /// whether it still lives; the others are removed all the same.
     int removeLeftovers(std::chrono::seconds age) const;
 
 private:

@@ -22,7 +22,9 @@ namespace KezService {
 ///
 /// The new file is written beside the old one under a hidden name (".app.properties.new"), synced,
 /// and renamed; then the directory is synced. A process that is killed meanwhile can leave the
-/// hidden file behind, never more than one: the next save removes it.
+/// hidden file behind, never more than one: the next save removes it. If no lock tells that its
+/// process is dead (on a file system without locks, or if another user's file cannot be opened),
+/// that takes a minute from its last change; until then a save fails as if the file was busy.
 ///
 /// - A link stays: the file that it leads to is replaced, or made.
 /// - The new file has the permission bits of the old one, and the owner, group and access list that
