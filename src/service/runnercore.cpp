@@ -39,8 +39,6 @@ constexpr auto LongestRescanPause = 1s;
 // So many files enter at a time: handlers begin with the first ones while others still enter.
 constexpr qsizetype FilesTogether = 256;
 
-constexpr auto ProgressPause = 100ms;
-constexpr auto StatusPause = 1s;
 constexpr auto AloneLimit = 5s;
 constexpr std::chrono::seconds LookPause = 1s;
 constexpr std::chrono::seconds LongestLookPause = 10s;
@@ -68,10 +66,12 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
                        const std::vector<ConsumerDescription>& consumers)
     : _settings(settings),
       _consumers(consumers),
-      _status(settings.spool),
       _submitted(consumers.size()),
-      _counters(consumers.size())
+      _counters(consumers.size()),
+      _report(
+          settings.spool, [this] { return currentProgress(); }, [this] { return lookAtSpool(); })
 {
+    connect(&_report, &ProgressReport::progressed, this, &RunnerCore::progressed);
     connectTimers();
 }
 
@@ -88,8 +88,7 @@ const std::vector<std::unique_ptr<HandlerPool>>& RunnerCore::pools() const
 
 RunnerProgress RunnerCore::progress() const
 {
-    const std::lock_guard lock(_progressMutex);
-    return _progress;
+    return _report.progress();
 }
 
 void RunnerCore::start()
@@ -120,23 +119,20 @@ void RunnerCore::start()
     scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
     flush();
-    announceProgress();
+    _report.announce();
 }
 
 void RunnerCore::connectTimers()
 {
     _drainTimer.setInterval(DrainPause);
-    _progressTimer.setInterval(ProgressPause);
     _aloneTimer.setInterval(AloneLimit);
     _tickTimer.setInterval(1s);
-    for (QTimer* const timer :
-         {&_drainTimer, &_retryTimer, &_rescanTimer, &_aloneTimer, &_progressTimer})
+    for (QTimer* const timer : {&_drainTimer, &_retryTimer, &_rescanTimer, &_aloneTimer})
         timer->setSingleShot(true);
     connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
     connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
     connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
     connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::leaveSuspect);
-    connect(&_progressTimer, &QTimer::timeout, this, &RunnerCore::announceProgress);
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
 
@@ -204,7 +200,7 @@ void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& 
     lose(deleted);
     enter(appended);
     flush();
-    noteChange();
+    _report.noteChange();
 }
 
 /// Takes in files that are new in the queue.
@@ -348,7 +344,7 @@ void RunnerCore::takeEnded()
 {
     for (const Ended& ended : _workplace->inbox.take())
         handleEnded(ended);
-    noteChange();
+    _report.noteChange();
 }
 
 void RunnerCore::handleEnded(const Ended& ended)
@@ -436,7 +432,7 @@ void RunnerCore::resumeDue()
     flush();
     if (!_paused.isEmpty())
         _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
-    noteChange();
+    _report.noteChange();
 }
 
 /// All consumers are done.
@@ -594,8 +590,7 @@ void RunnerCore::tick()
         _workplace->journal.sync();
     }
     reportSlowHandlers();
-    if (_isStatusOld && !_progressTimer.isActive())
-        announceProgress();
+    _report.catchUp();
 }
 
 void RunnerCore::reportSlowHandlers()
@@ -675,38 +670,14 @@ void RunnerCore::returnToSpool(bool wasAway)
     for (const auto& pool : _pools)
         pool->bar(false);
     flush();
-    noteChange();
-}
-
-void RunnerCore::noteChange()
-{
-    _isStatusOld = true;
-    if (!_progressTimer.isActive())
-        _progressTimer.start();
+    _report.noteChange();
 }
 
 void RunnerCore::announcePause(bool isPaused)
 {
-    _isPaused = isPaused;
     if (isPaused && _spoolFault.isEmpty())
         _workplace->journal.sync();
-    _lastStatus = {};
-    announceProgress();
-}
-
-void RunnerCore::announceProgress()
-{
-    const RunnerProgress current = currentProgress();
-    {
-        const std::lock_guard lock(_progressMutex);
-        _progress = current;
-    }
-    Q_EMIT progressed(current);
-    if (Clock::now() - _lastStatus < StatusPause || !lookAtSpool())
-        return;
-    _lastStatus = Clock::now();
-    _isStatusOld = false;
-    _status.write(current, _isPaused ? "paused" : "running");
+    _report.announcePause(isPaused);
 }
 
 RunnerProgress RunnerCore::currentProgress()
@@ -752,15 +723,7 @@ RunnerProgress RunnerCore::finish(const LeftFiles& left)
     rescan();
     if (isOurs)
         _workplace->journal.compact();
-    const RunnerProgress last = currentProgress();
-    {
-        const std::lock_guard lock(_progressMutex);
-        _progress = last;
-    }
-    Q_EMIT progressed(last);
-    if (isOurs)
-        _status.write(last, "stopped");
-    return last;
+    return _report.finish(isOurs);
 }
 
 } // namespace KezService

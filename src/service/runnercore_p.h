@@ -6,7 +6,7 @@
 #include "kez/service/filerunner.h"
 #include "service/handlerpool_p.h"
 #include "service/pausedjobs_p.h"
-#include "service/statusfile_p.h"
+#include "service/progressreport_p.h"
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/FilesQueue.h>
@@ -19,7 +19,6 @@
 #include <chrono>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <utility>
@@ -135,8 +134,6 @@ private:
     bool lookAtSpool();
     QString spoolFault();
     void returnToSpool(bool wasAway);
-    void noteChange();
-    void announceProgress();
     RunnerProgress currentProgress();
 
     const RunnerSettings _settings;
@@ -145,7 +142,6 @@ private:
     std::vector<std::unique_ptr<HandlerPool>> _pools;
     std::unique_ptr<ConsumerAncestor> _agent;
     std::unique_ptr<FilesQueue> _queue;
-    StatusFile _status;
 
     QHash<QString, FilePointer> _files;       // not done for all, by name
     std::map<quint64, FilePointer> _ordered;  // the same, in queue order
@@ -155,6 +151,7 @@ private:
     std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
     PausedJobs _paused;
     std::vector<Counters> _counters; // by consumer
+    ProgressReport _report;
 
     // After a death of the process: the jobs that are handled alone, and the one at work.
     bool _seeksSuspects = false; // the files that enter may be some
@@ -165,19 +162,12 @@ private:
     QTimer _retryTimer;
     QTimer _rescanTimer;
     QTimer _aloneTimer;
-    QTimer _progressTimer;
     QTimer _tickTimer;
     Clock::duration _rescanTime{};
-    Clock::time_point _lastStatus{};
-    bool _isStatusOld = true;
-    bool _isPaused = false;
 
     QString _spoolFault; // while it cannot be worked on
     Clock::time_point _nextLook{};
     std::chrono::seconds _lookPause{0};
-
-    mutable std::mutex _progressMutex;
-    RunnerProgress _progress; // as last announced
 };
 
 } // namespace KezService

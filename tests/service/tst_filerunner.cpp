@@ -8,6 +8,7 @@
 #include <kez/exception.h>
 #include <kez/log.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -49,6 +50,7 @@ private Q_SLOTS:
     void progressIsAnnounced();
     void progressAfterTheStopIsTheLastOne();
     void statusFileShowsTheProgress();
+    void pauseIsInTheStatusFileAtOnce();
     void filesFoundAreDeletedWithoutKeep();
 };
 
@@ -621,6 +623,31 @@ void TestFileRunner::statusFileShowsTheProgress()
     const QJsonObject only = status().value("consumers").toArray().first().toObject();
     QCOMPARE(only.value("id").toString(), QString("only"));
     QCOMPARE(only.value("done").toInteger(), qint64(1));
+}
+
+void TestFileRunner::pauseIsInTheStatusFileAtOnce()
+{
+    const Spool spool;
+    FileRunner runner(settingsFor(spool));
+    std::atomic<int> announcements = 0;
+    connect(
+        &runner, &FileRunner::progressed, &runner, [&] { ++announcements; }, Qt::DirectConnection);
+    runner.addConsumer("only", [](const FileAtHand&) { return Outcome::done(); });
+    const auto state = [&spool] {
+        const QByteArray text = readFile(spool.pathOf(".kez/status.json"));
+        return QJsonDocument::fromJson(text).object().value("state").toString();
+    };
+    QElapsedTimer time;
+    time.start();
+    runner.start();
+    for (int i = 0; i < 30; ++i) {
+        QVERIFY(runner.pause(10s));
+        QCOMPARE(state(), QString("paused"));
+        runner.resume();
+        QTRY_COMPARE(state(), QString("running"));
+    }
+    const qint64 most = time.elapsed() / 100 + 2; // as without a pause
+    QVERIFY2(announcements <= most, QByteArray::number(announcements));
 }
 
 void TestFileRunner::filesFoundAreDeletedWithoutKeep()
