@@ -12,11 +12,9 @@
 #include <kez/log.h>
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <limits>
 #include <unistd.h>
 
@@ -40,8 +38,7 @@ constexpr auto LongestRescanPause = 1s;
 constexpr qsizetype FilesTogether = 256;
 
 constexpr auto AloneLimit = 5s;
-constexpr std::chrono::seconds LookPause = 1s;
-constexpr std::chrono::seconds LongestLookPause = 10s;
+constexpr std::chrono::seconds RetryPause = 1s;
 
 // A file whose work was interrupted so often by the death of the process is quarantined.
 constexpr int MostStrikes = 2;
@@ -55,9 +52,31 @@ int timerInterval(Duration pause)
     return static_cast<int>(std::clamp<qint64>(interval, 0, std::numeric_limits<int>::max()));
 }
 
-bool isReachable(const QString& spool)
+/// Makes the spool's hidden directory, and takes the spool.
+std::shared_ptr<Workplace> openWorkplace(const RunnerSettings& settings,
+                                         const std::vector<ConsumerDescription>& consumers)
 {
-    return isUsableDirectory(spool) && QFileInfo(spool).isExecutable();
+    if (!isUsableDirectory(settings.spool))
+        raise("RunnerSpoolUnusable", shownName(settings.spool));
+    const QString hidden = SpoolPlaces::hidden(settings.spool);
+    if (const int error = SpoolPlaces::makePlace(hidden, settings.spool); error != 0)
+        raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
+    QStringList ids;
+    for (const ConsumerDescription& consumer : consumers)
+        ids.append(consumer.id);
+    return std::make_shared<Workplace>(settings, ids);
+}
+
+std::vector<std::unique_ptr<HandlerPool>>
+makePools(const std::vector<ConsumerDescription>& consumers,
+          const std::shared_ptr<Workplace>& workplace)
+{
+    std::vector<std::unique_ptr<HandlerPool>> pools;
+    for (const ConsumerDescription& consumer : consumers)
+        pools.push_back(std::make_unique<HandlerPool>(static_cast<int>(pools.size()), consumer.id,
+                                                      consumer.handler, consumer.settings,
+                                                      workplace));
+    return pools;
 }
 
 } // namespace
@@ -66,19 +85,28 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
                        const std::vector<ConsumerDescription>& consumers)
     : _settings(settings),
       _consumers(consumers),
+      _workplace(openWorkplace(settings, consumers)),
+      _pools(makePools(consumers, _workplace)),
+      _agent(AgentId),
+      _queue(openQueue()),
+      _spool(settings.spool, _workplace->lock),
       _submitted(consumers.size()),
       _counters(consumers.size()),
       _report(
-          settings.spool, [this] { return currentProgress(); }, [this] { return lookAtSpool(); })
+          settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
     connect(&_report, &ProgressReport::progressed, this, &RunnerCore::progressed);
+    // Queued: the signal is emitted in the middle of a re-scan.
+    connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
+            Qt::QueuedConnection);
+    _workplace->inbox.connect(
+        [this] { QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection); });
     connectTimers();
 }
 
 RunnerCore::~RunnerCore()
 {
-    if (_workplace)
-        _workplace->inbox.disconnect();
+    _workplace->inbox.disconnect();
 }
 
 const std::vector<std::unique_ptr<HandlerPool>>& RunnerCore::pools() const
@@ -93,25 +121,7 @@ RunnerProgress RunnerCore::progress() const
 
 void RunnerCore::start()
 {
-    if (!isUsableDirectory(_settings.spool))
-        raise("RunnerSpoolUnusable", shownName(_settings.spool));
-    const QString hidden = SpoolPlaces::hidden(_settings.spool);
-    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
-        raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
-
-    QStringList ids;
-    for (const ConsumerDescription& consumer : _consumers)
-        ids.append(consumer.id);
-    _workplace = std::make_shared<Workplace>(_settings, ids);
-    _workplace->inbox.connect(
-        [this] { QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection); });
-    for (size_t i = 0; i < _consumers.size(); ++i) {
-        const ConsumerDescription& consumer = _consumers[i];
-        _pools.push_back(std::make_unique<HandlerPool>(
-            static_cast<int>(i), consumer.id, consumer.handler, consumer.settings, _workplace));
-    }
-
-    openQueue();
+    _queue->onProcess();
     for (const auto& pool : _pools)
         pool->start();
     enterPresent();
@@ -136,18 +146,14 @@ void RunnerCore::connectTimers()
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
 
-void RunnerCore::openQueue()
+std::unique_ptr<FilesQueue> RunnerCore::openQueue()
 {
     const auto start = Clock::now();
-    _agent = std::make_unique<ConsumerAncestor>(AgentId);
-    _queue = std::make_unique<FilesQueue>(_settings.spool,
-                                          QList<ConsumerEntry>{{_agent->id(), _agent.get()}},
-                                          _settings.keep, timerInterval(_settings.period));
-    _queue->onProcess();
+    auto queue =
+        std::make_unique<FilesQueue>(_settings.spool, QList<ConsumerEntry>{{_agent.id(), &_agent}},
+                                     _settings.keep, timerInterval(_settings.period));
     _rescanTime = Clock::now() - start;
-    // Queued: the signal is emitted in the middle of a re-scan.
-    connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
-            Qt::QueuedConnection);
+    return queue;
 }
 
 QStringList RunnerCore::namesInQueue()
@@ -158,7 +164,7 @@ QStringList RunnerCore::namesInQueue()
                                         if (!error)
                                             names = files;
                                     });
-    _queue->onRequestForFiles(_agent->id());
+    _queue->onRequestForFiles(_agent.id());
     disconnect(connection);
     return names;
 }
@@ -173,26 +179,6 @@ void RunnerCore::enterPresent()
     _seeksSuspects = _workplace->journal.hasStrikes();
     enter(names);
     _seeksSuspects = false;
-}
-
-QByteArray RunnerCore::pathOf(const QString& name) const
-{
-    return QFile::encodeName(_settings.spool + QLatin1Char('/') + name);
-}
-
-/// Not open if the spool is out of reach.
-Descriptor RunnerCore::openSpool() const
-{
-    return openFile(QFile::encodeName(_settings.spool), O_PATH | O_DIRECTORY);
-}
-
-/// Whether the spool has no such file: false if it is only out of reach.
-bool RunnerCore::isDeleted(const QString& name) const
-{
-    const Descriptor spool = openSpool();
-    const QByteArray encoded = QFile::encodeName(name);
-    return spool.isOpen() && ::faccessat(spool.get(), encoded.constData(), F_OK, 0) != 0 &&
-           errno == ENOENT;
 }
 
 void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
@@ -216,7 +202,7 @@ void RunnerCore::enter(const QStringList& names)
 
 void RunnerCore::enterTogether(std::span<const QString> names)
 {
-    const Descriptor spool = openSpool();
+    const Descriptor spool = _spool.open();
     std::vector<Journal::NamedStamp> files;
     files.reserve(names.size());
     for (const QString& name : names) {
@@ -296,7 +282,7 @@ void RunnerCore::flush()
 /// files come back with it.
 void RunnerCore::lose(const QStringList& names)
 {
-    if (lookAtSpool())
+    if (checkSpool())
         forgetLost(names);
 }
 
@@ -306,10 +292,10 @@ void RunnerCore::forgetLost(const QStringList& names)
     for (const QString& name : names) {
         if (_queue->existsFileEntry(name)) // it is back, or another one has its name
             continue;
-        const std::optional<FileStamp> stamp = stampOf(pathOf(name));
-        if (!stamp && !isDeleted(name)) // and will be back
+        const std::optional<FileStamp> stamp = stampOf(_spool.pathOf(name));
+        if (!stamp && !_spool.isDeleted(name)) // and will be back
             continue;
-        const bool isUsable = stamp && ::access(pathOf(name).constData(), R_OK | W_OK) == 0;
+        const bool isUsable = stamp && ::access(_spool.pathOf(name).constData(), R_OK | W_OK) == 0;
         const FilePointer file = _files.value(name);
         if (file && !(isUsable && stamp->hasContentOf(file->stamp))) {
             numbers.push_back(file->number);
@@ -440,7 +426,7 @@ void RunnerCore::finishFile(const FilePointer& file)
 {
     drop(file);
     const Reported finished{file->number, file->stamp};
-    release(file->name, finished, file->found ? file->found : stampOf(pathOf(file->name)));
+    release(file->name, finished, file->found ? file->found : stampOf(_spool.pathOf(file->name)));
 }
 
 /// If what was found in its place is still the file that the handlers saw, the queue may delete it.
@@ -453,10 +439,10 @@ void RunnerCore::release(const QString& name, Reported file, const std::optional
         Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
         enter({name});
         flush();
-    } else if (isDeleted(name)) {
+    } else if (_spool.isDeleted(name)) {
         _workplace->journal.forget({file.number});
     } else {
-        file.next = Clock::now() + LookPause;
+        file.next = Clock::now() + RetryPause;
         _unreleased.insert(name, file);
     }
 }
@@ -466,7 +452,7 @@ void RunnerCore::report(const QString& name, const Reported& file)
     if (!_queue->existsFileEntry(name))
         _queue->onDirectoryChanged(); // it could not delete the file, and finds it again
     try {
-        Q_EMIT _agent->consumed(_agent->id(), name);
+        Q_EMIT _agent.consumed(_agent.id(), name);
     } catch (const Exception&) { // it may not use the file any more
         keepUndeletable(name, file);
         return;
@@ -509,7 +495,7 @@ void RunnerCore::retryReleases()
             due.append(file.key());
     }
     for (const QString& name : due)
-        release(name, _unreleased.take(name), stampOf(pathOf(name)));
+        release(name, _unreleased.take(name), stampOf(_spool.pathOf(name)));
 }
 
 void RunnerCore::scheduleRescan()
@@ -525,11 +511,11 @@ void RunnerCore::scheduleRescan()
 /// Has the queue delete what was reported.
 void RunnerCore::rescan()
 {
-    if (!_spoolFault.isEmpty())
+    if (!_spool.isUsable())
         return;
     const auto start = Clock::now();
     _queue->onDirectoryChanged();
-    const Descriptor spool = openSpool();
+    const Descriptor spool = _spool.open();
     std::vector<quint64> numbers;
     for (auto file = _reported.begin(); file != _reported.end();) {
         if (_queue->existsFileEntry(file.key())) {
@@ -582,7 +568,7 @@ void RunnerCore::leaveSuspect()
 
 void RunnerCore::tick()
 {
-    if (lookAtSpool()) {
+    if (checkSpool()) {
         enter(std::exchange(_unstamped, {}));
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
         retryReleases();
@@ -606,61 +592,30 @@ void RunnerCore::reportSlowHandlers()
     }
 }
 
-/// Whether the spool can be worked on. Says once that it cannot, and once that it can again.
-bool RunnerCore::lookAtSpool()
+/// Whether the spool can be worked on. While it cannot, no work begins.
+bool RunnerCore::checkSpool()
 {
-    if (!_spoolFault.isEmpty() && Clock::now() < _nextLook)
-        return false;
-    const bool wasOurs = _workplace->lock.isInPlace();
-    const QString fault = spoolFault();
-    const QString before = std::exchange(_spoolFault, fault);
-    if (fault.isEmpty()) {
-        _lookPause = std::chrono::seconds::zero();
-        if (!before.isEmpty() || !wasOurs)
-            returnToSpool(!before.isEmpty());
+    switch (_spool.look()) {
+    case SpoolAccess::State::Usable:
         return true;
+    case SpoolAccess::State::Regained:
+        returnToSpool();
+        return true;
+    case SpoolAccess::State::Unusable:
+        break;
     }
-    if (fault != before)
-        Log::getInstance()->critical(fault);
     for (const auto& pool : _pools)
         pool->bar(true);
-    _lookPause = std::clamp(_lookPause * 2, LookPause, LongestLookPause);
-    _nextLook = Clock::now() + _lookPause;
     return false;
 }
 
-/// Why the spool cannot be worked on; empty if it can. Takes the lock again if its file was
-/// removed.
-QString RunnerCore::spoolFault()
+void RunnerCore::returnToSpool()
 {
-    if (!isReachable(_settings.spool))
-        return kitText("RunnerSpoolLost", shownName(_settings.spool));
-    if (_workplace->lock.isInPlace())
-        return QString();
-    const QString hidden = SpoolPlaces::hidden(_settings.spool);
-    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
-        return kitText("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
-    try {
-        _workplace->lock.takeAgain();
-    } catch (const Exception& failure) {
-        return failure.detail();
-    }
-    return QString();
-}
-
-/// `wasAway`: it could not be worked on. Otherwise only the lock was removed.
-void RunnerCore::returnToSpool(bool wasAway)
-{
-    if (wasAway)
-        Log::getInstance()->info(kitText("RunnerSpoolBack", shownName(_settings.spool)));
-    else
-        Log::getInstance()->warning(
-            kitText("RunnerLockRemoved", shownName(SpoolPlaces::hidden(_settings.spool))));
     _workplace->journal.compact();
     _queue->onDirectoryChanged();
     const QHash<QString, Reported> reported = std::exchange(_reported, {});
     for (auto file = reported.constBegin(); file != reported.constEnd(); ++file)
-        release(file.key(), *file, stampOf(pathOf(file.key())));
+        release(file.key(), *file, stampOf(_spool.pathOf(file.key())));
     rescan();
     enter(namesInQueue());
     QStringList lost;
@@ -675,7 +630,7 @@ void RunnerCore::returnToSpool(bool wasAway)
 
 void RunnerCore::announcePause(bool isPaused)
 {
-    if (isPaused && _spoolFault.isEmpty())
+    if (isPaused && _spool.isUsable())
         _workplace->journal.sync();
     _report.announcePause(isPaused);
 }
@@ -718,8 +673,8 @@ RunnerProgress RunnerCore::finish(const LeftFiles& left)
             steps.push_back({Journal::Step::Left, file->number, static_cast<int>(i)});
     }
     _workplace->journal.record(steps);
-    _nextLook = {};
-    const bool isOurs = lookAtSpool();
+    _spool.skipPause();
+    const bool isOurs = checkSpool();
     rescan();
     if (isOurs)
         _workplace->journal.compact();

@@ -7,6 +7,7 @@
 #include "service/handlerpool_p.h"
 #include "service/pausedjobs_p.h"
 #include "service/progressreport_p.h"
+#include "service/spoolaccess_p.h"
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/FilesQueue.h>
@@ -48,7 +49,7 @@ using LeftFiles = std::vector<std::vector<std::shared_ptr<QueuedFile>>>;
 ///
 /// *Threads*: the object's thread, except pools() and progress(): any thread.
 /// *Owns*: the queue, the pools, what they share.
-/// *Fails*: start() throws Exception or std::system_error.
+/// *Fails*: the constructor and start() throw Exception or std::system_error.
 class RunnerCore : public QObject {
     Q_OBJECT
 
@@ -91,13 +92,10 @@ private:
         quint64 oldest = 0; ///< no file before this number is unsettled
     };
 
-    void openQueue();
+    std::unique_ptr<FilesQueue> openQueue();
     void connectTimers();
     QStringList namesInQueue();
     void enterPresent();
-    QByteArray pathOf(const QString& name) const;
-    Descriptor openSpool() const;
-    bool isDeleted(const QString& name) const;
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
@@ -131,17 +129,18 @@ private:
 
     void tick();
     void reportSlowHandlers();
-    bool lookAtSpool();
-    QString spoolFault();
-    void returnToSpool(bool wasAway);
+    bool checkSpool();
+    void returnToSpool();
     RunnerProgress currentProgress();
 
     const RunnerSettings _settings;
     const std::vector<ConsumerDescription> _consumers;
-    std::shared_ptr<Workplace> _workplace;
-    std::vector<std::unique_ptr<HandlerPool>> _pools;
-    std::unique_ptr<ConsumerAncestor> _agent;
-    std::unique_ptr<FilesQueue> _queue;
+    const std::shared_ptr<Workplace> _workplace;
+    const std::vector<std::unique_ptr<HandlerPool>> _pools;
+    ConsumerAncestor _agent;
+    Clock::duration _rescanTime{};
+    const std::unique_ptr<FilesQueue> _queue;
+    SpoolAccess _spool;
 
     QHash<QString, FilePointer> _files;       // not done for all, by name
     std::map<quint64, FilePointer> _ordered;  // the same, in queue order
@@ -163,11 +162,6 @@ private:
     QTimer _rescanTimer;
     QTimer _aloneTimer;
     QTimer _tickTimer;
-    Clock::duration _rescanTime{};
-
-    QString _spoolFault; // while it cannot be worked on
-    Clock::time_point _nextLook{};
-    std::chrono::seconds _lookPause{0};
 };
 
 } // namespace KezService
