@@ -34,11 +34,6 @@ struct QueuedFile {
     /// What the last worker found in its place, when it had ended. It writes this before it puts
     /// its result into the inbox.
     std::optional<FileStamp> found;
-
-    // The rest is used in the queue's thread only.
-    enum class Stage { Ready, Paused, Settled };
-    std::vector<Stage> stages; ///< by consumer
-    int unsettled = 0;         ///< consumers that are not done
 };
 
 /// One file to be handled.

@@ -52,6 +52,14 @@ int timerInterval(Duration pause)
     return static_cast<int>(std::clamp<qint64>(interval, 0, std::numeric_limits<int>::max()));
 }
 
+QStringList idsOf(const std::vector<ConsumerDescription>& consumers)
+{
+    QStringList ids;
+    for (const ConsumerDescription& consumer : consumers)
+        ids.append(consumer.id);
+    return ids;
+}
+
 /// Makes the spool's hidden directory, and takes the spool.
 std::shared_ptr<Workplace> openWorkplace(const RunnerSettings& settings,
                                          const std::vector<ConsumerDescription>& consumers)
@@ -61,10 +69,7 @@ std::shared_ptr<Workplace> openWorkplace(const RunnerSettings& settings,
     const QString hidden = SpoolPlaces::hidden(settings.spool);
     if (const int error = SpoolPlaces::makePlace(hidden, settings.spool); error != 0)
         raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
-    QStringList ids;
-    for (const ConsumerDescription& consumer : consumers)
-        ids.append(consumer.id);
-    return std::make_shared<Workplace>(settings, ids);
+    return std::make_shared<Workplace>(settings, idsOf(consumers));
 }
 
 std::vector<std::unique_ptr<HandlerPool>>
@@ -90,8 +95,8 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
       _agent(AgentId),
       _queue(openQueue()),
       _spool(settings.spool, _workplace->lock),
+      _files(idsOf(consumers)),
       _submitted(consumers.size()),
-      _counters(consumers.size()),
       _report(
           settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
@@ -219,30 +224,17 @@ void RunnerCore::enterTogether(std::span<const QString> names)
 /// Whether the queue offers a file again that was out of its reach for a while.
 bool RunnerCore::isKnown(const QString& name, const FileStamp& stamp) const
 {
-    const FilePointer known = _files.value(name);
+    const FilePointer known = _files.find(name);
     return known && stamp.hasContentOf(known->stamp);
 }
 
 void RunnerCore::enterFile(const Journal::Entry& entry)
 {
-    if (const FilePointer known = _files.value(entry.name))
-        drop(known);
-    const auto file = std::make_shared<QueuedFile>();
-    file->name = entry.name;
-    file->stamp = entry.stamp;
-    file->number = entry.number;
-    file->key = entry.key;
-    _files.insert(file->name, file);
-    _ordered.emplace_hint(_ordered.end(), file->number, file);
-    for (size_t i = 0; i < _consumers.size(); ++i) {
+    const FilePointer file = _files.enter(entry);
+    for (size_t i = 0; i < entry.works.size(); ++i) {
         const WorkRecord& work = entry.works[i];
-        const bool isSettled = work.state == WorkRecord::State::Settled;
-        file->stages.push_back(isSettled ? QueuedFile::Stage::Settled : QueuedFile::Stage::Ready);
-        if (isSettled)
+        if (work.state == WorkRecord::State::Settled)
             continue;
-        ++file->unsettled;
-        ++_counters[i].unsettled;
-        _counters[i].oldest = std::min(_counters[i].oldest, file->number);
         Job job{file, work.tries, {}};
         if (work.strikes >= MostStrikes) {
             job.verdict = kitText("RunnerProcessDied", QString::number(work.strikes));
@@ -253,8 +245,7 @@ void RunnerCore::enterFile(const Journal::Entry& entry)
         else
             submit(static_cast<int>(i), job);
     }
-    file->unended = file->unsettled;
-    if (file->unsettled == 0)
+    if (file->unended == 0)
         finishFile(file);
 }
 
@@ -296,10 +287,10 @@ void RunnerCore::forgetLost(const QStringList& names)
         if (!stamp && !_spool.isDeleted(name)) // and will be back
             continue;
         const bool isUsable = stamp && ::access(_spool.pathOf(name).constData(), R_OK | W_OK) == 0;
-        const FilePointer file = _files.value(name);
+        const FilePointer file = _files.find(name);
         if (file && !(isUsable && stamp->hasContentOf(file->stamp))) {
             numbers.push_back(file->number);
-            drop(file);
+            _files.drop(file);
         }
         for (auto* const others : {&_reported, &_unreleased}) {
             const auto other = others->constFind(name);
@@ -310,20 +301,6 @@ void RunnerCore::forgetLost(const QStringList& names)
         }
     }
     _workplace->journal.forget(numbers);
-}
-
-/// Nobody needs to handle the file any more.
-void RunnerCore::drop(const FilePointer& file)
-{
-    file->isGone = true;
-    for (size_t i = 0; i < _counters.size(); ++i) {
-        if (file->stages[i] != QueuedFile::Stage::Settled)
-            --_counters[i].unsettled;
-        if (file->stages[i] == QueuedFile::Stage::Paused)
-            --_counters[i].paused;
-    }
-    _ordered.erase(file->number);
-    _files.remove(file->name);
 }
 
 void RunnerCore::takeEnded()
@@ -341,7 +318,7 @@ void RunnerCore::handleEnded(const Ended& ended)
     if (!file->isGone) {
         switch (ended.how) {
         case Ended::How::Done:
-            ++_counters[static_cast<size_t>(ended.consumer)].done;
+            _files.countDone(ended.consumer);
             settle(ended.consumer, file);
             break;
         case Ended::How::Quarantined:
@@ -365,18 +342,13 @@ void RunnerCore::announceQuarantined(const Ended& ended)
     const QString& name = ended.job.file->name;
     Log::getInstance()->critical(kitText("RunnerQuarantined", shownName(name), shownName(consumer),
                                          shownName(ended.job.verdict), shownName(ended.text)));
-    ++_counters[static_cast<size_t>(ended.consumer)].quarantined;
+    _files.countQuarantined(ended.consumer);
     Q_EMIT quarantined(consumer, name, ended.text);
 }
 
 void RunnerCore::settle(int consumer, const FilePointer& file)
 {
-    QueuedFile::Stage& stage = file->stages[static_cast<size_t>(consumer)];
-    if (stage == QueuedFile::Stage::Settled)
-        return;
-    stage = QueuedFile::Stage::Settled;
-    --_counters[static_cast<size_t>(consumer)].unsettled;
-    if (--file->unsettled == 0)
+    if (_files.settle(consumer, *file))
         finishFile(file);
 }
 
@@ -400,8 +372,7 @@ void RunnerCore::pause(const Ended& ended, int failures)
 
     Job job = ended.job;
     (isRetry ? job.tries : job.failures) = failures;
-    file->stages[static_cast<size_t>(ended.consumer)] = QueuedFile::Stage::Paused;
-    ++_counters[static_cast<size_t>(ended.consumer)].paused;
+    _files.pause(ended.consumer, *file);
     _paused.add(ended.consumer, job, Clock::now() + wait);
     _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
 }
@@ -411,8 +382,7 @@ void RunnerCore::resumeDue()
     for (const auto& [consumer, job] : _paused.takeDue(Clock::now())) {
         if (job.file->isGone)
             continue;
-        job.file->stages[static_cast<size_t>(consumer)] = QueuedFile::Stage::Ready;
-        --_counters[static_cast<size_t>(consumer)].paused;
+        _files.resume(consumer, *job.file);
         submit(consumer, job);
     }
     flush();
@@ -424,7 +394,7 @@ void RunnerCore::resumeDue()
 /// All consumers are done.
 void RunnerCore::finishFile(const FilePointer& file)
 {
-    drop(file);
+    _files.drop(file);
     const Reported finished{file->number, file->stamp};
     release(file->name, finished, file->found ? file->found : stampOf(_spool.pathOf(file->name)));
 }
@@ -618,10 +588,7 @@ void RunnerCore::returnToSpool()
         release(file.key(), *file, stampOf(_spool.pathOf(file.key())));
     rescan();
     enter(namesInQueue());
-    QStringList lost;
-    for (auto file = _files.constBegin(); file != _files.constEnd(); ++file)
-        lost.append(file.key());
-    forgetLost(lost);
+    forgetLost(_files.names());
     for (const auto& pool : _pools)
         pool->bar(false);
     flush();
@@ -637,31 +604,10 @@ void RunnerCore::announcePause(bool isPaused)
 
 RunnerProgress RunnerCore::currentProgress()
 {
-    RunnerProgress progress;
-    progress.files = static_cast<qint64>(_files.size());
-    for (size_t i = 0; i < _consumers.size(); ++i) {
-        Counters& counters = _counters[i];
-        ConsumerProgress consumer;
-        consumer.id = _consumers[i].id;
-        consumer.done = counters.done;
-        consumer.quarantined = counters.quarantined;
-        consumer.retrying = counters.paused;
-        const qint64 untaken = counters.unsettled - counters.paused;
-        consumer.running = std::min(_pools[i]->runningCount(), untaken);
-        consumer.waiting = untaken - consumer.running;
-        auto oldest = _ordered.lower_bound(counters.oldest);
-        while (oldest != _ordered.end() && oldest->second->stages[i] == QueuedFile::Stage::Settled)
-            ++oldest;
-        counters.oldest = std::numeric_limits<quint64>::max();
-        if (oldest != _ordered.end()) {
-            counters.oldest = oldest->first;
-            consumer.oldest = oldest->second->name;
-            consumer.oldestSince =
-                QDateTime::fromMSecsSinceEpoch(oldest->second->stamp.changed / 1'000'000);
-        }
-        progress.consumers.append(consumer);
-    }
-    return progress;
+    std::vector<qint64> running;
+    for (const auto& pool : _pools)
+        running.push_back(pool->runningCount());
+    return _files.progress(running);
 }
 
 RunnerProgress RunnerCore::finish(const LeftFiles& left)

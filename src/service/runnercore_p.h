@@ -7,6 +7,7 @@
 #include "service/handlerpool_p.h"
 #include "service/pausedjobs_p.h"
 #include "service/progressreport_p.h"
+#include "service/runnerfiles_p.h"
 #include "service/spoolaccess_p.h"
 
 #include <kez/ConsumerAncestor.h>
@@ -18,7 +19,6 @@
 #include <QTimer>
 
 #include <chrono>
-#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -74,7 +74,7 @@ Q_SIGNALS:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using FilePointer = std::shared_ptr<QueuedFile>;
+    using FilePointer = RunnerFiles::FilePointer;
 
     /// A file that all consumers are done with, and that is not deleted yet.
     struct Reported {
@@ -82,14 +82,6 @@ private:
         FileStamp stamp;          ///< when it was reported
         int failures = 0;         ///< attempts to delete it that failed
         Clock::time_point next{}; ///< when to try again
-    };
-
-    struct Counters {
-        qint64 done = 0;
-        qint64 quarantined = 0;
-        qint64 unsettled = 0;
-        qint64 paused = 0;
-        quint64 oldest = 0; ///< no file before this number is unsettled
     };
 
     std::unique_ptr<FilesQueue> openQueue();
@@ -106,7 +98,6 @@ private:
     void flush();
     void lose(const QStringList& names);
     void forgetLost(const QStringList& names);
-    void drop(const FilePointer& file);
 
     void takeEnded();
     void handleEnded(const Ended& ended);
@@ -142,14 +133,12 @@ private:
     const std::unique_ptr<FilesQueue> _queue;
     SpoolAccess _spool;
 
-    QHash<QString, FilePointer> _files;       // not done for all, by name
-    std::map<quint64, FilePointer> _ordered;  // the same, in queue order
+    RunnerFiles _files;
     QHash<QString, Reported> _reported;       // done for all, and not deleted yet
     QHash<QString, Reported> _unreleased;     // done for all, and to be reported again
     QStringList _unstamped;                   // names of files that were not there at a second look
     std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
     PausedJobs _paused;
-    std::vector<Counters> _counters; // by consumer
     ProgressReport _report;
 
     // After a death of the process: the jobs that are handled alone, and the one at work.
