@@ -37,7 +37,6 @@ constexpr auto LongestRescanPause = 1s;
 // So many files enter at a time: handlers begin with the first ones while others still enter.
 constexpr qsizetype FilesTogether = 256;
 
-constexpr auto AloneLimit = 5s;
 constexpr std::chrono::seconds RetryPause = 1s;
 
 // A file whose work was interrupted so often by the death of the process is quarantined.
@@ -96,7 +95,7 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
       _queue(openQueue()),
       _spool(settings.spool, _workplace->lock),
       _files(idsOf(consumers)),
-      _submitted(consumers.size()),
+      _dispatcher(_pools, _workplace->journal),
       _report(
           settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
@@ -133,21 +132,18 @@ void RunnerCore::start()
     _workplace->journal.forgetAbsent();
     scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
-    flush();
     _report.announce();
 }
 
 void RunnerCore::connectTimers()
 {
     _drainTimer.setInterval(DrainPause);
-    _aloneTimer.setInterval(AloneLimit);
     _tickTimer.setInterval(1s);
-    for (QTimer* const timer : {&_drainTimer, &_retryTimer, &_rescanTimer, &_aloneTimer})
+    for (QTimer* const timer : {&_drainTimer, &_retryTimer, &_rescanTimer})
         timer->setSingleShot(true);
     connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
     connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
     connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
-    connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::leaveSuspect);
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
 
@@ -181,27 +177,27 @@ void RunnerCore::enterPresent()
     _files.reserve(names.size());
     _reported.reserve(names.size());
     _workplace->journal.reserve(names.size());
-    _seeksSuspects = _workplace->journal.hasStrikes();
+    if (_workplace->journal.hasStrikes())
+        _dispatcher.hold(); // any file may be a suspect, and those come first
     enter(names);
-    _seeksSuspects = false;
+    _dispatcher.release();
 }
 
 void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
 {
     lose(deleted);
     enter(appended);
-    flush();
     _report.noteChange();
 }
 
-/// Takes in files that are new in the queue.
+/// Takes in files that are new in the queue, and has them handled.
 void RunnerCore::enter(const QStringList& names)
 {
     for (qsizetype first = 0; first < names.size(); first += FilesTogether) {
         enterTogether(std::span(names).subspan(
             static_cast<size_t>(first),
             static_cast<size_t>(std::min(FilesTogether, names.size() - first))));
-        flush();
+        _dispatcher.dispatch();
     }
 }
 
@@ -241,32 +237,12 @@ void RunnerCore::enterFile(const Journal::Entry& entry)
             job.tries += work.strikes;
         }
         if (work.strikes > 0 && job.verdict.isEmpty())
-            _suspects.emplace_back(static_cast<int>(i), job);
+            _dispatcher.addSuspect(static_cast<int>(i), job);
         else
-            submit(static_cast<int>(i), job);
+            _dispatcher.add(static_cast<int>(i), job);
     }
     if (file->unended == 0)
         finishFile(file);
-}
-
-void RunnerCore::submit(int consumer, const Job& job)
-{
-    _submitted[static_cast<size_t>(consumer)].push_back(job);
-}
-
-/// Gives the pools what was submitted.
-void RunnerCore::flush()
-{
-    if (_alone || _seeksSuspects)
-        return;
-    if (!_suspects.empty()) {
-        nextSuspect();
-        return;
-    }
-    for (size_t i = 0; i < _pools.size(); ++i) {
-        if (!_submitted[i].empty())
-            _pools[i]->add(std::exchange(_submitted[i], {}));
-    }
 }
 
 /// Files have left the queue, and not through the runner. If the spool itself is out of reach, its
@@ -332,8 +308,7 @@ void RunnerCore::handleEnded(const Ended& ended)
             break;
         }
     }
-    if (_alone == std::pair(ended.consumer, file->number))
-        nextSuspect();
+    _dispatcher.noteEnded(ended.consumer, file->number);
 }
 
 void RunnerCore::announceQuarantined(const Ended& ended)
@@ -383,9 +358,9 @@ void RunnerCore::resumeDue()
         if (job.file->isGone)
             continue;
         _files.resume(consumer, *job.file);
-        submit(consumer, job);
+        _dispatcher.add(consumer, job);
     }
-    flush();
+    _dispatcher.dispatch();
     if (!_paused.isEmpty())
         _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
     _report.noteChange();
@@ -408,7 +383,6 @@ void RunnerCore::release(const QString& name, Reported file, const std::optional
     } else if (stamp) {
         Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
         enter({name});
-        flush();
     } else if (_spool.isDeleted(name)) {
         _workplace->journal.forget({file.number});
     } else {
@@ -503,46 +477,12 @@ void RunnerCore::rescan()
     _rescanTime = Clock::now() - start;
 }
 
-/// After a death of the process, the files that were at work then are handled one by one, so that
-/// a second death tells which of them it is. The other files wait for the last of them, or for a
-/// while.
-void RunnerCore::nextSuspect()
-{
-    _alone.reset();
-    _aloneTimer.stop();
-    while (!_suspects.empty()) {
-        const auto [consumer, job] = _suspects.front();
-        _suspects.erase(_suspects.begin());
-        if (job.file->isGone)
-            continue;
-        Log::getInstance()->warning(
-            kitText("RunnerSuspect", shownName(job.file->name),
-                    shownName(_consumers[static_cast<size_t>(consumer)].id)));
-        _alone.emplace(consumer, job.file->number);
-        _pools[static_cast<size_t>(consumer)]->add({job});
-        _aloneTimer.start();
-        return;
-    }
-    flush();
-}
-
-/// The suspect takes long: the others go on beside it.
-void RunnerCore::leaveSuspect()
-{
-    if (_alone) {
-        const Journal::Step step{Journal::Step::Joined, _alone->second, _alone->first};
-        _workplace->journal.record({&step, 1});
-    }
-    nextSuspect();
-}
-
 void RunnerCore::tick()
 {
     if (checkSpool()) {
         enter(std::exchange(_unstamped, {}));
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
         retryReleases();
-        flush();
         _workplace->journal.sync();
     }
     reportSlowHandlers();
@@ -591,7 +531,6 @@ void RunnerCore::returnToSpool()
     forgetLost(_files.names());
     for (const auto& pool : _pools)
         pool->bar(false);
-    flush();
     _report.noteChange();
 }
 

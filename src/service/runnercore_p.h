@@ -5,6 +5,7 @@
 
 #include "kez/service/filerunner.h"
 #include "service/handlerpool_p.h"
+#include "service/jobdispatcher_p.h"
 #include "service/pausedjobs_p.h"
 #include "service/progressreport_p.h"
 #include "service/runnerfiles_p.h"
@@ -94,8 +95,6 @@ private:
     bool isKnown(const QString& name, const FileStamp& stamp) const;
     void enterTogether(std::span<const QString> names);
     void enterFile(const Journal::Entry& entry);
-    void submit(int consumer, const Job& job);
-    void flush();
     void lose(const QStringList& names);
     void forgetLost(const QStringList& names);
 
@@ -115,9 +114,6 @@ private:
     void scheduleRescan();
     void rescan();
 
-    void nextSuspect();
-    void leaveSuspect();
-
     void tick();
     void reportSlowHandlers();
     bool checkSpool();
@@ -134,22 +130,16 @@ private:
     SpoolAccess _spool;
 
     RunnerFiles _files;
-    QHash<QString, Reported> _reported;       // done for all, and not deleted yet
-    QHash<QString, Reported> _unreleased;     // done for all, and to be reported again
-    QStringList _unstamped;                   // names of files that were not there at a second look
-    std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
+    QHash<QString, Reported> _reported;   // done for all, and not deleted yet
+    QHash<QString, Reported> _unreleased; // done for all, and to be reported again
+    QStringList _unstamped;               // names of files that were not there at a second look
+    JobDispatcher _dispatcher;
     PausedJobs _paused;
     ProgressReport _report;
-
-    // After a death of the process: the jobs that are handled alone, and the one at work.
-    bool _seeksSuspects = false; // the files that enter may be some
-    std::vector<std::pair<int, Job>> _suspects;
-    std::optional<std::pair<int, quint64>> _alone;
 
     QTimer _drainTimer;
     QTimer _retryTimer;
     QTimer _rescanTimer;
-    QTimer _aloneTimer;
     QTimer _tickTimer;
 };
 
