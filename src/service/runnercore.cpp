@@ -27,17 +27,8 @@ namespace {
 // Results are taken together, so that a busy pool does not wake the queue's thread for each file.
 constexpr auto DrainPause = 5ms;
 
-// A re-scan costs time that grows with the spool. It comes once this share of the queue can be
-// deleted, so that all of them together cost little more than one. Until then, it takes at most
-// this share of the thread's time.
-constexpr int ShareForRescan = 2;
-constexpr int ShareOfTime = 5;
-constexpr auto LongestRescanPause = 1s;
-
 // So many files enter at a time: handlers begin with the first ones while others still enter.
 constexpr qsizetype FilesTogether = 256;
-
-constexpr std::chrono::seconds RetryPause = 1s;
 
 // A file whose work was interrupted so often by the death of the process is quarantined.
 constexpr int MostStrikes = 2;
@@ -96,6 +87,7 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
       _spool(settings.spool, _workplace->lock),
       _files(idsOf(consumers)),
       _dispatcher(_pools, _workplace->journal),
+      _finished(_agent, *_queue, _workplace->journal, _spool, _listingTime),
       _report(
           settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
@@ -130,7 +122,7 @@ void RunnerCore::start()
         pool->start();
     enterPresent();
     _workplace->journal.forgetAbsent();
-    scheduleRescan(); // for what came before the watch was set
+    _finished.scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
     _report.announce();
 }
@@ -139,11 +131,10 @@ void RunnerCore::connectTimers()
 {
     _drainTimer.setInterval(DrainPause);
     _tickTimer.setInterval(1s);
-    for (QTimer* const timer : {&_drainTimer, &_retryTimer, &_rescanTimer})
+    for (QTimer* const timer : {&_drainTimer, &_retryTimer})
         timer->setSingleShot(true);
     connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
     connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
-    connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
 
@@ -153,7 +144,7 @@ std::unique_ptr<FilesQueue> RunnerCore::openQueue()
     auto queue =
         std::make_unique<FilesQueue>(_settings.spool, QList<ConsumerEntry>{{_agent.id(), &_agent}},
                                      _settings.keep, timerInterval(_settings.period));
-    _rescanTime = Clock::now() - start;
+    _listingTime = Clock::now() - start;
     return queue;
 }
 
@@ -175,7 +166,7 @@ void RunnerCore::enterPresent()
 {
     const QStringList names = namesInQueue();
     _files.reserve(names.size());
-    _reported.reserve(names.size());
+    _finished.reserve(names.size());
     _workplace->journal.reserve(names.size());
     if (_workplace->journal.hasStrikes())
         _dispatcher.hold(); // any file may be a suspect, and those come first
@@ -210,7 +201,7 @@ void RunnerCore::enterTogether(std::span<const QString> names)
         const std::optional<FileStamp> stamp = stampIn(spool.get(), QFile::encodeName(name));
         if (!stamp)
             _unstamped.append(name);
-        else if (!isKnown(name, *stamp) && !isUndeletable(name, *stamp))
+        else if (!isKnown(name, *stamp) && !_finished.keepIfOfferedAgain(name, *stamp))
             files.emplace_back(name, *stamp);
     }
     for (const Journal::Entry& entry : _workplace->journal.enter(files))
@@ -268,13 +259,8 @@ void RunnerCore::forgetLost(const QStringList& names)
             numbers.push_back(file->number);
             _files.drop(file);
         }
-        for (auto* const others : {&_reported, &_unreleased}) {
-            const auto other = others->constFind(name);
-            if (other != others->constEnd() && stamp != other->stamp) {
-                numbers.push_back(other->number);
-                others->erase(other);
-            }
-        }
+        const std::vector<quint64> lost = _finished.lose(name, stamp);
+        numbers.insert(numbers.end(), lost.begin(), lost.end());
     }
     _workplace->journal.forget(numbers);
 }
@@ -370,111 +356,8 @@ void RunnerCore::resumeDue()
 void RunnerCore::finishFile(const FilePointer& file)
 {
     _files.drop(file);
-    const Reported finished{file->number, file->stamp};
-    release(file->name, finished, file->found ? file->found : stampOf(_spool.pathOf(file->name)));
-}
-
-/// If what was found in its place is still the file that the handlers saw, the queue may delete it.
-void RunnerCore::release(const QString& name, Reported file, const std::optional<FileStamp>& stamp)
-{
-    if (stamp && stamp->hasContentOf(file.stamp)) {
-        file.stamp = *stamp;
-        report(name, file);
-    } else if (stamp) {
-        Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
-        enter({name});
-    } else if (_spool.isDeleted(name)) {
-        _workplace->journal.forget({file.number});
-    } else {
-        file.next = Clock::now() + RetryPause;
-        _unreleased.insert(name, file);
-    }
-}
-
-void RunnerCore::report(const QString& name, const Reported& file)
-{
-    if (!_queue->existsFileEntry(name))
-        _queue->onDirectoryChanged(); // it could not delete the file, and finds it again
-    try {
-        Q_EMIT _agent.consumed(_agent.id(), name);
-    } catch (const Exception&) { // it may not use the file any more
-        keepUndeletable(name, file);
-        return;
-    }
-    _reported.insert(name, file);
-    scheduleRescan();
-}
-
-/// Whether the queue offers a file again since it could not delete it. Such a file is not handled
-/// again. The time of change counts: a file that was deleted, and linked again, is a new one.
-bool RunnerCore::isUndeletable(const QString& name, const FileStamp& stamp)
-{
-    const auto reported = _reported.constFind(name);
-    if (reported != _reported.constEnd() && reported->stamp == stamp) {
-        keepUndeletable(name, _reported.take(name));
-        return true;
-    }
-    const auto kept = _unreleased.constFind(name);
-    if (kept == _unreleased.constEnd())
-        return false;
-    const bool isSame = kept->stamp == stamp;
-    if (!isSame)
-        _unreleased.erase(kept);
-    return isSame;
-}
-
-void RunnerCore::keepUndeletable(const QString& name, Reported file)
-{
-    if (++file.failures == 1)
-        Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
-    file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
-    _unreleased.insert(name, file);
-}
-
-void RunnerCore::retryReleases()
-{
-    QStringList due;
-    for (auto file = _unreleased.constBegin(); file != _unreleased.constEnd(); ++file) {
-        if (file->next <= Clock::now())
-            due.append(file.key());
-    }
-    for (const QString& name : due)
-        release(name, _unreleased.take(name), stampOf(_spool.pathOf(name)));
-}
-
-void RunnerCore::scheduleRescan()
-{
-    const bool isDue = _reported.size() >= _queue->size() / ShareForRescan;
-    if (isDue && !(_rescanTimer.isActive() && _rescanTimer.interval() == 0))
-        _rescanTimer.start(0);
-    else if (!_rescanTimer.isActive())
-        _rescanTimer.start(timerInterval(
-            std::min<Clock::duration>(ShareOfTime * _rescanTime, LongestRescanPause)));
-}
-
-/// Has the queue delete what was reported.
-void RunnerCore::rescan()
-{
-    if (!_spool.isUsable())
-        return;
-    const auto start = Clock::now();
-    _queue->onDirectoryChanged();
-    const Descriptor spool = _spool.open();
-    std::vector<quint64> numbers;
-    for (auto file = _reported.begin(); file != _reported.end();) {
-        if (_queue->existsFileEntry(file.key())) {
-            ++file;
-            continue;
-        }
-        const auto stamp = stampIn(spool.get(), QFile::encodeName(file.key()));
-        if (stamp == file->stamp)
-            keepUndeletable(file.key(), *file);
-        else if (stamp || (spool.isOpen() && errno == ENOENT))
-            numbers.push_back(file->number);
-        file = _reported.erase(file);
-    }
-    _workplace->journal.forget(numbers);
-    _rescanTime = Clock::now() - start;
+    if (!_finished.handOver(*file))
+        enter({file->name});
 }
 
 void RunnerCore::tick()
@@ -482,7 +365,7 @@ void RunnerCore::tick()
     if (checkSpool()) {
         enter(std::exchange(_unstamped, {}));
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
-        retryReleases();
+        enter(_finished.handOverDue());
         _workplace->journal.sync();
     }
     reportSlowHandlers();
@@ -523,10 +406,8 @@ void RunnerCore::returnToSpool()
 {
     _workplace->journal.compact();
     _queue->onDirectoryChanged();
-    const QHash<QString, Reported> reported = std::exchange(_reported, {});
-    for (auto file = reported.constBegin(); file != reported.constEnd(); ++file)
-        release(file.key(), *file, stampOf(_spool.pathOf(file.key())));
-    rescan();
+    enter(_finished.handOverAgain());
+    _finished.rescan();
     enter(namesInQueue());
     forgetLost(_files.names());
     for (const auto& pool : _pools)
@@ -560,7 +441,7 @@ RunnerProgress RunnerCore::finish(const LeftFiles& left)
     _workplace->journal.record(steps);
     _spool.skipPause();
     const bool isOurs = checkSpool();
-    rescan();
+    _finished.rescan();
     if (isOurs)
         _workplace->journal.compact();
     return _report.finish(isOurs);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kez/service/filerunner.h"
+#include "service/finishedfiles_p.h"
 #include "service/handlerpool_p.h"
 #include "service/jobdispatcher_p.h"
 #include "service/pausedjobs_p.h"
@@ -77,14 +78,6 @@ private:
     using Clock = std::chrono::steady_clock;
     using FilePointer = RunnerFiles::FilePointer;
 
-    /// A file that all consumers are done with, and that is not deleted yet.
-    struct Reported {
-        quint64 number = 0;
-        FileStamp stamp;          ///< when it was reported
-        int failures = 0;         ///< attempts to delete it that failed
-        Clock::time_point next{}; ///< when to try again
-    };
-
     std::unique_ptr<FilesQueue> openQueue();
     void connectTimers();
     QStringList namesInQueue();
@@ -106,13 +99,6 @@ private:
     void resumeDue();
 
     void finishFile(const FilePointer& file);
-    void release(const QString& name, Reported file, const std::optional<FileStamp>& stamp);
-    void report(const QString& name, const Reported& file);
-    bool isUndeletable(const QString& name, const FileStamp& stamp);
-    void keepUndeletable(const QString& name, Reported file);
-    void retryReleases();
-    void scheduleRescan();
-    void rescan();
 
     void tick();
     void reportSlowHandlers();
@@ -125,21 +111,19 @@ private:
     const std::shared_ptr<Workplace> _workplace;
     const std::vector<std::unique_ptr<HandlerPool>> _pools;
     ConsumerAncestor _agent;
-    Clock::duration _rescanTime{};
+    Clock::duration _listingTime{}; // of the spool, by the queue
     const std::unique_ptr<FilesQueue> _queue;
     SpoolAccess _spool;
 
     RunnerFiles _files;
-    QHash<QString, Reported> _reported;   // done for all, and not deleted yet
-    QHash<QString, Reported> _unreleased; // done for all, and to be reported again
-    QStringList _unstamped;               // names of files that were not there at a second look
+    QStringList _unstamped; // names of files that were not there at a second look
     JobDispatcher _dispatcher;
+    FinishedFiles _finished;
     PausedJobs _paused;
     ProgressReport _report;
 
     QTimer _drainTimer;
     QTimer _retryTimer;
-    QTimer _rescanTimer;
     QTimer _tickTimer;
 };
 
