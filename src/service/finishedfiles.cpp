@@ -3,10 +3,10 @@
 
 #include "service/finishedfiles_p.h"
 
-#include "service/handlerpool_p.h"
 #include "service/kittexts_p.h"
 #include "service/pausedjobs_p.h"
 #include "service/spoolaccess_p.h"
+#include "service/workplace_p.h"
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/exception.h>
@@ -32,7 +32,10 @@ constexpr int ShareForRescan = 2;
 constexpr int ShareOfTime = 5;
 constexpr auto LongestRescanPause = 1s;
 
+// Before a file that was kept back is handed over: it was out of reach, or could not be deleted.
 constexpr auto UnseenPause = 1s;
+constexpr auto FirstDeletionPause = 1s;
+constexpr auto LongestDeletionPause = 5min;
 
 } // namespace
 
@@ -185,7 +188,8 @@ void FinishedFiles::keepBack(const QString& name, Finished file)
 {
     if (++file.failures == 1)
         Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
-    file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
+    file.next =
+        Clock::now() + jitteredPause(file.failures, FirstDeletionPause, LongestDeletionPause);
     _keptBack.insert(name, file);
 }
 

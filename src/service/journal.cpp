@@ -37,6 +37,7 @@ constexpr std::string_view Header = "kez-journal 1\n";
 constexpr qint64 LargestRead = qint64{1} << 30; // bytes
 constexpr qint64 SmallestCompacted = qint64{1} << 20;
 constexpr int GrowthBeforeCompaction = 4;
+constexpr std::chrono::seconds FirstAttemptPause{1};
 constexpr std::chrono::seconds LongestAttemptPause{300};
 constexpr qsizetype KeyLength = 32;
 constexpr quint64 LargestNumber = quint64{1} << 62; // leaves room for those that follow
@@ -620,7 +621,7 @@ void Journal::rewrite()
     _file = std::move(file);
     _size = _compactedSize = std::ssize(text);
     _isUnsynced = false;
-    _attemptPause = {};
+    _attempts.succeed();
     if (std::exchange(_isGivenUp, false))
         Log::getInstance()->info(kitText("JournalWrittenAgain", shownName(_path)));
 }
@@ -672,9 +673,8 @@ void Journal::giveUp(int error)
 
 void Journal::postpone()
 {
-    using namespace std::chrono_literals;
-    _attemptPause = std::clamp(_attemptPause * 2, 1s, LongestAttemptPause);
-    _nextAttempt = Clock::now() + _attemptPause;
+    _attempts.fail(QString());
+    _nextAttempt = Clock::now() + _attempts.pause(FirstAttemptPause, LongestAttemptPause);
 }
 
 } // namespace KezService

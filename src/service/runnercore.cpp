@@ -313,13 +313,15 @@ void RunnerCore::settle(int consumer, const FilePointer& file)
         finishFile(file);
 }
 
-/// Has the job done again after a pause. The first failure of a file is a warning.
+/// Has the job done again after a pause. The first failure of a file is said aloud: a retry as a
+/// warning, a quarantine that fails as an error. Further ones are traces.
 void RunnerCore::pause(const Ended& ended, int failures)
 {
     const ConsumerDescription& consumer = _consumers[static_cast<size_t>(ended.consumer)];
     const FilePointer& file = ended.job.file;
     const bool isRetry = ended.how == Ended::How::Retry;
-    const auto wait = pauseAfter(failures, consumer.settings);
+    const auto wait =
+        jitteredPause(failures, consumer.settings.firstPause, consumer.settings.longestPause);
     const QString text = isRetry
                              ? kitText("RunnerRetry", shownName(file->name), shownName(consumer.id),
                                        QString::number(failures), shownName(ended.text))

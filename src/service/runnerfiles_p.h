@@ -4,8 +4,7 @@
 #pragma once
 
 #include "kez/service/filerunner.h"
-#include "service/handlerpool_p.h"
-#include "service/journal_p.h"
+#include "service/workplace_p.h"
 
 #include <QHash>
 #include <QString>
