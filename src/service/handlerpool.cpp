@@ -157,7 +157,7 @@ private:
         case Outcome::Kind::Done:
             break;
         case Outcome::Kind::Retry:
-            if (job.tries + 1 < _settings.attempts)
+            if (_settings.attempts == 0 || job.tries + 1 < _settings.attempts)
                 return {_consumer, std::move(job), Ended::How::Retry,
                         reasonOr(outcome.reason(), "RunnerNoReason")};
             [[fallthrough]];

@@ -33,6 +33,9 @@ constexpr qsizetype FilesTogether = 256;
 // A file whose work was interrupted so often by the death of the process is quarantined.
 constexpr int MostStrikes = 2;
 
+// Counts of attempts stay there: one more still fits.
+constexpr int MostAttempts = std::numeric_limits<int>::max() - 1;
+
 constexpr auto AgentId = QLatin1String("kez-runner");
 
 template <typename Duration>
@@ -141,9 +144,9 @@ void RunnerCore::connectTimers()
 std::unique_ptr<FilesQueue> RunnerCore::openQueue()
 {
     const auto start = Clock::now();
-    auto queue =
-        std::make_unique<FilesQueue>(_settings.spool, QList<ConsumerEntry>{{_agent.id(), &_agent}},
-                                     _settings.keep, timerInterval(_settings.period));
+    auto queue = std::make_unique<FilesQueue>(
+        _settings.spool, QList<ConsumerEntry>{{_agent.id(), &_agent}},
+        _settings.present == PresentFiles::Handle, timerInterval(_settings.period));
     _listingTime = Clock::now() - start;
     return queue;
 }
@@ -334,7 +337,7 @@ void RunnerCore::pause(const Ended& ended, int failures)
         Log::getInstance()->critical(text);
 
     Job job = ended.job;
-    (isRetry ? job.tries : job.failures) = failures;
+    (isRetry ? job.tries : job.failures) = std::min(failures, MostAttempts);
     _files.pause(ended.consumer, *file);
     _paused.add(ended.consumer, job, Clock::now() + wait);
     _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));

@@ -803,7 +803,7 @@ void TestRunnerFaults::stopDuringSuspicion()
         runner.start();
         QTRY_VERIFY(*begun);
         const StopReport report = runner.stop(10ms);
-        QCOMPARE(report.running.size(), qsizetype(1));
+        QCOMPARE(report.left.size(), qsizetype(1));
         QCOMPARE(report.waiting, qint64(4));
     }
     release->set_value();
