@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: MIT
 
 #include "runnerfixture.h"
+#include "service/kittexts_p.h"
 #include "support/failuretext.h"
-#include "support/language.h"
 
 #include <kez/exception.h>
 #include <kez/log.h>
@@ -38,7 +38,7 @@ private Q_SLOTS:
     void fileIsQuarantinedAfterTheLastAttempt();
     void attemptsMayHaveNoLimit();
     void otherConsumersStillHandleAQuarantinedFile();
-    void boundedNumberAtOnce();
+    void asManyHandlersAsThreadsRunAtOnce();
     void changedFileIsHandledAgain();
     void vanishedFileIsForgotten();
     void stuckHandlerHoldsUpNoOtherConsumer();
@@ -174,15 +174,17 @@ void TestFileRunner::retryComesBackAndHoldsUpNobody()
 void TestFileRunner::whatAHandlerThrowsIsRetry_data()
 {
     QTest::addColumn<int>("kind");
-    QTest::newRow("Exception") << 0;
-    QTest::newRow("pointer to an Exception") << 1;
-    QTest::newRow("standard exception") << 2;
-    QTest::newRow("anything") << 3;
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("Exception") << 0 << QString("the reason");
+    QTest::newRow("pointer to an Exception") << 1 << QString("the reason");
+    QTest::newRow("standard exception") << 2 << QString("the reason");
+    QTest::newRow("anything") << 3 << kitText("ExceptionOfType", QString("int"));
 }
 
 void TestFileRunner::whatAHandlerThrowsIsRetry()
 {
     QFETCH(const int, kind);
+    QFETCH(const QString, reason);
     const Spool spool;
     QVERIFY(spool.put("order"));
     HandlerSettings settings = quickSettings();
@@ -208,7 +210,7 @@ void TestFileRunner::whatAHandlerThrowsIsRetry()
     QTRY_VERIFY(!spool.holds("order"));
     const QByteArray text = spool.quarantineText("order");
     QVERIFY2(text.contains("\ntries=2\n"), text);
-    QVERIFY2(kind == 3 || text.contains("\nreason=the reason\n"), text);
+    QVERIFY2(text.contains("\nreason=" + reason.toUtf8() + '\n'), text);
 }
 
 void TestFileRunner::rejectedFileGoesToQuarantineAndIsDone()
@@ -300,7 +302,7 @@ void TestFileRunner::otherConsumersStillHandleAQuarantinedFile()
     QCOMPARE(spool.quarantined(), QStringList{"order"});
 }
 
-void TestFileRunner::boundedNumberAtOnce()
+void TestFileRunner::asManyHandlersAsThreadsRunAtOnce()
 {
     const Spool spool;
     QVERIFY(spool.putMany(60));

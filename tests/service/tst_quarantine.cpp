@@ -173,7 +173,7 @@ private Q_SLOTS:
     void removedDirectoryIsMadeAgain();
     void otherDirectoryIsNotMade();
     void directoryThatCannotBeUsedIsRefused();
-    void rightsAreMissing();
+    void missingRightsRefuseOrFail();
 
 private:
     std::unique_ptr<Spool> _spool;
@@ -496,7 +496,7 @@ void TestQuarantine::directoryThatCannotBeUsedIsRefused()
              kitText("QuarantineUnusable", directoryOf(*_spool), systemErrorText(ENOENT)));
 }
 
-void TestQuarantine::rightsAreMissing()
+void TestQuarantine::missingRightsRefuseOrFail()
 {
     const ChildResult child = runChild({"rights"});
     COMPARE_CHILD(child, "refused\nfailed\nempty\nput\n");

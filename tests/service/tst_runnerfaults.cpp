@@ -142,6 +142,69 @@ void leaveUnfinished(const Spool& spool, const QString& consumer, const QStringL
     }
 }
 
+/// Gives orders to a runner, and knows in which state they should bring it.
+class OrderedRunner {
+public:
+    OrderedRunner(const Spool& spool, const Handler& handler)
+        : _spool(spool), _runner(settingsFor(spool))
+    {
+        HandlerSettings settings = quickSettings();
+        settings.threads = 2;
+        _runner.addConsumer("only", handler, settings);
+    }
+
+    /// Begin, pause, resume, stop, put a file, wait. False if that does not go as it should.
+    bool follow(char order)
+    {
+        switch (order) {
+        case 'b':
+            return begin();
+        case 'p':
+            _isPaused = isBetween();
+            return _runner.pause(10s);
+        case 'r':
+            _isPaused = false;
+            _runner.resume();
+            return true;
+        case 's':
+            _isPaused = false;
+            _hasEnded = _isBegun;
+            return _runner.stop(10s).isClean();
+        case 'f':
+            return _spool.put(QString("more-%1").arg(_filesPut++));
+        case 'w':
+            QTest::qWait(20);
+            return true;
+        default:
+            return false;
+        }
+    }
+
+    bool isAsExpected() const
+    {
+        return _runner.isRunning() == isBetween() && _runner.isPaused() == _isPaused;
+    }
+
+    bool mayWork() const { return isBetween() && !_isPaused; }
+    qsizetype filesPut() const { return _filesPut; }
+
+private:
+    bool isBetween() const { return _isBegun && !_hasEnded; }
+
+    bool begin()
+    {
+        const bool isRefused = !failureText([this] { _runner.start(); }).isNull();
+        return isRefused == std::exchange(_isBegun, true);
+    }
+
+    const Spool& _spool;
+    FileRunner _runner;
+    bool _isBegun = false;
+    bool _hasEnded = false;
+    bool _isPaused = false;
+    qsizetype _filesPut = 0;
+};
+
 double processorTime()
 {
     timespec time{};
@@ -162,7 +225,7 @@ private Q_SLOTS:
     void missingRightsRepeatNothing();
     void fileAtWorkOutlivesALossOfTheSpool();
     void missingQuarantineIsSaidOncePerFile();
-    void fullDiskOfTheJournal();
+    void journalIsWrittenAgainAfterAFullDisk();
     void undeletableFileIsNotHandledAgain();
     void undeletableFileIsKnownAfterARestart();
     void replacementOfAnUndeletableFileIsHandled();
@@ -170,7 +233,7 @@ private Q_SLOTS:
     void removedHiddenDirectoryIsMadeAgain();
     void runnerStandsStillWhileAnotherHasTheSpool();
     void slowHandlerIsSaidOnce();
-    void longNames();
+    void longAndOddNamesAreHandledAndQuarantined();
     void exhaustedMemoryIsRetry();
     void costGrowsWithTheNumberOfFiles();
     void stopWhileRetriesWait();
@@ -178,8 +241,8 @@ private Q_SLOTS:
     void suspectsAreHandledOneByOne();
     void slowSuspectHoldsUpTheOthersForAWhile();
     void causeIsQuarantinedOnlyOnce();
-    void ordersOfPauseAndStop_data();
-    void ordersOfPauseAndStop();
+    void ordersInAnySequenceAreFollowed_data();
+    void ordersInAnySequenceAreFollowed();
     void runnerIsDestroyedAtWork();
     void failedStartLeavesTheSpoolFree_data();
     void failedStartLeavesTheSpoolFree();
@@ -392,7 +455,7 @@ void TestRunnerFaults::missingQuarantineIsSaidOncePerFile()
     QCOMPARE(calls.count(), qsizetype(3)); // the verdict stood
 }
 
-void TestRunnerFaults::fullDiskOfTheJournal()
+void TestRunnerFaults::journalIsWrittenAgainAfterAFullDisk()
 {
     const Spool spool;
     const TraceLog log(LoggerLevel::info);
@@ -668,7 +731,7 @@ void TestRunnerFaults::slowHandlerIsSaidOnce()
     QCOMPARE(said(log).size(), qsizetype(1));
 }
 
-void TestRunnerFaults::longNames()
+void TestRunnerFaults::longAndOddNamesAreHandledAndQuarantined()
 {
     const Spool spool;
     const QString box = QString::fromUtf8("\xF0\x9F\x93\xA6");
@@ -904,9 +967,9 @@ void TestRunnerFaults::causeIsQuarantinedOnlyOnce()
     QCOMPARE(said(log).size(), qsizetype(1));
 }
 
-void TestRunnerFaults::ordersOfPauseAndStop_data()
+void TestRunnerFaults::ordersInAnySequenceAreFollowed_data()
 {
-    QTest::addColumn<QByteArray>("orders"); // pause, resume, stop, wait, begin, put a file
+    QTest::addColumn<QByteArray>("orders"); // see OrderedRunner
     for (const char* const orders :
          {"bs",     "bpwrws",     "bpws",       "bppwrrws", "brs", "bsprs", "bsss", "pbws",
           "pwrbws", "bprprprprs", "bpfwrfwpfs", "bprs",     "bpp", "bp",    "b",    "bpr",
@@ -914,81 +977,41 @@ void TestRunnerFaults::ordersOfPauseAndStop_data()
         QTest::newRow(orders) << QByteArray(orders);
 }
 
-void TestRunnerFaults::ordersOfPauseAndStop()
+void TestRunnerFaults::ordersInAnySequenceAreFollowed()
 {
     QFETCH(const QByteArray, orders);
     const Spool spool;
     QVERIFY(spool.putMany(30));
-    int files = 30;
     const TraceLog log(LoggerLevel::error);
     Calls calls;
     std::atomic<int> atWork = 0;
+    const Handler handler = [&](const FileAtHand& file) {
+        ++atWork;
+        calls.note(file.name);
+        std::this_thread::sleep_for(1ms);
+        --atWork;
+        return file.attempt % 2 == 1 ? Outcome::retry("again") : Done;
+    };
+    qsizetype files = 30;
     {
-        FileRunner runner(settingsFor(spool));
-        HandlerSettings settings = quickSettings();
-        settings.threads = 2;
-        runner.addConsumer(
-            "only",
-            [&](const FileAtHand& file) {
-                ++atWork;
-                calls.note(file.name);
-                std::this_thread::sleep_for(1ms);
-                --atWork;
-                return file.attempt % 2 == 1 ? Outcome::retry("again") : Done;
-            },
-            settings);
-        bool hasEnded = false;
-        bool isPaused = false;
+        OrderedRunner runner(spool, handler);
         for (const char order : orders) {
-            switch (order) {
-            case 'b':
-                if (runner.isRunning() || hasEnded)
-                    QVERIFY(!failureText([&] { runner.start(); }).isNull());
-                else
-                    runner.start();
-                break;
-            case 'p':
-                QVERIFY(runner.pause(10s));
-                isPaused = runner.isRunning();
-                break;
-            case 'r':
-                runner.resume();
-                isPaused = false;
-                break;
-            case 's':
-                hasEnded = hasEnded || runner.isRunning();
-                QVERIFY(runner.stop(10s).isClean());
-                isPaused = false;
-                break;
-            case 'f':
-                QVERIFY(spool.put(QString("more-%1").arg(files++)));
-                break;
-            default:
-                QTest::qWait(20);
-            }
-            QCOMPARE(runner.isRunning(),
-                     orders.contains('b') && !hasEnded && (runner.isRunning() || order == 'b'));
-            if (isPaused || hasEnded)
+            QVERIFY(runner.follow(order));
+            QVERIFY(runner.isAsExpected());
+            if (!runner.mayWork())
                 QCOMPARE(int(atWork), 0);
         }
-        if (isPaused) {
-            const qsizetype before = calls.count();
-            QTest::qWait(20);
-            QCOMPARE(calls.count(), before);
-        }
+        const qsizetype before = calls.count();
+        QTest::qWait(runner.mayWork() ? 0 : 20);
+        QVERIFY(runner.mayWork() || calls.count() == before);
+        files += runner.filesPut();
     }
     QCOMPARE(int(atWork), 0);
     FileRunner runner(settingsFor(spool));
-    runner.addConsumer(
-        "only",
-        [&](const FileAtHand& file) {
-            calls.note(file.name);
-            return file.attempt % 2 == 1 ? Outcome::retry("again") : Done;
-        },
-        quickSettings());
+    runner.addConsumer("only", handler, quickSettings());
     runner.start();
     QTRY_COMPARE(spool.names(), QStringList());
-    QCOMPARE(calls.count(), qsizetype(2 * files)); // what was done is not repeated
+    QCOMPARE(calls.count(), 2 * files); // what was done is not repeated
     QCOMPARE(spool.quarantined(), QStringList());
     QCOMPARE(said(log), QStringList());
 }
