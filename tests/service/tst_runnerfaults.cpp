@@ -1190,7 +1190,37 @@ void TestRunnerFaults::announcementsAreBounded()
 
 namespace {
 
-/// The rights on the spool are lost, and regained.
+/// A spool whose rights are lost and regained, and its runner.
+struct Rights {
+    explicit Rights(mode_t without) : lost(without), runner(settingsFor(spool))
+    {
+        spool.putMany(10);
+        runner.addConsumer("noting", noting(calls));
+        runner.addConsumer(
+            "late",
+            [this](const FileAtHand& file) {
+                others.note(file.name);
+                return Outcome::retry("later");
+            },
+            patient());
+        runner.start();
+    }
+
+    void set(mode_t mode) const { ::chmod(QFile::encodeName(spool.path()).constData(), mode); }
+
+    bool haveAllHandled(qsizetype files) const
+    {
+        return calls.count() == files && others.count() == files;
+    }
+
+    const mode_t lost;
+    const Spool spool;
+    Calls calls;
+    Calls others;
+    FileRunner runner;
+};
+
+/// At once on four spools, since each loss lasts a second at least.
 int loseRights()
 {
     if (!becomeOrdinaryUser())
@@ -1199,48 +1229,47 @@ int loseRights()
     char name[] = "child";
     char* argv[] = {name, nullptr};
     const QCoreApplication application(argc, argv);
-    const Spool spool;
-    spool.putMany(10);
     const TraceLog log(LoggerLevel::info);
-    const QByteArray path = QFile::encodeName(spool.path());
-    Calls calls;
-    Calls others;
-    FileRunner runner(settingsFor(spool));
-    runner.addConsumer("noting", noting(calls));
-    runner.addConsumer(
-        "late",
-        [&](const FileAtHand& file) {
-            others.note(file.name);
-            return Outcome::retry("later");
-        },
-        patient());
-    runner.start();
-    const auto waitFor = [](const std::function<bool()>& condition) {
-        return QTest::qWaitFor(condition, 20000);
+    std::vector<std::unique_ptr<Rights>> all;
+    for (const mode_t mode : {0000, 0300, 0500, 0600})
+        all.push_back(std::make_unique<Rights>(mode));
+    const auto count = [&log, &all](int level, const char* key) {
+        const QStringList lines = said(log);
+        return std::count_if(all.begin(), all.end(), [&](const auto& rights) {
+            return lines.count(line(level, kitText(key, rights->spool.path()))) == 1;
+        });
     };
-    constexpr qsizetype Retries = 10;
-    if (!waitFor([&] { return calls.count() == 10 && said(log).size() == Retries; }))
+    const auto waitForAll = [&all](qsizetype files) {
+        return QTest::qWaitFor(
+            [&] {
+                return std::all_of(all.begin(), all.end(), [files](const auto& rights) {
+                    return rights->haveAllHandled(files);
+                });
+            },
+            20000);
+    };
+    constexpr qsizetype Retries = 40;
+    if (!waitForAll(10) || !QTest::qWaitFor([&] { return said(log).size() == Retries; }, 20000))
         return 2;
-    for (const mode_t mode : {0000, 0300, 0500, 0600}) {
-        const qsizetype lines = said(log).size();
-        ::chmod(path.constData(), mode);
-        if (!waitFor([&] { return said(log).size() > lines; }))
-            return 3;
-        QTest::qWait(100);
-        ::chmod(path.constData(), 0700);
-        if (!waitFor([&] { return said(log).size() > lines + 1; }))
-            return 4;
-    }
-    const QStringList lines = said(log).mid(Retries);
-    if (lines.count(line(3, kitText("RunnerSpoolLost", spool.path()))) == 4)
+    for (const auto& rights : all)
+        rights->set(rights->lost);
+    if (QTest::qWaitFor([&] { return count(3, "RunnerSpoolLost") == 4; }, 20000))
         say(QString("lost"));
-    if (lines.count(line(1, kitText("RunnerSpoolBack", spool.path()))) == 4 && lines.size() == 8)
+    QTest::qWait(100);
+    for (const auto& rights : all)
+        rights->set(0700);
+    if (QTest::qWaitFor([&] { return count(1, "RunnerSpoolBack") == 4; }, 20000) &&
+        said(log).size() == Retries + 8)
         say(QString("back"));
-    spool.put("new");
-    if (waitFor([&] { return calls.count("new") == 1 && others.count("new") == 1; }))
+    for (const auto& rights : all)
+        rights->spool.put("new");
+    if (waitForAll(11))
         say(QString("handled"));
-    runner.stop(10s);
-    if (calls.count() == 11 && others.count() == 11)
+    const bool areAllOnce = std::all_of(all.begin(), all.end(), [](const auto& rights) {
+        rights->runner.stop(10s);
+        return rights->haveAllHandled(11) && rights->calls.count("new") == 1;
+    });
+    if (areAllOnce && count(3, "RunnerSpoolLost") == 4)
         say(QString("once"));
     return 0;
 }
