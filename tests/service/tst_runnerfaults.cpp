@@ -239,6 +239,7 @@ private Q_SLOTS:
     void stopWhileRetriesWait();
     void stopDuringSuspicion();
     void suspectsAreHandledOneByOne();
+    void vanishedSuspectHoldsUpNobody();
     void slowSuspectHoldsUpTheOthersForAWhile();
     void causeIsQuarantinedOnlyOnce();
     void ordersInAnySequenceAreFollowed_data();
@@ -915,6 +916,34 @@ void TestRunnerFaults::suspectsAreHandledOneByOne()
     QCOMPARE(calls.names().first(3), QStringList({"order-000003", "order-000007", "order-000008"}));
     QCOMPARE(calls.count(), qsizetype(20));
     QCOMPARE(int(company), 0);
+}
+
+void TestRunnerFaults::vanishedSuspectHoldsUpNobody()
+{
+    const Spool spool;
+    const TraceLog log(LoggerLevel::warning);
+    QVERIFY(spool.putMany(4));
+    leaveUnfinished(spool, "only", {"order-000001", "order-000002"});
+    std::promise<void> release;
+    std::shared_future<void> isReleased = release.get_future().share();
+    Calls calls;
+    FileRunner runner(settingsFor(spool));
+    runner.addConsumer("only", [&](const FileAtHand& file) {
+        calls.note(file.name);
+        if (file.name == u"order-000001")
+            isReleased.wait();
+        return Done;
+    });
+    runner.start();
+    QTRY_COMPARE(calls.count(), qsizetype(1));
+    QVERIFY(QFile::remove(spool.pathOf("order-000002")));
+    QTRY_COMPARE(runner.progress().files, qint64(3));
+    release.set_value();
+    QTRY_COMPARE(spool.names(), QStringList());
+    QCOMPARE(calls.names(), QStringList({"order-000001", "order-000000", "order-000003"}));
+    // Nobody took up the one that was gone.
+    QCOMPARE(said(log), QStringList{line(2, kitText("RunnerSuspect", QString("order-000001"),
+                                                    QString("only")))});
 }
 
 void TestRunnerFaults::slowSuspectHoldsUpTheOthersForAWhile()
