@@ -4,7 +4,6 @@
 #include "service/runnercore_p.h"
 
 #include "frame/directories_p.h"
-#include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -14,9 +13,9 @@
 #include <QFile>
 
 #include <algorithm>
-#include <cerrno>
 #include <limits>
 #include <unistd.h>
+#include <utility>
 
 namespace KezService {
 
@@ -70,6 +69,7 @@ makePools(const std::vector<ConsumerDescription>& consumers,
           const std::shared_ptr<Workplace>& workplace)
 {
     std::vector<std::unique_ptr<HandlerPool>> pools;
+    pools.reserve(consumers.size());
     for (const ConsumerDescription& consumer : consumers)
         pools.push_back(std::make_unique<HandlerPool>(static_cast<int>(pools.size()), consumer.id,
                                                       consumer.handler, consumer.settings,

@@ -15,16 +15,13 @@
 #include <kez/ConsumerAncestor.h>
 #include <kez/FilesQueue.h>
 
-#include <QHash>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
 
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace KezService {
@@ -40,11 +37,13 @@ struct ConsumerDescription {
 using LeftFiles = std::vector<std::vector<std::shared_ptr<QueuedFile>>>;
 
 /// What happens in a runner's queue thread: it takes the files from the queue, gives them to the
-/// pools, takes back how the work ended, and reports to the queue the files that all consumers are
-/// done with.
+/// pools, takes back how the work ended, and hands over to the queue the files that all consumers
+/// are done with.
 ///
-/// The queue knows one consumer only, this one. So a file is reported once, after one look at
+/// The queue knows one consumer only, this one. So a file is handed over once, after one look at
 /// whether it still is the file that the handlers saw.
+///
+/// Jobs begin in two places, enter() and resumeDue(); each has them dispatched at its end.
 ///
 /// While the spool is out of reach, or another process has taken it, no work begins, and nothing is
 /// forgotten: the files come back with it.
