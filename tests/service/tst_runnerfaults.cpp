@@ -106,12 +106,14 @@ HandlerSettings patient()
 /// The lines from level info on, without those about the start and the stop.
 QStringList said(const TraceLog& log)
 {
-    QStringList lines = log.texts();
-    lines.removeIf([](const QString& line) {
-        static const QString start = "1" + kitText("RunnerStarted").section('[', 0, 0);
-        static const QString stop = "1" + kitText("RunnerStopped").section('[', 0, 0);
-        return line.startsWith(start) || line.startsWith(stop);
-    });
+    static const QString start = "1" + kitText("RunnerStarted").section('[', 0, 0);
+    static const QString stop = "1" + kitText("RunnerStopped").section('[', 0, 0);
+    const QStringList all = log.texts();
+    QStringList lines; // a new list: threads that log share the other one
+    for (const QString& line : all) {
+        if (!line.startsWith(start) && !line.startsWith(stop))
+            lines.append(line);
+    }
     return lines;
 }
 
