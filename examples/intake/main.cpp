@@ -22,8 +22,6 @@
 #include <QFileInfo>
 #include <QTextStream>
 
-#include <climits>
-
 using namespace intake;
 using namespace KezService;
 using namespace Qt::StringLiterals;
@@ -109,7 +107,7 @@ try {
     const auto book = [ledger](const FileAtHand& file) { return ledger->book(file); };
 
     // A full disk must not send good orders to quarantine: there is no last attempt.
-    const HandlerSettings untiring{.attempts = INT_MAX, .longestPause = 1min};
+    const HandlerSettings untiring{.attempts = 0, .longestPause = 1min};
     FileRunner runner(settings.runner);
     runner.addConsumer(u"archive"_s, keep, untiring);
     runner.addConsumer(u"ledger"_s, book, untiring);

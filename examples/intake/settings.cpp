@@ -71,10 +71,12 @@ Settings Settings::of(const Properties& properties)
     bool isNumber = false;
     const int period = valueOf(properties, u"queue.period"_s, u"1000"_s).toInt(&isNumber);
     const QString keep = valueOf(properties, u"queue.keep"_s);
+    const bool isKept = keep != u"0" && keep != u"false";
     return {.runner = {.spool = valueOf(properties, u"queue.path"_s),
                        .quarantine = valueOf(properties, u"setaside.path"_s),
                        .period = std::chrono::milliseconds(isNumber ? period : -1),
-                       .keep = keep != u"0" && keep != u"false"},
+                       .present = isKept ? KezService::PresentFiles::Handle
+                                         : KezService::PresentFiles::Delete},
             .archive = valueOf(properties, u"archive.path"_s),
             .ledger = valueOf(properties, u"ledger.path"_s),
             .lang = valueOf(properties, u"lang"_s, Translator::getInstance()->defaultLang())};

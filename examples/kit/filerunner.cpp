@@ -53,7 +53,7 @@ try {
     application.exec();
     runner.stop(std::chrono::seconds(10));
 
-    const auto ledger = runner.progress().consumers.at(1);
+    const auto ledger = runner.progress().consumer("ledger");
     QTextStream(stdout) << ledger.done << " booked, " << ledger.quarantined << " in quarantine\n";
 } catch (const Exception& failure) {
     qFatal("%s", qPrintable(failure.detail()));

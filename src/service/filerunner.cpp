@@ -81,7 +81,7 @@ void checkSettings(const QString& id, const HandlerSettings& settings)
             raise("RunnerSettingInvalid", shownName(id), QString::fromLatin1(what));
     };
     check(settings.threads >= 1, "threads");
-    check(settings.attempts >= 1, "attempts");
+    check(settings.attempts >= 0, "attempts");
     check(settings.firstPause >= 0ms, "firstPause");
     check(settings.longestPause >= settings.firstPause, "longestPause");
     check(settings.slowAfter > 0ms, "slowAfter");
@@ -223,6 +223,11 @@ bool FileRunner::isRunning() const
     return _d->core != nullptr;
 }
 
+bool FileRunner::isPaused() const
+{
+    return _d->gate != nullptr;
+}
+
 RunnerProgress FileRunner::progress() const
 {
     return _d->core ? _d->core->progress() : _d->last;
@@ -280,8 +285,7 @@ StopReport FileRunner::stop(std::chrono::milliseconds limit)
     for (const auto& pool : pools) {
         left.push_back(pool->join(deadline));
         for (const auto& file : left.back())
-            report.running.append(
-                kitText("RunnerLeft", shownName(pool->id()), shownName(file->name)));
+            report.left.append({pool->id(), file->name});
     }
     _d->core = nullptr;
     _d->last = _d->thread->end(left);
@@ -289,11 +293,26 @@ StopReport FileRunner::stop(std::chrono::milliseconds limit)
     report.waiting = _d->last.files;
 
     Log& log = *Log::getInstance();
-    for (const QString& running : report.running)
-        log.warning(kitText("RunnerLeftBehind", running));
+    for (const LeftHandler& handler : report.left)
+        log.warning(
+            kitText("RunnerLeftBehind", shownName(handler.consumer), shownName(handler.name)));
     log.info(
         kitText("RunnerStopped", shownName(_d->settings.spool), QString::number(report.waiting)));
     return report;
+}
+
+PausedRunner::PausedRunner(FileRunner& runner, std::chrono::milliseconds limit)
+    : _runner(runner), _wasPaused(runner.isPaused())
+{
+    if (!runner.pause(limit))
+        raise("RunnerNotPaused", shownName(runner._d->settings.spool),
+              QString::number(limit.count()));
+}
+
+PausedRunner::~PausedRunner()
+{
+    if (!_wasPaused)
+        _runner.resume();
 }
 
 } // namespace KezService

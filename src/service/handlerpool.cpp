@@ -60,8 +60,7 @@ struct HandlerPool::Shared {
     bool isClosed = false;
 };
 
-/// The next job, or nothing: at once if there is none, or, with `waits`, only once the pool is
-/// closed.
+/// Nothing if the pool is closed; without `waits` also if there is no job.
 std::optional<Job> HandlerPool::Shared::take(size_t thread, bool waits)
 {
     std::unique_lock lock(mutex);
@@ -158,7 +157,7 @@ private:
         case Outcome::Kind::Done:
             break;
         case Outcome::Kind::Retry:
-            if (job.tries + 1 < _settings.attempts)
+            if (_settings.attempts == 0 || job.tries + 1 < _settings.attempts)
                 return {_consumer, std::move(job), Ended::How::Retry,
                         reasonOr(outcome.reason(), "RunnerNoReason")};
             [[fallthrough]];
@@ -238,32 +237,6 @@ void HandlerPool::work(Shared& shared, size_t thread)
     }
 }
 
-void Inbox::connect(std::function<void()> wake)
-{
-    const std::lock_guard lock(_mutex);
-    _wake = std::move(wake);
-}
-
-void Inbox::disconnect()
-{
-    connect({});
-}
-
-void Inbox::put(Ended ended)
-{
-    const std::lock_guard lock(_mutex);
-    _ended.push_back(std::move(ended));
-    if (_wake && !std::exchange(_isTold, true))
-        _wake();
-}
-
-std::vector<Ended> Inbox::take()
-{
-    const std::lock_guard lock(_mutex);
-    _isTold = false;
-    return std::exchange(_ended, {});
-}
-
 HandlerPool::HandlerPool(int consumer, const QString& id, Handler handler,
                          const HandlerSettings& settings, std::shared_ptr<Workplace> workplace)
     : _shared(std::make_shared<Shared>(consumer, id, std::move(handler), settings,
@@ -279,11 +252,6 @@ HandlerPool::~HandlerPool()
 const QString& HandlerPool::id() const
 {
     return _shared->id;
-}
-
-const HandlerSettings& HandlerPool::settings() const
-{
-    return _shared->settings;
 }
 
 qint64 HandlerPool::runningCount() const

@@ -4,6 +4,7 @@
 #include "service/journal_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/journallines_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -11,15 +12,11 @@
 
 #include <QDateTime>
 #include <QFile>
-#include <QList>
 #include <QRandomGenerator>
-#include <QStringDecoder>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
-#include <concepts>
 #include <fcntl.h>
 #include <limits>
 #include <optional>
@@ -32,108 +29,15 @@ namespace KezService {
 
 namespace {
 
-constexpr std::string_view Header = "kez-journal 1\n";
-
 constexpr qint64 LargestRead = qint64{1} << 30; // bytes
 constexpr qint64 SmallestCompacted = qint64{1} << 20;
 constexpr int GrowthBeforeCompaction = 4;
+constexpr std::chrono::seconds FirstAttemptPause{1};
 constexpr std::chrono::seconds LongestAttemptPause{300};
 constexpr qsizetype KeyLength = 32;
 constexpr quint64 LargestNumber = quint64{1} << 62; // leaves room for those that follow
 
-constexpr std::array<quint16, 256> checksumTable()
-{
-    std::array<quint16, 256> table{};
-    for (unsigned int byte = 0; byte < table.size(); ++byte) {
-        unsigned int sum = byte;
-        for (int bit = 0; bit < 8; ++bit)
-            sum = (sum >> 1) ^ ((sum & 1) != 0 ? 0x8408 : 0);
-        table[byte] = static_cast<quint16>(sum);
-    }
-    return table;
-}
-
-/// What a byte does to a checksum.
-constexpr std::array<quint16, 256> ChecksumTable = checksumTable();
-
-/// That of ISO 3309, as qChecksum() computes it in twice the time.
-quint16 checksum(std::string_view line)
-{
-    unsigned int sum = 0xffff;
-    for (const char c : line)
-        sum = (sum >> 8) ^ ChecksumTable[(sum ^ static_cast<unsigned char>(c)) & 0xff];
-    return static_cast<quint16>(~sum);
-}
-
-/// Appends fields to a text, and ends each line with its checksum. Each step of each file is
-/// written by it: it makes no temporary texts.
-class LineWriter {
-public:
-    explicit LineWriter(std::string& text) : _text(text), _start(text.size()) {}
-
-    LineWriter& operator<<(char kind)
-    {
-        _start = _text.size();
-        _text += kind;
-        return *this;
-    }
-    LineWriter& operator<<(std::integral auto number)
-    {
-        appendNumber(number, 10);
-        return *this;
-    }
-    LineWriter& operator<<(const std::optional<qint64>& number)
-    {
-        if (number)
-            return *this << *number;
-        _text += " -";
-        return *this;
-    }
-    LineWriter& operator<<(const QString& field)
-    {
-        // One character more, so that no field is empty.
-        _text += " =";
-        for (const char c : field.toUtf8())
-            appendEncoded(c);
-        return *this;
-    }
-    void end()
-    {
-        appendNumber(checksum(std::string_view(_text).substr(_start)), 16);
-        _text += '\n';
-    }
-
-private:
-    void appendNumber(std::integral auto number, int base)
-    {
-        std::array<char, 20> digits; // NOLINT(*-member-init): filled by to_chars()
-        const char* const end =
-            std::to_chars(digits.data(), digits.data() + digits.size(), number, base).ptr;
-        _text += ' ';
-        _text.append(digits.data(), static_cast<size_t>(end - digits.data()));
-    }
-
-    /// As QByteArray::toPercentEncoding().
-    void appendEncoded(char c)
-    {
-        const bool isPlain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                             (c >= '0' && c <= '9') || c == '-' || c == '.' || c == '_' || c == '~';
-        if (isPlain) {
-            _text += c;
-            return;
-        }
-        constexpr std::string_view Digits = "0123456789ABCDEF";
-        const auto byte = static_cast<unsigned char>(c);
-        _text += '%';
-        _text += Digits[byte >> 4];
-        _text += Digits[byte & 0xf];
-    }
-
-    std::string& _text;
-    size_t _start;
-};
-
-void writeFile(LineWriter& lines, const Journal::Entry& entry)
+void writeFile(JournalLineWriter& lines, const Journal::Entry& entry)
 {
     const FileStamp& stamp = entry.stamp;
     lines << 'F' << entry.number << entry.key << stamp.inode << stamp.birth << stamp.size
@@ -141,7 +45,7 @@ void writeFile(LineWriter& lines, const Journal::Entry& entry)
     lines.end();
 }
 
-void writeWork(LineWriter& lines, quint64 number, int consumer, const WorkRecord& work)
+void writeWork(JournalLineWriter& lines, quint64 number, int consumer, const WorkRecord& work)
 {
     if (work.tries != 0 || work.strikes != 0) {
         lines << 'T' << number << consumer << int{work.tries} << int{work.strikes};
@@ -229,9 +133,9 @@ public:
     /// wrong with it.
     QString read(const QByteArray& text)
     {
-        if (!text.startsWith(QByteArrayView(Header)))
+        if (!text.startsWith(QByteArrayView(JournalHeader)))
             return kitText("JournalForeign");
-        qsizetype start = std::ssize(Header);
+        qsizetype start = std::ssize(JournalHeader);
         for (qsizetype number = 2; start < text.size(); ++number) {
             const qsizetype end = text.indexOf('\n', start);
             if (end < 0)
@@ -246,60 +150,49 @@ public:
 private:
     bool readLine(const QByteArray& line)
     {
-        const qsizetype blank = line.lastIndexOf(' ');
-        if (blank < 1)
+        if (!_line.read(line))
             return false;
-        bool isNumber = false;
-        const uint sum = line.mid(blank + 1).toUInt(&isNumber, 16);
-        if (!isNumber || sum != checksum({line.constData(), static_cast<size_t>(blank)}))
-            return false;
-        _fields = line.first(blank).split(' ');
-        _isSound = true;
-        apply(_fields.first());
-        return _isSound;
+        apply();
+        return _line.isSound();
     }
 
-    void apply(const QByteArray& kind)
+    void apply()
     {
-        if (isLine(kind, "C", 3))
+        if (_line.isLine("C", 2))
             readConsumer();
-        else if (isLine(kind, "F", 10))
+        else if (_line.isLine("F", 9))
             readFile();
-        else if (isLine(kind, "T", 5))
+        else if (_line.isLine("T", 4))
             readCounts();
-        else if (isLine(kind, "K", 2))
+        else if (_line.isLine("K", 1))
             readLink();
-        else if (isLine(kind, "X", 2))
-            _journal._entries.erase(number(1));
-        else if (isLine(kind, "BJDRL", 3))
-            readStep(static_cast<Step::Kind>(kind.front()));
+        else if (_line.isLine("X", 1))
+            _journal._entries.erase(_line.number(1));
+        else if (_line.isLine("BJDRL", 2))
+            readStep(static_cast<Step::Kind>(_line.kind()));
         else
-            _isSound = false;
+            _line.require(false);
     }
 
-    bool isLine(const QByteArray& kind, QByteArrayView kinds, qsizetype fields) const
+    void readConsumer()
     {
-        return kind.size() == 1 && kinds.contains(kind.front()) && _fields.size() == fields;
+        _consumers.insert(_line.number(1), _journal._consumers.indexOf(_line.text(2)));
     }
-
-    void readConsumer() { _consumers.insert(number(1), _journal._consumers.indexOf(text(2))); }
 
     void readFile()
     {
         Entry entry;
-        entry.number = number(1);
-        entry.key = text(2);
-        entry.stamp.inode = number(3);
-        if (_fields.at(4) != "-")
-            entry.stamp.birth = signedNumber(4);
-        entry.stamp.size = signedNumber(5);
-        entry.stamp.modified = signedNumber(6);
-        entry.stamp.changed = signedNumber(7);
-        entry.isLinked = number(8) != 0;
-        entry.name = text(9);
+        entry.number = _line.number(1);
+        entry.key = _line.text(2);
+        entry.stamp.inode = _line.number(3);
+        entry.stamp.birth = _line.optionalNumber(4);
+        entry.stamp.size = _line.signedNumber(5);
+        entry.stamp.modified = _line.signedNumber(6);
+        entry.stamp.changed = _line.signedNumber(7);
+        entry.isLinked = _line.number(8) != 0;
+        entry.name = _line.text(9);
         entry.works.resize(static_cast<size_t>(_journal._consumers.size()));
-        _isSound =
-            _isSound && entry.number != 0 && entry.number <= LargestNumber && isKey(entry.key);
+        _line.require(entry.number != 0 && entry.number <= LargestNumber && isKey(entry.key));
         _journal._lastNumber = std::max(_journal._lastNumber, entry.number);
         _journal._entries[entry.number] = entry;
     }
@@ -307,14 +200,14 @@ private:
     void readCounts()
     {
         if (WorkRecord* const found = work()) {
-            found->tries = narrowed(number(3));
-            found->strikes = narrowed(number(4));
+            found->tries = narrowed(_line.number(3));
+            found->strikes = narrowed(_line.number(4));
         }
     }
 
     void readLink()
     {
-        const auto entry = _journal._entries.find(number(1));
+        const auto entry = _journal._entries.find(_line.number(1));
         if (entry != _journal._entries.end())
             entry->second.isLinked = true;
     }
@@ -328,42 +221,15 @@ private:
     /// What fields 1 and 2 name; null for a consumer or a file that is there no more.
     WorkRecord* work()
     {
-        const auto entry = _journal._entries.find(number(1));
-        const qsizetype consumer = _consumers.value(number(2), -1);
+        const auto entry = _journal._entries.find(_line.number(1));
+        const qsizetype consumer = _consumers.value(_line.number(2), -1);
         const bool isKnown = entry != _journal._entries.end() && consumer >= 0;
         return isKnown ? &entry->second.works[static_cast<size_t>(consumer)] : nullptr;
     }
 
-    quint64 number(qsizetype index)
-    {
-        bool isNumber = false;
-        const quint64 value = _fields.at(index).toULongLong(&isNumber);
-        _isSound = _isSound && isNumber;
-        return value;
-    }
-
-    qint64 signedNumber(qsizetype index)
-    {
-        bool isNumber = false;
-        const qint64 value = _fields.at(index).toLongLong(&isNumber);
-        _isSound = _isSound && isNumber;
-        return value;
-    }
-
-    QString text(qsizetype index)
-    {
-        const QByteArray& encoded = _fields.at(index);
-        _isSound = _isSound && encoded.startsWith('=');
-        // A byte order mark at the beginning is part of the name.
-        QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
-                                                         QStringDecoder::Flag::ConvertInitialBom);
-        return decoder(QByteArray::fromPercentEncoding(encoded.mid(1)));
-    }
-
     Journal& _journal;
     QHash<quint64, qsizetype> _consumers; // positions by number; -1 if it is there no more
-    QList<QByteArray> _fields;
-    bool _isSound = true;
+    JournalLineReader _line;
 };
 
 Journal::Journal(const QString& spool, const QStringList& consumers, bool isKept)
@@ -394,7 +260,7 @@ std::vector<Journal::Entry> Journal::enter(const std::vector<NamedStamp>& files)
     std::vector<Entry> entered;
     entered.reserve(files.size());
     std::string text;
-    LineWriter lines(text);
+    JournalLineWriter lines(text);
     for (const auto& [name, stamp] : files) {
         const auto known = _entries.find(_numbers.value(name));
         if (known != _entries.end() && known->second.isOf(stamp)) {
@@ -417,7 +283,7 @@ std::vector<Journal::Entry> Journal::enter(const std::vector<NamedStamp>& files)
 void Journal::record(std::span<const Step> steps)
 {
     std::string text;
-    LineWriter lines(text);
+    JournalLineWriter lines(text);
     for (const Step& step : steps) {
         lines << char{step.kind} << step.number << step.consumer;
         lines.end();
@@ -434,7 +300,7 @@ void Journal::record(std::span<const Step> steps)
 void Journal::recordLink(quint64 number)
 {
     std::string text;
-    LineWriter lines(text);
+    JournalLineWriter lines(text);
     lines << 'K' << number;
     lines.end();
     const std::lock_guard lock(_mutex);
@@ -448,7 +314,7 @@ void Journal::recordLink(quint64 number)
 void Journal::forget(const std::vector<quint64>& numbers)
 {
     std::string text;
-    LineWriter lines(text);
+    JournalLineWriter lines(text);
     const std::lock_guard lock(_mutex);
     for (const quint64 number : numbers) {
         const auto entry = _entries.find(number);
@@ -620,15 +486,15 @@ void Journal::rewrite()
     _file = std::move(file);
     _size = _compactedSize = std::ssize(text);
     _isUnsynced = false;
-    _attemptPause = {};
+    _attempts.succeed();
     if (std::exchange(_isGivenUp, false))
         Log::getInstance()->info(kitText("JournalWrittenAgain", shownName(_path)));
 }
 
 std::string Journal::wholeText() const
 {
-    std::string text(Header);
-    LineWriter lines(text);
+    std::string text(JournalHeader);
+    JournalLineWriter lines(text);
     const int consumers = static_cast<int>(_consumers.size());
     for (int consumer = 0; consumer < consumers; ++consumer) {
         lines << 'C' << consumer << _consumers.at(consumer);
@@ -672,9 +538,8 @@ void Journal::giveUp(int error)
 
 void Journal::postpone()
 {
-    using namespace std::chrono_literals;
-    _attemptPause = std::clamp(_attemptPause * 2, 1s, LongestAttemptPause);
-    _nextAttempt = Clock::now() + _attemptPause;
+    _attempts.fail(QString());
+    _nextAttempt = Clock::now() + _attempts.pause(FirstAttemptPause, LongestAttemptPause);
 }
 
 } // namespace KezService

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "service/backoff_p.h"
 #include "service/descriptor_p.h"
 #include "service/filestamp_p.h"
 
@@ -147,7 +148,7 @@ private:
     bool _isUnsynced = false;
     bool _isGivenUp = false;          // the log says so
     Clock::time_point _nextAttempt{}; // to write anew, after a failure
-    std::chrono::seconds _attemptPause{0};
+    Backoff _attempts;
 };
 
 } // namespace KezService

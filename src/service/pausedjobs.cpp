@@ -9,9 +9,10 @@
 
 namespace KezService {
 
-std::chrono::milliseconds pauseAfter(int failures, const HandlerSettings& settings)
+std::chrono::milliseconds jitteredPause(int failures, std::chrono::milliseconds first,
+                                        std::chrono::milliseconds longest)
 {
-    const auto pause = doubledPause(failures, settings.firstPause, settings.longestPause);
+    const auto pause = doubledPause(failures, first, longest);
     constexpr int Percent = 100;
     constexpr int Jitter = 20;
     const int share = QRandomGenerator::global()->bounded(Percent - Jitter, Percent + Jitter + 1);

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "service/handlerpool_p.h"
+#include "service/workplace_p.h"
 
 #include <chrono>
 #include <map>
@@ -12,8 +12,10 @@
 
 namespace KezService {
 
-/// How long to wait before the attempt after `failures` failed ones (1 or more), with jitter.
-std::chrono::milliseconds pauseAfter(int failures, const HandlerSettings& settings);
+/// doubledPause(), up to a fifth longer or shorter at random, so that files do not come back all at
+/// once.
+std::chrono::milliseconds jitteredPause(int failures, std::chrono::milliseconds first,
+                                        std::chrono::milliseconds longest);
 
 /// The jobs that wait for their next attempt.
 class PausedJobs {

@@ -150,11 +150,6 @@ Quarantine::Quarantine(const QString& spool, const QString& directory)
         raise("QuarantineIsSpool", shownName(_directory));
 }
 
-QString Quarantine::directory() const
-{
-    return _directory;
-}
-
 QString Quarantine::put(const QString& name, const QuarantineNote& note) const
 {
     if (_isDefault)

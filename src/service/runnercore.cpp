@@ -4,7 +4,6 @@
 #include "service/runnercore_p.h"
 
 #include "frame/directories_p.h"
-#include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
 
@@ -12,13 +11,11 @@
 #include <kez/log.h>
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 #include <limits>
 #include <unistd.h>
+#include <utility>
 
 namespace KezService {
 
@@ -29,24 +26,14 @@ namespace {
 // Results are taken together, so that a busy pool does not wake the queue's thread for each file.
 constexpr auto DrainPause = 5ms;
 
-// A re-scan costs time that grows with the spool. It comes once this share of the queue can be
-// deleted, so that all of them together cost little more than one. Until then, it takes at most
-// this share of the thread's time.
-constexpr int ShareForRescan = 2;
-constexpr int ShareOfTime = 5;
-constexpr auto LongestRescanPause = 1s;
-
 // So many files enter at a time: handlers begin with the first ones while others still enter.
 constexpr qsizetype FilesTogether = 256;
 
-constexpr auto ProgressPause = 100ms;
-constexpr auto StatusPause = 1s;
-constexpr auto AloneLimit = 5s;
-constexpr std::chrono::seconds LookPause = 1s;
-constexpr std::chrono::seconds LongestLookPause = 10s;
-
 // A file whose work was interrupted so often by the death of the process is quarantined.
 constexpr int MostStrikes = 2;
+
+// Counts of attempts stay there: one more still fits.
+constexpr int MostAttempts = std::numeric_limits<int>::max() - 1;
 
 constexpr auto AgentId = QLatin1String("kez-runner");
 
@@ -57,9 +44,37 @@ int timerInterval(Duration pause)
     return static_cast<int>(std::clamp<qint64>(interval, 0, std::numeric_limits<int>::max()));
 }
 
-bool isReachable(const QString& spool)
+QStringList idsOf(const std::vector<ConsumerDescription>& consumers)
 {
-    return isUsableDirectory(spool) && QFileInfo(spool).isExecutable();
+    QStringList ids;
+    for (const ConsumerDescription& consumer : consumers)
+        ids.append(consumer.id);
+    return ids;
+}
+
+/// Makes the spool's hidden directory, and takes the spool.
+std::shared_ptr<Workplace> openWorkplace(const RunnerSettings& settings,
+                                         const std::vector<ConsumerDescription>& consumers)
+{
+    if (!isUsableDirectory(settings.spool))
+        raise("RunnerSpoolUnusable", shownName(settings.spool));
+    const QString hidden = SpoolPlaces::hidden(settings.spool);
+    if (const int error = SpoolPlaces::makePlace(hidden, settings.spool); error != 0)
+        raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
+    return std::make_shared<Workplace>(settings, idsOf(consumers));
+}
+
+std::vector<std::unique_ptr<HandlerPool>>
+makePools(const std::vector<ConsumerDescription>& consumers,
+          const std::shared_ptr<Workplace>& workplace)
+{
+    std::vector<std::unique_ptr<HandlerPool>> pools;
+    pools.reserve(consumers.size());
+    for (const ConsumerDescription& consumer : consumers)
+        pools.push_back(std::make_unique<HandlerPool>(static_cast<int>(pools.size()), consumer.id,
+                                                      consumer.handler, consumer.settings,
+                                                      workplace));
+    return pools;
 }
 
 } // namespace
@@ -68,17 +83,29 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
                        const std::vector<ConsumerDescription>& consumers)
     : _settings(settings),
       _consumers(consumers),
-      _status(settings.spool),
-      _submitted(consumers.size()),
-      _counters(consumers.size())
+      _workplace(openWorkplace(settings, consumers)),
+      _pools(makePools(consumers, _workplace)),
+      _agent(AgentId),
+      _queue(openQueue()),
+      _spool(settings.spool, _workplace->lock),
+      _files(idsOf(consumers)),
+      _dispatcher(_pools, _workplace->journal),
+      _finished(_agent, *_queue, _workplace->journal, _spool, _listingTime),
+      _report(
+          settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
+    connect(&_report, &ProgressReport::progressed, this, &RunnerCore::progressed);
+    // Queued: the signal is emitted in the middle of a re-scan.
+    connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
+            Qt::QueuedConnection);
+    _workplace->inbox.connect(
+        [this] { QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection); });
     connectTimers();
 }
 
 RunnerCore::~RunnerCore()
 {
-    if (_workplace)
-        _workplace->inbox.disconnect();
+    _workplace->inbox.disconnect();
 }
 
 const std::vector<std::unique_ptr<HandlerPool>>& RunnerCore::pools() const
@@ -88,70 +115,40 @@ const std::vector<std::unique_ptr<HandlerPool>>& RunnerCore::pools() const
 
 RunnerProgress RunnerCore::progress() const
 {
-    const std::lock_guard lock(_progressMutex);
-    return _progress;
+    return _report.progress();
 }
 
 void RunnerCore::start()
 {
-    if (!isUsableDirectory(_settings.spool))
-        raise("RunnerSpoolUnusable", shownName(_settings.spool));
-    const QString hidden = SpoolPlaces::hidden(_settings.spool);
-    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
-        raise("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
-
-    QStringList ids;
-    for (const ConsumerDescription& consumer : _consumers)
-        ids.append(consumer.id);
-    _workplace = std::make_shared<Workplace>(_settings, ids);
-    _workplace->inbox.connect(
-        [this] { QMetaObject::invokeMethod(&_drainTimer, "start", Qt::QueuedConnection); });
-    for (size_t i = 0; i < _consumers.size(); ++i) {
-        const ConsumerDescription& consumer = _consumers[i];
-        _pools.push_back(std::make_unique<HandlerPool>(
-            static_cast<int>(i), consumer.id, consumer.handler, consumer.settings, _workplace));
-    }
-
-    openQueue();
+    _queue->onProcess();
     for (const auto& pool : _pools)
         pool->start();
     enterPresent();
     _workplace->journal.forgetAbsent();
-    scheduleRescan(); // for what came before the watch was set
+    _finished.scheduleRescan(); // for what came before the watch was set
     _tickTimer.start();
-    flush();
-    announceProgress();
+    _report.announce();
 }
 
 void RunnerCore::connectTimers()
 {
     _drainTimer.setInterval(DrainPause);
-    _progressTimer.setInterval(ProgressPause);
-    _aloneTimer.setInterval(AloneLimit);
     _tickTimer.setInterval(1s);
-    for (QTimer* const timer :
-         {&_drainTimer, &_retryTimer, &_rescanTimer, &_aloneTimer, &_progressTimer})
+    for (QTimer* const timer : {&_drainTimer, &_retryTimer})
         timer->setSingleShot(true);
     connect(&_drainTimer, &QTimer::timeout, this, &RunnerCore::takeEnded);
     connect(&_retryTimer, &QTimer::timeout, this, &RunnerCore::resumeDue);
-    connect(&_rescanTimer, &QTimer::timeout, this, &RunnerCore::rescan);
-    connect(&_aloneTimer, &QTimer::timeout, this, &RunnerCore::leaveSuspect);
-    connect(&_progressTimer, &QTimer::timeout, this, &RunnerCore::announceProgress);
     connect(&_tickTimer, &QTimer::timeout, this, &RunnerCore::tick);
 }
 
-void RunnerCore::openQueue()
+std::unique_ptr<FilesQueue> RunnerCore::openQueue()
 {
     const auto start = Clock::now();
-    _agent = std::make_unique<ConsumerAncestor>(AgentId);
-    _queue = std::make_unique<FilesQueue>(_settings.spool,
-                                          QList<ConsumerEntry>{{_agent->id(), _agent.get()}},
-                                          _settings.keep, timerInterval(_settings.period));
-    _queue->onProcess();
-    _rescanTime = Clock::now() - start;
-    // Queued: the signal is emitted in the middle of a re-scan.
-    connect(_queue.get(), &FilesQueue::queueUpdated, this, &RunnerCore::onQueueUpdated,
-            Qt::QueuedConnection);
+    auto queue = std::make_unique<FilesQueue>(
+        _settings.spool, QList<ConsumerEntry>{{_agent.id(), &_agent}},
+        _settings.present == PresentFiles::Handle, timerInterval(_settings.period));
+    _listingTime = Clock::now() - start;
+    return queue;
 }
 
 QStringList RunnerCore::namesInQueue()
@@ -162,7 +159,7 @@ QStringList RunnerCore::namesInQueue()
                                         if (!error)
                                             names = files;
                                     });
-    _queue->onRequestForFiles(_agent->id());
+    _queue->onRequestForFiles(_agent.id());
     disconnect(connection);
     return names;
 }
@@ -172,62 +169,42 @@ void RunnerCore::enterPresent()
 {
     const QStringList names = namesInQueue();
     _files.reserve(names.size());
-    _reported.reserve(names.size());
+    _finished.reserve(names.size());
     _workplace->journal.reserve(names.size());
-    _seeksSuspects = _workplace->journal.hasStrikes();
+    if (_workplace->journal.hasStrikes())
+        _dispatcher.hold(); // any file may be a suspect, and those come first
     enter(names);
-    _seeksSuspects = false;
-}
-
-QByteArray RunnerCore::pathOf(const QString& name) const
-{
-    return QFile::encodeName(_settings.spool + QLatin1Char('/') + name);
-}
-
-/// Not open if the spool is out of reach.
-Descriptor RunnerCore::openSpool() const
-{
-    return openFile(QFile::encodeName(_settings.spool), O_PATH | O_DIRECTORY);
-}
-
-/// Whether the spool has no such file: false if it is only out of reach.
-bool RunnerCore::isDeleted(const QString& name) const
-{
-    const Descriptor spool = openSpool();
-    const QByteArray encoded = QFile::encodeName(name);
-    return spool.isOpen() && ::faccessat(spool.get(), encoded.constData(), F_OK, 0) != 0 &&
-           errno == ENOENT;
+    _dispatcher.release();
 }
 
 void RunnerCore::onQueueUpdated(const QStringList& appended, const QStringList& deleted)
 {
     lose(deleted);
     enter(appended);
-    flush();
-    noteChange();
+    _report.noteChange();
 }
 
-/// Takes in files that are new in the queue.
+/// Takes in files that are new in the queue, and has them handled.
 void RunnerCore::enter(const QStringList& names)
 {
     for (qsizetype first = 0; first < names.size(); first += FilesTogether) {
         enterTogether(std::span(names).subspan(
             static_cast<size_t>(first),
             static_cast<size_t>(std::min(FilesTogether, names.size() - first))));
-        flush();
+        _dispatcher.dispatch();
     }
 }
 
 void RunnerCore::enterTogether(std::span<const QString> names)
 {
-    const Descriptor spool = openSpool();
+    const Descriptor spool = _spool.open();
     std::vector<Journal::NamedStamp> files;
     files.reserve(names.size());
     for (const QString& name : names) {
         const std::optional<FileStamp> stamp = stampIn(spool.get(), QFile::encodeName(name));
         if (!stamp)
             _unstamped.append(name);
-        else if (!isKnown(name, *stamp) && !isUndeletable(name, *stamp))
+        else if (!isKnown(name, *stamp) && !_finished.keepIfOfferedAgain(name, *stamp))
             files.emplace_back(name, *stamp);
     }
     for (const Journal::Entry& entry : _workplace->journal.enter(files))
@@ -237,70 +214,36 @@ void RunnerCore::enterTogether(std::span<const QString> names)
 /// Whether the queue offers a file again that was out of its reach for a while.
 bool RunnerCore::isKnown(const QString& name, const FileStamp& stamp) const
 {
-    const FilePointer known = _files.value(name);
+    const FilePointer known = _files.find(name);
     return known && stamp.hasContentOf(known->stamp);
 }
 
 void RunnerCore::enterFile(const Journal::Entry& entry)
 {
-    if (const FilePointer known = _files.value(entry.name))
-        drop(known);
-    const auto file = std::make_shared<QueuedFile>();
-    file->name = entry.name;
-    file->stamp = entry.stamp;
-    file->number = entry.number;
-    file->key = entry.key;
-    _files.insert(file->name, file);
-    _ordered.emplace_hint(_ordered.end(), file->number, file);
-    for (size_t i = 0; i < _consumers.size(); ++i) {
+    const FilePointer file = _files.enter(entry);
+    for (size_t i = 0; i < entry.works.size(); ++i) {
         const WorkRecord& work = entry.works[i];
-        const bool isSettled = work.state == WorkRecord::State::Settled;
-        file->stages.push_back(isSettled ? QueuedFile::Stage::Settled : QueuedFile::Stage::Ready);
-        if (isSettled)
+        if (work.state == WorkRecord::State::Settled)
             continue;
-        ++file->unsettled;
-        ++_counters[i].unsettled;
-        _counters[i].oldest = std::min(_counters[i].oldest, file->number);
         Job job{file, work.tries, {}};
         if (work.strikes >= MostStrikes) {
             job.verdict = kitText("RunnerProcessDied", QString::number(work.strikes));
             job.tries += work.strikes;
         }
         if (work.strikes > 0 && job.verdict.isEmpty())
-            _suspects.emplace_back(static_cast<int>(i), job);
+            _dispatcher.addSuspect(static_cast<int>(i), job);
         else
-            submit(static_cast<int>(i), job);
+            _dispatcher.add(static_cast<int>(i), job);
     }
-    file->unended = file->unsettled;
-    if (file->unsettled == 0)
+    if (file->unended == 0)
         finishFile(file);
-}
-
-void RunnerCore::submit(int consumer, const Job& job)
-{
-    _submitted[static_cast<size_t>(consumer)].push_back(job);
-}
-
-/// Gives the pools what was submitted.
-void RunnerCore::flush()
-{
-    if (_alone || _seeksSuspects)
-        return;
-    if (!_suspects.empty()) {
-        nextSuspect();
-        return;
-    }
-    for (size_t i = 0; i < _pools.size(); ++i) {
-        if (!_submitted[i].empty())
-            _pools[i]->add(std::exchange(_submitted[i], {}));
-    }
 }
 
 /// Files have left the queue, and not through the runner. If the spool itself is out of reach, its
 /// files come back with it.
 void RunnerCore::lose(const QStringList& names)
 {
-    if (lookAtSpool())
+    if (checkSpool())
         forgetLost(names);
 }
 
@@ -310,45 +253,26 @@ void RunnerCore::forgetLost(const QStringList& names)
     for (const QString& name : names) {
         if (_queue->existsFileEntry(name)) // it is back, or another one has its name
             continue;
-        const std::optional<FileStamp> stamp = stampOf(pathOf(name));
-        if (!stamp && !isDeleted(name)) // and will be back
+        const std::optional<FileStamp> stamp = stampOf(_spool.pathOf(name));
+        if (!stamp && !_spool.isDeleted(name)) // and will be back
             continue;
-        const bool isUsable = stamp && ::access(pathOf(name).constData(), R_OK | W_OK) == 0;
-        const FilePointer file = _files.value(name);
+        const bool isUsable = stamp && ::access(_spool.pathOf(name).constData(), R_OK | W_OK) == 0;
+        const FilePointer file = _files.find(name);
         if (file && !(isUsable && stamp->hasContentOf(file->stamp))) {
             numbers.push_back(file->number);
-            drop(file);
+            _files.drop(file);
         }
-        for (auto* const others : {&_reported, &_unreleased}) {
-            const auto other = others->constFind(name);
-            if (other != others->constEnd() && stamp != other->stamp) {
-                numbers.push_back(other->number);
-                others->erase(other);
-            }
-        }
+        const std::vector<quint64> lost = _finished.lose(name, stamp);
+        numbers.insert(numbers.end(), lost.begin(), lost.end());
     }
     _workplace->journal.forget(numbers);
-}
-
-/// Nobody needs to handle the file any more.
-void RunnerCore::drop(const FilePointer& file)
-{
-    file->isGone = true;
-    for (size_t i = 0; i < _counters.size(); ++i) {
-        if (file->stages[i] != QueuedFile::Stage::Settled)
-            --_counters[i].unsettled;
-        if (file->stages[i] == QueuedFile::Stage::Paused)
-            --_counters[i].paused;
-    }
-    _ordered.erase(file->number);
-    _files.remove(file->name);
 }
 
 void RunnerCore::takeEnded()
 {
     for (const Ended& ended : _workplace->inbox.take())
         handleEnded(ended);
-    noteChange();
+    _report.noteChange();
 }
 
 void RunnerCore::handleEnded(const Ended& ended)
@@ -359,7 +283,7 @@ void RunnerCore::handleEnded(const Ended& ended)
     if (!file->isGone) {
         switch (ended.how) {
         case Ended::How::Done:
-            ++_counters[static_cast<size_t>(ended.consumer)].done;
+            _files.countDone(ended.consumer);
             settle(ended.consumer, file);
             break;
         case Ended::How::Quarantined:
@@ -373,8 +297,7 @@ void RunnerCore::handleEnded(const Ended& ended)
             break;
         }
     }
-    if (_alone == std::pair(ended.consumer, file->number))
-        nextSuspect();
+    _dispatcher.noteEnded(ended.consumer, file->number);
 }
 
 void RunnerCore::announceQuarantined(const Ended& ended)
@@ -383,28 +306,25 @@ void RunnerCore::announceQuarantined(const Ended& ended)
     const QString& name = ended.job.file->name;
     Log::getInstance()->critical(kitText("RunnerQuarantined", shownName(name), shownName(consumer),
                                          shownName(ended.job.verdict), shownName(ended.text)));
-    ++_counters[static_cast<size_t>(ended.consumer)].quarantined;
+    _files.countQuarantined(ended.consumer);
     Q_EMIT quarantined(consumer, name, ended.text);
 }
 
 void RunnerCore::settle(int consumer, const FilePointer& file)
 {
-    QueuedFile::Stage& stage = file->stages[static_cast<size_t>(consumer)];
-    if (stage == QueuedFile::Stage::Settled)
-        return;
-    stage = QueuedFile::Stage::Settled;
-    --_counters[static_cast<size_t>(consumer)].unsettled;
-    if (--file->unsettled == 0)
+    if (_files.settle(consumer, *file))
         finishFile(file);
 }
 
-/// Has the job done again after a pause. The first failure of a file is a warning.
+/// Has the job done again after a pause. The first failure of a file is said aloud: a retry as a
+/// warning, a quarantine that fails as an error. Further ones are traces.
 void RunnerCore::pause(const Ended& ended, int failures)
 {
     const ConsumerDescription& consumer = _consumers[static_cast<size_t>(ended.consumer)];
     const FilePointer& file = ended.job.file;
     const bool isRetry = ended.how == Ended::How::Retry;
-    const auto wait = pauseAfter(failures, consumer.settings);
+    const auto wait =
+        jitteredPause(failures, consumer.settings.firstPause, consumer.settings.longestPause);
     const QString text = isRetry
                              ? kitText("RunnerRetry", shownName(file->name), shownName(consumer.id),
                                        QString::number(failures), shownName(ended.text))
@@ -417,9 +337,8 @@ void RunnerCore::pause(const Ended& ended, int failures)
         Log::getInstance()->critical(text);
 
     Job job = ended.job;
-    (isRetry ? job.tries : job.failures) = failures;
-    file->stages[static_cast<size_t>(ended.consumer)] = QueuedFile::Stage::Paused;
-    ++_counters[static_cast<size_t>(ended.consumer)].paused;
+    (isRetry ? job.tries : job.failures) = std::min(failures, MostAttempts);
+    _files.pause(ended.consumer, *file);
     _paused.add(ended.consumer, job, Clock::now() + wait);
     _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
 }
@@ -429,173 +348,33 @@ void RunnerCore::resumeDue()
     for (const auto& [consumer, job] : _paused.takeDue(Clock::now())) {
         if (job.file->isGone)
             continue;
-        job.file->stages[static_cast<size_t>(consumer)] = QueuedFile::Stage::Ready;
-        --_counters[static_cast<size_t>(consumer)].paused;
-        submit(consumer, job);
+        _files.resume(consumer, *job.file);
+        _dispatcher.add(consumer, job);
     }
-    flush();
+    _dispatcher.dispatch();
     if (!_paused.isEmpty())
         _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
-    noteChange();
+    _report.noteChange();
 }
 
 /// All consumers are done.
 void RunnerCore::finishFile(const FilePointer& file)
 {
-    drop(file);
-    const Reported finished{file->number, file->stamp};
-    release(file->name, finished, file->found ? file->found : stampOf(pathOf(file->name)));
-}
-
-/// If what was found in its place is still the file that the handlers saw, the queue may delete it.
-void RunnerCore::release(const QString& name, Reported file, const std::optional<FileStamp>& stamp)
-{
-    if (stamp && stamp->hasContentOf(file.stamp)) {
-        file.stamp = *stamp;
-        report(name, file);
-    } else if (stamp) {
-        Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
-        enter({name});
-        flush();
-    } else if (isDeleted(name)) {
-        _workplace->journal.forget({file.number});
-    } else {
-        file.next = Clock::now() + LookPause;
-        _unreleased.insert(name, file);
-    }
-}
-
-void RunnerCore::report(const QString& name, const Reported& file)
-{
-    if (!_queue->existsFileEntry(name))
-        _queue->onDirectoryChanged(); // it could not delete the file, and finds it again
-    try {
-        Q_EMIT _agent->consumed(_agent->id(), name);
-    } catch (const Exception&) { // it may not use the file any more
-        keepUndeletable(name, file);
-        return;
-    }
-    _reported.insert(name, file);
-    scheduleRescan();
-}
-
-/// Whether the queue offers a file again since it could not delete it. Such a file is not handled
-/// again. The time of change counts: a file that was deleted, and linked again, is a new one.
-bool RunnerCore::isUndeletable(const QString& name, const FileStamp& stamp)
-{
-    const auto reported = _reported.constFind(name);
-    if (reported != _reported.constEnd() && reported->stamp == stamp) {
-        keepUndeletable(name, _reported.take(name));
-        return true;
-    }
-    const auto kept = _unreleased.constFind(name);
-    if (kept == _unreleased.constEnd())
-        return false;
-    const bool isSame = kept->stamp == stamp;
-    if (!isSame)
-        _unreleased.erase(kept);
-    return isSame;
-}
-
-void RunnerCore::keepUndeletable(const QString& name, Reported file)
-{
-    if (++file.failures == 1)
-        Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
-    file.next = Clock::now() + pauseAfter(file.failures, HandlerSettings());
-    _unreleased.insert(name, file);
-}
-
-void RunnerCore::retryReleases()
-{
-    QStringList due;
-    for (auto file = _unreleased.constBegin(); file != _unreleased.constEnd(); ++file) {
-        if (file->next <= Clock::now())
-            due.append(file.key());
-    }
-    for (const QString& name : due)
-        release(name, _unreleased.take(name), stampOf(pathOf(name)));
-}
-
-void RunnerCore::scheduleRescan()
-{
-    const bool isDue = _reported.size() >= _queue->size() / ShareForRescan;
-    if (isDue && !(_rescanTimer.isActive() && _rescanTimer.interval() == 0))
-        _rescanTimer.start(0);
-    else if (!_rescanTimer.isActive())
-        _rescanTimer.start(timerInterval(
-            std::min<Clock::duration>(ShareOfTime * _rescanTime, LongestRescanPause)));
-}
-
-/// Has the queue delete what was reported.
-void RunnerCore::rescan()
-{
-    if (!_spoolFault.isEmpty())
-        return;
-    const auto start = Clock::now();
-    _queue->onDirectoryChanged();
-    const Descriptor spool = openSpool();
-    std::vector<quint64> numbers;
-    for (auto file = _reported.begin(); file != _reported.end();) {
-        if (_queue->existsFileEntry(file.key())) {
-            ++file;
-            continue;
-        }
-        const auto stamp = stampIn(spool.get(), QFile::encodeName(file.key()));
-        if (stamp == file->stamp)
-            keepUndeletable(file.key(), *file);
-        else if (stamp || (spool.isOpen() && errno == ENOENT))
-            numbers.push_back(file->number);
-        file = _reported.erase(file);
-    }
-    _workplace->journal.forget(numbers);
-    _rescanTime = Clock::now() - start;
-}
-
-/// After a death of the process, the files that were at work then are handled one by one, so that
-/// a second death tells which of them it is. The other files wait for the last of them, or for a
-/// while.
-void RunnerCore::nextSuspect()
-{
-    _alone.reset();
-    _aloneTimer.stop();
-    while (!_suspects.empty()) {
-        const auto [consumer, job] = _suspects.front();
-        _suspects.erase(_suspects.begin());
-        if (job.file->isGone)
-            continue;
-        Log::getInstance()->warning(
-            kitText("RunnerSuspect", shownName(job.file->name),
-                    shownName(_consumers[static_cast<size_t>(consumer)].id)));
-        _alone.emplace(consumer, job.file->number);
-        _pools[static_cast<size_t>(consumer)]->add({job});
-        _aloneTimer.start();
-        return;
-    }
-    flush();
-}
-
-/// The suspect takes long: the others go on beside it.
-void RunnerCore::leaveSuspect()
-{
-    if (_alone) {
-        const Journal::Step step{Journal::Step::Joined, _alone->second, _alone->first};
-        _workplace->journal.record({&step, 1});
-    }
-    nextSuspect();
+    _files.drop(file);
+    if (!_finished.handOver(*file))
+        enter({file->name});
 }
 
 void RunnerCore::tick()
 {
-    if (lookAtSpool()) {
+    if (checkSpool()) {
         enter(std::exchange(_unstamped, {}));
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
-        retryReleases();
-        flush();
+        enter(_finished.handOverDue());
         _workplace->journal.sync();
     }
     reportSlowHandlers();
-    if (_isStatusOld && !_progressTimer.isActive())
-        announceProgress();
+    _report.catchUp();
 }
 
 void RunnerCore::reportSlowHandlers()
@@ -611,131 +390,49 @@ void RunnerCore::reportSlowHandlers()
     }
 }
 
-/// Whether the spool can be worked on. Says once that it cannot, and once that it can again.
-bool RunnerCore::lookAtSpool()
+/// Whether the spool can be worked on. While it cannot, no work begins.
+bool RunnerCore::checkSpool()
 {
-    if (!_spoolFault.isEmpty() && Clock::now() < _nextLook)
-        return false;
-    const bool wasOurs = _workplace->lock.isInPlace();
-    const QString fault = spoolFault();
-    const QString before = std::exchange(_spoolFault, fault);
-    if (fault.isEmpty()) {
-        _lookPause = std::chrono::seconds::zero();
-        if (!before.isEmpty() || !wasOurs)
-            returnToSpool(!before.isEmpty());
+    switch (_spool.look()) {
+    case SpoolAccess::State::Usable:
         return true;
+    case SpoolAccess::State::Regained:
+        returnToSpool();
+        return true;
+    case SpoolAccess::State::Unusable:
+        break;
     }
-    if (fault != before)
-        Log::getInstance()->critical(fault);
     for (const auto& pool : _pools)
         pool->bar(true);
-    _lookPause = std::clamp(_lookPause * 2, LookPause, LongestLookPause);
-    _nextLook = Clock::now() + _lookPause;
     return false;
 }
 
-/// Why the spool cannot be worked on; empty if it can. Takes the lock again if its file was
-/// removed.
-QString RunnerCore::spoolFault()
+void RunnerCore::returnToSpool()
 {
-    if (!isReachable(_settings.spool))
-        return kitText("RunnerSpoolLost", shownName(_settings.spool));
-    if (_workplace->lock.isInPlace())
-        return QString();
-    const QString hidden = SpoolPlaces::hidden(_settings.spool);
-    if (const int error = SpoolPlaces::makePlace(hidden, _settings.spool); error != 0)
-        return kitText("RunnerPlaceFailed", shownName(hidden), systemErrorText(error));
-    try {
-        _workplace->lock.takeAgain();
-    } catch (const Exception& failure) {
-        return failure.detail();
-    }
-    return QString();
-}
-
-/// `wasAway`: it could not be worked on. Otherwise only the lock was removed.
-void RunnerCore::returnToSpool(bool wasAway)
-{
-    if (wasAway)
-        Log::getInstance()->info(kitText("RunnerSpoolBack", shownName(_settings.spool)));
-    else
-        Log::getInstance()->warning(
-            kitText("RunnerLockRemoved", shownName(SpoolPlaces::hidden(_settings.spool))));
     _workplace->journal.compact();
     _queue->onDirectoryChanged();
-    const QHash<QString, Reported> reported = std::exchange(_reported, {});
-    for (auto file = reported.constBegin(); file != reported.constEnd(); ++file)
-        release(file.key(), *file, stampOf(pathOf(file.key())));
-    rescan();
+    enter(_finished.handOverAgain());
+    _finished.rescan();
     enter(namesInQueue());
-    QStringList lost;
-    for (auto file = _files.constBegin(); file != _files.constEnd(); ++file)
-        lost.append(file.key());
-    forgetLost(lost);
+    forgetLost(_files.names());
     for (const auto& pool : _pools)
         pool->bar(false);
-    flush();
-    noteChange();
-}
-
-void RunnerCore::noteChange()
-{
-    _isStatusOld = true;
-    if (!_progressTimer.isActive())
-        _progressTimer.start();
+    _report.noteChange();
 }
 
 void RunnerCore::announcePause(bool isPaused)
 {
-    _isPaused = isPaused;
-    if (isPaused && _spoolFault.isEmpty())
+    if (isPaused && _spool.isUsable())
         _workplace->journal.sync();
-    _lastStatus = {};
-    announceProgress();
-}
-
-void RunnerCore::announceProgress()
-{
-    const RunnerProgress current = currentProgress();
-    {
-        const std::lock_guard lock(_progressMutex);
-        _progress = current;
-    }
-    Q_EMIT progressed(current);
-    if (Clock::now() - _lastStatus < StatusPause || !lookAtSpool())
-        return;
-    _lastStatus = Clock::now();
-    _isStatusOld = false;
-    _status.write(current, _isPaused ? "paused" : "running");
+    _report.announcePause(isPaused);
 }
 
 RunnerProgress RunnerCore::currentProgress()
 {
-    RunnerProgress progress;
-    progress.files = static_cast<qint64>(_files.size());
-    for (size_t i = 0; i < _consumers.size(); ++i) {
-        Counters& counters = _counters[i];
-        ConsumerProgress consumer;
-        consumer.id = _consumers[i].id;
-        consumer.done = counters.done;
-        consumer.quarantined = counters.quarantined;
-        consumer.retrying = counters.paused;
-        const qint64 untaken = counters.unsettled - counters.paused;
-        consumer.running = std::min(_pools[i]->runningCount(), untaken);
-        consumer.waiting = untaken - consumer.running;
-        auto oldest = _ordered.lower_bound(counters.oldest);
-        while (oldest != _ordered.end() && oldest->second->stages[i] == QueuedFile::Stage::Settled)
-            ++oldest;
-        counters.oldest = std::numeric_limits<quint64>::max();
-        if (oldest != _ordered.end()) {
-            counters.oldest = oldest->first;
-            consumer.oldest = oldest->second->name;
-            consumer.oldestSince =
-                QDateTime::fromMSecsSinceEpoch(oldest->second->stamp.changed / 1'000'000);
-        }
-        progress.consumers.append(consumer);
-    }
-    return progress;
+    std::vector<qint64> running;
+    for (const auto& pool : _pools)
+        running.push_back(pool->runningCount());
+    return _files.progress(running);
 }
 
 RunnerProgress RunnerCore::finish(const LeftFiles& left)
@@ -747,20 +444,12 @@ RunnerProgress RunnerCore::finish(const LeftFiles& left)
             steps.push_back({Journal::Step::Left, file->number, static_cast<int>(i)});
     }
     _workplace->journal.record(steps);
-    _nextLook = {};
-    const bool isOurs = lookAtSpool();
-    rescan();
+    _spool.skipPause();
+    const bool isOurs = checkSpool();
+    _finished.rescan();
     if (isOurs)
         _workplace->journal.compact();
-    const RunnerProgress last = currentProgress();
-    {
-        const std::lock_guard lock(_progressMutex);
-        _progress = last;
-    }
-    Q_EMIT progressed(last);
-    if (isOurs)
-        _status.write(last, "stopped");
-    return last;
+    return _report.finish(isOurs);
 }
 
 } // namespace KezService

@@ -4,25 +4,24 @@
 #pragma once
 
 #include "kez/service/filerunner.h"
+#include "service/finishedfiles_p.h"
 #include "service/handlerpool_p.h"
+#include "service/jobdispatcher_p.h"
 #include "service/pausedjobs_p.h"
-#include "service/statusfile_p.h"
+#include "service/progressreport_p.h"
+#include "service/runnerfiles_p.h"
+#include "service/spoolaccess_p.h"
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/FilesQueue.h>
 
-#include <QHash>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
 
 #include <chrono>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace KezService {
@@ -38,18 +37,20 @@ struct ConsumerDescription {
 using LeftFiles = std::vector<std::vector<std::shared_ptr<QueuedFile>>>;
 
 /// What happens in a runner's queue thread: it takes the files from the queue, gives them to the
-/// pools, takes back how the work ended, and reports to the queue the files that all consumers are
-/// done with.
+/// pools, takes back how the work ended, and hands over to the queue the files that all consumers
+/// are done with.
 ///
-/// The queue knows one consumer only, this one. So a file is reported once, after one look at
+/// The queue knows one consumer only, this one. So a file is handed over once, after one look at
 /// whether it still is the file that the handlers saw.
+///
+/// Jobs begin in two places, enter() and resumeDue(); each has them dispatched at its end.
 ///
 /// While the spool is out of reach, or another process has taken it, no work begins, and nothing is
 /// forgotten: the files come back with it.
 ///
 /// *Threads*: the object's thread, except pools() and progress(): any thread.
 /// *Owns*: the queue, the pools, what they share.
-/// *Fails*: start() throws Exception or std::system_error.
+/// *Fails*: the constructor and start() throw Exception or std::system_error.
 class RunnerCore : public QObject {
     Q_OBJECT
 
@@ -74,42 +75,20 @@ Q_SIGNALS:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using FilePointer = std::shared_ptr<QueuedFile>;
+    using FilePointer = RunnerFiles::FilePointer;
 
-    /// A file that all consumers are done with, and that is not deleted yet.
-    struct Reported {
-        quint64 number = 0;
-        FileStamp stamp;          ///< when it was reported
-        int failures = 0;         ///< attempts to delete it that failed
-        Clock::time_point next{}; ///< when to try again
-    };
-
-    struct Counters {
-        qint64 done = 0;
-        qint64 quarantined = 0;
-        qint64 unsettled = 0;
-        qint64 paused = 0;
-        quint64 oldest = 0; ///< no file before this number is unsettled
-    };
-
-    void openQueue();
+    std::unique_ptr<FilesQueue> openQueue();
     void connectTimers();
     QStringList namesInQueue();
     void enterPresent();
-    QByteArray pathOf(const QString& name) const;
-    Descriptor openSpool() const;
-    bool isDeleted(const QString& name) const;
 
     void onQueueUpdated(const QStringList& appended, const QStringList& deleted);
     void enter(const QStringList& names);
     bool isKnown(const QString& name, const FileStamp& stamp) const;
     void enterTogether(std::span<const QString> names);
     void enterFile(const Journal::Entry& entry);
-    void submit(int consumer, const Job& job);
-    void flush();
     void lose(const QStringList& names);
     void forgetLost(const QStringList& names);
-    void drop(const FilePointer& file);
 
     void takeEnded();
     void handleEnded(const Ended& ended);
@@ -119,65 +98,32 @@ private:
     void resumeDue();
 
     void finishFile(const FilePointer& file);
-    void release(const QString& name, Reported file, const std::optional<FileStamp>& stamp);
-    void report(const QString& name, const Reported& file);
-    bool isUndeletable(const QString& name, const FileStamp& stamp);
-    void keepUndeletable(const QString& name, Reported file);
-    void retryReleases();
-    void scheduleRescan();
-    void rescan();
-
-    void nextSuspect();
-    void leaveSuspect();
 
     void tick();
     void reportSlowHandlers();
-    bool lookAtSpool();
-    QString spoolFault();
-    void returnToSpool(bool wasAway);
-    void noteChange();
-    void announceProgress();
+    bool checkSpool();
+    void returnToSpool();
     RunnerProgress currentProgress();
 
     const RunnerSettings _settings;
     const std::vector<ConsumerDescription> _consumers;
-    std::shared_ptr<Workplace> _workplace;
-    std::vector<std::unique_ptr<HandlerPool>> _pools;
-    std::unique_ptr<ConsumerAncestor> _agent;
-    std::unique_ptr<FilesQueue> _queue;
-    StatusFile _status;
+    const std::shared_ptr<Workplace> _workplace;
+    const std::vector<std::unique_ptr<HandlerPool>> _pools;
+    ConsumerAncestor _agent;
+    Clock::duration _listingTime{}; // of the spool, by the queue
+    const std::unique_ptr<FilesQueue> _queue;
+    SpoolAccess _spool;
 
-    QHash<QString, FilePointer> _files;       // not done for all, by name
-    std::map<quint64, FilePointer> _ordered;  // the same, in queue order
-    QHash<QString, Reported> _reported;       // done for all, and not deleted yet
-    QHash<QString, Reported> _unreleased;     // done for all, and to be reported again
-    QStringList _unstamped;                   // names of files that were not there at a second look
-    std::vector<std::vector<Job>> _submitted; // by consumer: to be given to its pool
+    RunnerFiles _files;
+    QStringList _unstamped; // names of files that were not there at a second look
+    JobDispatcher _dispatcher;
+    FinishedFiles _finished;
     PausedJobs _paused;
-    std::vector<Counters> _counters; // by consumer
-
-    // After a death of the process: the jobs that are handled alone, and the one at work.
-    bool _seeksSuspects = false; // the files that enter may be some
-    std::vector<std::pair<int, Job>> _suspects;
-    std::optional<std::pair<int, quint64>> _alone;
+    ProgressReport _report;
 
     QTimer _drainTimer;
     QTimer _retryTimer;
-    QTimer _rescanTimer;
-    QTimer _aloneTimer;
-    QTimer _progressTimer;
     QTimer _tickTimer;
-    Clock::duration _rescanTime{};
-    Clock::time_point _lastStatus{};
-    bool _isStatusOld = true;
-    bool _isPaused = false;
-
-    QString _spoolFault; // while it cannot be worked on
-    Clock::time_point _nextLook{};
-    std::chrono::seconds _lookPause{0};
-
-    mutable std::mutex _progressMutex;
-    RunnerProgress _progress; // as last announced
 };
 
 } // namespace KezService

@@ -2,12 +2,13 @@
 // SPDX-License-Identifier: MIT
 
 #include "runnerfixture.h"
+#include "service/kittexts_p.h"
 #include "support/failuretext.h"
-#include "support/language.h"
 
 #include <kez/exception.h>
 #include <kez/log.h>
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -35,13 +36,16 @@ private Q_SLOTS:
     void whatAHandlerThrowsIsRetry();
     void rejectedFileGoesToQuarantineAndIsDone();
     void fileIsQuarantinedAfterTheLastAttempt();
+    void attemptsMayHaveNoLimit();
     void otherConsumersStillHandleAQuarantinedFile();
-    void boundedNumberAtOnce();
+    void asManyHandlersAsThreadsRunAtOnce();
     void changedFileIsHandledAgain();
     void vanishedFileIsForgotten();
     void stuckHandlerHoldsUpNoOtherConsumer();
     void pauseLeavesNothingAtWork();
     void pauseGivesUpAtItsLimit();
+    void pausedRunnerGoesOnAfterTheScope();
+    void pausedRunnerThrowsAtItsLimit();
     void secondRunnerIsRefused();
     void wrongUseIsRefused();
     void restartRepeatsNothing();
@@ -49,7 +53,9 @@ private Q_SLOTS:
     void progressIsAnnounced();
     void progressAfterTheStopIsTheLastOne();
     void statusFileShowsTheProgress();
-    void filesFoundAreDeletedWithoutKeep();
+    void progressIsFoundByConsumer();
+    void pauseIsInTheStatusFileAtOnce();
+    void presentFilesAreDeletedOnRequest();
 };
 
 void TestFileRunner::everyConsumerHandlesEveryFileOnce()
@@ -168,15 +174,17 @@ void TestFileRunner::retryComesBackAndHoldsUpNobody()
 void TestFileRunner::whatAHandlerThrowsIsRetry_data()
 {
     QTest::addColumn<int>("kind");
-    QTest::newRow("Exception") << 0;
-    QTest::newRow("pointer to an Exception") << 1;
-    QTest::newRow("standard exception") << 2;
-    QTest::newRow("anything") << 3;
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("Exception") << 0 << QString("the reason");
+    QTest::newRow("pointer to an Exception") << 1 << QString("the reason");
+    QTest::newRow("standard exception") << 2 << QString("the reason");
+    QTest::newRow("anything") << 3 << kitText("ExceptionOfType", QString("int"));
 }
 
 void TestFileRunner::whatAHandlerThrowsIsRetry()
 {
     QFETCH(const int, kind);
+    QFETCH(const QString, reason);
     const Spool spool;
     QVERIFY(spool.put("order"));
     HandlerSettings settings = quickSettings();
@@ -202,7 +210,7 @@ void TestFileRunner::whatAHandlerThrowsIsRetry()
     QTRY_VERIFY(!spool.holds("order"));
     const QByteArray text = spool.quarantineText("order");
     QVERIFY2(text.contains("\ntries=2\n"), text);
-    QVERIFY2(kind == 3 || text.contains("\nreason=the reason\n"), text);
+    QVERIFY2(text.contains("\nreason=" + reason.toUtf8() + '\n'), text);
 }
 
 void TestFileRunner::rejectedFileGoesToQuarantineAndIsDone()
@@ -251,6 +259,27 @@ void TestFileRunner::fileIsQuarantinedAfterTheLastAttempt()
     QVERIFY(spool.quarantineText("order").contains("\ntries=4\n"));
 }
 
+void TestFileRunner::attemptsMayHaveNoLimit()
+{
+    const Spool spool;
+    QVERIFY(spool.put("order"));
+    HandlerSettings settings = quickSettings();
+    settings.attempts = 0;
+    std::atomic<int> last = 0;
+    FileRunner runner(settingsFor(spool));
+    runner.addConsumer(
+        "only",
+        [&](const FileAtHand& file) {
+            last = file.attempt;
+            return file.attempt == 25 ? Outcome::done() : Outcome::retry("no luck");
+        },
+        settings);
+    runner.start();
+    QTRY_VERIFY(!spool.holds("order"));
+    QCOMPARE(int(last), 25);
+    QCOMPARE(spool.quarantined(), QStringList());
+}
+
 void TestFileRunner::otherConsumersStillHandleAQuarantinedFile()
 {
     const Spool spool;
@@ -273,7 +302,7 @@ void TestFileRunner::otherConsumersStillHandleAQuarantinedFile()
     QCOMPARE(spool.quarantined(), QStringList{"order"});
 }
 
-void TestFileRunner::boundedNumberAtOnce()
+void TestFileRunner::asManyHandlersAsThreadsRunAtOnce()
 {
     const Spool spool;
     QVERIFY(spool.putMany(60));
@@ -369,8 +398,9 @@ void TestFileRunner::stuckHandlerHoldsUpNoOtherConsumer()
     QTRY_COMPARE(calls.count(), qsizetype(5));
     QTRY_VERIFY(*begun);
     const StopReport report = runner.stop(10ms);
-    QCOMPARE(report.running.size(), qsizetype(1));
-    QVERIFY(report.running.first().contains("order-000000"));
+    QCOMPARE(report.left.size(), qsizetype(1));
+    QCOMPARE(report.left.first().consumer, QString("stuck"));
+    QCOMPARE(report.left.first().name, QString("order-000000"));
     QCOMPARE(report.waiting, qint64(5));
     QCOMPARE(spool.names().size(), qsizetype(5));
     release->set_value();
@@ -424,6 +454,57 @@ void TestFileRunner::pauseGivesUpAtItsLimit()
     QTRY_VERIFY(!spool.holds("order")); // it goes on
 }
 
+void TestFileRunner::pausedRunnerGoesOnAfterTheScope()
+{
+    const Spool spool;
+    FileRunner runner(settingsFor(spool));
+    runner.addConsumer("only", [](const FileAtHand&) { return Outcome::done(); });
+    runner.start();
+    {
+        const PausedRunner paused(runner, 10s);
+        QVERIFY(runner.isPaused());
+        QVERIFY(spool.put("order"));
+        {
+            const PausedRunner again(runner, 10s);
+        }
+        QVERIFY(runner.isPaused());
+        QTest::qWait(50);
+        QVERIFY(spool.holds("order"));
+    }
+    QVERIFY(!runner.isPaused());
+    QTRY_VERIFY(!spool.holds("order"));
+    {
+        QVERIFY(runner.pause(10s));
+        const PausedRunner paused(runner, 10s);
+    }
+    QVERIFY(runner.isPaused());
+    const PausedRunner paused(runner, 10s);
+    runner.stop(10s);
+    QVERIFY(!runner.isPaused());
+}
+
+void TestFileRunner::pausedRunnerThrowsAtItsLimit()
+{
+    const Spool spool;
+    QVERIFY(spool.put("order"));
+    std::promise<void> release;
+    std::shared_future<void> isReleased = release.get_future().share();
+    std::atomic<bool> isAtWork = false;
+    FileRunner runner(settingsFor(spool));
+    runner.addConsumer("only", [&](const FileAtHand&) {
+        isAtWork = true;
+        isReleased.wait();
+        return Outcome::done();
+    });
+    runner.start();
+    QTRY_VERIFY(isAtWork);
+    const QString failure = failureText([&] { const PausedRunner paused(runner, 10ms); });
+    QVERIFY2(failure.contains(spool.path()) && failure.contains("10 ms"), qPrintable(failure));
+    QVERIFY(!runner.isPaused());
+    release.set_value();
+    QTRY_VERIFY(!spool.holds("order"));
+}
+
 void TestFileRunner::secondRunnerIsRefused()
 {
     const Spool spool;
@@ -457,7 +538,7 @@ void TestFileRunner::wrongUseIsRefused()
     none.threads = 0;
     QVERIFY(failureText([&] { runner.addConsumer("b", nothing, none); }).contains("[threads]"));
     HandlerSettings noAttempt;
-    noAttempt.attempts = 0;
+    noAttempt.attempts = -1;
     QVERIFY(
         failureText([&] { runner.addConsumer("b", nothing, noAttempt); }).contains("[attempts]"));
     runner.start();
@@ -623,12 +704,52 @@ void TestFileRunner::statusFileShowsTheProgress()
     QCOMPARE(only.value("done").toInteger(), qint64(1));
 }
 
-void TestFileRunner::filesFoundAreDeletedWithoutKeep()
+void TestFileRunner::progressIsFoundByConsumer()
+{
+    RunnerProgress progress;
+    QCOMPARE(progress.consumer("first").id, QString());
+    for (const QString id : {"first", "second"}) {
+        progress.consumers.append(ConsumerProgress());
+        progress.consumers.last().id = id;
+        progress.consumers.last().done = progress.consumers.size();
+    }
+    QCOMPARE(progress.consumer("first").done, qint64(1));
+    QCOMPARE(progress.consumer("second").done, qint64(2));
+    QCOMPARE(progress.consumer("third").id, QString());
+    QCOMPARE(progress.consumer("third").done, qint64(0));
+}
+
+void TestFileRunner::pauseIsInTheStatusFileAtOnce()
+{
+    const Spool spool;
+    FileRunner runner(settingsFor(spool));
+    std::atomic<int> announcements = 0;
+    connect(
+        &runner, &FileRunner::progressed, &runner, [&] { ++announcements; }, Qt::DirectConnection);
+    runner.addConsumer("only", [](const FileAtHand&) { return Outcome::done(); });
+    const auto state = [&spool] {
+        const QByteArray text = readFile(spool.pathOf(".kez/status.json"));
+        return QJsonDocument::fromJson(text).object().value("state").toString();
+    };
+    QElapsedTimer time;
+    time.start();
+    runner.start();
+    for (int i = 0; i < 30; ++i) {
+        QVERIFY(runner.pause(10s));
+        QCOMPARE(state(), QString("paused"));
+        runner.resume();
+        QTRY_COMPARE(state(), QString("running"));
+    }
+    const qint64 most = time.elapsed() / 100 + 2; // as without a pause
+    QVERIFY2(announcements <= most, QByteArray::number(announcements));
+}
+
+void TestFileRunner::presentFilesAreDeletedOnRequest()
 {
     const Spool spool;
     QVERIFY(spool.putMany(3));
     RunnerSettings settings = settingsFor(spool);
-    settings.keep = false;
+    settings.present = PresentFiles::Delete;
     Calls calls;
     FileRunner runner(settings);
     runner.addConsumer("only", [&](const FileAtHand& file) {

@@ -69,7 +69,7 @@ void TestPausedJobs::pauseDoublesUpToTheLongest()
     settings.firstPause = first;
     settings.longestPause = longest;
     for (int time = 0; time < 300; ++time) {
-        const milliseconds chosen = pauseAfter(failures, settings);
+        const milliseconds chosen = jitteredPause(failures, first, longest);
         QVERIFY2(chosen >= pause / 5 * 4 - 1ms, QByteArray::number(qint64(chosen.count())));
         QVERIFY2(chosen <= pause + pause / 5 + 1ms, QByteArray::number(qint64(chosen.count())));
     }
@@ -80,7 +80,7 @@ void TestPausedJobs::pausesDiffer()
     milliseconds shortest = milliseconds::max();
     milliseconds longest{};
     for (int time = 0; time < 1000; ++time) {
-        const milliseconds pause = pauseAfter(1, HandlerSettings());
+        const milliseconds pause = jitteredPause(1, 1s, 1min);
         shortest = std::min(shortest, pause);
         longest = std::max(longest, pause);
     }

@@ -118,10 +118,16 @@ QuarantineNote noteFor(const QString& consumer, const QString& reason = "no XML"
     return {consumer, reason, 3, Key};
 }
 
-/// Every name in the default quarantine.
+/// The default quarantine.
+QString directoryOf(const Spool& spool)
+{
+    return spool.pathOf(".kez/quarantine");
+}
+
+/// Every name in it.
 QStringList allNames(const Spool& spool)
 {
-    return QDir(spool.pathOf(".kez/quarantine"))
+    return QDir(directoryOf(spool))
         .entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
@@ -167,7 +173,7 @@ private Q_SLOTS:
     void removedDirectoryIsMadeAgain();
     void otherDirectoryIsNotMade();
     void directoryThatCannotBeUsedIsRefused();
-    void rightsAreMissing();
+    void missingRightsRefuseOrFail();
 
 private:
     std::unique_ptr<Spool> _spool;
@@ -182,7 +188,6 @@ void TestQuarantine::fileIsLinked()
 {
     QVERIFY(_spool->put("order.xml", "<nonsense"));
     const Quarantine quarantine = defaultFor(*_spool);
-    QCOMPARE(quarantine.directory(), _spool->pathOf(".kez/quarantine"));
     QCOMPARE(quarantine.put("order.xml", noteFor("ledger")), QString("order.xml"));
     QCOMPARE(allNames(*_spool), QStringList({"order.xml", "order.xml.txt"}));
     QCOMPARE(inodeOf(_spool->pathOf(".kez/quarantine/order.xml")),
@@ -398,7 +403,7 @@ void TestQuarantine::failedSyncLeavesNoDuplicate()
     Faults::syncError = EIO;
     for (int time = 0; time < 2; ++time) {
         const QString failure = failureText([&] { quarantine.put("order", noteFor("ledger")); });
-        QCOMPARE(failure, kitText("QuarantineFailed", QString("order"), quarantine.directory(),
+        QCOMPARE(failure, kitText("QuarantineFailed", QString("order"), directoryOf(*_spool),
                                   systemErrorText(EIO)));
     }
     Faults::syncError = 0;
@@ -443,8 +448,8 @@ void TestQuarantine::vanishedFileFails()
     QVERIFY(QFile::link("nowhere", _spool->pathOf("dangling")));
     for (const QString name : {"gone", "dangling"}) {
         const QString failure = failureText([&] { quarantine.put(name, noteFor("ledger")); });
-        QCOMPARE(failure, kitText("QuarantineFailed", name, quarantine.directory(),
-                                  systemErrorText(ENOENT)));
+        QCOMPARE(failure,
+                 kitText("QuarantineFailed", name, directoryOf(*_spool), systemErrorText(ENOENT)));
     }
     QCOMPARE(allNames(*_spool), QStringList());
 }
@@ -453,7 +458,7 @@ void TestQuarantine::removedDirectoryIsMadeAgain()
 {
     QVERIFY(_spool->put("order"));
     const Quarantine quarantine = defaultFor(*_spool);
-    QVERIFY(QDir(quarantine.directory()).removeRecursively());
+    QVERIFY(QDir(directoryOf(*_spool)).removeRecursively());
     QCOMPARE(quarantine.put("order", noteFor("ledger")), QString("order"));
     QCOMPARE(allNames(*_spool), QStringList({"order", "order.txt"}));
 }
@@ -487,12 +492,11 @@ void TestQuarantine::directoryThatCannotBeUsedIsRefused()
     const QString link = _spool->beside("link");
     QVERIFY(QFile::link(_spool->path(), link));
     QCOMPARE(refusal(link), kitText("QuarantineIsSpool", link));
-    QCOMPARE(
-        refusal(QString()), // ".kez" is not there
-        kitText("QuarantineUnusable", _spool->pathOf(".kez/quarantine"), systemErrorText(ENOENT)));
+    QCOMPARE(refusal(QString()), // ".kez" is not there
+             kitText("QuarantineUnusable", directoryOf(*_spool), systemErrorText(ENOENT)));
 }
 
-void TestQuarantine::rightsAreMissing()
+void TestQuarantine::missingRightsRefuseOrFail()
 {
     const ChildResult child = runChild({"rights"});
     COMPARE_CHILD(child, "refused\nfailed\nempty\nput\n");

@@ -27,7 +27,7 @@ class TestStatusFile : public QObject {
 private Q_SLOTS:
     void init();
     void textShowsTheProgress();
-    void nothingWaits();
+    void emptyProgressIsWritten();
     void fileIsReplacedAtOnce();
     void failureIsSaidOnce();
     void whatIsInTheWay_data();
@@ -97,7 +97,7 @@ void TestStatusFile::textShowsTheProgress()
     QVERIFY(!second.contains("oldest") && !second.contains("oldestSince"));
 }
 
-void TestStatusFile::nothingWaits()
+void TestStatusFile::emptyProgressIsWritten()
 {
     StatusFile status(_spool->path());
     status.write({}, "stopped");

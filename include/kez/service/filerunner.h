@@ -41,7 +41,7 @@ struct HandlerSettings {
     /// Files at once, each in a thread of its own. With 1, they come in queue order.
     int threads = 1;
 
-    /// After so many attempts that ended with "retry", the file goes to quarantine.
+    /// After so many attempts that ended with "retry", the file goes to quarantine; 0 for no limit.
     int attempts = 10;
 
     /// Before the next attempt. It doubles each time, up to `longestPause`. Each pause is up to a
@@ -53,19 +53,24 @@ struct HandlerSettings {
     std::chrono::milliseconds slowAfter = std::chrono::minutes(1);
 };
 
+/// What becomes of the files that are in the spool at the start.
+enum class PresentFiles {
+    Handle,
+    Delete, ///< nobody handles them
+};
+
 /// What a runner works on.
 struct RunnerSettings {
     QString spool = QString(); ///< the queue's directory, readable and writable
 
-    /// Where files go that cannot be handled. An existing directory, also of another file system.
-    /// Empty: ".kez/quarantine" in the spool, which is made.
+    /// Where files go that cannot be handled. An existing directory, also of another file system,
+    /// but not the spool itself. Empty: ".kez/quarantine" in the spool, which is made.
     QString quarantine = QString();
 
     /// Between two looks at the spool, besides those that its changes cause; 0 for none.
     std::chrono::milliseconds period = std::chrono::seconds(10);
 
-    /// Whether the files that are there at the start are handled; they are deleted otherwise.
-    bool keep = true;
+    PresentFiles present = PresentFiles::Handle;
 
     /// Whether a restart remembers what was done. Without it every file that is there is handled
     /// again by every consumer, and a file that ends the process ends it at each start.
@@ -85,16 +90,32 @@ struct ConsumerProgress {
 };
 
 struct RunnerProgress {
-    QList<ConsumerProgress> consumers;
-    qint64 files = 0; ///< in the spool, not yet done for every consumer
+    /// That of one consumer; without identifier and with zeros if there is no such consumer.
+    ConsumerProgress consumer(const QString& id) const
+    {
+        for (const ConsumerProgress& each : consumers) {
+            if (each.id == id)
+                return each;
+        }
+        return {};
+    }
+
+    QList<ConsumerProgress> consumers; ///< in the order in which they were added
+    qint64 files = 0;                  ///< in the spool, not yet done for every consumer
+};
+
+/// A handler that did not end before the limit of stop().
+struct LeftHandler {
+    QString consumer;
+    QString name; ///< of the file that it was given
 };
 
 /// What stop() left.
 struct StopReport {
-    bool isClean() const { return running.isEmpty(); }
+    bool isClean() const { return left.isEmpty(); }
 
-    QStringList running; ///< handlers that did not end in time: "consumer: file"
-    qint64 waiting = 0;  ///< files that come again at the next start
+    QList<LeftHandler> left;
+    qint64 waiting = 0; ///< files that come again at the next start
 };
 
 /// Runs handlers over the files of a spool directory: one handler per consumer, each in threads of
@@ -151,8 +172,9 @@ public:
     void start();
 
     bool isRunning() const;
+    bool isPaused() const;
 
-    /// What was last announced by progressed().
+    /// What was last announced by progressed(); in a pause, what is true then.
     RunnerProgress progress() const;
 
     /// Lets the handlers at work end, and starts no other. True once nothing of the runner runs,
@@ -173,10 +195,33 @@ Q_SIGNALS:
     void quarantined(const QString& consumer, const QString& name, const QString& nameThere);
 
 private:
+    friend class PausedRunner;
     class KEZ_HIDDEN QueueThread;
 
     struct KEZ_HIDDEN Private;
     std::unique_ptr<Private> _d;
+};
+
+/// Pauses a runner until the end of the scope.
+///
+///     const PausedRunner paused(runner, std::chrono::seconds(10));
+///     translator->setDefaultLang("fr_FR");
+///
+/// A runner that was paused before, by another object or by pause(), stays so at the end.
+///
+/// *Threads*: that of the runner, which outlives it.
+/// *Owns*: the pause.
+/// *Fails*: the constructor throws Exception if the runner cannot be paused within `limit`.
+class KEZ_SERVICE_EXPORT PausedRunner {
+public:
+    PausedRunner(FileRunner& runner, std::chrono::milliseconds limit);
+    PausedRunner(const PausedRunner&) = delete;
+    PausedRunner& operator=(const PausedRunner&) = delete;
+    ~PausedRunner();
+
+private:
+    FileRunner& _runner;
+    const bool _wasPaused;
 };
 
 } // namespace KezService
