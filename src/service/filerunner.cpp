@@ -156,6 +156,13 @@ private:
 };
 
 struct FileRunner::Private {
+    /// The thread cannot wait for itself.
+    void refuseOwnThread() const
+    {
+        if (thread && QThread::currentThread() == thread.get())
+            raise("RunnerOwnThread", shownName(settings.spool));
+    }
+
     RunnerSettings settings;
     std::vector<ConsumerDescription> consumers;
     std::unique_ptr<QueueThread> thread;
@@ -235,6 +242,7 @@ RunnerProgress FileRunner::progress() const
 
 bool FileRunner::pause(std::chrono::milliseconds limit)
 {
+    _d->refuseOwnThread();
     if (!_d->core || _d->gate)
         return true;
     const auto deadline = deadlineAfter(limit);
@@ -272,6 +280,7 @@ void FileRunner::resume()
 
 StopReport FileRunner::stop(std::chrono::milliseconds limit)
 {
+    _d->refuseOwnThread();
     StopReport report;
     if (!_d->core)
         return report;

@@ -29,7 +29,7 @@ std::optional<FileStamp> stampIn(int directory, const QByteArray& name)
     struct statx info {};
     constexpr unsigned int wanted =
         STATX_INO | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
-    if (::statx(directory, name.constData(), 0, wanted, &info) != 0)
+    if (::statx(directory, name.constData(), AT_EMPTY_PATH, wanted, &info) != 0)
         return std::nullopt;
     FileStamp stamp;
     stamp.inode = info.stx_ino;

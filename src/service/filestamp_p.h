@@ -23,11 +23,15 @@ struct FileStamp {
     /// Also false if only the rights or the links have changed.
     bool operator==(const FileStamp&) const = default;
 
+    bool isOfSameFile(const FileStamp& other) const
+    {
+        return inode == other.inode && birth == other.birth;
+    }
+
     /// Whether the file and its content are the same, whoever linked it or changed its rights.
     bool hasContentOf(const FileStamp& other) const
     {
-        return inode == other.inode && birth == other.birth && size == other.size &&
-               modified == other.modified;
+        return isOfSameFile(other) && size == other.size && modified == other.modified;
     }
 };
 
@@ -35,7 +39,7 @@ struct FileStamp {
 /// says why.
 std::optional<FileStamp> stampOf(const QByteArray& path);
 
-/// The same of a name in a directory that is open.
+/// The same of a name in a directory that is open; of the directory itself if the name is empty.
 std::optional<FileStamp> stampIn(int directory, const QByteArray& name);
 
 } // namespace KezService

@@ -10,13 +10,11 @@
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/exception.h>
+#include <kez/FileEntry.h>
 #include <kez/FilesQueue.h>
 #include <kez/log.h>
 
-#include <QFile>
-
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 namespace KezService {
@@ -54,8 +52,7 @@ void FinishedFiles::reserve(qsizetype files)
 
 bool FinishedFiles::handOver(const QueuedFile& file)
 {
-    return handOver(file.name, {file.number, file.stamp},
-                    file.found ? file.found : stampOf(_spool.pathOf(file.name)));
+    return handOver(file.name, {file.number, file.stamp}, file.found);
 }
 
 QStringList FinishedFiles::handOverDue()
@@ -75,18 +72,21 @@ QStringList FinishedFiles::handOverAgain()
     return handOverAll(std::exchange(_handedOver, {}));
 }
 
-/// The time of change counts: a file that was deleted, and linked again, is a new one.
+/// For a file that was handed over, the time of change counts: one that was deleted, and linked
+/// again, is a new one.
 bool FinishedFiles::keepIfOfferedAgain(const QString& name, const FileStamp& stamp)
 {
     const auto handedOver = _handedOver.constFind(name);
     if (handedOver != _handedOver.constEnd() && handedOver->stamp == stamp) {
-        keepBack(name, _handedOver.take(name));
+        const FileEntry* const entry = _queue.entryFromFileName(name);
+        if (!entry || !entry->allConsumed()) // it is not to be deleted any more
+            postpone(name, _handedOver.take(name));
         return true;
     }
     const auto kept = _keptBack.constFind(name);
     if (kept == _keptBack.constEnd())
         return false;
-    const bool isSame = kept->stamp == stamp;
+    const bool isSame = stamp.hasContentOf(kept->stamp);
     if (!isSame)
         _keptBack.erase(kept);
     return isSame;
@@ -95,14 +95,22 @@ bool FinishedFiles::keepIfOfferedAgain(const QString& name, const FileStamp& sta
 std::vector<quint64> FinishedFiles::lose(const QString& name, const std::optional<FileStamp>& found)
 {
     std::vector<quint64> numbers;
-    for (auto* const files : {&_handedOver, &_keptBack}) {
-        const auto file = files->constFind(name);
-        if (file != files->constEnd() && found != file->stamp) {
-            numbers.push_back(file->number);
-            files->erase(file);
-        }
+    const auto handedOver = _handedOver.constFind(name);
+    if (handedOver != _handedOver.constEnd() && found != handedOver->stamp) {
+        numbers.push_back(handedOver->number);
+        _handedOver.erase(handedOver);
+    }
+    const auto kept = _keptBack.constFind(name);
+    if (kept != _keptBack.constEnd() && !(found && found->hasContentOf(kept->stamp))) {
+        numbers.push_back(kept->number);
+        _keptBack.erase(kept);
     }
     return numbers;
+}
+
+bool FinishedFiles::isKnown(const QString& name) const
+{
+    return _handedOver.contains(name) || _keptBack.contains(name);
 }
 
 void FinishedFiles::scheduleRescan()
@@ -121,27 +129,36 @@ void FinishedFiles::rescan()
         return;
     const auto start = Clock::now();
     _queue.onDirectoryChanged();
-    const Descriptor spool = _spool.open();
+    const bool isInPlace = _spool.isInPlace();
     std::vector<quint64> numbers;
-    for (auto file = _handedOver.begin(); file != _handedOver.end();) {
+    for (auto file = _handedOver.begin(); isInPlace && file != _handedOver.end();) {
         if (_queue.existsFileEntry(file.key())) {
             ++file;
             continue;
         }
-        const auto found = stampIn(spool.get(), QFile::encodeName(file.key()));
-        if (found == file->stamp)
+        if (_spool.isDeleted(file.key()))
+            numbers.push_back(file->number);
+        else if (const auto found = _spool.stampOf(file.key()); found == file->stamp)
             keepBack(file.key(), *file);
-        else if (found || (spool.isOpen() && errno == ENOENT))
+        else if (found)
             numbers.push_back(file->number);
         file = _handedOver.erase(file);
     }
     _journal.forget(numbers);
     _rescanTime = Clock::now() - start;
+    if (!_handedOver.isEmpty()) // the queue could not list the spool
+        _rescanTimer.start(LongestRescanPause);
 }
 
-bool FinishedFiles::handOver(const QString& name, Finished file,
-                             const std::optional<FileStamp>& found)
+/// `found`: what was there when the last handler had ended, if somebody looked.
+bool FinishedFiles::handOver(const QString& name, Finished file, std::optional<FileStamp> found)
 {
+    if (!_queue.existsFileEntry(name)) {
+        _queue.onDirectoryChanged(); // it could not delete the file, and finds it again
+        found.reset();
+    }
+    if (!found)
+        found = _spool.stampOf(name);
     if (found && !found->hasContentOf(file.stamp)) {
         Log::getInstance()->info(kitText("RunnerFileChanged", shownName(name)));
         return false;
@@ -152,8 +169,7 @@ bool FinishedFiles::handOver(const QString& name, Finished file,
     } else if (_spool.isDeleted(name)) {
         _journal.forget({file.number});
     } else {
-        file.next = Clock::now() + UnseenPause;
-        _keptBack.insert(name, file);
+        postpone(name, file);
     }
     return true;
 }
@@ -163,7 +179,7 @@ QStringList FinishedFiles::handOverAll(const QHash<QString, Finished>& files)
 {
     QStringList changed;
     for (auto file = files.constBegin(); file != files.constEnd(); ++file) {
-        if (!handOver(file.key(), *file, stampOf(_spool.pathOf(file.key()))))
+        if (!handOver(file.key(), *file, std::nullopt))
             changed.append(file.key());
     }
     return changed;
@@ -171,25 +187,32 @@ QStringList FinishedFiles::handOverAll(const QHash<QString, Finished>& files)
 
 void FinishedFiles::report(const QString& name, const Finished& file)
 {
-    if (!_queue.existsFileEntry(name))
-        _queue.onDirectoryChanged(); // it could not delete the file, and finds it again
     try {
         Q_EMIT _agent.consumed(_agent.id(), name);
-    } catch (const Exception&) { // it may not use the file any more
-        keepBack(name, file);
+    } catch (const Exception&) { // it does not find the file, or may not use it any more
+        if (_spool.isInPlace())
+            keepBack(name, file);
+        else
+            postpone(name, file);
         return;
     }
     _handedOver.insert(name, file);
     scheduleRescan();
 }
 
-/// The queue could not delete it.
+/// The queue could not delete it. The first time, the spool may only have been away for a moment.
 void FinishedFiles::keepBack(const QString& name, Finished file)
 {
-    if (++file.failures == 1)
+    if (++file.failures == 2)
         Log::getInstance()->critical(kitText("RunnerNotDeleted", shownName(name)));
     file.next =
         Clock::now() + jitteredPause(file.failures, FirstDeletionPause, LongestDeletionPause);
+    _keptBack.insert(name, file);
+}
+
+void FinishedFiles::postpone(const QString& name, Finished file)
+{
+    file.next = Clock::now() + UnseenPause;
     _keptBack.insert(name, file);
 }
 

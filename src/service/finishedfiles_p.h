@@ -69,6 +69,9 @@ public:
     /// known here no more.
     std::vector<quint64> lose(const QString& name, const std::optional<FileStamp>& found);
 
+    /// Whether a file of that name is waiting to be deleted.
+    bool isKnown(const QString& name) const;
+
     /// Has the queue delete what it was given, soon or at once.
     void scheduleRescan();
     void rescan();
@@ -81,10 +84,11 @@ private:
         Clock::time_point next{}; // when to hand it over, if it is kept back
     };
 
-    bool handOver(const QString& name, Finished file, const std::optional<FileStamp>& found);
+    bool handOver(const QString& name, Finished file, std::optional<FileStamp> found);
     QStringList handOverAll(const QHash<QString, Finished>& files);
     void report(const QString& name, const Finished& file);
     void keepBack(const QString& name, Finished file);
+    void postpone(const QString& name, Finished file);
 
     ConsumerAncestor& _agent;
     FilesQueue& _queue;

@@ -41,6 +41,7 @@ struct HandlerPool::Shared {
     {}
 
     std::optional<Job> take(size_t thread, bool waits);
+    void bar(bool isBarred);
     void rest(size_t thread);
     void finish(size_t thread);
 
@@ -79,6 +80,13 @@ std::optional<Job> HandlerPool::Shared::take(size_t thread, bool waits)
     ready.pop_front();
     slots[thread].running = Running{job.file, Clock::now()};
     return job;
+}
+
+void HandlerPool::Shared::bar(bool isOutOfReach)
+{
+    const std::lock_guard lock(mutex);
+    isBarred = isOutOfReach;
+    jobsChanged.notify_all();
 }
 
 void HandlerPool::Shared::rest(size_t thread)
@@ -135,9 +143,9 @@ public:
     Step end(const Ended& ended) const
     {
         Step::Kind kind = Step::Done;
-        if (ended.how == Ended::How::Retry)
+        if (ended.how == Ended::How::Retry && !ended.job.isEarly)
             kind = Step::Retried;
-        else if (ended.how == Ended::How::NotQuarantined)
+        else if (ended.how != Ended::How::Done && ended.how != Ended::How::Quarantined)
             kind = Step::Left;
         return {kind, ended.job.file->number, _consumer};
     }
@@ -148,16 +156,26 @@ private:
         return _workplace.spool + QLatin1Char('/') + file.name;
     }
 
+    /// Otherwise a failure may be due to that.
+    bool isInReach(const QueuedFile& file) const
+    {
+        return stampOf(QFile::encodeName(pathOf(file))).has_value();
+    }
+
     Ended endOf(Job job) const
     {
         if (!job.verdict.isEmpty())
             return quarantine(job, job.verdict, job.tries);
         const Outcome outcome = handle(job);
+        if (outcome.kind() != Outcome::Kind::Done && !isInReach(*job.file))
+            return {_consumer, std::move(job), Ended::How::OutOfReach, {}};
+        const bool isLast =
+            !job.isEarly && _settings.attempts != 0 && job.tries + 1 >= _settings.attempts;
         switch (outcome.kind()) {
         case Outcome::Kind::Done:
             break;
         case Outcome::Kind::Retry:
-            if (_settings.attempts == 0 || job.tries + 1 < _settings.attempts)
+            if (!isLast)
                 return {_consumer, std::move(job), Ended::How::Retry,
                         reasonOr(outcome.reason(), "RunnerNoReason")};
             [[fallthrough]];
@@ -188,6 +206,8 @@ private:
             ended.text =
                 _workplace.quarantine.put(job.file->name, {_id, reason, tries, job.file->key});
         } catch (const Exception& failure) {
+            if (!isInReach(*job.file))
+                return {_consumer, job, Ended::How::OutOfReach, {}};
             ended.how = Ended::How::NotQuarantined;
             ended.text = failure.detail();
         }
@@ -230,10 +250,13 @@ void HandlerPool::work(Shared& shared, size_t thread)
             shared.workplace->inbox.put(*std::exchange(ended, std::nullopt));
         else if (!job)
             return;
-        if (job)
-            ended = worker.perform(*std::move(job));
-        else
+        if (!job) {
             shared.rest(thread);
+            continue;
+        }
+        ended = worker.perform(*std::move(job));
+        if (ended->how == Ended::How::OutOfReach)
+            shared.bar(true); // other files, too, until somebody has looked at the spool
     }
 }
 
@@ -329,9 +352,7 @@ void HandlerPool::resume()
 
 void HandlerPool::bar(bool isBarred)
 {
-    const std::lock_guard lock(_shared->mutex);
-    _shared->isBarred = isBarred;
-    _shared->jobsChanged.notify_all();
+    _shared->bar(isBarred);
 }
 
 void HandlerPool::close()

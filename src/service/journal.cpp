@@ -4,6 +4,7 @@
 #include "service/journal_p.h"
 
 #include "service/durablefiles_p.h"
+#include "service/filestate_p.h"
 #include "service/journallines_p.h"
 #include "service/kittexts_p.h"
 #include "service/spoolplaces_p.h"
@@ -37,6 +38,15 @@ constexpr std::chrono::seconds LongestAttemptPause{300};
 constexpr qsizetype KeyLength = 32;
 constexpr quint64 LargestNumber = quint64{1} << 62; // leaves room for those that follow
 
+void writeConsumers(JournalLineWriter& lines, const QStringList& consumers)
+{
+    int number = 0;
+    for (const QString& consumer : consumers) {
+        lines << 'C' << number++ << consumer;
+        lines.end();
+    }
+}
+
 void writeFile(JournalLineWriter& lines, const Journal::Entry& entry)
 {
     const FileStamp& stamp = entry.stamp;
@@ -51,15 +61,15 @@ void writeWork(JournalLineWriter& lines, quint64 number, int consumer, const Wor
         lines << 'T' << number << consumer << int{work.tries} << int{work.strikes};
         lines.end();
     }
+    if (work.hasCompany) {
+        lines << char{Journal::Step::Joined} << number << consumer;
+        lines.end();
+    }
     if (work.state == WorkRecord::State::Waiting)
         return;
     const bool isBegun = work.state == WorkRecord::State::Begun;
     lines << char{isBegun ? Journal::Step::Begun : Journal::Step::Done} << number << consumer;
     lines.end();
-    if (isBegun && work.hasCompany) {
-        lines << char{Journal::Step::Joined} << number << consumer;
-        lines.end();
-    }
 }
 
 QString newKey()
@@ -94,10 +104,9 @@ void applyTo(WorkRecord& work, Journal::Step::Kind kind)
     switch (kind) {
     case Journal::Step::Begun:
         work.state = State::Begun;
-        work.hasCompany = false;
         return;
     case Journal::Step::Joined:
-        work.hasCompany = work.state == State::Begun;
+        work.hasCompany = work.state != State::Settled;
         return;
     case Journal::Step::Done:
         work.state = State::Settled;
@@ -107,6 +116,7 @@ void applyTo(WorkRecord& work, Journal::Step::Kind kind)
         work.tries = counted(work.tries);
         break;
     case Journal::Step::Left:
+        work.hasCompany = false;
         if (work.state != State::Begun) // it has just ended, or its verdict stands
             return;
         work.state = State::Waiting;
@@ -144,8 +154,12 @@ public:
                 return kitText("JournalLineDamaged", QString::number(number));
             start = end + 1;
         }
+        _soundSize = start;
         return QString();
     }
+
+    /// The bytes up to an end that breaks off.
+    qint64 soundSize() const { return _soundSize; }
 
 private:
     bool readLine(const QByteArray& line)
@@ -230,6 +244,7 @@ private:
     Journal& _journal;
     QHash<quint64, qsizetype> _consumers; // positions by number; -1 if it is there no more
     JournalLineReader _line;
+    qint64 _soundSize = 0;
 };
 
 Journal::Journal(const QString& spool, const QStringList& consumers, bool isKept)
@@ -238,8 +253,15 @@ Journal::Journal(const QString& spool, const QStringList& consumers, bool isKept
     if (!_isKept)
         return;
     load();
-    addStrikes();
+    append(addStrikes());
     compact();
+}
+
+qint64 Journal::longestBefore(qint64 compacted)
+{
+    const qint64 longest = std::min(GrowthBeforeCompaction * compacted,
+                                    std::max(LargestRead / 2, compacted + compacted / 4));
+    return std::max(SmallestCompacted, longest);
 }
 
 bool Journal::hasStrikes() const
@@ -252,6 +274,19 @@ void Journal::reserve(qsizetype files)
     const std::lock_guard lock(_mutex);
     _entries.reserve(static_cast<size_t>(files));
     _numbers.reserve(files);
+}
+
+void Journal::sortByEntry(QStringList& names) const
+{
+    const std::lock_guard lock(_mutex);
+    if (_numbers.isEmpty())
+        return;
+    const auto numberOf = [this](const QString& name) {
+        return _numbers.value(name, std::numeric_limits<quint64>::max());
+    };
+    std::stable_sort(names.begin(), names.end(), [&numberOf](const QString& a, const QString& b) {
+        return numberOf(a) < numberOf(b);
+    });
 }
 
 std::vector<Journal::Entry> Journal::enter(const std::vector<NamedStamp>& files)
@@ -352,8 +387,7 @@ void Journal::sync()
         _file.close();
         _nextAttempt = {};
     }
-    const bool isTooLong =
-        _size > std::max(SmallestCompacted, GrowthBeforeCompaction * _compactedSize);
+    const bool isTooLong = _size > longestBefore(_compactedSize);
     if ((isTooLong || !_file.isOpen()) && Clock::now() >= _nextAttempt)
         rewrite();
     if (!_file.isOpen() || !std::exchange(_isUnsynced, false))
@@ -384,7 +418,9 @@ void Journal::load()
         raise("JournalUnreadable", shownName(_path), systemErrorText(error));
     else
         fault = read(file);
-    if (!fault.isEmpty()) {
+    if (fault.isEmpty()) {
+        goOnWithFile();
+    } else {
         _entries.clear();
         _lastNumber = 0;
         putAside(fault);
@@ -403,7 +439,21 @@ QString Journal::read(const Descriptor& file)
     const QByteArray text = isOpen ? device.readAll() : QByteArray();
     if (!isOpen || device.error() != QFileDevice::NoError)
         raise("JournalUnreadable", shownName(_path), device.errorString());
-    return Reader(*this).read(text);
+    Reader reader(*this);
+    const QString fault = reader.read(text);
+    _size = reader.soundSize();
+    return fault;
+}
+
+/// Makes the file that was read ready for further lines: on a full disk there often is room for
+/// them, and not for a new file.
+void Journal::goOnWithFile()
+{
+    Descriptor file = openFile(QFile::encodeName(_path), O_WRONLY | O_APPEND | O_NOFOLLOW);
+    if (!file.isOpen() || ::ftruncate(file.get(), _size) != 0)
+        return;
+    _file = std::move(file);
+    _compactedSize = _size;
 }
 
 void Journal::putAside(const QString& why)
@@ -422,24 +472,36 @@ void Journal::putAside(const QString& why)
         kitText("JournalPutAside", shownName(_path), why, shownName(aside)));
 }
 
-/// The process died during the work that had begun.
-void Journal::addStrikes()
+/// The process died during the work that had begun. Returns the lines that say so.
+std::string Journal::addStrikes()
 {
+    std::string text;
+    JournalLineWriter lines(text);
+    writeConsumers(lines, _consumers);
     const bool isCauseFound = std::any_of(_entries.begin(), _entries.end(), [](const auto& entry) {
         const std::vector<WorkRecord>& works = entry.second.works;
         return std::any_of(works.begin(), works.end(), isCause);
     });
     for (auto& [number, entry] : _entries) {
+        int consumer = 0;
         for (WorkRecord& work : entry.works) {
+            const bool isChanged = work.state == WorkRecord::State::Begun || work.hasCompany;
             if (work.state == WorkRecord::State::Begun) {
                 if (!isCauseFound || isCause(work))
                     work.strikes = counted(work.strikes);
                 work.state = WorkRecord::State::Waiting;
-                work.hasCompany = false;
+            }
+            work.hasCompany = false;
+            if (isChanged) {
+                lines << char{Step::Left} << number << consumer;
+                lines.end();
+                writeWork(lines, number, consumer, work);
             }
             _hasStrikes = _hasStrikes || work.strikes != 0;
+            ++consumer;
         }
     }
+    return text;
 }
 
 Journal::Entry& Journal::newEntry(const QString& name, const FileStamp& stamp)
@@ -459,13 +521,7 @@ Journal::Entry& Journal::newEntry(const QString& name, const FileStamp& stamp)
 /// Whether the open file is still the one at the path.
 bool Journal::isInPlace() const
 {
-    struct stat opened {};
-    struct stat found {};
-    if (::fstat(_file.get(), &opened) != 0)
-        return false;
-    if (::lstat(QFile::encodeName(_path).constData(), &found) != 0)
-        return errno != ENOENT && errno != ENOTDIR; // hidden, and perhaps there
-    return opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    return isNameOf(QFile::encodeName(_path), _file.get()).value_or(true); // hidden, perhaps there
 }
 
 void Journal::rewrite()
@@ -495,11 +551,7 @@ std::string Journal::wholeText() const
 {
     std::string text(JournalHeader);
     JournalLineWriter lines(text);
-    const int consumers = static_cast<int>(_consumers.size());
-    for (int consumer = 0; consumer < consumers; ++consumer) {
-        lines << 'C' << consumer << _consumers.at(consumer);
-        lines.end();
-    }
+    writeConsumers(lines, _consumers);
     std::vector<const Entry*> entries;
     entries.reserve(_entries.size());
     for (const auto& [number, entry] : _entries)
@@ -508,8 +560,9 @@ std::string Journal::wholeText() const
               [](const Entry* a, const Entry* b) { return a->number < b->number; });
     for (const Entry* const entry : entries) {
         writeFile(lines, *entry);
-        for (int consumer = 0; consumer < consumers; ++consumer)
-            writeWork(lines, entry->number, consumer, entry->works[static_cast<size_t>(consumer)]);
+        int consumer = 0;
+        for (const WorkRecord& work : entry->works)
+            writeWork(lines, entry->number, consumer++, work);
     }
     return text;
 }

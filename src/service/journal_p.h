@@ -27,7 +27,7 @@ struct WorkRecord {
     enum class State : quint8 { Waiting, Begun, Settled };
 
     State state = State::Waiting;
-    bool hasCompany = false; ///< begun under suspicion, and other work has begun since
+    bool hasCompany = false; ///< it is under suspicion, and other work may begin beside it
     quint16 tries = 0;       ///< those that ended with "retry"
     quint16 strikes = 0;     ///< how often the process died during it, since it last ended normally
 };
@@ -42,7 +42,7 @@ struct WorkRecord {
 ///     C 0 ledger 5d1c                          the number of a consumer
 ///     F 17 9f3a… 4711 … 0 order.xml 02aa       a file: key, stamp, linked or not, name
 ///     B 17 0 77e0     D … R … L …              begun; done, to be retried, left at a stop
-///     J 17 0 43aa                              other work has begun beside it
+///     J 17 0 43aa                              other work may begin beside it
 ///     T 17 0 3 1 b5c2                          tries and strikes so far
 ///     K 17 91d0       X 17 6e13                has got another link; forgotten
 ///
@@ -51,7 +51,8 @@ struct WorkRecord {
 /// the journal begins anew: what was done may then be done again, and nothing is lost.
 ///
 /// If the journal cannot be written (full disk), the log says so once, and all goes on without it
-/// until it can. If it is removed from outside, it is written anew.
+/// until it can. A start that cannot write it anew goes on with the file that it has read. If it is
+/// removed from outside, it is written anew.
 ///
 /// *Threads*: any thread, except sync() and compact(): one thread.
 /// *Owns*: its file.
@@ -91,11 +92,19 @@ public:
     /// more. With `isKept` false, all is kept in memory only.
     Journal(const QString& spool, const QStringList& consumers, bool isKept);
 
+    /// How many bytes the file may have before it is written anew, if it had so many when that was
+    /// last done. It stays below the size that a start still reads.
+    static qint64 longestBefore(qint64 compacted);
+
     /// Whether the process died during some work that has not ended normally since.
     bool hasStrikes() const;
 
     /// Makes room for so many files.
     void reserve(qsizetype files);
+
+    /// Puts the names of files that are known in the order of their entry, and the others behind
+    /// them in the order that they have.
+    void sortByEntry(QStringList& names) const;
 
     /// What is known of these files; unknown ones are entered, in this order.
     std::vector<Entry> enter(const std::vector<NamedStamp>& files);
@@ -123,7 +132,8 @@ private:
     void load();
     QString read(const Descriptor& file);
     void putAside(const QString& why);
-    void addStrikes();
+    void goOnWithFile();
+    std::string addStrikes();
     Entry& newEntry(const QString& name, const FileStamp& stamp);
     bool isInPlace() const;
     void rewrite();
@@ -138,7 +148,7 @@ private:
 
     bool _hasStrikes = false; // since the journal was read
 
-    std::mutex _mutex; // guards the rest
+    mutable std::mutex _mutex; // guards the rest
     std::unordered_map<quint64, Entry> _entries;
     QHash<QString, quint64> _numbers; // by name: the newest entry
     quint64 _lastNumber = 0;

@@ -3,6 +3,8 @@
 
 #include "service/progressreport_p.h"
 
+#include "service/signalguard_p.h"
+
 #include <utility>
 
 namespace KezService {
@@ -37,7 +39,7 @@ void ProgressReport::noteChange()
 void ProgressReport::announce()
 {
     const RunnerProgress progress = look();
-    Q_EMIT progressed(progress);
+    withSlots([&] { Q_EMIT progressed(progress); });
     if (Clock::now() - _lastStatus >= StatusPause)
         writeStatus(progress);
 }
@@ -58,7 +60,7 @@ void ProgressReport::announcePause(bool isPaused)
 RunnerProgress ProgressReport::finish(bool canWrite)
 {
     const RunnerProgress last = look();
-    Q_EMIT progressed(last);
+    withSlots([&] { Q_EMIT progressed(last); });
     if (canWrite)
         _status.write(last, "stopped");
     return last;

@@ -19,6 +19,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace KezService {
@@ -148,6 +149,23 @@ Quarantine::Quarantine(const QString& spool, const QString& directory)
         raise("QuarantineUnusable", shownName(_directory), systemErrorText(EACCES));
     if (leadToOne(QFile::encodeName(_directory), QFile::encodeName(spool)))
         raise("QuarantineIsSpool", shownName(_directory));
+}
+
+QString Quarantine::directory() const
+{
+    return _directory;
+}
+
+int Quarantine::error() const
+{
+    const QByteArray path = QFile::encodeName(_directory);
+    struct statvfs info {};
+    if (::statvfs(path.constData(), &info) != 0 || ::access(path.constData(), W_OK | X_OK) != 0)
+        return errno;
+    if (!QFileInfo(_directory).isDir())
+        return ENOTDIR;
+    const bool isFull = info.f_bavail == 0 || (info.f_files != 0 && info.f_favail == 0);
+    return isFull ? ENOSPC : 0;
 }
 
 QString Quarantine::put(const QString& name, const QuarantineNote& note) const

@@ -28,6 +28,12 @@ public:
     /// Makes the directory if it is the default one, below the spool. Refuses the spool itself.
     Quarantine(const QString& spool, const QString& directory);
 
+    QString directory() const;
+
+    /// Why nothing can be put there (ENOENT, ENOTDIR, EACCES, ENOSPC); 0 if the directory itself is
+    /// sound.
+    int error() const;
+
     /// Puts the spool's file there: a hard link, or a copy if there cannot be one. File and text
     /// are on the disk when the call returns. Returns the name that the file has there:
     /// "order.xml", or "order~2.xml" if that is taken. Called again for the same file and consumer,

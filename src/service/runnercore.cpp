@@ -5,16 +5,14 @@
 
 #include "frame/directories_p.h"
 #include "service/kittexts_p.h"
+#include "service/signalguard_p.h"
 #include "service/spoolplaces_p.h"
 
 #include <kez/exception.h>
 #include <kez/log.h>
 
-#include <QFile>
-
 #include <algorithm>
 #include <limits>
-#include <unistd.h>
 #include <utility>
 
 namespace KezService {
@@ -34,6 +32,10 @@ constexpr int MostStrikes = 2;
 
 // Counts of attempts stay there: one more still fits.
 constexpr int MostAttempts = std::numeric_limits<int>::max() - 1;
+
+// Before the next attempt if the file, or the quarantine, was out of reach.
+constexpr auto FirstPlacePause = 1s;
+constexpr auto LongestPlacePause = 5min;
 
 constexpr auto AgentId = QLatin1String("kez-runner");
 
@@ -91,6 +93,11 @@ RunnerCore::RunnerCore(const RunnerSettings& settings,
       _files(idsOf(consumers)),
       _dispatcher(_pools, _workplace->journal),
       _finished(_agent, *_queue, _workplace->journal, _spool, _listingTime),
+      _strays(settings.spool,
+              [this](const QString& name) {
+                  return _queue->existsFileEntry(name) || _files.find(name) ||
+                         _finished.isKnown(name);
+              }),
       _report(
           settings.spool, [this] { return currentProgress(); }, [this] { return checkSpool(); })
 {
@@ -167,7 +174,8 @@ QStringList RunnerCore::namesInQueue()
 /// Takes in the files that are there at the start.
 void RunnerCore::enterPresent()
 {
-    const QStringList names = namesInQueue();
+    QStringList names = namesInQueue();
+    _workplace->journal.sortByEntry(names);
     _files.reserve(names.size());
     _finished.reserve(names.size());
     _workplace->journal.reserve(names.size());
@@ -197,11 +205,10 @@ void RunnerCore::enter(const QStringList& names)
 
 void RunnerCore::enterTogether(std::span<const QString> names)
 {
-    const Descriptor spool = _spool.open();
     std::vector<Journal::NamedStamp> files;
     files.reserve(names.size());
     for (const QString& name : names) {
-        const std::optional<FileStamp> stamp = stampIn(spool.get(), QFile::encodeName(name));
+        const std::optional<FileStamp> stamp = _spool.stampOf(name);
         if (!stamp)
             _unstamped.append(name);
         else if (!isKnown(name, *stamp) && !_finished.keepIfOfferedAgain(name, *stamp))
@@ -225,7 +232,10 @@ void RunnerCore::enterFile(const Journal::Entry& entry)
         const WorkRecord& work = entry.works[i];
         if (work.state == WorkRecord::State::Settled)
             continue;
-        Job job{file, work.tries, {}};
+        Job job;
+        job.file = file;
+        job.tries = work.tries;
+        job.isEarly = work.tries > 0;
         if (work.strikes >= MostStrikes) {
             job.verdict = kitText("RunnerProcessDied", QString::number(work.strikes));
             job.tries += work.strikes;
@@ -253,10 +263,10 @@ void RunnerCore::forgetLost(const QStringList& names)
     for (const QString& name : names) {
         if (_queue->existsFileEntry(name)) // it is back, or another one has its name
             continue;
-        const std::optional<FileStamp> stamp = stampOf(_spool.pathOf(name));
+        const std::optional<FileStamp> stamp = _spool.stampOf(name);
         if (!stamp && !_spool.isDeleted(name)) // and will be back
             continue;
-        const bool isUsable = stamp && ::access(_spool.pathOf(name).constData(), R_OK | W_OK) == 0;
+        const bool isUsable = stamp && _spool.mayReadAndWrite(name);
         const FilePointer file = _files.find(name);
         if (file && !(isUsable && stamp->hasContentOf(file->stamp))) {
             numbers.push_back(file->number);
@@ -270,16 +280,19 @@ void RunnerCore::forgetLost(const QStringList& names)
 
 void RunnerCore::takeEnded()
 {
-    for (const Ended& ended : _workplace->inbox.take())
+    bool isInReach = true;
+    for (const Ended& ended : _workplace->inbox.take()) {
         handleEnded(ended);
+        isInReach = isInReach && ended.how != Ended::How::OutOfReach;
+    }
+    if (!isInReach && checkSpool())
+        unbar();
     _report.noteChange();
 }
 
 void RunnerCore::handleEnded(const Ended& ended)
 {
     const FilePointer& file = ended.job.file;
-    if (ended.how == Ended::How::Quarantined)
-        announceQuarantined(ended);
     if (!file->isGone) {
         switch (ended.how) {
         case Ended::How::Done:
@@ -290,24 +303,32 @@ void RunnerCore::handleEnded(const Ended& ended)
             settle(ended.consumer, file);
             break;
         case Ended::How::Retry:
-            pause(ended, ended.job.tries + 1);
+            retry(ended);
             break;
         case Ended::How::NotQuarantined:
-            pause(ended, ended.job.failures + 1);
+            retryQuarantine(ended);
+            break;
+        case Ended::How::OutOfReach:
+            retryInReach(ended);
             break;
         }
     }
     _dispatcher.noteEnded(ended.consumer, file->number);
+    if (ended.how == Ended::How::Quarantined)
+        announceQuarantined(ended);
 }
 
 void RunnerCore::announceQuarantined(const Ended& ended)
 {
     const QString& consumer = _consumers[static_cast<size_t>(ended.consumer)].id;
     const QString& name = ended.job.file->name;
+    if (_quarantineFailures.succeed())
+        Log::getInstance()->info(
+            kitText("RunnerQuarantineBack", shownName(_workplace->quarantine.directory())));
     Log::getInstance()->critical(kitText("RunnerQuarantined", shownName(name), shownName(consumer),
                                          shownName(ended.job.verdict), shownName(ended.text)));
     _files.countQuarantined(ended.consumer);
-    Q_EMIT quarantined(consumer, name, ended.text);
+    withSlots([&] { Q_EMIT quarantined(consumer, name, ended.text); });
 }
 
 void RunnerCore::settle(int consumer, const FilePointer& file)
@@ -316,30 +337,56 @@ void RunnerCore::settle(int consumer, const FilePointer& file)
         finishFile(file);
 }
 
-/// Has the job done again after a pause. The first failure of a file is said aloud: a retry as a
-/// warning, a quarantine that fails as an error. Further ones are traces.
-void RunnerCore::pause(const Ended& ended, int failures)
+/// The handler asks for a further attempt. The first failure of a file is said aloud.
+void RunnerCore::retry(const Ended& ended)
 {
-    const ConsumerDescription& consumer = _consumers[static_cast<size_t>(ended.consumer)];
-    const FilePointer& file = ended.job.file;
-    const bool isRetry = ended.how == Ended::How::Retry;
-    const auto wait =
-        jitteredPause(failures, consumer.settings.firstPause, consumer.settings.longestPause);
-    const QString text = isRetry
-                             ? kitText("RunnerRetry", shownName(file->name), shownName(consumer.id),
-                                       QString::number(failures), shownName(ended.text))
-                             : ended.text;
-    if (failures > 1)
-        Log::getInstance()->debug(text);
-    else if (isRetry)
-        Log::getInstance()->warning(text);
-    else
-        Log::getInstance()->critical(text);
-
     Job job = ended.job;
-    (isRetry ? job.tries : job.failures) = std::min(failures, MostAttempts);
-    _files.pause(ended.consumer, *file);
-    _paused.add(ended.consumer, job, Clock::now() + wait);
+    const ConsumerDescription& consumer = _consumers[static_cast<size_t>(ended.consumer)];
+    const HandlerSettings& settings = consumer.settings;
+    const QString text = kitText("RunnerRetry", shownName(job.file->name), shownName(consumer.id),
+                                 QString::number(job.tries + 1), shownName(ended.text));
+    if (job.tries > 0)
+        Log::getInstance()->debug(text);
+    else
+        Log::getInstance()->warning(text);
+    if (!std::exchange(job.isEarly, false))
+        job.tries = std::min(job.tries + 1, MostAttempts);
+    pause(ended.consumer, job,
+          jitteredPause(job.tries, settings.firstPause, settings.longestPause));
+}
+
+/// The file could not be put into quarantine. If that is due to the directory, it is said once, not
+/// for each file.
+void RunnerCore::retryQuarantine(const Ended& ended)
+{
+    Job job = ended.job;
+    job.failures = std::min(job.failures + 1, MostAttempts);
+    const int error = _workplace->quarantine.error();
+    const QString lost =
+        kitText("RunnerQuarantineLost", shownName(_workplace->quarantine.directory()),
+                systemErrorText(error));
+    if (error != 0 && checkSpool() && _quarantineFailures.fail(lost))
+        Log::getInstance()->critical(lost);
+    if (error != 0 || job.failures > 1)
+        Log::getInstance()->debug(ended.text);
+    else
+        Log::getInstance()->critical(ended.text);
+    pause(ended.consumer, job, jitteredPause(job.failures, FirstPlacePause, LongestPlacePause));
+}
+
+/// The file was out of reach when its handler failed. It will soon be known whether it is deleted,
+/// or where it was.
+void RunnerCore::retryInReach(const Ended& ended)
+{
+    Job job = ended.job;
+    job.failures = std::min(job.failures + 1, MostAttempts);
+    pause(ended.consumer, job, jitteredPause(job.failures, FirstPlacePause, LongestPlacePause));
+}
+
+void RunnerCore::pause(int consumer, const Job& job, std::chrono::milliseconds pause)
+{
+    _files.pause(consumer, *job.file);
+    _paused.add(consumer, job, Clock::now() + pause);
     _retryTimer.start(timerInterval(_paused.firstDue() - Clock::now()));
 }
 
@@ -372,6 +419,7 @@ void RunnerCore::tick()
         _unstamped.removeIf([this](const QString& name) { return !_queue->existsFileEntry(name); });
         enter(_finished.handOverDue());
         _workplace->journal.sync();
+        _strays.look(Clock::now());
     }
     reportSlowHandlers();
     _report.catchUp();
@@ -415,9 +463,14 @@ void RunnerCore::returnToSpool()
     _finished.rescan();
     enter(namesInQueue());
     forgetLost(_files.names());
+    unbar();
+    _report.noteChange();
+}
+
+void RunnerCore::unbar()
+{
     for (const auto& pool : _pools)
         pool->bar(false);
-    _report.noteChange();
 }
 
 void RunnerCore::announcePause(bool isPaused)
@@ -432,7 +485,9 @@ RunnerProgress RunnerCore::currentProgress()
     std::vector<qint64> running;
     for (const auto& pool : _pools)
         running.push_back(pool->runningCount());
-    return _files.progress(running);
+    RunnerProgress progress = _files.progress(running);
+    progress.strays = _strays.count();
+    return progress;
 }
 
 RunnerProgress RunnerCore::finish(const LeftFiles& left)

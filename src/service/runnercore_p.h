@@ -11,6 +11,7 @@
 #include "service/progressreport_p.h"
 #include "service/runnerfiles_p.h"
 #include "service/spoolaccess_p.h"
+#include "service/strayfiles_p.h"
 
 #include <kez/ConsumerAncestor.h>
 #include <kez/FilesQueue.h>
@@ -94,7 +95,10 @@ private:
     void handleEnded(const Ended& ended);
     void announceQuarantined(const Ended& ended);
     void settle(int consumer, const FilePointer& file);
-    void pause(const Ended& ended, int failures);
+    void retry(const Ended& ended);
+    void retryQuarantine(const Ended& ended);
+    void retryInReach(const Ended& ended);
+    void pause(int consumer, const Job& job, std::chrono::milliseconds pause);
     void resumeDue();
 
     void finishFile(const FilePointer& file);
@@ -103,6 +107,7 @@ private:
     void reportSlowHandlers();
     bool checkSpool();
     void returnToSpool();
+    void unbar();
     RunnerProgress currentProgress();
 
     const RunnerSettings _settings;
@@ -119,6 +124,8 @@ private:
     JobDispatcher _dispatcher;
     FinishedFiles _finished;
     PausedJobs _paused;
+    Backoff _quarantineFailures;
+    StrayFiles _strays;
     ProgressReport _report;
 
     QTimer _drainTimer;

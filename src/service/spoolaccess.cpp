@@ -17,7 +17,9 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace KezService {
 
@@ -36,25 +38,34 @@ bool isReachable(const QString& spool)
 
 } // namespace
 
-SpoolAccess::SpoolAccess(const QString& spool, SpoolLock& lock) : _spool(spool), _lock(lock)
+SpoolAccess::SpoolAccess(const QString& spool, SpoolLock& lock)
+    : _spool(spool),
+      _lock(lock),
+      _directory(openFile(QFile::encodeName(spool), O_PATH | O_DIRECTORY)),
+      _stamp(stampIn(_directory.get(), {}).value_or(FileStamp()))
 {}
 
-QByteArray SpoolAccess::pathOf(const QString& name) const
+std::optional<FileStamp> SpoolAccess::stampOf(const QString& name) const
 {
-    return QFile::encodeName(_spool + QLatin1Char('/') + name);
-}
-
-Descriptor SpoolAccess::open() const
-{
-    return openFile(QFile::encodeName(_spool), O_PATH | O_DIRECTORY);
+    return stampIn(_directory.get(), QFile::encodeName(name));
 }
 
 bool SpoolAccess::isDeleted(const QString& name) const
 {
-    const Descriptor spool = open();
     const QByteArray encoded = QFile::encodeName(name);
-    return spool.isOpen() && ::faccessat(spool.get(), encoded.constData(), F_OK, 0) != 0 &&
-           errno == ENOENT;
+    return ::faccessat(_directory.get(), encoded.constData(), F_OK, 0) != 0 && errno == ENOENT;
+}
+
+bool SpoolAccess::mayReadAndWrite(const QString& name) const
+{
+    const QByteArray encoded = QFile::encodeName(name);
+    return ::faccessat(_directory.get(), encoded.constData(), R_OK | W_OK, 0) == 0;
+}
+
+bool SpoolAccess::isInPlace() const
+{
+    const std::optional<FileStamp> stamp = KezService::stampOf(QFile::encodeName(_spool));
+    return stamp && stamp->isOfSameFile(_stamp);
 }
 
 bool SpoolAccess::isUsable() const
@@ -91,8 +102,14 @@ void SpoolAccess::skipPause()
 /// Returns why the spool cannot be worked on; empty if it can.
 QString SpoolAccess::regain()
 {
-    if (!isReachable(_spool))
+    Descriptor found = openFile(QFile::encodeName(_spool), O_PATH | O_DIRECTORY);
+    const std::optional<FileStamp> stamp = stampIn(found.get(), {});
+    if (!isReachable(_spool) || !stamp)
         return kitText("RunnerSpoolLost", shownName(_spool));
+    if (!stamp->isOfSameFile(_stamp) && !isDirectoryDeleted())
+        return kitText("RunnerSpoolReplaced", shownName(_spool));
+    _directory = std::move(found); // it may be mounted anew
+    _stamp = *stamp;
     if (_lock.isInPlace())
         return QString();
     const QString hidden = SpoolPlaces::hidden(_spool);
@@ -104,6 +121,12 @@ QString SpoolAccess::regain()
         return failure.detail();
     }
     return QString();
+}
+
+bool SpoolAccess::isDirectoryDeleted() const
+{
+    struct stat info {};
+    return ::fstat(_directory.get(), &info) != 0 || info.st_nlink == 0;
 }
 
 } // namespace KezService

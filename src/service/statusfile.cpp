@@ -87,6 +87,7 @@ QByteArray StatusFile::text(const RunnerProgress& progress, const QString& spool
         {QStringLiteral("state"), QString::fromLatin1(state)},
         {QStringLiteral("spool"), spool},
         {QStringLiteral("files"), progress.files},
+        {QStringLiteral("strays"), progress.strays},
         {QStringLiteral("consumers"), consumers},
     };
     return QJsonDocument(status).toJson(QJsonDocument::Indented);

@@ -38,14 +38,15 @@ struct QueuedFile {
 /// One file to be handled.
 struct Job {
     std::shared_ptr<QueuedFile> file;
-    int tries = 0;    ///< attempts before this one that ended with "retry"
-    QString verdict;  ///< if not empty: why it goes to quarantine without being handled
-    int failures = 0; ///< attempts to put it there that failed
+    int tries = 0;        ///< attempts before this one that ended with "retry"
+    bool isEarly = false; ///< a restart has cut its pause short: this attempt does not count
+    QString verdict;      ///< if not empty: why it goes to quarantine without being handled
+    int failures = 0;     ///< attempts that failed since it, or the quarantine, was out of reach
 };
 
 /// How a job ended.
 struct Ended {
-    enum class How { Done, Quarantined, Retry, NotQuarantined };
+    enum class How { Done, Quarantined, Retry, NotQuarantined, OutOfReach };
 
     int consumer = 0;
     Job job;

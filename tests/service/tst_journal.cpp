@@ -148,6 +148,7 @@ private Q_SLOTS:
     void verdictOutlivesAFailedQuarantine();
     void workUnderSuspicionIsTheCause_data();
     void workUnderSuspicionIsTheCause();
+    void companyCountsUntilTheNextStart();
     void replacedFileIsANewOne_data();
     void replacedFileIsANewOne();
     void newestEntryOfANameCounts();
@@ -166,6 +167,9 @@ private Q_SLOTS:
     void longJournalIsCompactedBySync();
     void fullDiskIsSaidOnce();
     void journalThatCannotBeCompactedGoesOn();
+    void startThatCannotWriteAnewGoesOn();
+    void consumersOfAFileThatGoesOnAreTold();
+    void fileStaysShortEnoughToBeRead();
     void removedJournalIsWrittenAnew();
     void removedDirectoryIsSaidOnce();
     void temporaryFileHoldsNothingUp();
@@ -318,6 +322,10 @@ void TestJournal::workUnderSuspicionIsTheCause_data()
                                  << QList<int>{1, 2, 0};
     QTest::newRow("unknown") << QByteArray("BJ") << QByteArray("BJ") << QByteArray("B")
                              << QList<int>{2, 2, 1};
+    QTest::newRow("the second, while the first waits")
+        << QByteArray("J") << QByteArray("B") << QByteArray() << QList<int>{1, 2, 0};
+    QTest::newRow("unknown, the first began late")
+        << QByteArray("JB") << QByteArray() << QByteArray("B") << QList<int>{2, 1, 1};
     QTest::newRow("none of them") << QByteArray("BD") << QByteArray("BR") << QByteArray("B")
                                   << QList<int>{0, 0, 1};
 }
@@ -350,6 +358,28 @@ void TestJournal::workUnderSuspicionIsTheCause()
         QCOMPARE(int(entries[0].works[0].strikes), wasBegunAgain ? 1 : strikes[0]);
         QCOMPARE(int(entries[1].works[1].strikes), strikes[1]);
         QCOMPARE(int(entries[2].works[0].strikes), strikes[2]);
+    }
+}
+
+void TestJournal::companyCountsUntilTheNextStart()
+{
+    for (const bool isCompacted : {false, true}) {
+        Place place;
+        const std::vector<Journal::NamedStamp> files{{"a", stampOfNumber(1)},
+                                                     {"b", stampOfNumber(2)}};
+        Journal* journal = &place.open();
+        record(*journal, journal->enter(files)[0].number, "B");
+        journal = &place.open();
+        record(*journal, journal->enter(files)[0].number, "J");
+        journal = &place.open();
+        if (isCompacted)
+            journal->compact();
+        const Entries entries = journal->enter(files);
+        record(*journal, entries[0].number, "B"); // alone again
+        record(*journal, entries[1].number, "B", 1);
+        const Entries last = place.open().enter(files);
+        QCOMPARE(int(last[0].works[0].strikes), 2);
+        QCOMPARE(int(last[1].works[1].strikes), 0);
     }
 }
 
@@ -809,6 +839,48 @@ void TestJournal::journalThatCannotBeCompactedGoesOn()
     QVERIFY(QDir(place.hidden() + "/journal.new").removeRecursively());
     QCOMPARE(log.texts(), QStringList());
     QVERIFY(entered(place.open(), "order", stampOfNumber(1)).works[0].state == State::Settled);
+}
+
+void TestJournal::startThatCannotWriteAnewGoesOn()
+{
+    Place place;
+    Journal& first = place.open();
+    record(first, entered(first, "order", stampOfNumber(1)).number, "B");
+    QVERIFY(writeFile(place.path(), place.text() + "D 1 0"));
+    QVERIFY(QDir(place.hidden()).mkpath("journal.new/inside"));
+    const TraceLog log;
+    for (int strikes = 1; strikes < 4; ++strikes) {
+        Journal& journal = place.open();
+        const Journal::Entry entry = entered(journal, "order", stampOfNumber(1));
+        QCOMPARE(int(entry.works[0].strikes), strikes);
+        record(journal, entry.number, "B");
+    }
+    QVERIFY(QDir(place.hidden() + "/journal.new").removeRecursively());
+    QCOMPARE(int(entered(place.open(), "order", stampOfNumber(1)).works[0].strikes), 4);
+    QCOMPARE(log.texts(), QStringList());
+    QCOMPARE(place.putAside(), QStringList());
+}
+
+void TestJournal::consumersOfAFileThatGoesOnAreTold()
+{
+    Place place;
+    entered(place.open({"ledger", "archive"}), "order", stampOfNumber(1));
+    QVERIFY(QDir(place.hidden()).mkpath("journal.new/inside"));
+    Journal& journal = place.open({"archive", "ledger"});
+    record(journal, entered(journal, "order", stampOfNumber(1)).number, "BD", 0);
+    const Journal::Entry entry =
+        entered(place.open({"ledger", "archive"}), "order", stampOfNumber(1));
+    QVERIFY(entry.works[0].state == State::Waiting);
+    QVERIFY(entry.works[1].state == State::Settled);
+}
+
+void TestJournal::fileStaysShortEnoughToBeRead()
+{
+    constexpr qint64 Mebibyte = 1 << 20;
+    QCOMPARE(Journal::longestBefore(0), Mebibyte);
+    QCOMPARE(Journal::longestBefore(10 * Mebibyte), 40 * Mebibyte);
+    QCOMPARE(Journal::longestBefore(300 * Mebibyte), 512 * Mebibyte);
+    QCOMPARE(Journal::longestBefore(800 * Mebibyte), 1000 * Mebibyte);
 }
 
 void TestJournal::removedJournalIsWrittenAnew()

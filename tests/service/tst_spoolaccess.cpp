@@ -28,6 +28,7 @@ private Q_SLOTS:
     void lookAfterAFailureComesAfterAPause();
     void removedLockIsTakenAgain();
     void anotherCauseIsSaidToo();
+    void otherDirectoryInThePlaceOfTheSpoolIsLeftAlone();
     void nameIsDeletedOnlyFromASpoolInReach();
 
 private:
@@ -69,7 +70,6 @@ void TestSpoolAccess::quietWhileAllIsWell()
     QCOMPARE(_access->look(), State::Usable);
     QCOMPARE(_access->look(), State::Usable);
     QVERIFY(_access->isUsable());
-    QVERIFY(_access->open().isOpen());
     QCOMPARE(_log->texts(), QStringList());
 }
 
@@ -79,7 +79,6 @@ void TestSpoolAccess::lostSpoolIsSaidOnce()
     QCOMPARE(lookNow(), State::Unusable);
     QCOMPARE(lookNow(), State::Unusable);
     QVERIFY(!_access->isUsable());
-    QVERIFY(!_access->open().isOpen());
     bringBackSpool();
     QCOMPARE(lookNow(), State::Regained);
     QVERIFY(_access->isUsable());
@@ -111,7 +110,8 @@ void TestSpoolAccess::anotherCauseIsSaidToo()
 {
     loseSpool();
     QCOMPARE(lookNow(), State::Unusable);
-    QVERIFY(QDir().mkdir(_spool->path())); // another directory
+    QVERIFY(QDir(_spool->beside("away")).removeRecursively());
+    QVERIFY(QDir().mkdir(_spool->path()));
     QVERIFY(QDir(_spool->path()).mkdir(".kez"));
     {
         const SpoolLock theirs(_spool->path());
@@ -125,6 +125,20 @@ void TestSpoolAccess::anotherCauseIsSaidToo()
                                          "1" + kitText("RunnerSpoolBack", _spool->path())}));
 }
 
+void TestSpoolAccess::otherDirectoryInThePlaceOfTheSpoolIsLeftAlone()
+{
+    loseSpool();
+    QVERIFY(QDir().mkdir(_spool->path()));
+    QCOMPARE(_access->look(), State::Unusable);
+    QCOMPARE(lookNow(), State::Unusable);
+    QVERIFY(!QFile::exists(_spool->pathOf(".kez")));
+    QVERIFY(QDir().rmdir(_spool->path()));
+    bringBackSpool();
+    QCOMPARE(lookNow(), State::Regained);
+    QCOMPARE(_log->texts(), QStringList({"3" + kitText("RunnerSpoolReplaced", _spool->path()),
+                                         "1" + kitText("RunnerSpoolBack", _spool->path())}));
+}
+
 void TestSpoolAccess::nameIsDeletedOnlyFromASpoolInReach()
 {
     QVERIFY(_spool->put("order"));
@@ -132,10 +146,14 @@ void TestSpoolAccess::nameIsDeletedOnlyFromASpoolInReach()
     QVERIFY(_access->isDeleted("other"));
     loseSpool();
     QVERIFY(!_access->isDeleted("order"));
-    QVERIFY(!_access->isDeleted("other"));
+    QVERIFY(QDir().mkdir(_spool->path())); // another directory, without the file
+    QVERIFY(!_access->isDeleted("order"));
+    QVERIFY(_access->stampOf("order"));
+    QVERIFY(QDir(_spool->path()).removeRecursively());
     bringBackSpool();
-    QVERIFY(QFile::remove(QFile::decodeName(_access->pathOf("order"))));
+    QVERIFY(QFile::remove(_spool->pathOf("order")));
     QVERIFY(_access->isDeleted("order"));
+    QVERIFY(!_access->stampOf("order"));
 }
 
 QTEST_GUILESS_MAIN(TestSpoolAccess)

@@ -24,8 +24,9 @@ struct FileAtHand {
     QString name; ///< in the spool
 
     /// Drawn at random when the file entered the spool, and the same each time that the file is
-    /// given to a handler, also after a restart. A handler that passes work on can tell by it that
-    /// the work was passed on before. Two files never have the same one, even with the same name.
+    /// given to a handler, also after a restart, as long as the journal is kept. A handler that
+    /// passes work on can tell by it that the work was passed on before. Two files never have the
+    /// same one, even with the same name.
     QString key;
     int attempt = 1; ///< 1, and one more after each "retry"
 };
@@ -42,6 +43,8 @@ struct HandlerSettings {
     int threads = 1;
 
     /// After so many attempts that ended with "retry", the file goes to quarantine; 0 for no limit.
+    /// An attempt right after a restart does not count, since it comes before the pause is over;
+    /// nor does one that fails while the file is out of reach.
     int attempts = 10;
 
     /// Before the next attempt. It doubles each time, up to `longestPause`. Each pause is up to a
@@ -102,6 +105,10 @@ struct RunnerProgress {
 
     QList<ConsumerProgress> consumers; ///< in the order in which they were added
     qint64 files = 0;                  ///< in the spool, not yet done for every consumer
+
+    /// Visible files in the spool that nobody gets: the process may not read and write them, or
+    /// their names are not UTF-8. Looked for once a minute; 1000 stands for more.
+    qint64 strays = 0;
 };
 
 /// A handler that did not end before the limit of stop().
@@ -137,18 +144,20 @@ struct StopReport {
 /// that were being handled come again; the others do not, thanks to a journal. A file whose content
 /// changes before all are done is handled again by all.
 ///
-/// While the spool is out of reach (removed, rights missing), no handler begins. The log says so
-/// once. When the spool is back, its files go on from where they were.
+/// While the spool is out of reach (removed, not mounted, rights missing), no further handler
+/// begins. The log says so once. When the spool is back, its files go on from where they were.
+/// Another directory in its place is left alone.
 ///
 /// Lock, journal, status and quarantine are in the subdirectory ".kez" of the spool. One spool is
 /// for one runner: a second one, in this process or another, is refused. The file "status.json"
-/// there shows the progress, at most a second old while something happens.
+/// there shows the progress, at most two seconds old while something happens.
 ///
 /// *Threads*: the object's thread; handlers run in threads of the runner, the queue in another one.
-/// Signals are emitted in the queue's thread.
-/// *Owns*: the queue, the threads, the handlers. A handler that did not end in time is left behind
-/// by stop(): it is destroyed when it ends.
-/// *Fails*: addConsumer() and start() throw Exception. Afterwards failures are lines in the log.
+/// Signals are emitted in the queue's thread: connect them with a receiver. What a slot throws
+/// there is logged. *Owns*: the queue, the threads, the handlers. A handler that did not end in
+/// time is left behind by stop(): it is destroyed when it ends, and until then it holds the lock on
+/// the spool. *Fails*: addConsumer() and start() throw Exception. So do pause() and stop() in the
+/// queue's thread, which cannot wait for itself. Afterwards failures are lines in the log.
 class KEZ_SERVICE_EXPORT FileRunner : public QObject {
     Q_OBJECT
 
