@@ -24,6 +24,7 @@
 #include <atomic>
 #include <cerrno>
 #include <functional>
+#include <future>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <thread>
@@ -914,16 +915,22 @@ void TestConfigWatcher::worksInAnotherThread()
     std::shared_ptr<Config> received; // in this thread, through a queued connection
     connect(watcher.get(), &ConfigWatcher::changed, this,
             [&](const std::shared_ptr<Config>& config) { received = config; });
-    watcher->moveToThread(&thread);
+    std::promise<void> started;
+    QObject inThread;
+    connect(&thread, &QThread::started, &inThread, [&] {
+        watcher->start();
+        started.set_value();
+    });
+    connect(
+        &thread, &QThread::finished, &inThread, [&] { watcher.reset(); }, Qt::DirectConnection);
+    for (QObject* const object : {static_cast<QObject*>(watcher.get()), &inThread})
+        object->moveToThread(&thread);
     thread.start();
     const auto end = qScopeGuard([&] {
-        QMetaObject::invokeMethod(
-            watcher.get(), [&] { watcher.reset(); }, Qt::BlockingQueuedConnection);
         thread.quit();
         thread.wait();
     });
-    QMetaObject::invokeMethod(
-        watcher.get(), [&] { watcher->start(); }, Qt::BlockingQueuedConnection);
+    started.get_future().wait();
     saveAtomically(file(), {{"a", "2"}});
     QTRY_VERIFY(received);
     QCOMPARE(received->value("a"), "2");

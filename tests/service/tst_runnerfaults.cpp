@@ -229,6 +229,7 @@ private Q_SLOTS:
     void verdictOutlivesALossOfTheQuarantine();
     void journalIsWrittenAgainAfterAFullDisk();
     void undeletableFileIsNotHandledAgain();
+    void undeletableFileIsKnownWithOtherRights();
     void undeletableFileIsKnownAfterARestart();
     void replacementOfAnUndeletableFileIsHandled();
     void fileLinkedAgainIsHandledAgain();
@@ -523,6 +524,30 @@ void TestRunnerFaults::undeletableFileIsNotHandledAgain()
     QVERIFY(spool.put("order-1"));
     QTRY_COMPARE(calls.count("order-1"), qsizetype(2)); // another file
     QTRY_VERIFY(!spool.holds("order-1"));
+}
+
+void TestRunnerFaults::undeletableFileIsKnownWithOtherRights()
+{
+    const Spool spool;
+    const TraceLog log(LoggerLevel::error);
+    Calls calls;
+    RunnerSettings settings = settingsFor(spool);
+    settings.period = 10ms;
+    FileRunner runner(settings);
+    runner.addConsumer("only", noting(calls));
+    runner.start();
+    Faults::deletionError = EPERM;
+    QVERIFY(spool.put("order"));
+    QTRY_COMPARE(said(log).size(), qsizetype(1));
+    for (const auto rights : {QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup,
+                              QFile::ReadOwner | QFile::WriteOwner}) {
+        QVERIFY(QFile::setPermissions(spool.pathOf("order"), rights)); // by an operator
+        QTest::qWait(100);
+    }
+    Faults::deletionError = 0;
+    QTRY_VERIFY_WITH_TIMEOUT(!spool.holds("order"), 20000);
+    QCOMPARE(calls.count(), qsizetype(1));
+    QCOMPARE(said(log).size(), qsizetype(1));
 }
 
 void TestRunnerFaults::undeletableFileIsKnownAfterARestart()
