@@ -32,6 +32,13 @@ void lockSource(const SourceFile& source)
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
 }
 
+/// A queue of this process would never take a file that it may not write. All other errors are left
+/// to the rename: a file system that is mounted for reading only, for instance.
+bool isWritable(const QByteArray& path)
+{
+    return ::faccessat(AT_FDCWD, path.constData(), W_OK, AT_EACCESS) == 0 || errno != EACCES;
+}
+
 /// Whether the process may do what only the owner of a file may, as root usually may.
 bool actsForOwners()
 {
@@ -149,6 +156,8 @@ QueueEntrance::Entered QueueEntrance::moveIn(const QByteArray& path, const QByte
         throw Refusal::because(Refusal::Kind::Other, "DeliverySourceInQueue");
     if (expected && !(source.state() == *expected))
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
+    if (!isWritable(path))
+        return copyIn(source, name);
     Refusal::check(path, syncFile(source.descriptor()));
     if (!source.isStillThere())
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");

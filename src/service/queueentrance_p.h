@@ -44,8 +44,8 @@ public:
     /// has now.
     QByteArray enter(const QByteArray& from, const QByteArray& name) const;
 
-    /// Moves a file from anywhere: by a rename, or as a copy from another file system. `expected`:
-    /// the state in which the file is complete.
+    /// Moves a file from anywhere: by a rename, or as a copy if it comes from another file system
+    /// or if the process may not write it. `expected`: the state in which the file is complete.
     Entered moveIn(const QByteArray& path, const QByteArray& name,
                    const std::optional<FileState>& expected = std::nullopt) const;
 

@@ -42,6 +42,9 @@ SourceFile::SourceFile(const QByteArray& path, Link link) : _path(path)
     checkKind(_status.st_mode);
     // Another file may have taken its place since: so the opening does not wait, either.
     _file = openFile(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | (isFollowed ? 0 : O_NOFOLLOW));
+    if (!_file.isOpen() && errno == EACCES)
+        throw Refusal::because(Refusal::Kind::Other, "DeliverySourceUnreadable",
+                               shownName(QFile::decodeName(path)));
     if (!_file.isOpen() || ::fstat(_file.get(), &_status) != 0)
         throw refusalBy(path, errno);
     checkKind(_status.st_mode);
@@ -56,7 +59,8 @@ void SourceFile::copyTo(int file, const QByteArray& path) const
     const auto now = statusOf(_file.get());
     if (!now || !(FileState(*now) == state()))
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
-    if (::fchmod(file, _status.st_mode & 0777) != 0)
+    // The owner of the copy is another one: this process's user, as which a queue must use it.
+    if (::fchmod(file, (_status.st_mode & 0777) | S_IRUSR | S_IWUSR) != 0)
         throw Refusal::bySystem(path, errno);
 }
 

@@ -36,8 +36,9 @@ public:
     const struct stat& status() const { return _status; }
     FileState state() const { return FileState(_status); }
 
-    /// Writes the content into a new file at `path`, with the permissions of this one. Throws
-    /// Refusal also if the source changes meanwhile, or if the thread is asked to end.
+    /// Writes the content into a new file at `path`, with the permissions of this one; its owner
+    /// may always read and write it. Throws Refusal also if the source changes meanwhile, or if the
+    /// thread is asked to end.
     void copyTo(int file, const QByteArray& path) const;
 
     /// Whether the path still leads to the file, and the file has not changed.
