@@ -6,6 +6,7 @@
 #include "support/failuretext.h"
 #include "support/spool.h"
 
+#include <kez/FilesQueue.h>
 #include <kez/service/delivery.h>
 
 #include <QScopeGuard>
@@ -82,6 +83,7 @@ int childMovesReadOnlyFile()
         EXPECT(Spool::modeOf(spool.path("a")) == (mode | 0600));
         EXPECT(after->st_mtim.tv_sec == times[1].tv_sec);
         EXPECT(isUsable(spool.path("a")) && spool.content("a") == "x");
+        EXPECT(FilesQueue(spool.path(), {}, true, 0).size() == 1);
         EXPECT(!QFile::exists(source) && spool.growing().isEmpty());
         EXPECT(QFile::remove(spool.path("a")));
     }

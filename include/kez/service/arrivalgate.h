@@ -19,8 +19,14 @@ namespace KezService {
 ///
 /// The producers are shell scripts, FTP servers or scanners, which know nothing of the queue. The
 /// gate decides that a file is complete, writes its data to the disk and moves it as
-/// Delivery::moveIn() does: by one rename, or from another file system as a copy whose source is
-/// then removed. Many files share one wait for the directory.
+/// Delivery::moveIn() does: by one rename, or as a copy whose source is then removed. Many files
+/// share one wait for the directory.
+///
+/// The gate's process needs the right to change the incoming directory and to read its files. A
+/// file that it may not write (an FTP server makes it with mode 0644, for instance) is copied, so
+/// that a queue of the same user can take it. One that it may not read stays; the gate says so
+/// once, and looks at it again when it changes. Run the gate as the user of the queue's process: a
+/// gate that runs as root may write everything, and so copies nothing for others.
 ///
 /// The gate leaves alone hidden and temporary names (".x", "x.part", "x.tmp", "x~"),
 /// subdirectories, links and whatever is no regular file; also names that are not UTF-8, which is
@@ -30,12 +36,12 @@ namespace KezService {
 /// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
 /// full or broken disk; these hold up all files. The gate says when it goes on.
 ///
-/// A crash loses no file. After a crash, a file that was copied from another file system, or by
-/// links, may be handed on a second time. The source of a copy has a hidden name while it is
+/// A crash loses no file. After a crash, a file that was copied, or moved by links, may be handed on
+/// a second time. The source of a copy has a hidden name while it is
 /// removed (see Delivery::moveIn()); if a crash leaves it so, the gate gives it its name back.
 ///
-/// Give each incoming directory one gate. Two of them do no harm within one file system that can
-/// rename without replacing: one of them gets the file.
+/// Give each incoming directory one gate. Two of one user do no harm within one file system that
+/// can rename without replacing: one of them gets the file.
 ///
 /// *Threads*: the object's thread, which needs an event loop. Build it there, or move it there
 /// before start(). Its thread waits for the disk; a thread that is asked to end

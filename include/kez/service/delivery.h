@@ -32,8 +32,8 @@ namespace KezService {
 /// bytes of UTF-8. A name such as "x.tmp" is allowed: to a queue it is one like any other.
 ///
 /// A delivered file has the permissions of an ordinary new one (0666 under the process's mask). One
-/// that was copied or moved has those of its source. A queue takes only what its process may read
-/// and write.
+/// that was copied or moved has those of its source; the owner of a copy may also read and write it
+/// in any case. A queue takes only what its process may read and write.
 ///
 /// On a file system that cannot rename without replacing, a link takes the rename's place. If the
 /// producer is killed between the link and the removal of the old name, a file that was moved still
@@ -100,9 +100,11 @@ public:
     /// regular file is refused at once. If the file changes meanwhile, nothing is delivered.
     QString deliverFile(const QString& path, const QString& name = {}) const;
 
-    /// Moves a complete file into the queue: by a rename, or from another file system by a copy, as
-    /// deliverFile() makes it, after which the file is removed. A link is refused, since it might
-    /// lead elsewhere from there.
+    /// Moves a complete file into the queue: by a rename, or by a copy, as deliverFile() makes it,
+    /// after which the file is removed. A link is refused, since it might lead elsewhere from there.
+    ///
+    /// A file is copied if it comes from another file system, and if this process may not write it:
+    /// a queue of this user would never take it. An example is another user's file with mode 0644.
     ///
     /// If the file is in the queue but could not be removed here, or has changed since the copy,
     /// the failure's delivered() has its name. A copy of many gigabytes stops with a failure if the
