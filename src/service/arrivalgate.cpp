@@ -138,6 +138,8 @@ void ArrivalGate::Private::tell(const GateReport& report) const
         Q_EMIT gate.resumed();
         break;
     case GateReport::Kind::WatchRefused:
+    case GateReport::Kind::LeftoversRemoved:
+    case GateReport::Kind::LeftoversStay:
         break;
     }
 }
@@ -165,6 +167,12 @@ void ArrivalGate::Private::log(const GateReport& report) const
         break;
     case GateReport::Kind::WatchRefused:
         log.warning(kitText("GateWatchRefused", settings.incoming, report.text));
+        break;
+    case GateReport::Kind::LeftoversRemoved:
+        log.info(kitText("GateLeftovers", settings.queueDirectory, report.text));
+        break;
+    case GateReport::Kind::LeftoversStay:
+        log.warning(kitText("DeliveryLeftovers", settings.queueDirectory, report.text));
         break;
     }
 }

@@ -5,6 +5,7 @@
 
 #include "service/directoryentries_p.h"
 #include "service/durablefiles_p.h"
+#include "service/growingfiles_p.h"
 #include "service/openwriters_p.h"
 #include "service/sourceremoval_p.h"
 #include "service/spoolname_p.h"
@@ -27,6 +28,10 @@ using Clock = Arrival::Clock;
 /// The event loop gets its turn after this time, and what was handed on gets to the disk.
 constexpr auto WorkSlice = 100ms;
 constexpr size_t HandedTogether = 256;
+
+/// Nobody works on one file for a day. Producers that deliver by hand are known by that only.
+constexpr auto LeftoverAge = 24h;
+constexpr auto CleaningPeriod = 1h;
 
 /// Signals that a listing is needed may come one after the other.
 constexpr auto ShortestLookPeriod = 200ms;
@@ -64,7 +69,8 @@ Gatekeeper::Gatekeeper(const ArrivalGate::Settings& settings)
       _path(QFile::encodeName(settings.incoming)),
       _suffix(QFile::encodeName(settings.markerSuffix)),
       _entrance(settings.queueDirectory, settings.ifTaken),
-      _nextLook(Clock::now())
+      _nextLook(Clock::now()),
+      _nextCleaning(_nextLook)
 {}
 
 void Gatekeeper::report(Report kind, const QByteArray& name, const QString& text)
@@ -112,6 +118,8 @@ bool Gatekeeper::isNameUsable(const QByteArray& name)
 void Gatekeeper::work()
 {
     const auto end = Clock::now() + WorkSlice;
+    if (Clock::now() >= _nextCleaning)
+        removeLeftovers();
     if (Clock::now() >= _nextLook)
         look();
     finish(); // what a broken disk has held up comes first
@@ -130,7 +138,7 @@ void Gatekeeper::work()
 
 std::chrono::milliseconds Gatekeeper::idleTime() const
 {
-    auto next = _nextLook;
+    auto next = std::min(_nextLook, _nextCleaning);
     if (const auto first = _arrivals.first())
         next = std::min(next, std::max(first->first, _pausedUntil));
     if (_isSyncMissing)
@@ -139,6 +147,21 @@ std::chrono::milliseconds Gatekeeper::idleTime() const
         next = std::max(next, Clock::now() + 1s);
     const auto idle = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
     return std::max(idle, 0ms);
+}
+
+/// What dead producers have left for the queue, and this gate before a crash, too.
+void Gatekeeper::removeLeftovers()
+{
+    _nextCleaning = Clock::now() + CleaningPeriod;
+    try {
+        const int count = GrowingFiles::removeLeftovers(_entrance.directory(), LeftoverAge);
+        _leftoversBackoff.succeed();
+        if (count > 0)
+            report(Report::LeftoversRemoved, {}, QString::number(count));
+    } catch (const Refusal& refusal) {
+        if (_leftoversBackoff.fail(QString::number(refusal.error)))
+            report(Report::LeftoversStay, {}, refusal.reason);
+    }
 }
 
 /// Lists the directory. The watch comes first, so that nothing falls between the two.

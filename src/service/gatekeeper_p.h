@@ -23,11 +23,13 @@ namespace KezService {
 /// What the gate has to tell: for the log, and for its signals.
 struct GateReport {
     enum class Kind {
-        HandedOn,     ///< `text` is the name in the queue
-        Refused,      ///< `text` is the reason
-        NameRefused,  ///< the file will never enter under this name
-        WatchRefused, ///< the directory is only listed now and then
-        Hindered,     ///< nothing is handed on
+        HandedOn,         ///< `text` is the name in the queue
+        Refused,          ///< `text` is the reason
+        NameRefused,      ///< the file will never enter under this name
+        WatchRefused,     ///< the directory is only listed now and then
+        LeftoversRemoved, ///< of dead producers; `text` is the number of files
+        LeftoversStay,    ///< not all of them could be removed
+        Hindered,         ///< nothing is handed on
         Resumed
     };
 
@@ -79,6 +81,7 @@ private:
     QByteArray markedName(const QByteArray& name) const;
     void report(Report kind, const QByteArray& name, const QString& text);
 
+    void removeLeftovers();
     void noticed(const QByteArray& name);
     bool isNameUsable(const QByteArray& name);
     void look();
@@ -111,10 +114,12 @@ private:
     std::vector<Handed> _handed;
     bool _isSyncMissing = false; // of the files that were handed on
     std::vector<GateReport> _reports;
+    Backoff _leftoversBackoff;
     Backoff _lookBackoff;
     Backoff _handOnBackoff;
     Clock::time_point _lastLook;
     Clock::time_point _nextLook;
+    Clock::time_point _nextCleaning;
     Clock::time_point _pausedUntil;
 };
 

@@ -74,6 +74,7 @@ private Q_SLOTS:
     void filesAreHandedOnAsTheyArrive();
     void markersAreHeeded();
     void problemsAreSaidAndSignalled();
+    void leftoversThatStayAreALineOnly();
     void linesAreInTheLanguageOfTheProcess_data();
     void linesAreInTheLanguageOfTheProcess();
     void relativePathsAreResolvedOnce();
@@ -158,6 +159,24 @@ void TestArrivalGate::problemsAreSaidAndSignalled()
             QStringList(warning + kitText("GateHindered", places.incoming(), queue, gone)) +
             QStringList(info + kitText("GateResumed", places.incoming(), queue)));
     QCOMPARE(refused.size(), 1);
+}
+
+/// The place of the leftovers is no directory: files are still handed on.
+void TestArrivalGate::leftoversThatStayAreALineOnly()
+{
+    const Places places;
+    const QString queue = places.spool.path();
+    QVERIFY(QDir().mkdir(queue + "/.kez") && writeFile(places.spool.incoming(), {}));
+    QVERIFY(places.write("a"));
+    ArrivalGate gate(places.settings);
+    const QSignalSpy handed(&gate, &ArrivalGate::handedOn);
+    gate.start();
+    QTRY_COMPARE(handed.size(), 1);
+    const QString reason =
+        kitText("SystemFailure", places.spool.incoming(), systemErrorText(ENOTDIR));
+    QCOMPARE(_log->texts(), QStringList(QString::number(int(LoggerLevel::warning)) +
+                                        kitText("DeliveryLeftovers", queue, reason)) +
+                                handedOn(queue, "a"));
 }
 
 void TestArrivalGate::linesAreInTheLanguageOfTheProcess_data()

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "service/gatekeeper_p.h"
+#include "service/growingfiles_p.h"
 #include "service/kittexts_p.h"
 #include "support/childprocess.h"
 #include "support/spool.h"
@@ -32,6 +33,9 @@ using SpoolFaults::Call;
 
 /// While a gate is tested, the monotonic clock of its thread stands still at this time.
 thread_local std::optional<std::chrono::nanoseconds> now;
+
+/// So much is the wall clock of the thread ahead of the time of files.
+thread_local std::chrono::seconds ageOfFiles(0);
 
 /// The error that inotify_add_watch() answers; 0 for the true answer.
 int watchError = 0;
@@ -109,6 +113,10 @@ private:
             return "name refused " + report.name + ": " + report.text;
         case Kind::WatchRefused:
             return "watch refused: " + report.text;
+        case Kind::LeftoversRemoved:
+            return "leftovers removed: " + report.text;
+        case Kind::LeftoversStay:
+            return "leftovers stay: " + report.text;
         case Kind::Hindered:
             return "hindered: " + report.text;
         case Kind::Resumed:
@@ -301,6 +309,8 @@ int clock_gettime(clockid_t id, struct timespec* result) noexcept
         result->tv_sec = *now / 1s;
         result->tv_nsec = (*now % 1s).count();
     }
+    if (id == CLOCK_REALTIME)
+        result->tv_sec += ageOfFiles.count();
     return status;
 }
 
@@ -376,6 +386,10 @@ private Q_SLOTS:
     void twoGatesHandOnEachFileOnce();
     void missingRightsAreSaid_data();
     void missingRightsAreSaid();
+    void leftoversAreRemovedAtTheStart_data();
+    void leftoversAreRemovedAtTheStart();
+    void leftoversAreRemovedEveryHour();
+    void leftoversThatStayAreSaidOnce();
     void interruptedThreadRests();
     void markedFileIsHandedOn();
     void markedFileMayBeThereBefore();
@@ -397,6 +411,7 @@ void TestGatekeeper::cleanup()
 {
     SpoolFaults::reset();
     watchError = leaseError = 0;
+    ageOfFiles = 0s;
     now.reset();
 }
 
@@ -1036,6 +1051,78 @@ void TestGatekeeper::missingRightsAreSaid()
     if (child.exitCode == NotForThisUser)
         QSKIP("only root has files of other users");
     QVERIFY2(child.exitCode == 0, child.err.constData());
+}
+
+void TestGatekeeper::leftoversAreRemovedAtTheStart_data()
+{
+    QTest::addColumn<std::chrono::seconds>("age");
+    QTest::addColumn<bool>("isRemoved");
+    QTest::newRow("young") << std::chrono::seconds(23h) << false;
+    QTest::newRow("a day old") << std::chrono::seconds(24h) << true;
+}
+
+/// Those of a living producer stay, however old they are.
+void TestGatekeeper::leftoversAreRemovedAtTheStart()
+{
+    QFETCH(const std::chrono::seconds, age);
+    QFETCH(const bool, isRemoved);
+    Gate gate;
+    GrowingFiles living(gate.spool.path());
+    living.create(0600);
+    const QStringList ofTheLiving = gate.spool.growing();
+    for (const char* name : {"1-f.lock", "1-f.0", "1-f.1", "by-hand"})
+        QVERIFY(writeFile(gate.spool.incoming() + '/' + name, "x"));
+    QVERIFY(writeFile(gate.spool.path("a"), "x") && gate.write("b"));
+    const QStringList all = gate.spool.growing();
+    ageOfFiles = age;
+    QCOMPARE(gate.run(), isRemoved ? QStringList("leftovers removed: 3") : QStringList());
+    QCOMPARE(gate.spool.growing(), isRemoved ? ofTheLiving : all);
+    QVERIFY(gate.spool.visible() == QStringList("a") && gate.has("b"));
+}
+
+void TestGatekeeper::leftoversAreRemovedEveryHour()
+{
+    Gate gate;
+    gate.settings.lookPeriod = 24h;
+    gate.start();
+    QCOMPARE(gate.run(), QStringList()); // the hidden directory is not there yet
+    QCOMPARE(gate.keeper->idleTime().count(), std::chrono::milliseconds(1h).count());
+    ageOfFiles = 24h;
+    for (int hour = 0; hour < 3; ++hour) {
+        QVERIFY(QDir().mkpath(gate.spool.incoming()));
+        QVERIFY(writeFile(gate.spool.incoming() + "/1-f.0", "x"));
+        QCOMPARE(gate.runAfter(59min), QStringList());
+        QCOMPARE(gate.runAfter(1min), QStringList("leftovers removed: 1"));
+    }
+}
+
+/// One of them cannot be removed for some hours. The gate goes on, and so does the cleaning.
+void TestGatekeeper::leftoversThatStayAreSaidOnce()
+{
+    Gate gate;
+    QVERIFY(QDir().mkpath(gate.spool.incoming()));
+    const auto leave = [&](const QString& name) {
+        return writeFile(gate.spool.incoming() + '/' + name, "x");
+    };
+    const QString stays("leftovers stay: " + systemFailure(gate.spool.incoming() + "/1", EPERM));
+    ageOfFiles = 24h;
+    for (int round = 0; round < 2; ++round) {
+        SpoolFaults::watch(QFile::encodeName(gate.spool.incoming()));
+        SpoolFaults::before = [](const Call& call, qsizetype) {
+            return call.function == "unlink" && call.path.endsWith("/1") ? EPERM : 0;
+        };
+        QVERIFY(leave("1") && leave("2"));
+        QCOMPARE(gate.runAfter(1h), QStringList(stays));
+        for (int hour = 0; hour < 5; ++hour) {
+            QVERIFY(leave("2") && gate.write("a" + QString::number(hour)));
+            QCOMPARE(gate.runAfter(1h), QStringList());
+            QCOMPARE(gate.runAfter(2s).size(), 1); // handed on
+            QCOMPARE(gate.spool.growing(), QStringList("1"));
+        }
+        SpoolFaults::reset();
+        QCOMPARE(gate.runAfter(1h), QStringList("leftovers removed: 1"));
+    }
+    QCOMPARE(gate.spool.visible().size(), 10);
 }
 
 /// A thread that is asked to end, and whose event loop still runs.

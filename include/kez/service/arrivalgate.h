@@ -36,9 +36,13 @@ namespace KezService {
 /// two, at last every five minutes. So is a directory that is gone or has lost its rights, and a
 /// full or broken disk; these hold up all files. The gate says when it goes on.
 ///
-/// A crash loses no file. After a crash, a file that was copied, or moved by links, may be handed on
-/// a second time. The source of a copy has a hidden name while it is
-/// removed (see Delivery::moveIn()); if a crash leaves it so, the gate gives it its name back.
+/// A crash loses no file. After a crash, a file that was copied, or moved by links, may be handed
+/// on a second time. The source of a copy has a hidden name while it is removed (see
+/// Delivery::moveIn()); if a crash leaves it so, the gate gives it its name back.
+///
+/// When it starts, and then every hour, the gate removes what dead producers have left below
+/// ".kez/incoming" of the queue and nobody has changed for a day (see
+/// Delivery::removeLeftovers()). If it cannot, the log says so once.
 ///
 /// Give each incoming directory one gate. Two of one user do no harm within one file system that
 /// can rename without replacing: one of them gets the file.
