@@ -101,7 +101,8 @@ public:
     QString deliverFile(const QString& path, const QString& name = {}) const;
 
     /// Moves a complete file into the queue: by a rename, or by a copy, as deliverFile() makes it,
-    /// after which the file is removed. A link is refused, since it might lead elsewhere from there.
+    /// after which the file is removed. A link is refused, since it might lead elsewhere from
+    /// there.
     ///
     /// A file is copied if it comes from another file system, and if this process may not write it:
     /// a queue of this user would never take it. An example is another user's file with mode 0644.
