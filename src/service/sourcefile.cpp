@@ -59,7 +59,7 @@ void SourceFile::copyTo(int file, const QByteArray& path) const
     const auto now = statusOf(_file.get());
     if (!now || !(FileState(*now) == state()))
         throw Refusal::because(Refusal::Kind::Changing, "DeliverySourceChanged");
-    // The owner of the copy is another one: this process's user, as which a queue must use it.
+    // The copy belongs to this process's user, whose queue takes only what he may read and write.
     if (::fchmod(file, (_status.st_mode & 0777) | S_IRUSR | S_IWUSR) != 0)
         throw Refusal::bySystem(path, errno);
 }

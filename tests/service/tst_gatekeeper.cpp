@@ -208,6 +208,38 @@ int childWithoutRightsOnFiles()
     return 0;
 }
 
+/// Both gates have to copy, and the second one comes in while the first one has its copy ready.
+int childWithTwoGates()
+{
+    constexpr int Count = 20;
+    EXPECT(becomeOrdinaryUser());
+    Gate gate;
+    Gatekeeper other(gate.settings);
+    for (int i = 0; i < Count; ++i) {
+        const QString name = QString::number(i);
+        EXPECT(gate.write(name));
+        EXPECT(::chmod(QFile::encodeName(gate.incoming(name)).constData(), 0444) == 0);
+    }
+    gate.run();
+    other.work();
+    *now += 2s;
+    SpoolFaults::watch(QFile::encodeName(gate.spool.path()));
+    SpoolFaults::before = [&, calls = 0](const Call& call, qsizetype) mutable {
+        if (call.function == "renameat2" && ++calls == Count / 2)
+            other.work();
+        return 0;
+    };
+    gate.run();
+    SpoolFaults::reset();
+    for (int second = 0; second < 10; ++second) {
+        gate.runAfter(1s);
+        other.work();
+    }
+    EXPECT(gate.spool.visible().size() == Count && gate.spool.growing().isEmpty());
+    EXPECT(QDir(gate.incoming()).entryList(QDir::Files).isEmpty());
+    return 0;
+}
+
 /// What the gate gets from a producer that is another user: root plays it. Before it ends, the
 /// child acts as root again, to remove what it made.
 int childBesideOthers()
@@ -292,9 +324,11 @@ int childWithoutRightsOnDirectories()
 
 int childMain(const QStringList& arguments)
 {
-    if (arguments.value(0) == "files")
-        return childWithoutRightsOnFiles();
-    return arguments.value(0) == "others" ? childBesideOthers() : childWithoutRightsOnDirectories();
+    const QHash<QString, int (*)()> children = {{"files", childWithoutRightsOnFiles},
+                                                {"two gates", childWithTwoGates},
+                                                {"others", childBesideOthers},
+                                                {"directories", childWithoutRightsOnDirectories}};
+    return children.value(arguments.value(0))();
 }
 
 } // namespace
@@ -384,8 +418,8 @@ private Q_SLOTS:
     void lostEventsAreMadeUpFor();
     void watchThatIsRefusedIsReplacedByLooks();
     void twoGatesHandOnEachFileOnce();
-    void missingRightsAreSaid_data();
-    void missingRightsAreSaid();
+    void rightsDecide_data();
+    void rightsDecide();
     void leftoversAreRemovedAtTheStart_data();
     void leftoversAreRemovedAtTheStart();
     void leftoversAreRemovedEveryHour();
@@ -1037,14 +1071,14 @@ void TestGatekeeper::twoGatesHandOnEachFileOnce()
                          [](const QString& text) { return text.contains('~'); }));
 }
 
-void TestGatekeeper::missingRightsAreSaid_data()
+void TestGatekeeper::rightsDecide_data()
 {
     QTest::addColumn<QString>("rights");
-    for (const char* rights : {"files", "others", "directories"})
+    for (const char* rights : {"files", "two gates", "others", "directories"})
         QTest::newRow(rights) << rights;
 }
 
-void TestGatekeeper::missingRightsAreSaid()
+void TestGatekeeper::rightsDecide()
 {
     QFETCH(const QString, rights);
     const ChildResult child = runChild({rights});

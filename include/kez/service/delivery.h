@@ -106,6 +106,7 @@ public:
     ///
     /// A file is copied if it comes from another file system, and if this process may not write it:
     /// a queue of this user would never take it. An example is another user's file with mode 0644.
+    /// One that it may not even read is refused.
     ///
     /// If the file is in the queue but could not be removed here, or has changed since the copy,
     /// the failure's delivered() has its name. A copy of many gigabytes stops with a failure if the
