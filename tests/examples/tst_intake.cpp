@@ -418,7 +418,7 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
     dropFile(fixture.spool(u"c.xml"_s), "<commande/>");
-    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<ERROR> Le fichier [c.xml] est mis en quarantaine par "
+    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<ERROR> Le fichier [c.xml] est mis en quarantaine pour "
                                             "[ledger] (l'élément le plus haut "
                                             "n'est pas \"order\") sous le nom [c.xml]\n"),
                              Patience);

@@ -269,8 +269,8 @@ break_sources() {
     expect_fault 'src/service/delivery.cpp: has to include "kez/service/delivery.h" first'
 
     fresh_copy
-    sed -i '/lineformatters.h/{n;/^$/d}' broken/src/service/loggerbuilder.cpp
-    expect_fault 'loggerbuilder.cpp: has to include "kez/service/lineformatters.h" first, and then'
+    sed -i '/lineformatters.h/{n;/^$/d}' broken/src/service/lineformatters.cpp
+    expect_fault 'lineformatters.cpp: has to include "kez/service/lineformatters.h" first, and then'
 }
 
 # move UNIT LAYER: puts a unit into another layer.
