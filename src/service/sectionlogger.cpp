@@ -8,7 +8,7 @@
 #include "log/ringname_p.h"
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
-#include "service/ringofkeys_p.h"
+#include "service/ringlogger_p.h"
 
 #include <kez/configuration.h>
 #include <kez/loggerconfigcontroller.h>
@@ -238,10 +238,9 @@ std::shared_ptr<Logger> buildChecked(const Properties& all, const QString& name)
 {
     const Properties entries = section(all, name);
     try {
-        const RingReport report = checkRingOfKeys(entries);
-        auto logger = Config::buildFileSystemLogger(entries);
-        report.logTo(*logger);
-        return logger;
+        const RingLogger built = buildRingLogger(entries);
+        built.report.logTo(*built.logger);
+        return built.logger;
     } catch (const Exception& e) {
         raise("ConfigLoggerNotBuilt", shownName(wholeKey(name, LoggerKeys::FileName)),
               shownName(entries.value(LoggerKeys::FileName)), e.detail());

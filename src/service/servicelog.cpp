@@ -3,7 +3,7 @@
 
 #include <kez/service/servicelog.h>
 
-#include "service/ringofkeys_p.h"
+#include "service/ringlogger_p.h"
 
 #include <kez/configuration.h>
 #include <kez/identity.h>
@@ -35,9 +35,12 @@ QString bannerTitle(const Config& config)
 
 void openLog(Config& config)
 {
-    const RingReport report =
-        config.logger() ? RingReport() : checkRingOfKeys(*config.properties());
-    config.setLogger(config.getOrbuildFileSystemLogger());
+    RingReport report;
+    if (!config.logger()) {
+        const RingLogger built = buildRingLogger(*config.properties());
+        config.setLogger(built.logger);
+        report = built.report;
+    }
     makeProcessLog(*config.logger());
     config.logBanner(bannerTitle(config), config.value(QStringLiteral("app.version")),
                      config.displayPropertiesWithinBanner(), Kez::defaultCopyright());

@@ -453,7 +453,8 @@ void TestSectionLogger::ringIsRepairedBeforeItIsOpened()
         registerSectionLoggers(all, log);
     else
         QVERIFY(buildSectionLogger(all, "audit"));
-    QCOMPARE(files(), (QStringList{"audit-0.log", "audit-1.log", "audit-9.log.aside"}));
+    QCOMPARE(files(),
+             (QStringList{".audit.lock", "audit-0.log", "audit-1.log", "audit-9.log.aside"}));
     QCOMPARE(logMessages(path("audit-1.log"), "WARNG"),
              (QStringList{kitText("FrameRingForeign", path("audit-9.log"), "audit-9.log.aside"),
                           kitText("FrameRingMoved", path("audit-2.log"), "audit-1.log")}));

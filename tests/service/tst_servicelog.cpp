@@ -105,8 +105,8 @@ private Q_SLOTS:
             QVERIFY(ring.put(index, "old\n"));
         QVERIFY(ring.put(3, "torn"));
         openLog(*configuration(ring, {{"log.kept", "3"}}));
-        QCOMPARE(ring.names(),
-                 (QStringList{"app-0.log", "app-1.log", "app-2.log", "app-9.log.aside"}));
+        QCOMPARE(ring.names(), (QStringList{".app.lock", "app-0.log", "app-1.log", "app-2.log",
+                                            "app-9.log.aside"}));
         const QByteArrayList lines = ring.lines(2);
         QCOMPARE(lines.first(), QByteArray("torn"));
         QVERIFY(lines.at(1).endsWith("-+")); // on a line of its own

@@ -61,7 +61,8 @@ struct KEZ_SERVICE_EXPORT RingReport {
 /// The ring must not be in use: neither by a logger of this process nor by another process. The
 /// check cannot know that.
 ///
-/// openLog(), buildLogger() and the loggers of sections come with this check.
+/// openLog(), buildLogger() and the loggers of sections come with this check; they also see to it
+/// that no other process uses the ring.
 ///
 /// *Threads*: one thread at a time per ring.
 /// *Owns*: nothing.

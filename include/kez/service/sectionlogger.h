@@ -46,13 +46,14 @@ private:
 };
 
 /// A new logger as the section `name` of `all` describes it: Config::buildFileSystemLogger() on
-/// that section. Its ring of files is repaired first, as openLog() does, and the new log says what
-/// was done: nothing else may use the ring at that time.
+/// that section. Its ring of files is held for this process and then repaired, as openLog() does,
+/// and the new log says what was done: no other logger of this process may use the ring at that
+/// time.
 ///
 /// *Threads*: one thread at a time per ring.
 /// *Owns*: nothing; the logger is the caller's.
 /// *Fails*: throws Exception with one line per fault that SectionLogController finds, or with the
-/// reason why the logger cannot be built.
+/// reason why the logger cannot be built, such as another process that holds the ring.
 KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildSectionLogger(const Properties& all,
                                                               const QString& name);
 
