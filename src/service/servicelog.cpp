@@ -33,11 +33,13 @@ QString bannerTitle(const Config& config)
 
 } // namespace
 
-void openLog(Config& config)
+void openLog(Config& config, LogFormatter formatter)
 {
     RingReport report;
     if (!config.logger()) {
-        const RingLogger built = buildRingLogger(*config.properties());
+        const Properties& properties = *config.properties();
+        const RingLogger built =
+            formatter ? buildRingLogger(properties, formatter) : buildRingLogger(properties);
         config.setLogger(built.logger);
         report = built.report;
     }

@@ -34,7 +34,8 @@ public:
     /// Checks all loggers that the configuration describes; there need not be any.
     explicit SectionLogController(QObject* parent = nullptr);
 
-    /// Checks the logger `name`, which has to be there.
+    /// Checks the logger `name`, which has to be there. The empty name is that of the process's
+    /// log.
     explicit SectionLogController(const QString& name, QObject* parent = nullptr);
     ~SectionLogController() override;
 
@@ -43,6 +44,21 @@ public:
 
 private:
     QString _name; // null: all loggers
+};
+
+/// The same check for the process's log, which openLog() opens: of the "log.*" keys, with
+/// "log.filename" among them. Use it in the place of LoggerConfigController, which passes
+/// "log.kept=-1" and more that openLog() then refuses.
+///
+///     validatorsOf<ProcessLogController, SectionLogController, ShopController>()
+///
+/// *Threads*, *Owns*, *Fails*: as SectionLogController.
+class KEZ_SERVICE_EXPORT ProcessLogController : public SectionLogController {
+    Q_OBJECT
+
+public:
+    explicit ProcessLogController(QObject* parent = nullptr);
+    ~ProcessLogController() override;
 };
 
 /// A new logger as the section `name` of `all` describes it: Config::buildFileSystemLogger() on

@@ -5,6 +5,8 @@
 
 #include "service_global.h"
 
+#include <kez/loggerlevel.h>
+
 class Config;
 
 namespace KezService {
@@ -24,12 +26,17 @@ namespace KezService {
 /// file system without locks, a hidden file of another user), the log is opened all the same: a
 /// second process is not noticed, and the log begins with a warning that says so.
 ///
-/// A configuration that has a logger keeps it, and its ring is neither locked nor checked.
+/// `formatter` renders the lines, as that of buildLogger() does, and without the tee: pass
+/// escapedLine() or jsonLine() if messages come from anywhere. Null means the default one, whose
+/// log can be forged by a message with a line feed; the tee is as configured then.
+///
+/// A configuration that has a logger keeps it, with its formatter, and its ring is neither locked
+/// nor checked.
 ///
 /// *Threads*: one thread, at start-up.
 /// *Owns*: nothing; the log serves until the process ends, and `config` shares its logger.
 /// *Fails*: throws Exception if another process holds the ring, with its id; as
 /// Config::buildFileSystemLogger() and checkLogRing() do.
-KEZ_SERVICE_EXPORT void openLog(Config& config);
+KEZ_SERVICE_EXPORT void openLog(Config& config, LogFormatter formatter = nullptr);
 
 } // namespace KezService
