@@ -42,10 +42,10 @@ public:
         if (std::any_of(_held.begin(), _held.end(), isHeld))
             return {0, QString()};
         ProcessLock lock(path, OnlyOwner);
-        const int error = lock.take();
-        if (error == 0)
-            _held.push_back({std::move(lock), ::getpid()});
-        return {error, lock.holder()};
+        if (const int error = lock.take(); error != 0)
+            return {error, lock.holder()};
+        _held.push_back({std::move(lock), ::getpid()});
+        return {0, QString()};
     }
 
 private:
