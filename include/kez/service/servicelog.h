@@ -21,10 +21,10 @@ namespace KezService {
 ///
 /// A ring is for one process. The first one holds a lock on a hidden file beside the ring,
 /// ".app.lock" for app-0.log, until it ends; it may open the ring again. Another process is
-/// refused, and changes nothing of the ring. Programs that it starts do not keep the lock; a forked
-/// process that starts no program does, as it keeps the log file open. If there can be no lock (a
-/// file system without locks, a hidden file of another user), the log is opened all the same: a
-/// second process is not noticed, and the log begins with a warning that says so.
+/// refused, and changes nothing of the ring. Programs that the holder starts do not keep the lock;
+/// a forked process that starts no program does, as it keeps the log file open. If there can be no
+/// lock (a file system without locks, a hidden file of another user), the log is opened all the
+/// same: a second process is not noticed, and a warning in the log says so.
 ///
 /// `formatter` renders the lines, as that of buildLogger() does, and without the tee: pass
 /// escapedLine() or jsonLine() if messages come from anywhere. Null means the default one, whose
