@@ -3,21 +3,15 @@
 
 #include "kez/service/loggerbuilder.h"
 
-#include "config/loggerfromkeys_p.h"
-#include "service/kittexts_p.h"
-#include "service/ringofkeys_p.h"
+#include "service/ringlogger_p.h"
 
 namespace KezService {
 
 std::shared_ptr<Logger> buildLogger(const Properties& properties, LogFormatter formatter)
 {
-    const RingReport report = checkRingOfKeys(properties);
-    const std::shared_ptr<Logger> logger = LoggerFromKeys::build(properties, formatter);
-    logger->disableTee();
-    if (LoggerFromKeys::asksForTee(properties))
-        logger->warning(kitText("BridgeTeeStaysOff"));
-    report.logTo(*logger);
-    return logger;
+    const RingLogger built = buildRingLogger(properties, formatter);
+    built.report.logTo(*built.logger);
+    return built.logger;
 }
 
 } // namespace KezService

@@ -3,12 +3,10 @@
 
 #include "kez/service/logringcheck.h"
 
-#include "config/loggerfromkeys_p.h"
 #include "log/loggerkeys_p.h"
 #include "log/ringname_p.h"
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
-#include "service/ringofkeys_p.h"
 
 #include <kez/logger.h>
 
@@ -333,12 +331,6 @@ RingReport checkLogRing(const QString& fileName, quint32 kept)
 {
     const QString pattern = RingName::absolutePattern(RingName::pattern(fileName));
     return RingRepair(pattern, kept == 0 ? LoggerKeys::KeptForZero : kept).run();
-}
-
-RingReport checkRingOfKeys(const Properties& properties)
-{
-    const LoggerFromKeys::Settings settings = LoggerFromKeys::read(properties);
-    return checkLogRing(settings.fileName, settings.kept);
 }
 
 } // namespace KezService

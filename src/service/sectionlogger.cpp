@@ -9,7 +9,7 @@
 #include "log/ringname_p.h"
 #include "service/durablefiles_p.h"
 #include "service/kittexts_p.h"
-#include "service/ringofkeys_p.h"
+#include "service/ringlogger_p.h"
 
 #include <kez/configuration.h>
 #include <kez/loggerconfigcontroller.h>
@@ -107,9 +107,15 @@ int openingError(const QString& fileName)
 /// The keys that name a logger's files, by the identity of these files.
 using FileNameKeys = QMultiHash<QString, QString>;
 
+/// The logger without a name is the process's log: its keys are those of no section.
 QString wholeKey(const QString& name, const QString& key)
 {
-    return name + QLatin1Char('.') + key;
+    return name.isEmpty() ? key : name + QLatin1Char('.') + key;
+}
+
+Properties entriesOf(const Properties& all, const QString& name)
+{
+    return name.isEmpty() ? all : section(all, name);
 }
 
 FileNameKeys fileNameKeys(const Properties& all)
@@ -129,7 +135,7 @@ FileNameKeys fileNameKeys(const Properties& all)
 class SectionCheck {
 public:
     SectionCheck(const Properties& all, const QString& name, const FileNameKeys& fileNames)
-        : _name(name), _entries(section(all, name)), _fileNames(fileNames)
+        : _name(name), _entries(entriesOf(all, name)), _fileNames(fileNames)
     {}
 
     QStringList faults()
@@ -171,8 +177,8 @@ private:
     {
         const QString key = LoggerKeys::FileName;
         if (!_entries.contains(key) || _entries.value(key).isEmpty()) {
-            _faults.append(
-                kitText("ConfigNoFileName", shownName(wholeKey(_name, key)), shownName(_name)));
+            _faults.append(kitText("ConfigNoFileName", shownName(wholeKey(_name, key)),
+                                   _name.isEmpty() ? QStringLiteral("app") : shownName(_name)));
             return;
         }
         const QString pattern = ringPattern(_entries.value(key));
@@ -237,12 +243,11 @@ void raiseFaults(const QStringList& faults)
 /// What passed the check may still fail, if the disk changed meanwhile.
 std::shared_ptr<Logger> buildChecked(const Properties& all, const QString& name)
 {
-    const Properties entries = section(all, name);
+    const Properties entries = entriesOf(all, name);
     try {
-        const RingReport report = checkRingOfKeys(entries);
-        auto logger = Config::buildFileSystemLogger(entries);
-        report.logTo(*logger);
-        return logger;
+        const RingLogger built = buildRingLogger(entries);
+        built.report.logTo(*built.logger);
+        return built.logger;
     } catch (const Exception& e) {
         raise("ConfigLoggerNotBuilt", shownName(wholeKey(name, LoggerKeys::FileName)),
               shownName(entries.value(LoggerKeys::FileName)), e.detail());
@@ -259,6 +264,12 @@ SectionLogController::SectionLogController(const QString& name, QObject* parent)
 {}
 
 SectionLogController::~SectionLogController() = default;
+
+ProcessLogController::ProcessLogController(QObject* parent)
+    : SectionLogController(QString(), parent)
+{}
+
+ProcessLogController::~ProcessLogController() = default;
 
 bool SectionLogController::isLegalConfiguration(Properties* properties)
 {

@@ -3,7 +3,7 @@
 
 #include "kez/service/servicelog.h"
 
-#include "service/ringofkeys_p.h"
+#include "service/ringlogger_p.h"
 
 #include <kez/configuration.h>
 #include <kez/identity.h>
@@ -33,11 +33,16 @@ QString bannerTitle(const Config& config)
 
 } // namespace
 
-void openLog(Config& config)
+void openLog(Config& config, LogFormatter formatter)
 {
-    const RingReport report =
-        config.logger() ? RingReport() : checkRingOfKeys(*config.properties());
-    config.setLogger(config.getOrbuildFileSystemLogger());
+    RingReport report;
+    if (!config.logger()) {
+        const Properties& properties = *config.properties();
+        const RingLogger built =
+            formatter ? buildRingLogger(properties, formatter) : buildRingLogger(properties);
+        config.setLogger(built.logger);
+        report = built.report;
+    }
     makeProcessLog(*config.logger());
     config.logBanner(bannerTitle(config), config.value(QStringLiteral("app.version")),
                      config.displayPropertiesWithinBanner(), Kez::defaultCopyright());

@@ -3,15 +3,13 @@
 
 #pragma once
 
-#include "service/descriptor_p.h"
+#include "service/processlock_p.h"
 
 #include <QString>
 
 namespace KezService {
 
-/// Holds a spool for one runner: a lock on the file "lock" in the hidden directory (flock). The
-/// system releases it when the process ends, however it ends. The file stays: its text, the
-/// process's id, only helps operators.
+/// Holds a spool for one runner, by a lock on the file "lock" in the hidden directory.
 ///
 /// *Threads*: one thread at a time.
 /// *Owns*: the lock.
@@ -22,14 +20,14 @@ public:
     explicit SpoolLock(const QString& spool);
 
     /// False if the file was removed or replaced: then another process can take the lock, too.
-    bool isInPlace() const;
+    bool isInPlace() const { return _lock.isInPlace(); }
 
     /// Takes the lock on the file that is there now. Throws if another process was faster.
     void takeAgain();
 
 private:
     const QString _spool;
-    Descriptor _file;
+    ProcessLock _lock;
 };
 
 } // namespace KezService

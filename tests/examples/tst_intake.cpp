@@ -125,6 +125,7 @@ private Q_SLOTS:
     void copyOfAnInterruptedAttemptCounts();
     void otherOrderUnderABookedNameIsSetAside();
     void unfinishedLedgerLineIsCutAway();
+    void secondServiceIsRefused();
     void secondServiceOnTheLedgerIsRefused();
     void malformedOrderIsSetAside_data();
     void malformedOrderIsSetAside();
@@ -534,15 +535,33 @@ void TestIntake::unfinishedLedgerLineIsCutAway()
         fixture.logHas("Ledger: unfinished end of line removed [2026-01-02T03:04:05.679Z%3Ba.xml"));
 }
 
+void TestIntake::secondServiceIsRefused()
+{
+    const IntakeFixture fixture;
+    fixture.writeProperties();
+    RunningService first(fixture);
+    QVERIFY(first.waitUntilReady());
+    const QString log = fixture.log();
+    RunningService second(fixture);
+    QCOMPARE(second.waitUntilStopped(), 69);
+    QVERIFY(second.errorOutput().startsWith(u"Log ring: another process ("_s));
+    QCOMPARE(fixture.log(), log);
+    QVERIFY(first.isRunning());
+    QCOMPARE(first.stop(), 0);
+}
+
 void TestIntake::secondServiceOnTheLedgerIsRefused()
 {
     const IntakeFixture fixture;
     fixture.writeProperties();
     RunningService first(fixture);
     QVERIFY(first.waitUntilReady());
+    const QString properties = fixture.path("intake.properties");
+    QVERIFY(writeFile(properties, readFile(properties).replace("log/intake", "log/second")));
     RunningService second(fixture);
     QCOMPARE(second.waitUntilStopped(), 69);
-    QVERIFY(fixture.logHas("<ERROR> The service cannot work: Ledger ["));
+    QVERIFY(readFile(fixture.path("log/second-0.log"))
+                .contains("<ERROR> The service cannot work: Ledger ["));
     QVERIFY(second.errorOutput().startsWith(u"The service cannot work: Ledger ["_s));
     QVERIFY(first.isRunning());
     QCOMPARE(first.stop(), 0);

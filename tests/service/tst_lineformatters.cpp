@@ -5,6 +5,7 @@
 #include "support/allocations.h"
 #include "support/libcfaults.h"
 #include "support/logring.h"
+#include "support/messagecapture.h"
 
 #include <kez/log.h>
 #include <kez/service/lineformatters.h>
@@ -114,6 +115,17 @@ void addHostileMessages()
     QTest::newRow("no characters") << QString(QChar(0xffff)) + QChar(0xfeff) + QChar(0xfdd0);
     QTest::newRow("long") << QString(1 << 20, u'x') + u'\n';
     QTest::newRow("long, nothing but escapes") << QString(1 << 20, QChar(1));
+}
+
+/// Where auditedLine() logs; null for nowhere.
+Logger* auditLog = nullptr;
+
+/// A formatter that logs, by a logger of its own or by the one that it serves.
+void auditedLine(LoggerLevel::LogLevel, const QString& msg, QString& out)
+{
+    if (auditLog)
+        auditLog->info(QString::number(msg.size()) + " characters");
+    out = QString(msg).replace('\n', QLatin1String("\\n"));
 }
 
 /// Runs `work` in a thread with that name, as the system knows it.
@@ -366,6 +378,30 @@ private Q_SLOTS:
             formatter(LoggerLevel::info, message, line);
             QCOMPARE(Allocations::count - before, 0L);
         }
+    }
+
+    void formatterMayLogToAnotherLogger()
+    {
+        const LogRing ring;
+        const LogRing audit;
+        Logger other(audit.name(), 0, 5, 100, LoggerLevel::debug, escapedLine);
+        Logger logger(ring.name(), 0, 5, 100, LoggerLevel::debug, auditedLine);
+        for (Logger* const each : {&other, &logger})
+            each->disableTee();
+        const MessageCapture capture;
+        auditLog = &other;
+        logger.warning(QStringLiteral("a\nb"));
+        logger.info(QStringLiteral("c"));
+        auditLog = &logger; // itself
+        logger.info(QStringLiteral("d"));
+        auditLog = nullptr;
+        QCOMPARE(ring.lines(0), (QByteArrayList{"a\\nb", "c", "d"}));
+        QCOMPARE(audit.lines(0).size(), 2);
+        QVERIFY(audit.lines(0).at(0).endsWith("<INFOR> 3 characters"));
+        QVERIFY(audit.lines(0).at(1).endsWith("<INFOR> 1 characters"));
+        // Its own line, and the one that this formatter logs for that line.
+        QCOMPARE(capture.texts().size(), 2);
+        QVERIFY(capture.texts().last().endsWith("1 characters"));
     }
 
     void messageMayBeTheResult_data()

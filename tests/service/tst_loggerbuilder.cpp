@@ -144,7 +144,7 @@ void TestLoggerBuilder::ringIsRepairedBeforeItIsOpened()
     const LogRing ring;
     QVERIFY(ring.put(0, "old\n") && ring.put(2, "torn"));
     const auto logger = buildLogger(described(ring, {}), plainFormatter);
-    QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-1.log"}));
+    QCOMPARE(ring.names(), (QStringList{".app.lock", "app-0.log", "app-1.log"}));
     const QByteArrayList texts = {"torn",
                                   kitText("FrameRingMoved", ring.file(2), "app-1.log").toUtf8(),
                                   kitText("FrameRingEnded", ring.file(1)).toUtf8()};

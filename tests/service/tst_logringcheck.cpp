@@ -398,6 +398,29 @@ private Q_SLOTS:
         QVERIFY(!report.texts.first().contains('\n'));
     }
 
+    // --- Why a gap has to be closed
+
+    void rotationNeedsAllFilesButTheOldest_data()
+    {
+        QTest::addColumn<uint>("missing");
+        for (uint index = 0; index < 4; ++index)
+            QTest::addRow("app-%u.log", index) << index;
+    }
+    void rotationNeedsAllFilesButTheOldest()
+    {
+        QFETCH(const uint, missing);
+        const LogRing ring;
+        QVERIFY(fill(ring, {0, 1, 2, 3}));
+        const MessageCapture capture;
+        Logger logger(ring.name(), 15, 4, Century, LoggerLevel::debug, plainFormatter);
+        logger.disableTee();
+        QVERIFY(QFile::remove(ring.file(missing)));
+        logger.info(QStringLiteral("newest"));
+        logger.closeDuplicatedHandle();
+        QCOMPARE(ring.bytes(3) == "newest\n", missing == 0);
+        QCOMPARE(capture.texts().size(), missing == 0 ? 0 : 1);
+    }
+
     // --- What is not a regular file
 
     void otherKindsArePutAside_data()

@@ -14,12 +14,15 @@
 #include <kez/initlib.h>
 #include <kez/loggerconfigcontroller.h>
 #include <kez/service/configsection.h>
+#include <kez/service/loadconfig.h>
 #include <kez/service/sectionlogger.h>
+#include <kez/service/servicelog.h>
 
 #include <QDir>
 #include <QRandomGenerator>
 #include <QScopeGuard>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QtTest>
 
 #include <cerrno>
@@ -72,6 +75,9 @@ private Q_SLOTS:
     void soundSectionPasses();
     void configurationWithoutLoggersPasses();
     void namedLoggerHasToBeThere();
+    void processLogIsTheOneWithoutAName();
+    void processLogThatPassesOpens_data();
+    void processLogThatPassesOpens();
     void nullIsAFault();
     void eachFaultNamesTheWholeKey_data();
     void eachFaultNamesTheWholeKey();
@@ -150,8 +156,64 @@ void TestSectionLogger::namedLoggerHasToBeThere()
     QCOMPARE(faultsOf({}, "audit"),
              QStringList("audit.log.filename is missing or empty: it has to name the log file, "
                          "for example audit.log.filename=/var/log/audit.log"));
-    QVERIFY(faultsOf({{".log.filename", path("app")}}, "").isEmpty());
+}
+
+void TestSectionLogger::processLogIsTheOneWithoutAName()
+{
+    const auto faults = [](const Entries& entries) {
+        Properties properties(entries);
+        ProcessLogController controller;
+        const bool isLegal = controller.isLegalConfiguration(&properties);
+        return isLegal ? QStringList("passes") : controller.errors();
+    };
+    const QStringList passes("passes");
+    QCOMPARE(faults({{"log.filename", path("app")}, {"log.kept", "0"}}), passes);
+    QCOMPARE(faults({{"log.filename", path("app")}, {"log.kept", "-1"}, {"log.filter", "warn"}}),
+             (QStringList{"log.kept=[-1]: must be a whole number from 0 to 4294967295",
+                          "log.filter=[warn]: must be one of debug, info, warning, error, fatal"}));
+    QCOMPARE(faults({{".log.filename", path("app")}}),
+             QStringList("log.filename is missing or empty: it has to name the log file, for "
+                         "example log.filename=/var/log/app.log"));
+    QCOMPARE(faults(legal({{"log.filename", path("audit")}})),
+             QStringList("log.filename=[" + path("audit") +
+                         "]: [audit.log.filename] leads to the "
+                         "same log files; each logger needs files of its own"));
+    QCOMPARE(faults(legal({{"log.filename", path("app")}, {"audit.log.kept", "-1"}})), passes);
     QCOMPARE(faultsOf({}, "").size(), 1);
+    QCOMPARE(files(), QStringList());
+}
+
+void TestSectionLogger::processLogThatPassesOpens_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+    for (const char* key : {"log.maxsize", "log.kept", "log.timeout"}) {
+        for (const char* value : {"-1", "4294967296", "18446744073709551616", "0", "1", "x", ""})
+            QTest::addRow("%s=%s", key, value) << key << value;
+    }
+    QTest::newRow("no file") << "log.filename"
+                             << "";
+    QTest::newRow("no directory") << "log.filename"
+                                  << "/nowhere/app";
+}
+
+void TestSectionLogger::processLogThatPassesOpens()
+{
+    QFETCH(const QString, key);
+    QFETCH(const QString, value);
+    Entries entries = {{"log.filename", path("app")}};
+    entries.insert(key, value);
+    QTemporaryFile file;
+    QVERIFY(file.open());
+    for (auto entry = entries.cbegin(); entry != entries.cend(); ++entry)
+        file.write((entry.key() + '=' + entry.value() + '\n').toUtf8());
+    file.close();
+    const QString refusal = failureText(
+        [&] { loadConfig(file.fileName(), "1", validatorsOf<ProcessLogController>()); });
+    const auto closeLog = qScopeGuard([] { delete Log::getInstance(); });
+    const QString failure = failureText([&] { openLog(*loadConfig(file.fileName(), "1")); });
+    QCOMPARE(refusal.isEmpty(), failure.isEmpty());
+    QVERIFY(refusal.isEmpty() || refusal.contains(key));
 }
 
 void TestSectionLogger::nullIsAFault()
@@ -453,7 +515,8 @@ void TestSectionLogger::ringIsRepairedBeforeItIsOpened()
         registerSectionLoggers(all, log);
     else
         QVERIFY(buildSectionLogger(all, "audit"));
-    QCOMPARE(files(), (QStringList{"audit-0.log", "audit-1.log", "audit-9.log.aside"}));
+    QCOMPARE(files(),
+             (QStringList{".audit.lock", "audit-0.log", "audit-1.log", "audit-9.log.aside"}));
     QCOMPARE(logMessages(path("audit-1.log"), "WARNG"),
              (QStringList{kitText("FrameRingForeign", path("audit-9.log"), "audit-9.log.aside"),
                           kitText("FrameRingMoved", path("audit-2.log"), "audit-1.log")}));

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "service/kittexts_p.h"
 #include "support/childoutput.h"
 #include "support/failuretext.h"
 #include "support/language.h"
@@ -11,8 +12,10 @@
 #include <kez/configuration.h>
 #include <kez/identity.h>
 #include <kez/log.h>
+#include <kez/service/lineformatters.h>
 #include <kez/service/servicelog.h>
 
+#include <QJsonDocument>
 #include <QTest>
 
 #include <memory>
@@ -105,8 +108,8 @@ private Q_SLOTS:
             QVERIFY(ring.put(index, "old\n"));
         QVERIFY(ring.put(3, "torn"));
         openLog(*configuration(ring, {{"log.kept", "3"}}));
-        QCOMPARE(ring.names(),
-                 (QStringList{"app-0.log", "app-1.log", "app-2.log", "app-9.log.aside"}));
+        QCOMPARE(ring.names(), (QStringList{".app.lock", "app-0.log", "app-1.log", "app-2.log",
+                                            "app-9.log.aside"}));
         const QByteArrayList lines = ring.lines(2);
         QCOMPARE(lines.first(), QByteArray("torn"));
         QVERIFY(lines.at(1).endsWith("-+")); // on a line of its own
@@ -129,6 +132,55 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(ring.file(11) + ".aside"));
     }
 
+    void linesHaveTheFormat()
+    {
+        const LogRing ring;
+        QVERIFY(ring.put(0, "torn"));
+        const auto config = configuration(ring, {{"log.tee", "1"}});
+        const MessageCapture capture;
+        openLog(*config, jsonLine);
+        Log::getInstance()->warning("alice\n21/11/2026 18:03:04,123 <ERROR> forged");
+        QVERIFY(config->logger()->formatter() == &jsonLine);
+        QVERIFY(!config->logger()->isTeeEnabled());
+        QCOMPARE(capture.texts(), QStringList());
+        QStringList texts;
+        for (const QByteArray& line : ring.lines(0).sliced(1))
+            texts.append(QJsonDocument::fromJson(line)["message"].toString());
+        const QStringList afterTheBanner = {kitText("BridgeTeeStaysOff"),
+                                            kitText("FrameRingEnded", ring.file(0)),
+                                            "alice\n21/11/2026 18:03:04,123 <ERROR> forged"};
+        QCOMPARE(texts.size(), 4 + 3);
+        QCOMPARE(texts.at(1), "| tills 2.1 |");
+        QCOMPARE(texts.sliced(4), afterTheBanner);
+    }
+
+    void messageForgesNoLine_data()
+    {
+        QTest::addColumn<bool>("isEscaped");
+        QTest::newRow("plain log") << false;
+        QTest::newRow("escaped log") << true;
+    }
+    void messageForgesNoLine()
+    {
+        QFETCH(const bool, isEscaped);
+        const LogRing ring;
+        openLog(*configuration(ring), isEscaped ? escapedLine : nullptr);
+        const auto before = ring.lines(0).size();
+        Log::getInstance()->warning("alice\n21/11/2026 18:03:04,123 <ERROR> forged");
+        QCOMPARE(ring.lines(0).size(), before + (isEscaped ? 1 : 2));
+    }
+
+    void teeIsAsConfiguredWithoutAFormatter()
+    {
+        const LogRing ring;
+        const MessageCapture capture;
+        const auto config = configuration(ring, {{"log.tee", "1"}});
+        openLog(*config, nullptr);
+        QVERIFY(config->logger()->isTeeEnabled());
+        QVERIFY(!capture.texts().isEmpty());
+        QVERIFY(!ring.bytes(0).contains("log.tee=1"));
+    }
+
     void loggerThatIsAttachedIsKept()
     {
         const LogRing ring;
@@ -136,9 +188,9 @@ private Q_SLOTS:
         const auto logger = config->getOrbuildFileSystemLogger();
         config->setLogger(logger);
         QVERIFY(ring.put(5, "would be renamed\n"));
-        openLog(*config);
+        openLog(*config, jsonLine);
         QCOMPARE(config->logger(), logger);
-        QVERIFY(ring.has(5));
+        QCOMPARE(ring.names(), (QStringList{"app-0.log", "app-5.log"}));
         Log::getInstance()->info("here");
         QVERIFY(ring.bytes(0).endsWith("here\n"));
     }

@@ -71,10 +71,11 @@ public:
     void stop();
 
 public Q_SLOTS:
-    /// Loads the file at once, for example on SIGHUP. The validators run also if the file is the
-    /// same as before, since their verdict may depend on more than the file, and its faults are
-    /// reported again. If they are running at this moment, since one of them runs an event loop,
-    /// the file is loaded when they are done. Does nothing if the file is not watched.
+    /// Loads the file at once, for example on SIGHUP: when it returns, config() or faults() are the
+    /// new ones, and the signals have been emitted. The validators run also if the file is the same
+    /// as before, since their verdict may depend on more than the file, and its faults are reported
+    /// again. If they are running at this moment, since one of them runs an event loop, it returns
+    /// at once, and the file is loaded when they are done. Does nothing if the file is not watched.
     void reload();
 
 Q_SIGNALS:

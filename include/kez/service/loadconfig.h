@@ -27,7 +27,7 @@ using ConfigValidators = std::function<std::vector<std::unique_ptr<IConfigContro
 
 /// Makes one validator of each of these types.
 ///
-///     validatorsOf<LoggerConfigController, SectionLogController, ShopController>()
+///     validatorsOf<ProcessLogController, SectionLogController, ShopController>()
 template <typename... Controllers>
 ConfigValidators validatorsOf()
 {

@@ -23,10 +23,11 @@ namespace KezService {
 /// tee: its marker would stand behind the formatted line. "log.tee=1" is answered by a warning in
 /// the new log.
 ///
-/// The ring of files is repaired first, as openLog() does. The new log says what was done. Nothing
-/// else may use the ring at that time.
+/// The ring of files is held for this process and then repaired, as openLog() does. The new log
+/// says what was done. No other logger of this process may use the ring at that time.
 ///
-/// Throws Exception as Config::buildFileSystemLogger() and checkLogRing() do.
+/// Throws Exception if another process holds the ring; as Config::buildFileSystemLogger() and
+/// checkLogRing() do.
 KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildLogger(const Properties& properties,
                                                        LogFormatter formatter);
 

@@ -43,7 +43,8 @@ struct KEZ_SERVICE_EXPORT RingReport {
 };
 
 /// Repairs the ring of log files that Logger opens for `fileName` and `kept`. Call it with the same
-/// two values, before the logger is built.
+/// two values, before the logger is built: 0 means 5 files, and a configuration without "log.kept"
+/// means 10.
 ///
 /// - A gap is closed: the files above it are renamed downwards, the lowest first.
 /// - What has no place in the ring is put aside: an index that is `kept` or higher, such as that of
@@ -61,7 +62,8 @@ struct KEZ_SERVICE_EXPORT RingReport {
 /// The ring must not be in use: neither by a logger of this process nor by another process. The
 /// check cannot know that.
 ///
-/// openLog(), buildLogger() and the loggers of sections come with this check.
+/// openLog(), buildLogger() and the loggers of sections come with this check; they also see to it
+/// that no other process uses the ring.
 ///
 /// *Threads*: one thread at a time per ring.
 /// *Owns*: nothing.

@@ -34,7 +34,8 @@ public:
     /// Checks all loggers that the configuration describes; there need not be any.
     explicit SectionLogController(QObject* parent = nullptr);
 
-    /// Checks the logger `name`, which has to be there.
+    /// Checks the logger `name`, which has to be there. The empty name is that of the process's
+    /// log.
     explicit SectionLogController(const QString& name, QObject* parent = nullptr);
     ~SectionLogController() override;
 
@@ -45,14 +46,30 @@ private:
     QString _name; // null: all loggers
 };
 
+/// The same check for the process's log, which openLog() opens: of the "log.*" keys, with
+/// "log.filename" among them. Use it in the place of LoggerConfigController, which passes
+/// "log.kept=-1" and more that openLog() then refuses.
+///
+///     validatorsOf<ProcessLogController, SectionLogController, ShopController>()
+///
+/// *Threads*, *Owns*, *Fails*: as SectionLogController.
+class KEZ_SERVICE_EXPORT ProcessLogController : public SectionLogController {
+    Q_OBJECT
+
+public:
+    explicit ProcessLogController(QObject* parent = nullptr);
+    ~ProcessLogController() override;
+};
+
 /// A new logger as the section `name` of `all` describes it: Config::buildFileSystemLogger() on
-/// that section. Its ring of files is repaired first, as openLog() does, and the new log says what
-/// was done: nothing else may use the ring at that time.
+/// that section. Its ring of files is held for this process and then repaired, as openLog() does,
+/// and the new log says what was done: no other logger of this process may use the ring at that
+/// time.
 ///
 /// *Threads*: one thread at a time per ring.
 /// *Owns*: nothing; the logger is the caller's.
 /// *Fails*: throws Exception with one line per fault that SectionLogController finds, or with the
-/// reason why the logger cannot be built.
+/// reason why the logger cannot be built, such as another process that holds the ring.
 KEZ_SERVICE_EXPORT std::shared_ptr<Logger> buildSectionLogger(const Properties& all,
                                                               const QString& name);
 
