@@ -419,10 +419,11 @@ void TestIntake::hangUpSwitchesTheLanguageThereAndBack()
     QTRY_VERIFY_WITH_TIMEOUT(
         fixture.logHas("<INFOR> Les messages sont désormais en français (fr_FR)"), Patience);
     dropFile(fixture.spool(u"c.xml"_s), "<commande/>");
-    QTRY_VERIFY_WITH_TIMEOUT(fixture.logHas("<ERROR> Le fichier [c.xml] est mis en quarantaine pour "
-                                            "[ledger] (l'élément le plus haut "
-                                            "n'est pas \"order\") sous le nom [c.xml]\n"),
-                             Patience);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        fixture.logHas("<ERROR> Le fichier [c.xml] est mis en quarantaine pour "
+                       "[ledger] (l'élément le plus haut "
+                       "n'est pas \"order\") sous le nom [c.xml]\n"),
+        Patience);
     QCOMPARE(service.stop(), 0);
     const QRegularExpression summary(
         u"<INFOR> Bilan du \\d\\d/\\d\\d/\\d{4} à \\d\\d:\\d\\d:\\d\\d : 3 fichiers archivés, "
