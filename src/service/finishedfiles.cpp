@@ -80,7 +80,7 @@ bool FinishedFiles::keepIfOfferedAgain(const QString& name, const FileStamp& sta
     if (handedOver != _handedOver.constEnd() && handedOver->stamp == stamp) {
         const FileEntry* const entry = _queue.entryFromFileName(name);
         if (!entry || !entry->allConsumed()) // it is not to be deleted any more
-            postpone(name, _handedOver.take(name));
+            keepBack(name, _handedOver.take(name));
         return true;
     }
     const auto kept = _keptBack.constFind(name);

@@ -198,6 +198,7 @@ void TestRunnerHazards::lossOfTheSpoolCostsNoAttempt()
         QTest::qWait(50);
         QCOMPARE(missing.names().last(), name); // the next ones are not begun
         QVERIFY(QDir().rename(spool.beside("away"), spool.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(spool.names().value(0, "z") >= name, 20000); // deleted so far
     }
     QTRY_COMPARE_WITH_TIMEOUT(spool.names(), QStringList(), 20000);
     QTRY_COMPARE(runner.progress().consumers.at(0).done, qint64(Files));
