@@ -184,7 +184,7 @@ FileRunner::FileRunner(const RunnerSettings& settings, QObject* parent)
 
 FileRunner::~FileRunner()
 {
-    stop(StopLimit);
+    end(StopLimit);
 }
 
 void FileRunner::addConsumer(const QString& id, Handler handler, const HandlerSettings& settings)
@@ -281,6 +281,11 @@ void FileRunner::resume()
 StopReport FileRunner::stop(std::chrono::milliseconds limit)
 {
     _d->refuseOwnThread();
+    return end(limit);
+}
+
+StopReport FileRunner::end(std::chrono::milliseconds limit)
+{
     StopReport report;
     if (!_d->core)
         return report;

@@ -136,11 +136,11 @@ void FinishedFiles::rescan()
             ++file;
             continue;
         }
-        if (_spool.isDeleted(file.key()))
-            numbers.push_back(file->number);
-        else if (const auto found = _spool.stampOf(file.key()); found == file->stamp)
+        const bool isDeleted = _spool.isDeleted(file.key());
+        const auto found = isDeleted ? std::nullopt : _spool.stampOf(file.key());
+        if (found == file->stamp)
             keepBack(file.key(), *file);
-        else if (found)
+        else if (isDeleted || found)
             numbers.push_back(file->number);
         file = _handedOver.erase(file);
     }

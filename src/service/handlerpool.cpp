@@ -41,7 +41,7 @@ struct HandlerPool::Shared {
     {}
 
     std::optional<Job> take(size_t thread, bool waits);
-    void bar(bool isBarred);
+    void bar(bool wanted);
     void rest(size_t thread);
     void finish(size_t thread);
 
@@ -82,10 +82,10 @@ std::optional<Job> HandlerPool::Shared::take(size_t thread, bool waits)
     return job;
 }
 
-void HandlerPool::Shared::bar(bool isOutOfReach)
+void HandlerPool::Shared::bar(bool wanted)
 {
     const std::lock_guard lock(mutex);
-    isBarred = isOutOfReach;
+    isBarred = wanted;
     jobsChanged.notify_all();
 }
 

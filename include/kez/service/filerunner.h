@@ -207,6 +207,8 @@ private:
     friend class PausedRunner;
     class KEZ_HIDDEN QueueThread;
 
+    KEZ_HIDDEN StopReport end(std::chrono::milliseconds limit);
+
     struct KEZ_HIDDEN Private;
     std::unique_ptr<Private> _d;
 };
