@@ -546,7 +546,8 @@ void TestIntake::secondServiceIsRefused()
     RunningService second(fixture);
     QCOMPARE(second.waitUntilStopped(), 69);
     QVERIFY(second.errorOutput().startsWith(u"Log ring: another process ("_s));
-    QCOMPARE(fixture.log(), log);
+    QVERIFY(fixture.log().startsWith(log)); // the first one may go on
+    QCOMPARE(fixture.log().count(u", version 1.0.0 |"_s), log.count(u", version 1.0.0 |"_s));
     QVERIFY(first.isRunning());
     QCOMPARE(first.stop(), 0);
 }
