@@ -242,6 +242,7 @@ void TestRunnerHazards::restartsCostNoAttempt()
         settings);
     runner.start();
     QTRY_COMPARE(spool.quarantined(), QStringList{"order"});
+    runner.stop(10s);
     QCOMPARE(attempts.mid(5), QList<int>({2, 2, 3}));
 }
 

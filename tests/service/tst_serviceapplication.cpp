@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
+#include <mutex>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -35,11 +36,24 @@ class Task : public QEvent {
 public:
     static constexpr QEvent::Type Number = QEvent::Type(QEvent::User + 7);
 
-    explicit Task(std::function<void()> action) : QEvent(Number), _action(std::move(action)) {}
-    void run() const { _action(); }
+    explicit Task(std::function<void()> action) : QEvent(Number)
+    {
+        const std::lock_guard lock(_mutex);
+        _action = std::move(action);
+    }
+    void run() const { copy()(); }
 
 private:
+    std::function<void()> copy() const
+    {
+        const std::lock_guard lock(_mutex);
+        return _action;
+    }
+
     std::function<void()> _action;
+
+    // Qt hands the event to its thread in a way that ThreadSanitizer does not see.
+    inline static std::mutex _mutex;
 };
 
 class Worker : public QObject {
