@@ -18,8 +18,8 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <utility>
