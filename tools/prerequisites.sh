@@ -8,6 +8,11 @@
 # shellcheck disable=SC2034 # for those who source this file
 build_packages=(cmake g++ ninja-build qt6-base-dev)
 
+# What the benchmarks need, and the libraries that they compare with.
+# shellcheck disable=SC2034 # for those who source this file
+benchmark_packages=(libbenchmark-dev python3 python3-matplotlib
+    libboost-dev libboost-log-dev liblog4cplus-dev libpugixml-dev libspdlog-dev)
+
 # require_packages PACKAGE...: installs the Debian packages that are missing, as root or through
 # sudo. If neither is possible, prints the command to run and ends the script.
 require_packages() {
