@@ -3,6 +3,8 @@
 
 #include "kez/text.h"
 
+#include "text/hexapairs_p.h"
+
 #include <QtEndian>
 #include <QUrl>
 
@@ -83,18 +85,19 @@ QString Text::toHexa(const QByteArray& bytes, bool lowerCase, char separator)
 {
     if (bytes.isEmpty())
         return QString();
-    const char* const digits = lowerCase ? "0123456789abcdef" : "0123456789ABCDEF";
+    const HexaPairs& pairs = lowerCase ? LowerCaseHexa : UpperCaseHexa;
+    if (separator == '\0') {
+        QString result(2 * bytes.size(), Qt::Uninitialized);
+        writeHexa(pairs, bytes, result.data());
+        return result;
+    }
     const QChar between =
         lowerCase ? QLatin1Char(separator) : QChar(QLatin1Char(separator)).toUpper();
-    const qsizetype size = separator == '\0' ? 2 * bytes.size() : 3 * bytes.size() - 1;
-    QString result(size, Qt::Uninitialized);
-    QChar* out = result.data();
-    for (qsizetype i = 0; i < bytes.size(); ++i) {
-        if (i > 0 && separator != '\0')
-            *out++ = between;
-        const auto byte = static_cast<unsigned char>(bytes.at(i));
-        *out++ = QLatin1Char(digits[byte / 16]);
-        *out++ = QLatin1Char(digits[byte % 16]);
+    QString result(3 * bytes.size() - 1, Qt::Uninitialized);
+    QChar* out = writeHexa(pairs, bytes.front(), result.data());
+    for (const char byte : QByteArrayView(bytes).sliced(1)) {
+        *out++ = between;
+        out = writeHexa(pairs, byte, out);
     }
     return result;
 }

@@ -4,6 +4,7 @@
 // Without the implicit conversions to QString; tst_textformat is built with them.
 #define QT_NO_CAST_FROM_ASCII
 
+#include "kez/randomgenerator.h"
 #include "kez/text.h"
 
 #include <QTest>
@@ -72,6 +73,9 @@ private Q_SLOTS:
     void hexa_data();
     void hexa();
     void hexaOfEveryByteIsAsPrinted();
+    void hexaIsThatOfQt_data();
+    void hexaIsThatOfQt();
+    void hexaTakesEverySeparator();
     void hexaLetterAsSeparatorFollowsTheCase_data();
     void hexaLetterAsSeparatorFollowsTheCase();
     void hexaOfANumber_data();
@@ -275,6 +279,42 @@ void TestText::hexaOfEveryByteIsAsPrinted()
     QCOMPARE(Text::toHexa(bytes, false, '\0'), printedHexa(bytes, "%02X", QString()));
     QCOMPARE(Text::toHexa(bytes, true, ','), printedHexa(bytes, "%02x", QStringLiteral(",")));
     QCOMPARE(Text::toHexa(bytes, false, ','), printedHexa(bytes, "%02X", QStringLiteral(",")));
+}
+
+void TestText::hexaIsThatOfQt_data()
+{
+    QTest::addColumn<char>("separator");
+    QTest::newRow("plain") << '\0';
+    QTest::newRow("separated") << ' ';
+}
+
+void TestText::hexaIsThatOfQt()
+{
+    QFETCH(const char, separator);
+
+    RandomGenerator random(20261122);
+    for (int length = 0; length <= 1000; ++length) {
+        QByteArray bytes(length, '\0');
+        random.fillRange(bytes, false);
+        const ExactArray exact(bytes);
+        const QString expected = QString::fromLatin1(bytes.toHex(separator));
+        QCOMPARE(Text::toHexa(exact.bytes(), true, separator), expected);
+        QCOMPARE(Text::toHexa(exact.bytes(), false, separator), expected.toUpper());
+    }
+}
+
+void TestText::hexaTakesEverySeparator()
+{
+    for (const char separator : everyByte()) {
+        const QString between = separator == '\0' ? QString() : QString(QLatin1Char(separator));
+        const QByteArray bytes("\x01\xab\xff");
+        QCOMPARE(Text::toHexa(bytes, true, separator), printedHexa(bytes, "%02x", between));
+        // The sharp s alone has no upper-case form of one letter: it stays.
+        if (separator != '\xdf')
+            QCOMPARE(Text::toHexa(bytes, false, separator),
+                     printedHexa(bytes, "%02x", between).toUpper());
+    }
+    QCOMPARE(Text::toHexa(QByteArray("ab"), false, '\xdf'), QStringLiteral("61ß62"));
 }
 
 void TestText::hexaLetterAsSeparatorFollowsTheCase_data()
