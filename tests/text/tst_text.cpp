@@ -7,6 +7,7 @@
 #include "kez/randomgenerator.h"
 #include "kez/text.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 #include <algorithm>
@@ -35,6 +36,21 @@ QString printedHexa(const QByteArray& bytes, const char* format, const QString& 
     for (const char byte : bytes)
         pairs.append(QString::asprintf(format, static_cast<unsigned char>(byte)));
     return pairs.join(separator);
+}
+
+/// Percent-decoded: each escape that the pattern finds, from left to right.
+QString decodedByPattern(const QString& text)
+{
+    const QByteArray utf8 = text.toUtf8();
+    static const QRegularExpression escape(QStringLiteral("%[0-9a-fA-F]{2}"));
+    QByteArray decoded;
+    qsizetype end = 0;
+    for (const auto& match : escape.globalMatch(QString::fromLatin1(utf8))) {
+        decoded += utf8.mid(end, match.capturedStart() - end);
+        decoded += QByteArray::fromHex(utf8.mid(match.capturedStart() + 1, 2));
+        end = match.capturedEnd();
+    }
+    return QString::fromUtf8(decoded + utf8.mid(end));
 }
 
 /// An array without any memory behind its last byte: AddressSanitizer reports a read beyond it.
@@ -80,6 +96,7 @@ private Q_SLOTS:
     void hexaLetterAsSeparatorFollowsTheCase();
     void hexaOfANumber_data();
     void hexaOfANumber();
+    void hexaOfEveryMagnitudeIsThatOfQt();
     void hexaOverloadsAreToldApart();
     void fromHexa_data();
     void fromHexa();
@@ -90,6 +107,7 @@ private Q_SLOTS:
     void urlDecoding_data();
     void urlDecoding();
     void urlDecodingUndoesEncoding();
+    void urlDecodingOfRandomTexts();
 
     void bigEndianToInt32_data();
     void bigEndianToInt32();
@@ -366,6 +384,19 @@ void TestText::hexaOfANumber()
     QCOMPARE(Text::toHexa(value, width), expected);
 }
 
+void TestText::hexaOfEveryMagnitudeIsThatOfQt()
+{
+    RandomGenerator random(20261122);
+    for (int bits = 0; bits < 64; ++bits) {
+        const quint64 power = quint64{1} << bits;
+        for (const quint64 value : {power - 1, power, power + 1, random.generate64() >> bits}) {
+            for (unsigned int width = 0; width <= 20; ++width)
+                QCOMPARE(Text::toHexa(value, width),
+                         QString::number(value, 16).rightJustified(width, QLatin1Char('0')));
+        }
+    }
+}
+
 void TestText::hexaOverloadsAreToldApart()
 {
     QCOMPARE(Text::toHexa(255, 4), QStringLiteral("00ff"));
@@ -486,6 +517,18 @@ void TestText::urlDecodingUndoesEncoding()
         text += QString::fromUcs4(&code, 1);
     text += QStringLiteral("😀%41%zz%");
     QCOMPARE(Text::fromUrlEncoding(Text::toUrlEncoding(text)), text);
+}
+
+void TestText::urlDecodingOfRandomTexts()
+{
+    const QString alphabet = QStringLiteral("%%%%04bFcC39aAgé€");
+    RandomGenerator random(20261122);
+    for (int i = 0; i < 3000; ++i) {
+        QString text(random.bounded(0, 40), Qt::Uninitialized);
+        for (QChar& c : text)
+            c = alphabet.at(random.bounded(0, static_cast<int>(alphabet.size())));
+        QCOMPARE(Text::fromUrlEncoding(text), decodedByPattern(text));
+    }
 }
 
 void TestText::bigEndianToInt32_data()
