@@ -46,7 +46,7 @@ QString boxCaption(QString title, const QString& version)
 
 void dumpLine(FILE* stream, qsizetype offset, QByteArrayView row)
 {
-    std::array<char, 4 * BytesPerRow + 2> line;
+    std::array<char, 4 * BytesPerRow + 2> line{};
     line.fill(' ');
     char* hexa = line.data();
     char* text = line.data() + 3 * BytesPerRow + 1;
