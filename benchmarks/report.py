@@ -10,6 +10,7 @@ others of the same case and size. A case that counts items is shown per item.
 
 import argparse
 import json
+import math
 import pathlib
 import platform
 import re
@@ -28,6 +29,10 @@ FIELDS = {
 }
 
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+class Unusable(Exception):
+    """A file that does not hold what it should: a line for the user."""
 
 
 class Measurement:
@@ -58,7 +63,7 @@ def load(paths):
     files_of = {}
     context = {}
     for file, path in enumerate(paths):
-        results = json.loads(pathlib.Path(path).read_text())
+        results = read_results(path)
         context.update(results["context"])
         for record in results["benchmarks"]:
             if record["run_type"] != "iteration":
@@ -66,11 +71,32 @@ def load(paths):
             if record.get("error_occurred"):
                 sys.exit(f"{record['run_name']}: {record['error_message']}")
             name = SUFFIXES.sub("", record["run_name"])
+            if "/" not in name:
+                raise Unusable(f"{path}: {name}: a benchmark is named CASE/CONTENDER")
             records[name].append(record)
             files_of[name] = file
     # As they are registered: the repetitions run in random order.
     order = sorted(records, key=lambda name: (files_of[name], position_in_file(records[name][0])))
     return {name: Measurement(records[name]) for name in order}, context
+
+
+def read_text(path):
+    try:
+        return pathlib.Path(path).read_text(encoding="utf-8")
+    except (OSError, UnicodeDecodeError) as failure:
+        raise Unusable(f"{path}: {getattr(failure, 'strerror', None) or 'not a text'}")
+
+
+def read_results(path):
+    try:
+        results = json.loads(read_text(path))
+    except json.JSONDecodeError as failure:
+        raise Unusable(f"{path}: not JSON: {failure}")
+    context = results.get("context") if isinstance(results, dict) else None
+    if not isinstance(context, dict) or not {"num_cpus", "date"} <= context.keys() \
+            or not isinstance(results.get("benchmarks"), list):
+        raise Unusable(f"{path}: not the results of a benchmark")
+    return results
 
 
 def position_in_file(record):
@@ -128,6 +154,8 @@ class Target:
     def __init__(self, line):
         self.case, self.other, ratio = line.split()
         self.ratio = float(ratio)
+        if not 0 < self.ratio < math.inf:
+            raise ValueError(ratio)
 
     def verdict(self, measurements):
         """(whether it is met or None if it was not measured, text)"""
@@ -135,14 +163,14 @@ class Target:
         for side, value in ((self.case, own), (self.other, other)):
             if value is None:
                 return None, f"{self.case}: not compared, there is no {side}"
-        reached = own / other
-        isMet = reached <= self.ratio
+        isMet = own <= self.ratio * other
+        reached = own / other if other else math.inf if own else 0
         word = "is met" if isMet else "FALLS SHORT"
         return isMet, f"{self.case} / {self.other}: {reached:.2f}, at most {self.ratio}: {word}"
 
 
 def value_of(side, measurements):
-    if re.fullmatch(r"[0-9.]+", side):
+    if re.fullmatch(r"[0-9]+(\.[0-9]+)?", side):
         return float(side)
     name, _, counter = side.partition("@")
     found = measurements.get(name)
@@ -150,8 +178,15 @@ def value_of(side, measurements):
 
 
 def read_targets(path):
-    lines = (line.split("#", 1)[0].strip() for line in pathlib.Path(path).read_text().splitlines())
-    return [Target(line) for line in lines if line]
+    targets = []
+    for number, line in enumerate(read_text(path).splitlines(), start=1):
+        line = line.split("#", 1)[0].strip()
+        try:
+            if line:
+                targets.append(Target(line))
+        except ValueError:
+            raise Unusable(f"{path}:{number}: expected CASE OTHER RATIO, found: {line}")
+    return targets
 
 
 def check(path, measurements):
@@ -164,23 +199,30 @@ def check(path, measurements):
     return met > 0 and all(isMet is not False for isMet, _ in verdicts)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--check", metavar="TARGETS")
-    parser.add_argument("--plot", metavar="DIRECTORY")
-    parser.add_argument("results", nargs="+")
-    arguments = parser.parse_args()
-
+def report(arguments):
+    """Returns whether nothing was to be checked or the targets are met."""
     measurements, context = load(arguments.results)
     print(circumstances(context) + "\n")
     print(table(measurements))
     if arguments.plot:
         import plots
         plots.write(measurements, table(measurements), circumstances(context), arguments.plot)
-    if arguments.check:
-        print()
-        return 0 if check(arguments.check, measurements) else 1
-    return 0
+    if not arguments.check:
+        return True
+    print()
+    return check(arguments.check, measurements)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--check", metavar="TARGETS")
+    parser.add_argument("--plot", metavar="DIRECTORY")
+    parser.add_argument("results", nargs="+")
+    try:
+        return 0 if report(parser.parse_args()) else 1
+    except Unusable as failure:
+        print(failure, file=sys.stderr)
+        return 2
 
 
 if __name__ == "__main__":

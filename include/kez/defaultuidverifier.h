@@ -8,7 +8,6 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QSet>
 
 #include <memory>
 
@@ -37,7 +36,9 @@ public:
     virtual bool empty();
 
 private:
+    struct Index;
+
     unsigned char _uidSize;
     std::shared_ptr<QList<QByteArray>> _spStore;
-    QSet<QByteArray> _index;
+    std::unique_ptr<Index> _index;
 };

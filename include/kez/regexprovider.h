@@ -15,6 +15,9 @@
 /// A catalogue of regular expressions, and tests of code-point ranges. The patterns are part of the
 /// interface and are kept as they are. So are their irregularities.
 ///
+/// A pattern without options is compiled once in the life of the process. One with options is
+/// compiled for each object that matches: keep the object for the next text.
+///
 /// *Threads*: any thread.
 /// *Owns*: nothing.
 /// *Fails*: never.

@@ -5,7 +5,7 @@
 
 #include "frame/failure_p.h"
 #include "ids/uidwords_p.h"
-#include "kez/text.h"
+#include "text/hexapairs_p.h"
 
 #include <QRandomGenerator>
 
@@ -15,7 +15,8 @@
 namespace {
 
 constexpr unsigned char DefaultVerifierUidSize = 16;
-constexpr qsizetype UuidDigits = 32;
+constexpr qsizetype UuidBytes = 16;
+constexpr std::array<qsizetype, 4> UuidGroups = {4, 2, 2, 2}; // of bytes, before the last group
 constexpr qsizetype MostWords = uidWords(std::numeric_limits<unsigned char>::max());
 
 } // namespace
@@ -47,10 +48,21 @@ UidGenerator* UidGenerator::getInstance(unsigned char size, IUidVerifier* verifi
 
 QString UidGenerator::toUUID(const QByteArray& uid)
 {
-    const QString digits = Text::toHexa(uid, true).rightJustified(UuidDigits, QLatin1Char('0'));
-    const QStringView view(digits);
-    return QStringLiteral("%1-%2-%3-%4-%5")
-        .arg(view.mid(0, 8), view.mid(8, 4), view.mid(12, 4), view.mid(16, 4), view.mid(20));
+    QByteArrayView rest(uid);
+    QByteArray padded;
+    if (uid.size() < UuidBytes) {
+        padded = uid.rightJustified(UuidBytes, '\0');
+        rest = padded;
+    }
+    QString result(2 * rest.size() + qsizetype{UuidGroups.size()}, Qt::Uninitialized);
+    QChar* out = result.data();
+    for (const qsizetype group : UuidGroups) {
+        out = writeHexa(LowerCaseHexa, rest.first(group), out);
+        *out++ = QLatin1Char('-');
+        rest = rest.sliced(group);
+    }
+    writeHexa(LowerCaseHexa, rest, out);
+    return result;
 }
 
 bool UidGenerator::isInitialized() const

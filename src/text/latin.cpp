@@ -7,12 +7,13 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace {
 
 struct Row {
     char16_t codePoint = 0;
-    QStringView entity;
+    std::u16string_view entity;
 };
 
 // Some of these are not the entities of the HTML standard: see the comment of LATIN.
@@ -44,38 +45,61 @@ constexpr std::array<Row, 100> Rows{{
     {252, u"&uuml;"},   {253, u"&yacut;"},  {254, u"&thorn;"},  {255, u"&yuml;"},
 }};
 
-constexpr std::array<QStringView, 256> entitiesByCodePoint()
+constexpr std::size_t LongestEntity = 8;
+constexpr qsizetype ChunkSize = 256;
+
+/// What stands for a Latin-1 character: its entity, or itself.
+struct Replacement {
+    std::array<QChar, LongestEntity> text{};
+    quint8 size = 1;
+};
+
+constexpr std::array<Replacement, 256> replacementsByCodePoint()
 {
-    std::array<QStringView, 256> result{};
-    for (const Row& row : Rows)
-        result[row.codePoint] = row.entity;
+    std::array<Replacement, 256> result{};
+    for (std::size_t codePoint = 0; codePoint < result.size(); ++codePoint)
+        result[codePoint].text[0] = static_cast<char16_t>(codePoint);
+    for (const Row& row : Rows) {
+        Replacement& replacement = result[row.codePoint];
+        std::copy(row.entity.begin(), row.entity.end(), replacement.text.begin());
+        replacement.size = static_cast<quint8>(row.entity.size());
+    }
     return result;
 }
 
 // A constant, so that escaping needs no search in a map and works before LATIN is built.
-constexpr std::array<QStringView, 256> Entities = entitiesByCodePoint();
+constexpr std::array<Replacement, 256> Replacements = replacementsByCodePoint();
 
-constexpr QStringView entityOf(char16_t unit)
+bool hasEntity(QChar unit)
 {
-    return unit < Entities.size() ? Entities[unit] : QStringView();
+    return unit.unicode() < Replacements.size() && Replacements[unit.unicode()].size > 1;
 }
 
 QMap<int, QString> latinMap()
 {
     QMap<int, QString> result;
     for (const Row& row : Rows)
-        result.insert(row.codePoint, row.entity.toString());
+        result.insert(row.codePoint, QStringView(row.entity).toString());
     return result;
 }
 
-qsizetype escapedSize(QStringView text)
+/// Grows the result by what the text needs at most, for a moment: a replacement is copied whole,
+/// which is faster than to look at its size first.
+void appendEscaped(QStringView text, QString& result)
 {
-    qsizetype size = text.size();
+    const qsizetype size = result.size();
+    result.resize(size + qsizetype{LongestEntity} * text.size());
+    QChar* out = result.data() + size;
     for (const QChar unit : text) {
-        const QStringView entity = entityOf(unit.unicode());
-        size += entity.isEmpty() ? 0 : entity.size() - 1;
+        if (unit.unicode() >= Replacements.size()) {
+            *out++ = unit;
+            continue;
+        }
+        const Replacement& replacement = Replacements[unit.unicode()];
+        std::copy(replacement.text.begin(), replacement.text.end(), out);
+        out += replacement.size;
     }
-    return size;
+    result.truncate(out - result.constData());
 }
 
 } // namespace
@@ -84,17 +108,13 @@ const QMap<int, QString> LATIN = latinMap();
 
 QString Text::latinToEscapedHtml(const QString& text)
 {
-    const qsizetype size = escapedSize(text);
-    if (size == text.size())
+    if (std::none_of(text.begin(), text.end(), hasEntity))
         return text;
-    QString result(size, Qt::Uninitialized);
-    QChar* out = result.data();
-    for (const QChar unit : text) {
-        const QStringView entity = entityOf(unit.unicode());
-        if (entity.isEmpty())
-            *out++ = unit;
-        else
-            out = std::copy(entity.begin(), entity.end(), out);
-    }
+    QString result;
+    result.reserve(text.size() + qsizetype{LongestEntity} * qMin(text.size(), ChunkSize));
+    for (qsizetype i = 0; i < text.size(); i += ChunkSize)
+        appendEscaped(QStringView(text).mid(i, ChunkSize), result);
+    if (result.capacity() > 2 * result.size())
+        result.squeeze();
     return result;
 }

@@ -3,8 +3,12 @@
 
 #include "kez/text.h"
 
+#include "text/hexapairs_p.h"
+
 #include <QtEndian>
 #include <QUrl>
+
+#include <bit>
 
 namespace {
 
@@ -37,13 +41,14 @@ int digitValue(char digit)
     return -1;
 }
 
-/// The byte that the escape at `position` stands for, or -1 if there is no complete escape.
-int escapedByte(const QByteArray& text, qsizetype position)
+/// The byte that the escape at the beginning of the text stands for, or -1 if there is no complete
+/// escape.
+int escapedByte(const char* text, const char* end)
 {
-    if (text[position] != '%' || text.size() - position < 3)
+    if (*text != '%' || end - text < 3)
         return -1;
-    const int high = digitValue(text[position + 1]);
-    const int low = digitValue(text[position + 2]);
+    const int high = digitValue(text[1]);
+    const int low = digitValue(text[2]);
     return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
@@ -83,25 +88,30 @@ QString Text::toHexa(const QByteArray& bytes, bool lowerCase, char separator)
 {
     if (bytes.isEmpty())
         return QString();
-    const char* const digits = lowerCase ? "0123456789abcdef" : "0123456789ABCDEF";
+    const HexaPairs& pairs = lowerCase ? LowerCaseHexa : UpperCaseHexa;
+    if (separator == '\0') {
+        QString result(2 * bytes.size(), Qt::Uninitialized);
+        writeHexa(pairs, bytes, result.data());
+        return result;
+    }
     const QChar between =
         lowerCase ? QLatin1Char(separator) : QChar(QLatin1Char(separator)).toUpper();
-    const qsizetype size = separator == '\0' ? 2 * bytes.size() : 3 * bytes.size() - 1;
-    QString result(size, Qt::Uninitialized);
-    QChar* out = result.data();
-    for (qsizetype i = 0; i < bytes.size(); ++i) {
-        if (i > 0 && separator != '\0')
-            *out++ = between;
-        const auto byte = static_cast<unsigned char>(bytes.at(i));
-        *out++ = QLatin1Char(digits[byte / 16]);
-        *out++ = QLatin1Char(digits[byte % 16]);
+    QString result(3 * bytes.size() - 1, Qt::Uninitialized);
+    QChar* out = writeHexa(pairs, bytes.front(), result.data());
+    for (const char byte : QByteArrayView(bytes).sliced(1)) {
+        *out++ = between;
+        out = writeHexa(pairs, byte, out);
     }
     return result;
 }
 
 QString Text::toHexa(quint64 value, unsigned int width)
 {
-    return QString::number(value, 16).rightJustified(width, QLatin1Char('0'));
+    const qsizetype digits = value == 0 ? 1 : (std::bit_width(value) + 3) / 4;
+    QString result(qMax(digits, qsizetype{width}), QLatin1Char('0'));
+    for (QChar* out = result.end(); value != 0; value /= 16)
+        *--out = LowerCaseHexa[value % 16].back();
+    return result;
 }
 
 QByteArray Text::fromHexa(const QString& hexa)
@@ -119,10 +129,11 @@ QString Text::fromUrlEncoding(const QString& text)
 {
     QByteArray bytes = text.toUtf8();
     char* out = bytes.data();
-    for (qsizetype i = 0; i < bytes.size(); ++i) {
-        const int escaped = escapedByte(bytes, i);
-        *out++ = escaped < 0 ? bytes.at(i) : static_cast<char>(escaped);
-        i += escaped < 0 ? 0 : 2;
+    const char* const end = out + bytes.size();
+    for (const char* in = out; in != end;) {
+        const int escaped = escapedByte(in, end);
+        *out++ = escaped < 0 ? *in : static_cast<char>(escaped);
+        in += escaped < 0 ? 1 : 3;
     }
     bytes.truncate(out - bytes.constData());
     return QString::fromUtf8(bytes);

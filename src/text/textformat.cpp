@@ -3,9 +3,13 @@
 
 #include "kez/text.h"
 
+#include "text/hexapairs_p.h"
+
 #include <QLocale>
 #include <QStringTokenizer>
 #include <QtNumeric>
+
+#include <array>
 
 namespace {
 
@@ -40,15 +44,22 @@ QString boxCaption(QString title, const QString& version)
     return version.isEmpty() ? title : title + QLatin1String(" v") + version;
 }
 
-/// A line of a dump, without its offset.
-QByteArray dumpLine(QByteArray row)
+void dumpLine(FILE* stream, qsizetype offset, QByteArrayView row)
 {
-    QByteArray line = row.toHex(' ').leftJustified(3 * BytesPerRow + 1);
-    for (char& byte : row) {
-        if (static_cast<signed char>(byte) < ' ')
-            byte = '.';
+    std::array<char, 4 * BytesPerRow + 2> line{};
+    line.fill(' ');
+    char* hexa = line.data();
+    char* text = line.data() + 3 * BytesPerRow + 1;
+    for (const char byte : row) {
+        const auto& pair = LowerCaseHexa[static_cast<unsigned char>(byte)];
+        *hexa++ = pair.front().toLatin1();
+        *hexa++ = pair.back().toLatin1();
+        ++hexa;
+        *text++ = static_cast<signed char>(byte) < ' ' ? '.' : byte;
     }
-    return line.append(row).append('\n');
+    *text++ = '\n';
+    std::fprintf(stream, "%4.4lx: %.*s", static_cast<unsigned long>(offset),
+                 static_cast<int>(text - line.data()), line.data());
 }
 
 } // namespace
@@ -134,8 +145,9 @@ void Text::dump(FILE* stream, const QByteArray& bytes, const QString& title)
     if (!title.isEmpty())
         std::fprintf(stream, "%s %ld octets (0x%8.8lx)\n", title.toLocal8Bit().constData(), size,
                      static_cast<unsigned long>(size));
-    for (qsizetype offset = 0; offset < bytes.size(); offset += BytesPerRow)
-        std::fprintf(stream, "%4.4lx: %s", static_cast<unsigned long>(offset),
-                     dumpLine(bytes.mid(offset, BytesPerRow)).constData());
+    for (qsizetype offset = 0; offset < bytes.size(); offset += BytesPerRow) {
+        const QByteArrayView rest = QByteArrayView(bytes).sliced(offset);
+        dumpLine(stream, offset, rest.first(qMin(rest.size(), BytesPerRow)));
+    }
     std::fputc('\n', stream);
 }

@@ -69,6 +69,8 @@ private Q_SLOTS:
     void appendAsksTheOverriddenContains();
     void virtualMembersAreCalledThroughTheInterface();
     void belongsToItsParent();
+    void everyByteOfEverySizeCounts();
+    void shorterAndLongerIdentifiersAreOthers();
     void millionIdentifiersAreFoundAtOnce();
 };
 
@@ -192,6 +194,37 @@ void TestDefaultUidVerifier::belongsToItsParent()
     QCOMPARE(verifier->parent(), parent.get());
     parent.reset();
     QVERIFY(verifier.isNull());
+}
+
+void TestDefaultUidVerifier::everyByteOfEverySizeCounts()
+{
+    for (int size = 1; size <= 33; ++size) {
+        DefaultUidVerifier verifier(static_cast<unsigned char>(size));
+        const QByteArray zeros(size, '\0');
+        verifier.append(zeros);
+        for (int i = 0; i < size; ++i) {
+            for (const char byte : {'\x01', '\x80', '\xff'}) {
+                QByteArray uid = zeros;
+                uid[i] = byte;
+                QVERIFY(!verifier.contains(uid));
+                verifier.append(uid);
+                QVERIFY(verifier.contains(uid));
+            }
+        }
+        QCOMPARE(verifier.size(), 3 * size + 1);
+        QVERIFY(verifier.contains(zeros));
+    }
+}
+
+void TestDefaultUidVerifier::shorterAndLongerIdentifiersAreOthers()
+{
+    for (int size = 1; size <= 33; ++size) {
+        DefaultUidVerifier verifier(static_cast<unsigned char>(size));
+        verifier.append(QByteArray(size, '\0'));
+        for (int other = 0; other <= 40; ++other)
+            QCOMPARE(verifier.contains(QByteArray(other, '\0')), other == size);
+        QVERIFY(!verifier.contains(QByteArray()));
+    }
 }
 
 void TestDefaultUidVerifier::millionIdentifiersAreFoundAtOnce()

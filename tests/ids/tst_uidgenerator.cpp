@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: MIT
 
 #include "ids/uidwords_p.h"
+#include "kez/randomgenerator.h"
+#include "kez/text.h"
 #include "kez/uidgenerator.h"
 
 #include "support/childprocess.h"
@@ -10,6 +12,7 @@
 #include <QPointer>
 #include <QSet>
 #include <QTest>
+#include <QUuid>
 
 #include <cstdio>
 #include <memory>
@@ -239,6 +242,8 @@ private Q_SLOTS:
 
     void toUUID_data();
     void toUUID();
+    void toUUIDOfEverySize();
+    void toUUIDOfSixteenBytesIsThatOfQt();
 };
 
 void TestUidGenerator::builtDirectlyRefusesToGenerate()
@@ -384,6 +389,29 @@ void TestUidGenerator::toUUID()
     QFETCH(const QString, expected);
 
     QCOMPARE(UidGenerator::toUUID(uid), expected);
+}
+
+void TestUidGenerator::toUUIDOfEverySize()
+{
+    RandomGenerator random(20261122);
+    for (int size = 0; size <= 300; ++size) {
+        QByteArray uid(size, '\0');
+        random.fillRange(uid, false);
+        const QString digits = Text::toHexa(uid, true).rightJustified(32, QLatin1Char('0'));
+        const QStringList groups{digits.mid(0, 8), digits.mid(8, 4), digits.mid(12, 4),
+                                 digits.mid(16, 4), digits.mid(20)};
+        QCOMPARE(UidGenerator::toUUID(uid), groups.join(QLatin1Char('-')));
+    }
+}
+
+void TestUidGenerator::toUUIDOfSixteenBytesIsThatOfQt()
+{
+    RandomGenerator random(20261122);
+    for (int i = 0; i < 1000; ++i) {
+        QByteArray uid(16, '\0');
+        random.fillRange(uid, false);
+        QCOMPARE(UidGenerator::toUUID(uid), QUuid::fromRfc4122(uid).toString(QUuid::WithoutBraces));
+    }
 }
 
 KEZ_TEST_MAIN_WITH_CHILDREN(TestUidGenerator, childMain)

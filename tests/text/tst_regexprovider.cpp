@@ -5,6 +5,10 @@
 
 #include <QTest>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 using Maker = QRegularExpression (*)(RegexProvider::Options);
 using Ranges = QList<std::pair<unsigned int, unsigned int>>;
 Q_DECLARE_METATYPE(Maker)
@@ -16,6 +20,8 @@ private Q_SLOTS:
     void patternIsExact_data();
     void patternIsExact();
     void optionsAreHandedOn();
+    void optionsOfOneCopyLeaveTheOthersAlone();
+    void threadsShareTheExpressions();
     void patternMatches_data();
     void patternMatches();
     void strictUrlPatternIsInvalid();
@@ -26,6 +32,7 @@ private Q_SLOTS:
     void codePointRange();
     void noRangeHoldsNothing();
     void rangeFormTakesBounds();
+    void bothFormsAgreeOnEveryCodeUnit();
 };
 
 void tst_RegexProvider::patternIsExact_data()
@@ -101,6 +108,42 @@ void tst_RegexProvider::optionsAreHandedOn()
                               &RegexProvider::regexForRelativeUrl, &RegexProvider::regexForUrlLeak,
                               &RegexProvider::regexForMime, &RegexProvider::regexForXmlComment})
         QCOMPARE(maker(options).patternOptions(), options);
+}
+
+void tst_RegexProvider::optionsOfOneCopyLeaveTheOthersAlone()
+{
+    const QString capitals = QStringLiteral("MARIE@EXAMPLE.ORG");
+    QRegularExpression changed = RegexProvider::regexForEmail();
+    QVERIFY(!changed.match(capitals).hasMatch());
+    changed.setPatternOptions(QRegularExpression::CaseInsensitiveOption);
+    QVERIFY(changed.match(capitals).hasMatch());
+    changed.setPattern(QStringLiteral("x"));
+
+    const QRegularExpression next = RegexProvider::regexForEmail();
+    QCOMPARE(next.patternOptions(), QRegularExpression::NoPatternOption);
+    QVERIFY(next.pattern() != changed.pattern());
+    QVERIFY(!next.match(capitals).hasMatch());
+    QVERIFY(next.match(QStringLiteral("marie@example.org")).hasMatch());
+}
+
+void tst_RegexProvider::threadsShareTheExpressions()
+{
+    std::atomic<int> matches = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&matches, isPlain = i % 2 == 0] {
+            for (int round = 0; round < 500; ++round) {
+                const auto options = isPlain ? QRegularExpression::NoPatternOption
+                                             : QRegularExpression::CaseInsensitiveOption;
+                const auto mime = RegexProvider::regexForMime(options);
+                matches += mime.match(QStringLiteral("text/html")).hasMatch() ? 1 : 0;
+                matches += mime.match(QStringLiteral("TEXT/html")).hasMatch() ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    QCOMPARE(matches, 2 * 500 + 2 * 2 * 500);
 }
 
 void tst_RegexProvider::patternMatches_data()
@@ -216,6 +259,18 @@ void tst_RegexProvider::rangeFormTakesBounds()
     QVERIFY(RegexProvider::hasCodePoint(QStringLiteral("abc"), 0x62, 0x62));
     QVERIFY(!RegexProvider::hasCodePoint(QStringLiteral("abc"), 0x64, 0x7F));
     QVERIFY(!RegexProvider::hasCodePoint(QString(), 0, 0xFFFF));
+}
+
+void tst_RegexProvider::bothFormsAgreeOnEveryCodeUnit()
+{
+    for (uint unit = 0; unit <= 0xFFFF; ++unit) {
+        const QString text(QChar(static_cast<char16_t>(unit)));
+        const bool expected = 0xD83D <= unit && unit <= 0xE000;
+        QCOMPARE(RegexProvider::hasCodePoint(text, 0xD83D, 0xE000), expected);
+        QCOMPARE(RegexProvider::hasCodePoint(text, Ranges{{0xD83D, 0xE000}}), expected);
+    }
+    QVERIFY(!RegexProvider::hasCodePoint(QStringLiteral("c"), 0x64, 0x62));
+    QVERIFY(!RegexProvider::hasCodePoint(QStringLiteral("c"), 0x10063, 0x10063));
 }
 
 QTEST_GUILESS_MAIN(tst_RegexProvider)

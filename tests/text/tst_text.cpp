@@ -4,8 +4,10 @@
 // Without the implicit conversions to QString; tst_textformat is built with them.
 #define QT_NO_CAST_FROM_ASCII
 
+#include "kez/randomgenerator.h"
 #include "kez/text.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 #include <algorithm>
@@ -34,6 +36,21 @@ QString printedHexa(const QByteArray& bytes, const char* format, const QString& 
     for (const char byte : bytes)
         pairs.append(QString::asprintf(format, static_cast<unsigned char>(byte)));
     return pairs.join(separator);
+}
+
+/// Percent-decoded: each escape that the pattern finds, from left to right.
+QString decodedByPattern(const QString& text)
+{
+    const QByteArray utf8 = text.toUtf8();
+    static const QRegularExpression escape(QStringLiteral("%[0-9a-fA-F]{2}"));
+    QByteArray decoded;
+    qsizetype end = 0;
+    for (const auto& match : escape.globalMatch(QString::fromLatin1(utf8))) {
+        decoded += utf8.mid(end, match.capturedStart() - end);
+        decoded += QByteArray::fromHex(utf8.mid(match.capturedStart() + 1, 2));
+        end = match.capturedEnd();
+    }
+    return QString::fromUtf8(decoded + utf8.mid(end));
 }
 
 /// An array without any memory behind its last byte: AddressSanitizer reports a read beyond it.
@@ -72,10 +89,14 @@ private Q_SLOTS:
     void hexa_data();
     void hexa();
     void hexaOfEveryByteIsAsPrinted();
+    void hexaIsThatOfQt_data();
+    void hexaIsThatOfQt();
+    void hexaTakesEverySeparator();
     void hexaLetterAsSeparatorFollowsTheCase_data();
     void hexaLetterAsSeparatorFollowsTheCase();
     void hexaOfANumber_data();
     void hexaOfANumber();
+    void hexaOfEveryMagnitudeIsThatOfQt();
     void hexaOverloadsAreToldApart();
     void fromHexa_data();
     void fromHexa();
@@ -86,6 +107,7 @@ private Q_SLOTS:
     void urlDecoding_data();
     void urlDecoding();
     void urlDecodingUndoesEncoding();
+    void urlDecodingOfRandomTexts();
 
     void bigEndianToInt32_data();
     void bigEndianToInt32();
@@ -277,6 +299,42 @@ void TestText::hexaOfEveryByteIsAsPrinted()
     QCOMPARE(Text::toHexa(bytes, false, ','), printedHexa(bytes, "%02X", QStringLiteral(",")));
 }
 
+void TestText::hexaIsThatOfQt_data()
+{
+    QTest::addColumn<char>("separator");
+    QTest::newRow("plain") << '\0';
+    QTest::newRow("separated") << ' ';
+}
+
+void TestText::hexaIsThatOfQt()
+{
+    QFETCH(const char, separator);
+
+    RandomGenerator random(20261122);
+    for (int length = 0; length <= 1000; ++length) {
+        QByteArray bytes(length, '\0');
+        random.fillRange(bytes, false);
+        const ExactArray exact(bytes);
+        const QString expected = QString::fromLatin1(bytes.toHex(separator));
+        QCOMPARE(Text::toHexa(exact.bytes(), true, separator), expected);
+        QCOMPARE(Text::toHexa(exact.bytes(), false, separator), expected.toUpper());
+    }
+}
+
+void TestText::hexaTakesEverySeparator()
+{
+    for (const char separator : everyByte()) {
+        const QString between = separator == '\0' ? QString() : QString(QLatin1Char(separator));
+        const QByteArray bytes("\x01\xab\xff");
+        QCOMPARE(Text::toHexa(bytes, true, separator), printedHexa(bytes, "%02x", between));
+        // The sharp s alone has no upper-case form of one letter: it stays.
+        if (separator != '\xdf')
+            QCOMPARE(Text::toHexa(bytes, false, separator),
+                     printedHexa(bytes, "%02x", between).toUpper());
+    }
+    QCOMPARE(Text::toHexa(QByteArray("ab"), false, '\xdf'), QStringLiteral("61ß62"));
+}
+
 void TestText::hexaLetterAsSeparatorFollowsTheCase_data()
 {
     QTest::addColumn<char>("separator");
@@ -324,6 +382,19 @@ void TestText::hexaOfANumber()
     QFETCH(const QString, expected);
 
     QCOMPARE(Text::toHexa(value, width), expected);
+}
+
+void TestText::hexaOfEveryMagnitudeIsThatOfQt()
+{
+    RandomGenerator random(20261122);
+    for (int bits = 0; bits < 64; ++bits) {
+        const quint64 power = quint64{1} << bits;
+        for (const quint64 value : {power - 1, power, power + 1, random.generate64() >> bits}) {
+            for (unsigned int width = 0; width <= 20; ++width)
+                QCOMPARE(Text::toHexa(value, width),
+                         QString::number(value, 16).rightJustified(width, QLatin1Char('0')));
+        }
+    }
 }
 
 void TestText::hexaOverloadsAreToldApart()
@@ -446,6 +517,18 @@ void TestText::urlDecodingUndoesEncoding()
         text += QString::fromUcs4(&code, 1);
     text += QStringLiteral("😀%41%zz%");
     QCOMPARE(Text::fromUrlEncoding(Text::toUrlEncoding(text)), text);
+}
+
+void TestText::urlDecodingOfRandomTexts()
+{
+    const QString alphabet = QStringLiteral("%%%%04bFcC39aAgé€");
+    RandomGenerator random(20261122);
+    for (int i = 0; i < 3000; ++i) {
+        QString text(random.bounded(0, 40), Qt::Uninitialized);
+        for (QChar& c : text)
+            c = alphabet.at(random.bounded(0, static_cast<int>(alphabet.size())));
+        QCOMPARE(Text::fromUrlEncoding(text), decodedByPattern(text));
+    }
 }
 
 void TestText::bigEndianToInt32_data()

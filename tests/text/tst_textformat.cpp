@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "kez/randomgenerator.h"
 #include "kez/text.h"
 
 #include "support/childprocess.h"
@@ -109,6 +110,15 @@ QByteArray printedDump(const QByteArray& bytes)
     return text + '\n';
 }
 
+/// The rule, one look-up per code unit.
+QString escapedByTable(const QString& text)
+{
+    QString escaped;
+    for (const QChar unit : text)
+        escaped += LATIN.value(unit.unicode(), QString(unit));
+    return escaped;
+}
+
 QByteArray countedBytes(qsizetype size)
 {
     QByteArray bytes(size, '\0');
@@ -170,6 +180,10 @@ private Q_SLOTS:
     void escaping_data();
     void escaping();
     void escapingTreatsEveryCodeUnitAsTheTableSays();
+    void escapingFollowsTheTableAtEveryLength();
+    void escapingOfRandomTextsFollowsTheTable();
+    void escapingReturnsATextWithoutEntitiesAsItIs();
+    void escapedTextTakesNoMoreThanTwiceItsRoom();
 
     void dateForms_data();
     void dateForms();
@@ -301,6 +315,54 @@ void TestTextFormat::escapingTreatsEveryCodeUnitAsTheTableSays()
         expected += entities.value(unit, QString(QChar(unit)));
     }
     QVERIFY(Text::latinToEscapedHtml(all) == expected);
+}
+
+void TestTextFormat::escapingFollowsTheTableAtEveryLength()
+{
+    // A long text is handled piece by piece: an entity is first, last and alone in each.
+    for (int length = 1; length <= 1100; ++length) {
+        const QString entities(length, QLatin1Char('<'));
+        QCOMPARE(Text::latinToEscapedHtml(entities), escapedByTable(entities));
+        QString last(length, QLatin1Char('a'));
+        last.back() = QChar(u'À');
+        QCOMPARE(Text::latinToEscapedHtml(last), escapedByTable(last));
+        QString first(length, QChar(u'€'));
+        first.front() = QLatin1Char('&');
+        QCOMPARE(Text::latinToEscapedHtml(first), escapedByTable(first));
+    }
+}
+
+void TestTextFormat::escapingOfRandomTextsFollowsTheTable()
+{
+    RandomGenerator random(20261122);
+    for (int i = 0; i < 2000; ++i) {
+        // Few entities or many; among the units are NUL and halves of surrogate pairs.
+        const int highest = i % 2 == 0 ? 0x100 : 0x10000;
+        QString text(random.bounded(0, 3000), Qt::Uninitialized);
+        for (QChar& unit : text)
+            unit = QChar(random.bounded(0, highest));
+        QCOMPARE(Text::latinToEscapedHtml(text), escapedByTable(text));
+    }
+}
+
+void TestTextFormat::escapingReturnsATextWithoutEntitiesAsItIs()
+{
+    const QString text = QString(5000, QLatin1Char('a')) + QStringLiteral("œ€😀\u00A0");
+    const QString escaped = Text::latinToEscapedHtml(text);
+    QCOMPARE(escaped.constData(), text.constData());
+    QVERIFY(Text::latinToEscapedHtml(QString()).isNull());
+    QVERIFY(!Text::latinToEscapedHtml(QLatin1String("")).isNull());
+}
+
+void TestTextFormat::escapedTextTakesNoMoreThanTwiceItsRoom()
+{
+    for (const int length : {1, 8, 100, 255, 256, 257, 1000, 10'000, 1'000'000}) {
+        QString text(length, QLatin1Char('a'));
+        text.back() = QLatin1Char('<');
+        const QString escaped = Text::latinToEscapedHtml(text);
+        QCOMPARE(escaped.size(), length + 3);
+        QVERIFY2(escaped.capacity() <= 2 * escaped.size() + 16, QByteArray::number(length));
+    }
 }
 
 void TestTextFormat::dateForms_data()
