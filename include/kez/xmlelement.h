@@ -6,13 +6,17 @@
 #include "kez_global.h"
 #include "properties.h"
 
-#include <QList>
 #include <QString>
 #include <QXmlStreamAttributes>
 
 #include <memory>
+#include <utility>
+#include <variant>
+#include <vector>
 
+class XmlText;
 class XmlTree;
+class XmlTreeBuilder;
 
 /// One element of an XML tree: a name, attributes, a text, child elements and its parent.
 ///
@@ -105,31 +109,43 @@ public:
 
 private:
     friend class XmlTree;
-    using Children = QList<std::shared_ptr<XmlElement>>;
+    friend class XmlTreeBuilder;
+
+    struct Links;
+    using Children = std::vector<std::shared_ptr<XmlElement>>;
+
+    /// Names and values in the order of the names.
+    using Attributes = std::vector<std::pair<QString, QString>>;
 
     KEZ_HIDDEN static std::shared_ptr<XmlElement>
     handedOut(const std::shared_ptr<XmlElement>& element);
-    KEZ_HIDDEN static std::shared_ptr<XmlElement> linkTo(std::shared_ptr<XmlElement> parent);
+    KEZ_HIDDEN void linkTo(std::shared_ptr<XmlElement> parent);
     KEZ_HIDDEN static bool isHeldElsewhere(const std::shared_ptr<XmlElement>& element);
     KEZ_HIDDEN static void letGo(Children elements);
-    KEZ_HIDDEN void appendStart(QString& text, qsizetype margin) const;
-    KEZ_HIDDEN void appendAttributes(QString& text, qsizetype margin) const;
-    KEZ_HIDDEN void appendEnd(QString& text) const;
+    KEZ_HIDDEN static void release(Links links);
+    KEZ_HIDDEN bool trySetAttributes(Attributes attributes);
+    KEZ_HIDDEN void appendStart(XmlText& text, qsizetype margin) const;
+    KEZ_HIDDEN void appendAttributes(XmlText& text, qsizetype margin) const;
+    KEZ_HIDDEN void appendEnd(XmlText& text) const;
 
     QString _name;
     QString _innerText;
     std::shared_ptr<XmlElement> _parent;
-    std::shared_ptr<Properties> _attributes;
-    std::shared_ptr<Children> _children;
+
+    /// The attributes as they were set, until somebody asks for the dictionary. Then the
+    /// dictionary, which that caller may keep and change.
+    mutable std::variant<std::shared_ptr<Properties>, Attributes> _attributes;
+    Children _children;
 
     /// The read tree that the element is part of, and the pointer to the element that links inside
     /// that tree use. A link that owned the tree would keep it for ever.
     std::weak_ptr<XmlTree> _tree;
     std::weak_ptr<XmlElement> _self;
 
-    /// What the parent links of the elements made with this one share. Together they count as one
-    /// reference to it, so that clearChildren() can tell them from other holders.
-    std::weak_ptr<std::shared_ptr<XmlElement>> _asParent;
+    /// How many parent links to the element share the owner of `_self`, so that clearChildren() can
+    /// tell them from other holders; and whether the link to the parent is counted there.
+    int _linkCount = 0;
+    bool _isCounted = false;
 
     /// Whether the read tree keeps the element until the tree is freed, even without a parent.
     bool _isKept = false;

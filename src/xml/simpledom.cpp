@@ -5,78 +5,10 @@
 #include "frame/failure_p.h"
 #include "xml/prologue_p.h"
 #include "xml/xmltree_p.h"
+#include "xml/xmltreebuilder_p.h"
 
 #include <QFile>
 #include <QXmlStreamReader>
-
-#include <algorithm>
-#include <utility>
-
-namespace {
-
-/// The reader's own isWhitespace() is false for a CDATA section of blanks.
-bool isBlank(QStringView text)
-{
-    return std::all_of(text.begin(), text.end(), [](QChar c) { return isXmlBlank(c); });
-}
-
-/// Builds the tree while it is read.
-class Builder {
-public:
-    ~Builder()
-    {
-        if (_root)
-            XmlTree::takeApart({_root});
-    }
-    Builder() = default;
-    Builder(const Builder&) = delete;
-    Builder& operator=(const Builder&) = delete;
-
-    void take(const QXmlStreamReader& reader)
-    {
-        switch (reader.tokenType()) {
-        case QXmlStreamReader::StartElement:
-            start(reader);
-            break;
-        case QXmlStreamReader::EndElement:
-            if (_current)
-                _current = _current->parent();
-            break;
-        case QXmlStreamReader::Characters:
-            if (_current && !isBlank(reader.text()))
-                _current->setInnerText(reader.text().toString());
-            break;
-        default:
-            break;
-        }
-    }
-
-    /// The root, as a pointer that owns the tree.
-    std::shared_ptr<XmlElement> finish()
-    {
-        const std::shared_ptr<XmlElement> root = std::exchange(_root, nullptr);
-        return root ? XmlTree::own(root) : nullptr;
-    }
-
-private:
-    void start(const QXmlStreamReader& reader)
-    {
-        if (_root && !_current)
-            return;
-        const auto element = std::make_shared<XmlElement>(reader.name().toString(), _current);
-        if (_current)
-            _current->addChild(element);
-        else
-            _root = element;
-        _current = element;
-        element->setAttributes(reader.attributes());
-    }
-
-    std::shared_ptr<XmlElement> _root;
-    std::shared_ptr<XmlElement> _current;
-};
-
-} // namespace
 
 SimpleDom::SimpleDom(const QString& xml)
 {
@@ -123,7 +55,7 @@ QString SimpleDom::toString(bool indented) const
 
 void SimpleDom::readDom(QXmlStreamReader& reader)
 {
-    Builder builder;
+    XmlTreeBuilder builder;
     Prologue prologue(reader);
     while (reader.tokenType() != QXmlStreamReader::EndDocument) {
         if (reader.readNext() == QXmlStreamReader::Invalid) {

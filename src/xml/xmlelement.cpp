@@ -3,67 +3,57 @@
 
 #include "kez/xmlelement.h"
 #include "frame/failure_p.h"
+#include "xml/xmltext_p.h"
 #include "xml/xmltree_p.h"
 
 #include <QObject>
 
-#include <vector>
+#include <algorithm>
+
+/// The links of an element that is being destroyed.
+struct XmlElement::Links {
+    Links(std::shared_ptr<XmlElement> toParent, bool isToParentCounted, Children toChildren)
+        : parent(std::move(toParent)), isCounted(isToParentCounted), children(std::move(toChildren))
+    {}
+    Links(Links&&) = default;
+    Links& operator=(Links&&) = delete;
+    ~Links()
+    {
+        children.clear(); // `parent` is a counted link until they are gone
+        if (parent && isCounted)
+            --parent->_linkCount;
+    }
+
+    std::shared_ptr<XmlElement> parent;
+    bool isCounted;
+    Children children;
+};
 
 namespace {
 
-/// The links of an element that is being destroyed.
-struct Links {
-    std::shared_ptr<XmlElement> parent;
-    std::shared_ptr<QList<std::shared_ptr<XmlElement>>> children;
-};
-
-/// The links that this thread still has to release. The first destructor on the stack releases them
-/// one by one. It also releases the links of elements that are destroyed on the way. A deep tree
-/// therefore does not need a deep stack.
-thread_local std::vector<Links>* t_pending = nullptr;
-
-void release(Links links)
-{
-    if (t_pending != nullptr) {
-        t_pending->push_back(std::move(links));
-        return;
-    }
-    std::vector<Links> pending;
-    t_pending = &pending;
-    pending.push_back(std::move(links));
-    while (!pending.empty()) {
-        const Links next = std::move(pending.back());
-        pending.pop_back();
-    }
-    t_pending = nullptr;
-}
-
-void appendBlanks(QString& text, qsizetype count)
-{
-    if (count > 0)
-        text.resize(text.size() + count, QLatin1Char(' '));
-}
-
-void appendNewLine(QString& text, qsizetype margin)
+void appendNewLine(XmlText& text, qsizetype margin)
 {
     if (margin >= 0)
-        text += QLatin1Char('\n');
-    appendBlanks(text, margin);
+        text.append(u'\n');
+    text.appendBlanks(margin);
 }
 
 } // namespace
 
-XmlElement::XmlElement(const QString& name, std::shared_ptr<XmlElement> parent)
-    : _name(name), _parent(linkTo(std::move(parent)))
-{}
+XmlElement::XmlElement(const QString& name, std::shared_ptr<XmlElement> parent) : _name(name)
+{
+    linkTo(std::move(parent));
+}
 
 XmlElement::~XmlElement()
 {
-    // The usual case in a tree that is freed: the parent has other holders, and there are no
-    // children.
-    if (!_children && _parent.use_count() != 1)
-        return;
-    release({std::move(_parent), std::move(_children)});
+    // The usual case in a tree that is freed: other elements are linked to the parent, and there are
+    // no children.
+    const bool isLastLink = _isCounted ? _parent->_linkCount == 1 : _parent.use_count() == 1;
+    if (isLastLink || !_children.empty())
+        release({std::move(_parent), _isCounted, std::move(_children)});
+    else if (_isCounted)
+        --_parent->_linkCount;
 }
 
 QString XmlElement::name() const
@@ -73,20 +63,26 @@ QString XmlElement::name() const
 
 std::shared_ptr<XmlElement> XmlElement::parent() const
 {
-    if (!_parent)
-        return nullptr;
-    const std::shared_ptr<std::shared_ptr<XmlElement>> link = _parent->_asParent.lock();
-    return handedOut(link && haveSameOwner(link, _parent) ? *link : _parent);
+    return handedOut(_parent);
 }
 
 std::shared_ptr<Properties> XmlElement::attributes() const
 {
-    return _attributes;
+    if (const Attributes* const attributes = std::get_if<Attributes>(&_attributes)) {
+        const auto dictionary = std::make_shared<Properties>();
+        for (const auto& [name, value] : *attributes)
+            dictionary->insert(name, value, true);
+        _attributes = dictionary;
+    }
+    return std::get<std::shared_ptr<Properties>>(_attributes);
 }
 
 bool XmlElement::hasAttribute(const QString& name) const
 {
-    return _attributes && _attributes->contains(name);
+    if (const Attributes* const attributes = std::get_if<Attributes>(&_attributes))
+        return std::ranges::binary_search(*attributes, name, {}, &Attributes::value_type::first);
+    const auto& dictionary = std::get<std::shared_ptr<Properties>>(_attributes);
+    return dictionary && dictionary->contains(name);
 }
 
 QString XmlElement::innerText() const
@@ -101,19 +97,19 @@ bool XmlElement::hasInnerText() const
 
 bool XmlElement::hasChild() const
 {
-    return chidrenCount() > 0;
+    return !_children.empty();
 }
 
 int XmlElement::chidrenCount() const
 {
-    return _children ? static_cast<int>(_children->size()) : 0;
+    return static_cast<int>(_children.size());
 }
 
 std::shared_ptr<XmlElement> XmlElement::childAt(int index) const
 {
     if (index < 0 || index >= chidrenCount())
         return nullptr;
-    return handedOut(_children->at(index));
+    return handedOut(_children[static_cast<size_t>(index)]);
 }
 
 QString XmlElement::toString(int indent) const
@@ -121,9 +117,9 @@ QString XmlElement::toString(int indent) const
     struct Open {
         const XmlElement* element;
         qsizetype margin;
-        int nextChild;
+        size_t nextChild;
     };
-    QString text;
+    XmlText text;
     std::vector<Open> open;
     const auto start = [&](const XmlElement* element, qsizetype margin) {
         element->appendStart(text, margin);
@@ -133,33 +129,41 @@ QString XmlElement::toString(int indent) const
     start(this, indent);
     while (!open.empty()) {
         auto& [element, margin, nextChild] = open.back();
-        if (nextChild < element->chidrenCount()) {
+        if (nextChild < element->_children.size()) {
             if (margin >= 0)
-                text += QLatin1Char('\n');
-            start(element->_children->at(nextChild++).get(), margin < 0 ? margin : margin + 4);
+                text.append(u'\n');
+            start(element->_children[nextChild++].get(), margin < 0 ? margin : margin + 4);
         } else {
             appendNewLine(text, margin);
             element->appendEnd(text);
             open.pop_back();
         }
     }
-    return text;
+    return text.take();
 }
 
 void XmlElement::setAttributes(QXmlStreamAttributes attributes)
 {
-    _attributes = std::make_shared<Properties>();
+    Attributes values;
+    values.reserve(static_cast<size_t>(attributes.size()));
     for (const QXmlStreamAttribute& attribute : std::as_const(attributes))
-        _attributes->insert(attribute.name().toString(), attribute.value().toString(), false);
+        values.emplace_back(attribute.name().toString(), attribute.value().toString());
+    if (trySetAttributes(std::move(values)))
+        return;
+    const auto dictionary = std::make_shared<Properties>();
+    _attributes = dictionary;
+    for (const QXmlStreamAttribute& attribute : std::as_const(attributes))
+        dictionary->insert(attribute.name().toString(), attribute.value().toString(), false);
 }
 
 bool XmlElement::appendAttribute(const QString& name, const QString& value)
 {
     if (hasAttribute(name))
         return false;
-    if (!_attributes)
-        _attributes = std::make_shared<Properties>();
-    _attributes->insert(name, value, false);
+    std::shared_ptr<Properties> dictionary = attributes();
+    if (!dictionary)
+        _attributes = dictionary = std::make_shared<Properties>();
+    dictionary->insert(name, value, false);
     return true;
 }
 
@@ -167,7 +171,7 @@ QString XmlElement::updateAttribute(const QString& name, const QString& value)
 {
     if (!hasAttribute(name))
         throw Exception(Failure::completed(QObject::tr("L'attribut [%1] n'existe pas"), name));
-    return _attributes->setValue(name, value);
+    return attributes()->setValue(name, value);
 }
 
 void XmlElement::setInnerText(const QString& text)
@@ -185,16 +189,12 @@ void XmlElement::addChild(std::shared_ptr<XmlElement> child)
         XmlTree::adopt(tree, child);
     else
         child = tree == childsTree ? XmlTree::direct(child) : handedOut(child);
-    if (!_children)
-        _children = std::make_shared<Children>();
-    _children->append(std::move(child));
+    _children.push_back(std::move(child));
 }
 
 void XmlElement::clearChildren()
 {
-    if (!_children)
-        return;
-    Children removed = std::move(*std::exchange(_children, nullptr));
+    Children removed = std::exchange(_children, {});
     if (const std::shared_ptr<XmlTree> tree = _tree.lock())
         tree->keep(std::move(removed));
     else
@@ -206,7 +206,9 @@ std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
     std::shared_ptr<XmlElement> child = childAt(index);
     if (!child)
         return child;
-    std::shared_ptr<XmlElement> removed = _children->takeAt(index);
+    const auto place = _children.begin() + index;
+    std::shared_ptr<XmlElement> removed = std::move(*place);
+    _children.erase(place);
     if (const std::shared_ptr<XmlTree> tree = _tree.lock())
         tree->keep({std::move(removed)});
     return child;
@@ -219,83 +221,125 @@ std::shared_ptr<XmlElement> XmlElement::handedOut(const std::shared_ptr<XmlEleme
     return tree ? std::shared_ptr<XmlElement>(tree, element.get()) : element;
 }
 
-/// The pointer that an element made with `parent` keeps. A pointer that owns a read tree stays as
-/// it is: XmlTree::adopt() replaces it.
-std::shared_ptr<XmlElement> XmlElement::linkTo(std::shared_ptr<XmlElement> parent)
+/// A pointer that owns a read tree is not counted: XmlTree::adopt() replaces it. The parent counts
+/// the links of one owner at a time.
+void XmlElement::linkTo(std::shared_ptr<XmlElement> parent)
 {
-    if (!parent || parent.use_count() == 0)
-        return parent;
-    XmlElement* const element = parent.get();
-    const std::shared_ptr<XmlTree> tree = element->_tree.lock();
-    std::shared_ptr<std::shared_ptr<XmlElement>> link = element->_asParent.lock();
-    if ((tree && haveSameOwner(parent, tree)) || (link && !haveSameOwner(parent, *link)))
-        return parent;
-    if (!link) {
-        link = std::make_shared<std::shared_ptr<XmlElement>>(std::move(parent));
-        element->_asParent = link;
-    }
-    return {std::move(link), element};
+    _parent = std::move(parent);
+    if (_parent.use_count() == 0)
+        return;
+    if (haveSameOwner(_parent, _parent->_tree))
+        return;
+    if (_parent->_linkCount == 0 && _parent->_tree.expired())
+        _parent->_self = _parent;
+    _isCounted = haveSameOwner(_parent, _parent->_self);
+    if (_isCounted)
+        ++_parent->_linkCount;
 }
 
 /// Whether anything except `element` and parent links holds the element.
 bool XmlElement::isHeldElsewhere(const std::shared_ptr<XmlElement>& element)
 {
-    const std::shared_ptr<std::shared_ptr<XmlElement>> link = element->_asParent.lock();
-    return element.use_count() > (link && haveSameOwner(element, *link) ? 2 : 1);
+    const bool areCounted = haveSameOwner(element, element->_self);
+    return element.use_count() > 1 + (areCounted ? element->_linkCount : 0);
 }
 
 /// Releases the elements, and the children of those that nobody else holds. If an element is in the
 /// list several times, the last of these pointers decides.
 void XmlElement::letGo(Children elements)
 {
-    while (!elements.isEmpty()) {
-        const std::shared_ptr<XmlElement> element = elements.takeLast();
-        if (element->_children && element->_tree.expired() && !isHeldElsewhere(element))
-            elements.append(std::move(*std::exchange(element->_children, nullptr)));
+    while (!elements.empty()) {
+        const std::shared_ptr<XmlElement> element = std::move(elements.back());
+        elements.pop_back();
+        if (element->_tree.expired() && !isHeldElsewhere(element))
+            moveTo(elements, std::exchange(element->_children, {}));
     }
+}
+
+/// The first destructor on the stack releases its links, and then one by one those of the elements
+/// that are destroyed on the way. A deep tree therefore does not need a deep stack.
+void XmlElement::release(Links links)
+{
+    thread_local std::vector<Links>* t_pending = nullptr;
+    if (t_pending != nullptr) {
+        t_pending->push_back(std::move(links));
+        return;
+    }
+    std::vector<Links> pending;
+    t_pending = &pending;
+    {
+        const Links first = std::move(links); // without a list: most often nothing follows
+    }
+    while (!pending.empty()) {
+        const Links next = std::move(pending.back());
+        pending.pop_back();
+    }
+    t_pending = nullptr;
+}
+
+/// Returns false and changes nothing if two attributes have the same name.
+bool XmlElement::trySetAttributes(Attributes attributes)
+{
+    const auto name = &Attributes::value_type::first;
+    std::ranges::sort(attributes, {}, name);
+    if (std::ranges::adjacent_find(attributes, {}, name) != attributes.end())
+        return false;
+    _attributes = std::move(attributes);
+    return true;
 }
 
 /// The whole element if none of its children are written, else its opening tag. `margin` is the
 /// argument of toString().
-void XmlElement::appendStart(QString& text, qsizetype margin) const
+void XmlElement::appendStart(XmlText& text, qsizetype margin) const
 {
-    appendBlanks(text, margin);
-    text += QLatin1Char('<') + _name;
+    text.appendBlanks(margin);
+    text.append(u'<');
+    text.append(_name);
     appendAttributes(text, margin);
     if (hasChild())
-        text += QLatin1Char('>');
+        text.append(u'>');
     if (hasInnerText()) {
-        text += QLatin1Char('>');
+        text.append(u'>');
         appendNewLine(text, margin);
         if (margin >= 0)
-            text += QLatin1String("    ");
-        text += _innerText;
+            text.appendBlanks(4);
+        text.append(_innerText);
         appendNewLine(text, margin);
         appendEnd(text);
     } else if (!hasChild()) {
-        text += QLatin1String("/>");
+        text.append(u"/>");
     }
 }
 
-void XmlElement::appendAttributes(QString& text, qsizetype margin) const
+void XmlElement::appendAttributes(XmlText& text, qsizetype margin) const
 {
-    if (!_attributes)
-        return;
     bool isFirst = true;
-    const std::shared_ptr<const Dictionnary> values = _attributes->toDictionnary();
-    for (auto it = values->cbegin(); it != values->cend(); ++it) {
+    const auto append = [&](const QString& name, const QString& value) {
         if (isFirst || margin < 0) {
-            text += QLatin1Char(' ');
+            text.append(u' ');
         } else {
             appendNewLine(text, margin);
-            appendBlanks(text, _name.size() + 2);
+            text.appendBlanks(_name.size() + 2);
         }
-        text += it.key() + QLatin1String("=\"") + it.value() + QLatin1Char('"');
+        text.append(name);
+        text.append(u"=\"");
+        text.append(value);
+        text.append(u'"');
         isFirst = false;
+    };
+    if (const Attributes* const attributes = std::get_if<Attributes>(&_attributes)) {
+        for (const auto& [name, value] : *attributes)
+            append(name, value);
+    } else if (const auto& dictionary = std::get<std::shared_ptr<Properties>>(_attributes)) {
+        const std::shared_ptr<const Dictionnary> values = dictionary->toDictionnary();
+        for (auto it = values->cbegin(); it != values->cend(); ++it)
+            append(it.key(), it.value());
     }
 }
 
-void XmlElement::appendEnd(QString& text) const
+void XmlElement::appendEnd(XmlText& text) const
 {
-    text += QLatin1String("</") + _name + QLatin1Char('>');
+    text.append(u"</");
+    text.append(_name);
+    text.append(u'>');
 }

@@ -5,28 +5,18 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
-#include <vector>
 
 namespace {
 
 /// The elements that this thread still has to take apart. A tree that goes can be the last holder
 /// of another tree, and so on. A long row of trees does not need a deep stack.
-thread_local QList<std::shared_ptr<XmlElement>>* t_pending = nullptr;
+thread_local XmlTree::Elements* t_pending = nullptr;
 
 } // namespace
 
 XmlTree::~XmlTree()
 {
     takeApart(std::move(_tops));
-}
-
-std::shared_ptr<XmlElement> XmlTree::own(const std::shared_ptr<XmlElement>& root)
-{
-    const auto tree = std::make_shared<XmlTree>();
-    adopt(tree, root);
-    tree->keep({root});
-    return {tree, root.get()};
 }
 
 QList<std::shared_ptr<XmlElement>> XmlTree::elementsByName(const std::shared_ptr<XmlElement>& root,
@@ -41,9 +31,7 @@ QList<std::shared_ptr<XmlElement>> XmlTree::elementsByName(const std::shared_ptr
         pending.pop_back();
         if (element->_name == name)
             found.append(XmlElement::handedOut(element));
-        if (!element->_children)
-            continue;
-        const auto& children = *element->_children;
+        const auto& children = element->_children;
         std::transform(children.crbegin(), children.crend(), std::back_inserter(pending),
                        [](const std::shared_ptr<XmlElement>& child) { return &child; });
     }
@@ -61,10 +49,8 @@ void XmlTree::adopt(const std::shared_ptr<XmlTree>& tree,
         next->_self = next;
         next->_isKept = false;
         if (haveSameOwner(next->_parent, tree))
-            next->_parent = XmlElement::linkTo(direct(next->_parent));
-        if (!next->_children)
-            continue;
-        for (std::shared_ptr<XmlElement>& child : *next->_children) {
+            next->linkTo(direct(next->_parent));
+        for (std::shared_ptr<XmlElement>& child : next->_children) {
             if (haveSameOwner(child, tree))
                 child = direct(child);
             else if (child->_tree.expired())
@@ -78,28 +64,28 @@ std::shared_ptr<XmlElement> XmlTree::direct(const std::shared_ptr<XmlElement>& e
     return element->_tree.expired() ? element : element->_self.lock();
 }
 
-void XmlTree::keep(QList<std::shared_ptr<XmlElement>> removed)
+void XmlTree::keep(Elements removed)
 {
     for (std::shared_ptr<XmlElement>& element : removed) {
         if (element->_isKept || element->_tree.lock().get() != this)
             continue;
         element->_isKept = true;
-        _tops.append(std::move(element));
+        _tops.push_back(std::move(element));
     }
 }
 
-void XmlTree::takeApart(QList<std::shared_ptr<XmlElement>> elements)
+void XmlTree::takeApart(Elements elements)
 {
     if (t_pending != nullptr) {
-        t_pending->append(std::move(elements));
+        moveTo(*t_pending, std::move(elements));
         return;
     }
     t_pending = &elements;
-    while (!elements.isEmpty()) {
-        const std::shared_ptr<XmlElement> element = elements.takeLast();
-        if (!element->_tree.expired() || !element->_children)
-            continue;
-        elements.append(std::move(*std::exchange(element->_children, nullptr)));
+    while (!elements.empty()) {
+        const std::shared_ptr<XmlElement> element = std::move(elements.back());
+        elements.pop_back();
+        if (element->_tree.expired())
+            moveTo(elements, std::exchange(element->_children, {}));
     }
     t_pending = nullptr;
 }

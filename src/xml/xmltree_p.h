@@ -7,12 +7,23 @@
 
 #include <QList>
 
+#include <iterator>
 #include <memory>
+#include <utility>
+#include <vector>
 
 template <typename One, typename Other>
 bool haveSameOwner(const One& one, const Other& other)
 {
     return !one.owner_before(other) && !other.owner_before(one);
+}
+
+/// Appends the pointers of `from`, which goes.
+inline void moveTo(std::vector<std::shared_ptr<XmlElement>>& list,
+                   std::vector<std::shared_ptr<XmlElement>> from)
+{
+    list.insert(list.end(), std::make_move_iterator(from.begin()),
+                std::make_move_iterator(from.end()));
 }
 
 /// The owner of a tree that was read. Everything that is handed out of the tree shares it; when the
@@ -23,13 +34,12 @@ bool haveSameOwner(const One& one, const Other& other)
 /// to turn a pointer of either kind into a direct link.
 class XmlTree {
 public:
+    using Elements = std::vector<std::shared_ptr<XmlElement>>;
+
     XmlTree() = default;
     XmlTree(const XmlTree&) = delete;
     XmlTree& operator=(const XmlTree&) = delete;
     ~XmlTree();
-
-    /// Makes `root` and all below it a tree, and returns the root as it is handed out.
-    static std::shared_ptr<XmlElement> own(const std::shared_ptr<XmlElement>& root);
 
     /// See SimpleDom::elementsByName().
     static QList<std::shared_ptr<XmlElement>>
@@ -44,12 +54,12 @@ public:
 
     /// Keeps what was taken out of an element of the tree: a pointer that was handed out owns the
     /// tree and not the element that it points to. Elements of other trees are released.
-    void keep(QList<std::shared_ptr<XmlElement>> removed);
+    void keep(Elements removed);
 
     /// Takes the children out of `elements`, then the children of these, and so on. Elements of a
     /// tree that still lives keep theirs.
-    static void takeApart(QList<std::shared_ptr<XmlElement>> elements);
+    static void takeApart(Elements elements);
 
 private:
-    QList<std::shared_ptr<XmlElement>> _tops;
+    Elements _tops;
 };

@@ -245,6 +245,77 @@ private Q_SLOTS:
         QVERIFY(first(dom, "b")->attributes()->empty());
     }
 
+    void namesAreTheirOwn_data()
+    {
+        QTest::addColumn<QStringList>("names");
+        QTest::newRow("of one hash")
+            << QStringList{QStringLiteral("AaAa"), QStringLiteral("BBBB"), QStringLiteral("AaBB")};
+        QTest::newRow("beginnings of each other") << QStringList{
+            QStringLiteral("a"), QStringLiteral("aa"), QStringLiteral("aaa"), QStringLiteral("A")};
+        QTest::newRow("not ASCII")
+            << QStringList{QStringLiteral(u"\u00e9t\u00e9"), QStringLiteral(u"\u65e5"),
+                           QStringLiteral(u"\u00e9t\u00e8")};
+        QStringList many;
+        for (int i = 0; i < 5000; ++i)
+            many.append(QStringLiteral("n%1").arg(i));
+        QTest::newRow("many") << many;
+    }
+    void namesAreTheirOwn()
+    {
+        QFETCH(QStringList, names);
+        QString xml;
+        for (int round = 0; round < 3; ++round) {
+            for (const QString& name : std::as_const(names))
+                xml += QStringLiteral("<%1 %1=\"%2\"/>").arg(name).arg(round);
+        }
+        xml = QStringLiteral("<root>%1</root>").arg(xml);
+        const SimpleDom dom(xml);
+        QCOMPARE(dom.toString(false), xml);
+        const Element root = dom.root();
+        for (int i = 0; i < root->chidrenCount(); ++i) {
+            const QString& name = names.at(i % names.size());
+            QCOMPARE(root->childAt(i)->name(), name);
+            QVERIFY(root->childAt(i)->hasAttribute(name));
+        }
+    }
+
+    void changedCopyOfANameChangesNoElement()
+    {
+        const SimpleDom dom(QStringLiteral("<a><item/><item item=\"1\"/></a>"));
+        QString name = first(dom, "item")->name();
+        name[0] = QLatin1Char('x');
+        name.append(QLatin1Char('y'));
+        QCOMPARE(dom.toString(false), QStringLiteral("<a><item/><item item=\"1\"/></a>"));
+    }
+
+    void changedDictionaryIsTheElementsOwn()
+    {
+        const SimpleDom dom(QStringLiteral("<a><b k=\"1\"/><b k=\"1\"/></a>"));
+        const Element b = first(dom, "b");
+        b->attributes()->setValue(QStringLiteral("k"), QStringLiteral("2"));
+        b->attributes()->insert(QStringLiteral("m"), QStringLiteral("3"));
+        QCOMPARE(b->attributes(), dom.root()->childAt(0)->attributes());
+        QCOMPARE(dom.toString(false), QStringLiteral("<a><b k=\"2\" m=\"3\"/><b k=\"1\"/></a>"));
+    }
+
+    void manyAttributesAreRead()
+    {
+        Dictionnary expected;
+        QString xml = QStringLiteral("<a");
+        for (int i = 0; i < 2000; ++i) {
+            const int shuffled = i * 769 % 2000;
+            const QString name = QStringLiteral("k%1").arg(shuffled);
+            expected.insert(name, QString::number(shuffled));
+            xml += QStringLiteral(" %1='%2'").arg(name).arg(shuffled);
+        }
+        const SimpleDom dom(xml + QStringLiteral("/>"));
+        QVERIFY(dom.root()->hasAttribute(QStringLiteral("k1999")));
+        QVERIFY(!dom.root()->hasAttribute(QStringLiteral("k2000")));
+        const QString text = dom.toString(true);
+        QCOMPARE(*dom.root()->attributes()->toDictionnary(), expected);
+        QCOMPARE(dom.toString(true), text);
+    }
+
     void linksGoBothWays()
     {
         const SimpleDom dom(QStringLiteral("<a><b/><c><d/></c></a>"));
@@ -1146,6 +1217,34 @@ private Q_SLOTS:
         const auto cleared = watch(dom.root()->childAt(0)->childAt(0));
         dom.root()->clearChildren();
         QVERIFY(cleared.expired());
+    }
+
+    /// What a tree leaves behind is a tree built by hand.
+    void parentsLeftBehindAreNotHeldByTheirLinks()
+    {
+        auto dom = std::make_unique<SimpleDom>(QStringLiteral("<a><b><c/></b></a>"));
+        Element made = counted("new", first(*dom, "c"));
+        first(*dom, "c")->addChild(made);
+        dom.reset();
+        const Element root = counted("root");
+        {
+            const Element b = made->parent()->parent();
+            QCOMPARE(b->name(), QStringLiteral("b"));
+            b->addChild(counted("below", b));
+            root->addChild(b);
+        }
+        root->clearChildren();
+        QVERIFY(!made->parent()->parent()->hasChild());
+        QCOMPARE(Counted::s_count, 2);
+        {
+            const Element b = made->parent()->parent();
+            b->addChild(counted("below", b));
+            root->addChild(b);
+            root->clearChildren();
+            QCOMPARE(b->toString(-1), QStringLiteral("<b><below/></b>"));
+            b->clearChildren();
+        }
+        made.reset();
     }
 
     void removedElementsGoWithTheTree()

@@ -304,6 +304,105 @@ private Q_SLOTS:
         QCOMPARE(element->toString(0), QStringLiteral("<a y=\"1\"/>"));
     }
 
+    void dictionaryIsTheSameAtEveryCall()
+    {
+        const Element element = leaf("a");
+        element->setAttributes(attributes({{"x", "1"}}));
+        const std::shared_ptr<Properties> dictionary = element->attributes();
+        QCOMPARE(element->attributes(), dictionary);
+        element->appendAttribute(QStringLiteral("y"), QStringLiteral("2"));
+        element->updateAttribute(QStringLiteral("x"), QStringLiteral("3"));
+        QCOMPARE(element->attributes(), dictionary);
+        QCOMPARE(dictionary->value(QStringLiteral("x")), QStringLiteral("3"));
+        QCOMPARE(dictionary->value(QStringLiteral("y")), QStringLiteral("2"));
+    }
+
+    void dictionaryOutlivesItsElement()
+    {
+        Element element = leaf("a");
+        element->setAttributes(attributes({{"x", "1"}}));
+        const std::weak_ptr<Properties> watched = element->attributes();
+        QVERIFY(!watched.expired());
+        const std::shared_ptr<Properties> held = watched.lock();
+        element.reset();
+        QCOMPARE(held->value(QStringLiteral("x")), QStringLiteral("1"));
+    }
+
+    void changeBeforeTheDictionaryIsAskedFor()
+    {
+        const Element element = leaf("a");
+        element->setAttributes(attributes({{"x", "1"}, {"k", "2"}}));
+        QVERIFY(!element->appendAttribute(QStringLiteral("x"), QStringLiteral("no")));
+        QVERIFY(element->appendAttribute(QStringLiteral("m"), QStringLiteral("3")));
+        QCOMPARE(element->toString(-1), QStringLiteral("<a k=\"2\" m=\"3\" x=\"1\"/>"));
+        element->setAttributes(attributes({{"x", "1"}, {"k", "2"}}));
+        QCOMPARE(element->updateAttribute(QStringLiteral("k"), QStringLiteral("4")),
+                 QStringLiteral("2"));
+        QCOMPARE(element->toString(-1), QStringLiteral("<a k=\"4\" x=\"1\"/>"));
+        element->setAttributes(attributes({{"x", "1"}}));
+        QVERIFY(!failureText([&] {
+                     element->updateAttribute(QStringLiteral("y"), QString());
+                 }).isEmpty());
+        QCOMPARE(element->toString(-1), QStringLiteral("<a x=\"1\"/>"));
+    }
+
+    void refusedAttributesReplaceThoseBefore()
+    {
+        const Element element = leaf("a");
+        element->setAttributes(attributes({{"before", "1"}}));
+        const std::shared_ptr<Properties> before = element->attributes();
+        QVERIFY(!failureText([&] {
+                     element->setAttributes(attributes({{"z", "1"}, {"b", "2"}, {"z", "3"}}));
+                 }).isEmpty());
+        QCOMPARE(element->toString(-1), QStringLiteral("<a b=\"2\" z=\"1\"/>"));
+        QVERIFY(element->attributes() != before);
+        QCOMPARE(before->size(), 1);
+    }
+
+    /// As a map of the same values, before and after the dictionary was asked for.
+    void anyAttributesAreThoseOfAMap()
+    {
+        // In the order of code units a surrogate comes before U+E000 and later ones.
+        const QString letters = QStringLiteral(u"aZ\u00e9\u65e5\ue000\uffee\U0001F600%\"= ");
+        QRandomGenerator random(23);
+        const auto word = [&] {
+            QString text;
+            for (int i = random.bounded(4); i > 0; --i)
+                text += letters.at(random.bounded(int(letters.size())));
+            return text;
+        };
+        for (int round = 0; round < 500; ++round) {
+            Dictionnary expected;
+            QXmlStreamAttributes given;
+            for (int i = random.bounded(round % 50 == 0 ? 300 : 8); i > 0; --i) {
+                const QString name = word();
+                if (expected.contains(name))
+                    continue;
+                expected.insert(name, word());
+                given.append(name, expected.value(name));
+            }
+            const Element element = leaf("e");
+            element->setAttributes(given);
+            QString text = QStringLiteral("<e");
+            for (auto it = expected.cbegin(); it != expected.cend(); ++it)
+                text += QStringLiteral(" ") + it.key() + QStringLiteral("=\"") + it.value() +
+                        QLatin1Char('"');
+            text += QStringLiteral("/>");
+            const auto check = [&] {
+                QCOMPARE(element->toString(-1), text);
+                for (auto it = expected.cbegin(); it != expected.cend(); ++it)
+                    QVERIFY(element->hasAttribute(it.key()));
+                for (int i = 0; i < 5; ++i) {
+                    const QString name = word();
+                    QCOMPARE(element->hasAttribute(name), expected.contains(name));
+                }
+            };
+            check();
+            QCOMPARE(*element->attributes()->toDictionnary(), expected);
+            check();
+        }
+    }
+
     // Text
 
     void toString_data()
@@ -512,6 +611,51 @@ private Q_SLOTS:
         QCOMPARE(held->parent()->toString(-1), QStringLiteral("<between/>"));
         held.reset();
         QCOMPARE(Counted::s_count, 1);
+    }
+
+    void linkOfAnElementThatIsGoneDoesNotCount()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        const Element held = childOf<Counted>(root, "held");
+        childOf<Counted>(held, "below");
+        for (int i = 0; i < 3; ++i)
+            std::make_shared<Counted>(QStringLiteral("gone"), held);
+        held->removeChild(0);
+        childOf<Counted>(held, "below");
+        root->clearChildren();
+        QCOMPARE(held->toString(-1), QStringLiteral("<held><below/></held>"));
+        held->clearChildren();
+        QCOMPARE(Counted::s_count, 2);
+    }
+
+    /// A link that has another owner than the pointers in the lists counts as a holder.
+    void linkOfAnotherOwnerHolds()
+    {
+        const Element root = std::make_shared<Counted>(QStringLiteral("root"));
+        Element held;
+        {
+            const Element between = childOf<Counted>(root, "between");
+            const auto owner = std::make_shared<Element>(between);
+            const Element guarded(owner, between.get());
+            held = std::make_shared<Counted>(QStringLiteral("held"), between);
+            between->addChild(std::make_shared<Counted>(QStringLiteral("made"), guarded));
+        }
+        root->clearChildren();
+        QCOMPARE(held->parent()->toString(-1), QStringLiteral("<between><made/></between>"));
+        held->parent()->clearChildren();
+        held.reset();
+        QCOMPARE(Counted::s_count, 1);
+    }
+
+    void parentOnTheStackIsNotHeld()
+    {
+        XmlElement parent(QStringLiteral("parent"));
+        const Element child = std::make_shared<Counted>(QStringLiteral("child"),
+                                                        Element(std::shared_ptr<void>(), &parent));
+        parent.addChild(child);
+        QCOMPARE(child->parent().get(), &parent);
+        QCOMPARE(parent.toString(-1), QStringLiteral("<parent><child/></parent>"));
+        parent.clearChildren();
     }
 
     void parentObtainedFromAChildIsHeld()
@@ -751,6 +895,22 @@ private Q_SLOTS:
         QCOMPARE(root->toString(0).size(), qsizetype(Count) * 9 + 14);
         root->clearChildren();
         QCOMPARE(Counted::s_count, 1);
+    }
+
+    void textOfAnyLengthIsWritten()
+    {
+        for (int length = 0; length < 300; ++length) {
+            const Element root = leaf("root");
+            const auto child =
+                std::make_shared<XmlElement>(QString(length, QLatin1Char('n')), nullptr);
+            root->addChild(child);
+            root->addChild(leaf("end"));
+            child->appendAttribute(QStringLiteral("k"), QString(length, QChar(u'\u65e5')));
+            for (int indent : {-1, 0, 100})
+                QCOMPARE(root->toString(indent), expectedText(*root, indent));
+            child->setInnerText(QString(2 * length, QLatin1Char('t')));
+            QCOMPARE(root->toString(length), expectedText(*root, length));
+        }
     }
 
     void hugeValuesAreWritten()
