@@ -10,6 +10,9 @@
 
 #include <memory>
 
+class TextIndex;
+class TextKey;
+
 /// The texts of one module in one language, read from `<path>/<module>_<lang>.lang`.
 ///
 /// The file is UTF-8. Its first line reads `module=<module>;lang=<lang>` (in either order), every
@@ -66,11 +69,12 @@ public:
 
 private:
     friend class Translator;
-    KEZ_HIDDEN const QString* find(const QString& key) const;
+    KEZ_HIDDEN const QString* find(const TextKey& key) const;
     KEZ_HIDDEN void addLine(QStringView line);
 
     QString _path;
     QString _module;
     QString _lang;
-    Dictionnary _texts;
+    Dictionnary _texts;                      // shares its data with no other
+    std::unique_ptr<const TextIndex> _index; // of _texts; none if nothing was loaded
 };

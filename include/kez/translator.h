@@ -119,6 +119,7 @@ private:
     KEZ_HIDDEN Translator();
     KEZ_HIDDEN ~Translator();
     KEZ_HIDDEN static Translator& object();
+    KEZ_HIDDEN const LangBundle* find(const QString& module, const QString& lang) const;
 
     KEZ_HIDDEN static const Translator& _builtAtLoad;
     QString _defaultModule;

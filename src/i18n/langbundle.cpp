@@ -6,6 +6,7 @@
 #include "frame/keyvalue_p.h"
 #include "frame/unshared_p.h"
 #include "i18n/bracketed_p.h"
+#include "i18n/textindex_p.h"
 #include "kez/exception.h"
 
 #include <QFile>
@@ -86,17 +87,23 @@ LangBundle::LangBundle(const QString& path, const QString& module, const QString
 {}
 
 LangBundle::LangBundle(const LangBundle& other)
-    : _path(other._path), _module(other._module), _lang(other._lang), _texts(unshared(other._texts))
+    : _path(other._path),
+      _module(other._module),
+      _lang(other._lang),
+      _texts(unshared(other._texts)),
+      _index(std::make_unique<TextIndex>(_texts))
 {}
 
 LangBundle& LangBundle::operator=(const LangBundle& other)
 {
     if (this == &other)
         return *this;
-    _path = other._path;
-    _module = other._module;
-    _lang = other._lang;
-    _texts = unshared(other._texts);
+    LangBundle copy(other);
+    _path = copy._path;
+    _module = copy._module;
+    _lang = copy._lang;
+    _texts.swap(copy._texts);
+    _index.swap(copy._index);
     return *this;
 }
 
@@ -112,6 +119,7 @@ std::shared_ptr<LangBundle> LangBundle::load(const QString& path, const QString&
     auto bundle = std::make_shared<LangBundle>(path, module, lang);
     for (QByteArray line = file.readLine(); !line.isEmpty(); line = file.readLine())
         bundle->addLine(QString::fromUtf8(line));
+    bundle->_index = std::make_unique<TextIndex>(bundle->_texts);
     return bundle;
 }
 
@@ -137,13 +145,13 @@ QString LangBundle::bundleFileName() const
 
 QString LangBundle::text(const QString& key) const
 {
-    const QString* const found = find(key);
+    const QString* const found = find(TextKey(key));
     return found ? *found : bracketed(key);
 }
 
 bool LangBundle::contains(const QString& key) const
 {
-    return _texts.contains(key);
+    return find(TextKey(key)) != nullptr;
 }
 
 int LangBundle::size() const
@@ -171,10 +179,9 @@ LangBundle::iterator LangBundle::end()
     return _texts.end();
 }
 
-const QString* LangBundle::find(const QString& key) const
+const QString* LangBundle::find(const TextKey& key) const
 {
-    const auto found = _texts.constFind(key);
-    return found == _texts.cend() ? nullptr : &*found;
+    return _index ? _index->find(key) : nullptr;
 }
 
 void LangBundle::addLine(QStringView line)

@@ -6,13 +6,24 @@
 #include "frame/qtmessage_p.h"
 #include "i18n/bracketed_p.h"
 #include "i18n/systemlanguage_p.h"
+#include "i18n/textindex_p.h"
 #include "kez/exception.h"
+
+#include <QStringBuilder>
 
 namespace {
 
 QString bundleKey(const QString& module, const QString& lang)
 {
-    return module + QLatin1Char('.') + lang;
+    return module % QLatin1Char('.') % lang;
+}
+
+/// Whether bundleKey(module, lang) is `key`, without making that text.
+bool isBundleKey(QStringView key, QStringView module, QStringView lang)
+{
+    const qsizetype dot = module.size();
+    return key.size() == dot + 1 + lang.size() && key[dot] == QLatin1Char('.') &&
+           isSame(key.first(dot), module) && isSame(key.sliced(dot + 1), lang);
 }
 
 } // namespace
@@ -66,8 +77,9 @@ std::shared_ptr<LangBundle> Translator::bundle(const QString& module, const QStr
 
 std::shared_ptr<LangBundle> Translator::bundle(const QString& key) const
 {
+    const TextKey wanted(key);
     for (const auto& bundle : _bundles) {
-        if (bundle->contains(key))
+        if (bundle->find(wanted))
             return bundle;
     }
     return nullptr;
@@ -75,10 +87,11 @@ std::shared_ptr<LangBundle> Translator::bundle(const QString& key) const
 
 QString Translator::string(const QString& key) const
 {
+    const TextKey wanted(key);
     for (const auto& bundle : _bundles) {
-        if (bundle->_lang != _defaultLang)
+        if (!isSame(bundle->_lang, _defaultLang))
             continue;
-        if (const QString* const text = bundle->find(key))
+        if (const QString* const text = bundle->find(wanted))
             return *text;
     }
     return bracketed(key);
@@ -91,8 +104,9 @@ QString Translator::string(const QString& key, const QString& module) const
 
 QString Translator::string(const QString& key, const QString& module, const QString& lang) const
 {
-    const auto found = _bundles.constFind(bundleKey(module, lang));
-    return found == _bundles.cend() ? bracketed(key) : (*found)->text(key);
+    const LangBundle* const bundle = find(module, lang);
+    const QString* const text = bundle ? bundle->find(TextKey(key)) : nullptr;
+    return text ? *text : bracketed(key);
 }
 
 bool Translator::contains(const QString& key) const
@@ -102,8 +116,8 @@ bool Translator::contains(const QString& key) const
 
 bool Translator::contains(const QString& module, const QString& lang, const QString& key) const
 {
-    const auto found = _bundles.constFind(bundleKey(module, lang));
-    return found != _bundles.cend() && (*found)->contains(key);
+    const LangBundle* const bundle = find(module, lang);
+    return bundle && bundle->find(TextKey(key));
 }
 
 int Translator::size() const
@@ -193,4 +207,19 @@ void Translator::changeLang(const QString& module, const QString& oldLang, const
 void Translator::changeLang(const QString& module, const QString& newLang)
 {
     changeLang(module, defaultLang(), newLang);
+}
+
+const LangBundle* Translator::find(const QString& module, const QString& lang) const
+{
+    // To compare a few keys is faster than to make one and search the map for it.
+    constexpr qsizetype Few = 8;
+    if (_bundles.size() > Few) {
+        const auto found = _bundles.constFind(bundleKey(module, lang));
+        return found == _bundles.cend() ? nullptr : found->get();
+    }
+    for (auto bundle = _bundles.cbegin(); bundle != _bundles.cend(); ++bundle) {
+        if (isBundleKey(bundle.key(), module, lang))
+            return bundle->get();
+    }
+    return nullptr;
 }

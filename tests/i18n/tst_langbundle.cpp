@@ -144,6 +144,10 @@ private Q_SLOTS:
     void textsChangeThroughIterators();
     void changesDoNotReachCopies();
     void iteratorsTakenBeforeACopyDoNotReachIt();
+    void copiesOutliveTheirOriginal();
+    void assignedTextsReplaceTheOldOnes();
+    void everyKeyIsFoundAsInAMap_data();
+    void everyKeyIsFoundAsInAMap();
 
     void windowsLineEndsAreAccepted();
     void byteOrderMarkIsSkipped();
@@ -638,6 +642,105 @@ void TestLangBundle::iteratorsTakenBeforeACopyDoNotReachIt()
     const LangBundle& same = assigned;
     assigned = same;
     QCOMPARE(assigned.text(QStringLiteral("A")), QStringLiteral("1"));
+}
+
+void TestLangBundle::copiesOutliveTheirOriginal()
+{
+    auto bundle = loadBody("A=1\nB=2\n");
+    const auto copy = std::make_unique<LangBundle>(*bundle);
+    const LangBundle copyOfTheCopy(*copy);
+    LangBundle assigned(QStringLiteral("/nowhere"), QStringLiteral("shop"), French);
+    assigned = LangBundle(*bundle);
+    bundle.reset();
+    for (const LangBundle& left : {*copy, copyOfTheCopy, assigned}) {
+        QCOMPARE(left.text(QStringLiteral("A")), QStringLiteral("1"));
+        QCOMPARE(left.text(QStringLiteral("B")), QStringLiteral("2"));
+        QVERIFY(!left.contains(QStringLiteral("C")));
+        QCOMPARE(left.size(), 2);
+    }
+    *copy->begin() = QStringLiteral("changed");
+    QCOMPARE(copy->text(QStringLiteral("A")), QStringLiteral("changed"));
+    QCOMPARE(copyOfTheCopy.text(QStringLiteral("A")), QStringLiteral("1"));
+}
+
+void TestLangBundle::assignedTextsReplaceTheOldOnes()
+{
+    const auto bundle = loadBody("Old=1\nBoth=2\n");
+    const auto other = loadBody("New=3\nBoth=4\n");
+    *bundle = *other;
+    QVERIFY(!bundle->contains(QStringLiteral("Old")));
+    QCOMPARE(bundle->text(QStringLiteral("New")), QStringLiteral("3"));
+    QCOMPARE(bundle->text(QStringLiteral("Both")), QStringLiteral("4"));
+    *other->begin() = QStringLiteral("changed");
+    QCOMPARE(bundle->text(QStringLiteral("Both")), QStringLiteral("4"));
+    *bundle->begin() = QStringLiteral("new");
+    QCOMPARE(bundle->text(QStringLiteral("Both")), QStringLiteral("new"));
+
+    *bundle = LangBundle(QStringLiteral("/nowhere"), QStringLiteral("shop"), French);
+    QCOMPARE(bundle->module(), QStringLiteral("shop"));
+    QCOMPARE(bundle->size(), 0);
+    QVERIFY(bundle->begin() == bundle->end());
+    QCOMPARE(bundle->text(QStringLiteral("Both")), QStringLiteral("[Both]"));
+    const LangBundle empty(*bundle);
+    QVERIFY(!empty.contains(QStringLiteral("Both")));
+}
+
+void TestLangBundle::everyKeyIsFoundAsInAMap_data()
+{
+    QTest::addColumn<QString>("characters");
+    QTest::addColumn<int>("longest");
+    QTest::addColumn<int>("count");
+    QTest::newRow("few short keys") << QStringLiteral("ab") << 3 << 10;
+    QTest::newRow("all keys of two characters") << QStringLiteral("ab") << 9 << 3000;
+    QTest::newRow("ordinary keys")
+        << QStringLiteral("abcdefghijklmnopqrstuvwxyzABC.0123456789") << 30 << 2000;
+    QTest::newRow("long keys") << QStringLiteral("xy") << 200 << 500;
+    QTest::newRow("any characters")
+        << QString(u"a\0\u0001\u007f\u0080éа\u4e2d\U0001f600\ufffd"_qs) << 20 << 2000;
+    // What hashes are often blind to.
+    QTest::newRow("zeros") << QString(2, QChar::Null) << 100 << 100;
+    QTest::newRow("highest bits") << QString(u"\u0041\u8041"_qs) << 12 << 4000;
+}
+
+void TestLangBundle::everyKeyIsFoundAsInAMap()
+{
+    QFETCH(QString, characters);
+    QFETCH(int, longest);
+    QFETCH(int, count);
+    QRandomGenerator generator(4711);
+    const auto randomKey = [&] {
+        QString key(1 + generator.bounded(longest), QChar::Null);
+        for (QChar& character : key)
+            character = characters.at(generator.bounded(static_cast<int>(characters.size())));
+        // What the file's format makes of it: unpaired surrogates are not UTF-8.
+        return QString::fromUtf8(key.toUtf8());
+    };
+    Dictionnary texts;
+    QByteArray lines;
+    for (int i = 0; i < count; ++i) {
+        const QString key = randomKey();
+        texts.insert(key, QString::number(i));
+        lines += key.toUtf8() + '=' + QByteArray::number(i) + '\n';
+    }
+    const auto bundle = loadBody(lines);
+    QCOMPARE(textsOf(*bundle), texts);
+
+    const auto isFoundAsInTheMap = [&](const QString& key) {
+        const QString expected = texts.value(key, QLatin1Char('[') + key + QLatin1Char(']'));
+        return bundle->text(key) == expected && bundle->contains(key) == texts.contains(key);
+    };
+    bool isRight = isFoundAsInTheMap(QString());
+    for (auto text = texts.cbegin(); text != texts.cend(); ++text) {
+        const QString& key = text.key();
+        isRight &= isFoundAsInTheMap(key) && isFoundAsInTheMap(key.chopped(1)) &&
+                   isFoundAsInTheMap(key.mid(1)) && isFoundAsInTheMap(key + QChar::Null) &&
+                   isFoundAsInTheMap(QChar::Null + key);
+        QString near = key;
+        const auto place = generator.bounded(static_cast<int>(key.size()));
+        near[place] = QChar(near.at(place).unicode() ^ (1 << generator.bounded(16)));
+        isRight &= isFoundAsInTheMap(near) && isFoundAsInTheMap(randomKey());
+    }
+    QVERIFY(isRight);
 }
 
 void TestLangBundle::windowsLineEndsAreAccepted()

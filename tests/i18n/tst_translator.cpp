@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "support/allocations.h"
 #include "support/bundledirectory.h"
 #include "support/childoutput.h"
 #include "support/failuretext.h"
@@ -83,8 +84,49 @@ void changeToALanguageOfTheMap(const QString& path)
     say(translator().toString().trimmed());
 }
 
+QString stringIn(const QString& module, const QString& lang)
+{
+    return translator().string(QStringLiteral("K"), module, lang);
+}
+
+/// Inserts more and more bundles and looks each of them up every time.
+void insertMoreAndMore()
+{
+    const BundleDirectory directory;
+    const QString lang = QStringLiteral("l");
+    const auto modules =
+        QStringLiteral("m,,ab,.,m.,.m,a,b,m.n,n,m.l,mm,é,o,p,q,r,s,t,long name").split(u',');
+    QStringList inserted;
+    bool isRight = true;
+    translator().setDefaultBundleKey(QStringLiteral("kez"), lang);
+    for (const QString& module : modules) {
+        directory.write(module, lang, "K=" + module.toUtf8() + '.' + '\n');
+        isRight &= stringIn(module, lang) == QLatin1String("[K]");
+        translator().insertBundle(directory.path(), module, lang);
+        inserted.append(module);
+        for (const QString& other : std::as_const(inserted)) {
+            const QString expected = other + QLatin1Char('.');
+            isRight &= stringIn(other, lang) == expected;
+            isRight &= translator().string(QStringLiteral("K"), other) == expected;
+            isRight &= translator().contains(other, lang, QStringLiteral("K"));
+            isRight &= !translator().contains(other, lang, QStringLiteral("L"));
+        }
+        isRight &= stringIn(QStringLiteral("no"), lang) == QLatin1String("[K]");
+        isRight &= stringIn(QStringLiteral("m"), QStringLiteral("k")) == QLatin1String("[K]");
+        isRight &= stringIn(QStringLiteral("ml"), QString()) == QLatin1String("[K]");
+        isRight &= stringIn(QStringLiteral("a"), QStringLiteral(".l")) == QLatin1String("[K]");
+    }
+    // Pairs that share a bundle key.
+    isRight &= stringIn(QStringLiteral("m"), QStringLiteral("n.l")) == QLatin1String("m.n.");
+    isRight &= stringIn(QString(), QStringLiteral("m.l")) == QLatin1String(".m.");
+    say(isRight);
+    say(QString::number(translator().size()));
+}
+
 int child(const QStringList& arguments)
 {
+    if (arguments.at(0) == QLatin1String("more"))
+        insertMoreAndMore();
     if (arguments.at(0) == QLatin1String("before"))
         describeBeforeSetUp();
     if (arguments.at(0) == QLatin1String("after"))
@@ -137,6 +179,11 @@ private Q_SLOTS:
     void emptyTextsAreTexts();
     void unresolvedKeyReadsAsBracketedKey_data();
     void unresolvedKeyReadsAsBracketedKey();
+
+    void changedTextsAreFound();
+    void bundleAssignedInPlaceIsFoundAsItIs();
+    void manyBundlesAreFoundAsFewAre();
+    void textThatIsFoundAllocatesNothing();
 
     void bundleOfAKeySearchesEveryLanguage();
     void containsSearchesEveryBundle();
@@ -458,6 +505,60 @@ void TestTranslator::unresolvedKeyReadsAsBracketedKey()
     QCOMPARE(translator().string(key, QStringLiteral("other")), expected);
     QCOMPARE(translator().string(key, QStringLiteral("m"), _lang), expected);
     QCOMPARE(translator().string(key, QString(), QString()), expected);
+}
+
+void TestTranslator::changedTextsAreFound()
+{
+    QVERIFY(insert(QStringLiteral("a"), _lang, "K=old\nL=other\n"));
+    const auto bundle = translator().bundle(QStringLiteral("a"), _lang);
+    const QString key = QStringLiteral("K");
+    QCOMPARE(translator().string(key), QStringLiteral("old"));
+    *bundle->begin() = QStringLiteral("new");
+    QCOMPARE(translator().string(key), QStringLiteral("new"));
+    QCOMPARE(translator().string(key, QStringLiteral("a")), QStringLiteral("new"));
+    QCOMPARE(translator().string(key, QStringLiteral("a"), _lang), QStringLiteral("new"));
+    QCOMPARE(translator().string(QStringLiteral("L")), QStringLiteral("other"));
+}
+
+void TestTranslator::bundleAssignedInPlaceIsFoundAsItIs()
+{
+    QVERIFY(insert(QStringLiteral("a"), _lang, "K=old\n"));
+    QVERIFY(insert(QStringLiteral("b"), _otherLang, "K=new\n"));
+    LangBundle& bundle = *translator().bundle(QStringLiteral("a"), _lang);
+    const LangBundle before = bundle;
+    bundle = *translator().bundle(QStringLiteral("b"), _otherLang);
+    const QString key = QStringLiteral("K");
+    // It stays under its key, but it is of another language now.
+    QCOMPARE(translator().string(key, QStringLiteral("a"), _lang), QStringLiteral("new"));
+    QCOMPARE(translator().string(key), QStringLiteral("[K]"));
+    translator().setDefaultBundleKey(QStringLiteral("kez"), _otherLang);
+    QCOMPARE(translator().string(key), QStringLiteral("new"));
+    bundle = before; // the other tests want it where it belongs
+}
+
+void TestTranslator::manyBundlesAreFoundAsFewAre()
+{
+    COMPARE_CHILD(runChild({"more"}, strictEnvironment()), "true\n20\n");
+}
+
+void TestTranslator::textThatIsFoundAllocatesNothing()
+{
+    if (!Allocations::AreCounted)
+        QSKIP("The sanitizer has the functions that would count.");
+    QVERIFY(insert(QStringLiteral("a"), _lang, "K=text\n"));
+    const QString key = QStringLiteral("K");
+    const auto bundle = translator().bundle(QStringLiteral("a"), _lang);
+    const long before = Allocations::count;
+    const QString found = translator().string(key);
+    const bool isThere = translator().contains(key) && bundle->contains(key);
+    const QString text = bundle->text(key);
+    const long after = Allocations::count;
+    QVERIFY(isThere);
+    QCOMPARE(found, QStringLiteral("text"));
+    QCOMPARE(text, QStringLiteral("text"));
+    QCOMPARE(translator().string(QStringLiteral("L")), QStringLiteral("[L]"));
+    QVERIFY(Allocations::count > after); // shows that allocations are counted
+    QCOMPARE(after, before);
 }
 
 void TestTranslator::bundleOfAKeySearchesEveryLanguage()
