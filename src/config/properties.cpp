@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/properties.h"
+#include "config/entries_p.h"
 #include "config/propertiesreader_p.h"
 #include "frame/failure_p.h"
 #include "frame/unshared_p.h"
@@ -16,6 +17,12 @@ namespace {
 [[noreturn]] void raiseNotFound(const char* signature, const QString& key)
 {
     Failure::raise(signature, Failure::libraryMessage("PropertyNotFound", key));
+}
+
+[[noreturn]] void raiseDuplicate(const QString& key)
+{
+    Failure::raise("void Properties::insert(const QString&, const QString&)",
+                   Failure::libraryMessage("DuplicateProperty", key));
 }
 
 constexpr const char* SaveSignature =
@@ -54,11 +61,14 @@ Properties::~Properties() = default;
 
 std::shared_ptr<Properties> Properties::loadProperties(const QString& path, qint64 maxLineLength)
 {
-    auto properties = std::make_shared<Properties>();
+    Entries entries;
     readPropertiesFile(path, maxLineLength, "Properties Properties::loadProperties(const QString&)",
-                       [&properties](const QString& key, const QString& value) {
-                           properties->insert(key, value, false);
+                       [&entries](QStringView key, QStringView value) {
+                           if (!addEntry(entries, key, value).second)
+                               raiseDuplicate(key.toString());
                        });
+    auto properties = std::make_shared<Properties>();
+    *properties->_spMap = Dictionnary(std::move(entries));
     return properties;
 }
 
@@ -161,8 +171,7 @@ QString Properties::setValue(const QString& key, const QString& value)
 void Properties::insert(const QString& key, const QString& value, bool overwrite)
 {
     if (!overwrite && _spMap->contains(key))
-        Failure::raise("void Properties::insert(const QString&, const QString&)",
-                       Failure::libraryMessage("DuplicateProperty", key));
+        raiseDuplicate(key);
     _spMap->insert(key, value);
 }
 
