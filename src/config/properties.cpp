@@ -8,7 +8,7 @@
 #include "frame/unshared_p.h"
 
 #include <QFile>
-#include <QTextStream>
+#include <QStringEncoder>
 
 #include <utility>
 
@@ -27,6 +27,53 @@ namespace {
 
 constexpr const char* SaveSignature =
     "void Properties::saveProperties(const QString&, QMap<QString,QString>&, bool)";
+
+/// Narrows each character and returns all of their bits together.
+char16_t narrow(QStringView text, char* out)
+{
+    char16_t bits = 0;
+    for (const QChar character : text) {
+        bits |= character.unicode();
+        *out++ = static_cast<char>(character.unicode());
+    }
+    return bits;
+}
+
+QString lineOf(const QString& key, const QString& value)
+{
+    return key + QLatin1Char('=') + value;
+}
+
+/// Writes entries as lines in UTF-8. The file is unbuffered: it hands each line to the kernel.
+class LineWriter {
+public:
+    explicit LineWriter(QFile& file) : _file(file) {}
+
+    bool write(const QString& key, const QString& value)
+    {
+        if (!encodeAscii(key, value))
+            _line = _encoder(lineOf(key, value) + QLatin1Char('\n'));
+        return _file.write(_line) == _line.size();
+    }
+
+private:
+    /// Nearly every line is ASCII, and then needs neither the encoder nor new memory. False for
+    /// another one.
+    bool encodeAscii(const QString& key, const QString& value)
+    {
+        _line.resize(key.size() + 1 + value.size() + 1);
+        char* const line = _line.data();
+        char* const equals = line + key.size();
+        const char16_t bits = narrow(key, line) | narrow(value, equals + 1);
+        *equals = '=';
+        line[_line.size() - 1] = '\n';
+        return bits < 0x80;
+    }
+
+    QFile& _file;
+    QStringEncoder _encoder{QStringEncoder::Utf8}; // half a surrogate pair becomes U+FFFD
+    QByteArray _line;
+};
 
 void makeRoomFor(const QString& path, bool overwrite)
 {
@@ -77,15 +124,15 @@ void Properties::saveProperties(const QString& path, const QMap<QString, QString
 {
     makeRoomFor(path, overwrite);
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
         Failure::raise(SaveSignature, Failure::libraryMessage("FileCreatingFailure", path));
 
-    QTextStream stream(&file);
+    LineWriter writer(file);
     for (auto it = map.cbegin(); it != map.cend(); ++it) {
-        const QString line = it.key() + QLatin1Char('=') + it.value();
-        stream << line << Qt::endl;
-        if (stream.status() != QTextStream::Ok)
-            Failure::raise(SaveSignature, Failure::libraryMessage("CannotWriteLine", line));
+        if (!writer.write(it.key(), it.value())) {
+            Failure::raise(SaveSignature, Failure::libraryMessage("CannotWriteLine",
+                                                                  lineOf(it.key(), it.value())));
+        }
     }
 }
 
