@@ -229,7 +229,7 @@ void TestLines::readsLines()
 void TestLines::readsAsQTextStream()
 {
     QRandomGenerator random(1);
-    for (int run = 0; run < 1000; ++run) {
+    for (int run = 0; run < 400; ++run) {
         const QByteArray bytes = randomBytes(random, random.bounded(24));
         for (int limit = 0; limit <= bytes.size() + 1; ++limit)
             QVERIFY(isAsStream(bytes, limit));
@@ -250,7 +250,7 @@ void TestLines::readsMarkedTextAsQTextStream()
 {
     QFETCH(int, encoding);
     QRandomGenerator random(2);
-    for (int run = 0; run < 200; ++run) {
+    for (int run = 0; run < 100; ++run) {
         const QString text = QString::fromUtf8(randomBytes(random, random.bounded(16)));
         QStringEncoder encode(static_cast<QStringConverter::Encoding>(encoding),
                               QStringConverter::Flag::WriteBom);
@@ -268,7 +268,7 @@ void TestLines::readsMarkedTextAsQTextStream()
 void TestLines::readsPartsAsQTextStream()
 {
     QRandomGenerator random(3);
-    for (int run = 0; run < 1000; ++run) {
+    for (int run = 0; run < 400; ++run) {
         const QByteArray bytes = randomBytes(random, random.bounded(24));
         const QByteArrayList parts = randomParts(random, bytes);
         const bool fails = random.bounded(2) == 0;
@@ -304,7 +304,7 @@ void TestLines::readsChunkEdgesAsQTextStream()
 void TestLines::readsLargeTextsAsQTextStream()
 {
     QRandomGenerator random(4);
-    for (int run = 0; run < 20; ++run) {
+    for (int run = 0; run < 5; ++run) {
         const QByteArray bytes = randomBytes(random, 20000);
         for (const int limit : {0, 1, 2, 7, 100, Chunk})
             QVERIFY(isAsStream(bytes, limit));
