@@ -48,7 +48,10 @@ std::shared_ptr<Config> Config::load(const QString& path, const QString& version
         Failure::raise(signature, Failure::message("FileNotReadable", path));
 
     auto config = std::make_shared<Config>();
-    readConfiguration(file, *config->_properties);
+    Dictionnary& held = *config->_properties->toDictionnary();
+    Entries entries = std::move(held).toStdMap();
+    readConfiguration(file, entries);
+    held = Dictionnary(std::move(entries));
     if (!version.isEmpty())
         config->setVersion(version);
     return config;

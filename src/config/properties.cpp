@@ -2,12 +2,13 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/properties.h"
+#include "config/entries_p.h"
 #include "config/propertiesreader_p.h"
 #include "frame/failure_p.h"
 #include "frame/unshared_p.h"
 
 #include <QFile>
-#include <QTextStream>
+#include <QStringEncoder>
 
 #include <utility>
 
@@ -18,8 +19,61 @@ namespace {
     Failure::raise(signature, Failure::libraryMessage("PropertyNotFound", key));
 }
 
+[[noreturn]] void raiseDuplicate(const QString& key)
+{
+    Failure::raise("void Properties::insert(const QString&, const QString&)",
+                   Failure::libraryMessage("DuplicateProperty", key));
+}
+
 constexpr const char* SaveSignature =
     "void Properties::saveProperties(const QString&, QMap<QString,QString>&, bool)";
+
+/// Narrows each character and returns all of their bits together.
+char16_t narrow(QStringView text, char* out)
+{
+    char16_t bits = 0;
+    for (const QChar character : text) {
+        bits |= character.unicode();
+        *out++ = static_cast<char>(character.unicode());
+    }
+    return bits;
+}
+
+QString lineOf(const QString& key, const QString& value)
+{
+    return key + QLatin1Char('=') + value;
+}
+
+/// Writes entries as lines in UTF-8. The file is unbuffered: it hands each line to the kernel.
+class LineWriter {
+public:
+    explicit LineWriter(QFile& file) : _file(file) {}
+
+    bool write(const QString& key, const QString& value)
+    {
+        if (!encodeAscii(key, value))
+            _line = _encoder(lineOf(key, value) + QLatin1Char('\n'));
+        return _file.write(_line) == _line.size();
+    }
+
+private:
+    /// Nearly every line is ASCII, and then needs neither the encoder nor new memory. False for
+    /// another one.
+    bool encodeAscii(const QString& key, const QString& value)
+    {
+        _line.resize(key.size() + 1 + value.size() + 1);
+        char* const line = _line.data();
+        char* const equals = line + key.size();
+        const char16_t bits = narrow(key, line) | narrow(value, equals + 1);
+        *equals = '=';
+        line[_line.size() - 1] = '\n';
+        return bits < 0x80;
+    }
+
+    QFile& _file;
+    QStringEncoder _encoder{QStringEncoder::Utf8}; // half a surrogate pair becomes U+FFFD
+    QByteArray _line;
+};
 
 void makeRoomFor(const QString& path, bool overwrite)
 {
@@ -54,11 +108,14 @@ Properties::~Properties() = default;
 
 std::shared_ptr<Properties> Properties::loadProperties(const QString& path, qint64 maxLineLength)
 {
-    auto properties = std::make_shared<Properties>();
+    Entries entries;
     readPropertiesFile(path, maxLineLength, "Properties Properties::loadProperties(const QString&)",
-                       [&properties](const QString& key, const QString& value) {
-                           properties->insert(key, value, false);
+                       [&entries](QStringView key, QStringView value) {
+                           if (!addEntry(entries, key, value).second)
+                               raiseDuplicate(key.toString());
                        });
+    auto properties = std::make_shared<Properties>();
+    *properties->_spMap = Dictionnary(std::move(entries));
     return properties;
 }
 
@@ -67,15 +124,15 @@ void Properties::saveProperties(const QString& path, const QMap<QString, QString
 {
     makeRoomFor(path, overwrite);
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
         Failure::raise(SaveSignature, Failure::libraryMessage("FileCreatingFailure", path));
 
-    QTextStream stream(&file);
+    LineWriter writer(file);
     for (auto it = map.cbegin(); it != map.cend(); ++it) {
-        const QString line = it.key() + QLatin1Char('=') + it.value();
-        stream << line << Qt::endl;
-        if (stream.status() != QTextStream::Ok)
-            Failure::raise(SaveSignature, Failure::libraryMessage("CannotWriteLine", line));
+        if (!writer.write(it.key(), it.value())) {
+            Failure::raise(SaveSignature, Failure::libraryMessage("CannotWriteLine",
+                                                                  lineOf(it.key(), it.value())));
+        }
     }
 }
 
@@ -161,8 +218,7 @@ QString Properties::setValue(const QString& key, const QString& value)
 void Properties::insert(const QString& key, const QString& value, bool overwrite)
 {
     if (!overwrite && _spMap->contains(key))
-        Failure::raise("void Properties::insert(const QString&, const QString&)",
-                       Failure::libraryMessage("DuplicateProperty", key));
+        raiseDuplicate(key);
     _spMap->insert(key, value);
 }
 

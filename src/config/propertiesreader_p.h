@@ -31,6 +31,6 @@ void readPropertiesFile(const QString& path, qint64 maxLineLength, const char* s
         if (line.startsWith(QLatin1Char('#')))
             return;
         if (const auto pair = splitAtFirstEquals(line))
-            store(pair->key.toString(), pair->value.toString());
+            store(pair->key, pair->value);
     });
 }

@@ -59,13 +59,12 @@ int readBytes(int descriptor, qint64 maxSize, QByteArray& bytes)
 
 Dictionnary entriesOf(QByteArray& bytes)
 {
-    Properties properties;
+    Entries entries;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::ReadOnly | QIODevice::Text);
-    readConfiguration(buffer, properties);
-    Dictionnary entries = *properties.toDictionnary();
-    entries.remove(QStringLiteral("app.version"));
-    return entries;
+    readConfiguration(buffer, entries);
+    entries.erase(QStringLiteral("app.version"));
+    return Dictionnary(std::move(entries));
 }
 
 QString unreadable(int error)

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/filehelper.h"
+#include "config/entries_p.h"
 #include "config/propertiesreader_p.h"
 #include "frame/failure_p.h"
 #include "frame/sharedlibrary_p.h"
@@ -191,9 +192,13 @@ void FileHelper::loadLibrary(const QString& path)
 
 Dictionnary FileHelper::loadProperties(const QString& path, qint64 maxLineLength)
 {
-    Dictionnary map;
-    readPropertiesFile(
-        path, maxLineLength, "Dictionnary FileHelper::loadProperties(const QString&, qint64)",
-        [&map](const QString& key, const QString& value) { map.insert(key, value); });
-    return map;
+    Entries entries;
+    readPropertiesFile(path, maxLineLength,
+                       "Dictionnary FileHelper::loadProperties(const QString&, qint64)",
+                       [&entries](QStringView key, QStringView value) {
+                           const auto [entry, isNew] = addEntry(entries, key, value);
+                           if (!isNew)
+                               entry->second = value.toString();
+                       });
+    return Dictionnary(std::move(entries));
 }

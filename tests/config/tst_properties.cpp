@@ -11,8 +11,10 @@
 
 #include <QDir>
 #include <QObject>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextStream>
 
 #include <csignal>
 #include <cstdio>
@@ -144,6 +146,7 @@ private Q_SLOTS:
     void saveWritesSortedLines();
     void saveOfEmptyMapWritesEmptyFile();
     void saveWritesUtf8WithoutTranslation();
+    void saveWritesTheBytesOfQTextStream();
     void saveRefusesAnExistingFile();
     void saveReplacesAnExistingFile();
     void saveReplacesALinkAndNotItsTarget();
@@ -813,6 +816,49 @@ void TestProperties::saveWritesUtf8WithoutTranslation()
     const QString file = path("out");
     Properties::saveProperties(file, Entries{{"clé", "€😀 %1"}}, false);
     QCOMPARE(readFile(file), "cl\xC3\xA9=\xE2\x82\xAC\xF0\x9F\x98\x80 %1\n");
+}
+
+/// Also for halves of surrogate pairs, at the ends of texts and around the size of Qt's buffers.
+void TestProperties::saveWritesTheBytesOfQTextStream()
+{
+    const QStringList pieces{"a",
+                             "setting",
+                             " ",
+                             "=",
+                             "#",
+                             "\n",
+                             "\r\n",
+                             QString(QChar(0)),
+                             QString(QChar(0x7F)),
+                             QString(QChar(0x80)),
+                             "é",
+                             "€",
+                             "😀",
+                             QString(QChar(0xD83D)),
+                             QString(QChar(0xDE00)),
+                             QString(QChar(0xFEFF)),
+                             QString(QChar(0xFFFF))};
+    QRandomGenerator random(1);
+    const auto text = [&] {
+        QString result;
+        for (int i = random.bounded(8); i > 0; --i)
+            result += pieces.at(random.bounded(static_cast<int>(pieces.size())));
+        return result;
+    };
+    for (int run = 0; run < 300; ++run) {
+        Entries entries;
+        for (int i = 0; i < 12; ++i)
+            entries.insert(text(), text());
+        for (const char16_t end : {u'x', u'é', u'\xD83D', u'\xDE00'})
+            entries.insert(text(), QString(random.bounded(16370, 16390), 'v') + QChar(end));
+        QByteArray expected;
+        QTextStream stream(&expected);
+        for (auto it = entries.cbegin(); it != entries.cend(); ++it)
+            stream << it.key() + '=' + it.value() << Qt::endl;
+        const QString file = path("out");
+        Properties::saveProperties(file, entries, true);
+        QVERIFY(readFile(file) == expected);
+    }
 }
 
 void TestProperties::saveRefusesAnExistingFile()
