@@ -19,7 +19,8 @@ import sys
 from collections import defaultdict
 
 # What the benchmark library appends to a name and the table does not need.
-SUFFIXES = re.compile(r"/(real_time|manual_time|process_time|iterations:\d+|repeats:\d+)")
+SUFFIXES = re.compile(
+    r"/(real_time|manual_time|process_time|iterations:\d+|repeats:\d+|threads:\d+)")
 
 # What is in a record of the results besides the counters.
 FIELDS = {

@@ -18,6 +18,8 @@ function(kez_library target library_macro)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/src)
   target_compile_definitions(${target} PRIVATE
     ${library_macro} QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII)
+  # The library's calls of its own functions go there directly, not through the linkage table.
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
   # Never unloaded: Qt keeps the pre-routine, the resources and the meta-types that it was given.
   target_link_options(${target} PRIVATE -Wl,--no-undefined -Wl,-z,relro,-z,now -Wl,-z,nodelete
     -Wl,--version-script=${exports})

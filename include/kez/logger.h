@@ -241,6 +241,8 @@ private:
     [[noreturn]] KEZ_HIDDEN void raiseOpenFailure(const char* key, unsigned int index) const;
     KEZ_HIDDEN void writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line,
                                 bool isTeed);
+    KEZ_HIDDEN void showLostLine(RingLock& lock, LoggerLevel::LogLevel level,
+                                 const QString& line) const;
     KEZ_HIDDEN bool appendToFile(LoggerLevel::LogLevel level, QString& line);
     KEZ_HIDDEN QString ringFileName(unsigned int index) const;
     KEZ_HIDDEN QString shownFileName(unsigned int index) const;

@@ -3,6 +3,9 @@
 
 #include "kez/logger.h"
 #include "log/loggerkeys_p.h"
+#include "log/logline_p.h"
+
+#include <QStringConverter>
 
 #include <algorithm>
 #include <array>
@@ -15,21 +18,31 @@ namespace {
 /// "dd/MM/yyyy HH:mm:ss," of one second, which many lines share.
 struct RenderedSecond {
     std::time_t second = std::numeric_limits<std::time_t>::min();
-    std::array<char16_t, 20> text{};
+    std::array<char, 20> text{};
 };
 
 // Rendering asks the C library for the time zone, which costs more than the rest of a line.
 constinit thread_local RenderedSecond renderedSecond;
 
-char16_t* put(char16_t* at, std::u16string_view text)
+// These put ASCII characters, into UTF-8 or UTF-16.
+template <typename Char, std::size_t size>
+Char* put(Char* at, std::array<char, size> text) // by value: a call of memmove costs more
 {
     return std::copy(text.begin(), text.end(), at);
 }
 
-char16_t* putNumber(char16_t* at, int value, int digits)
+template <typename Char>
+Char* put(Char* at, char character)
+{
+    *at = static_cast<Char>(character);
+    return at + 1;
+}
+
+template <typename Char>
+Char* putNumber(Char* at, int value, int digits)
 {
     for (int i = digits - 1; i >= 0; --i, value /= 10)
-        at[i] = static_cast<char16_t>(u'0' + value % 10);
+        at[i] = static_cast<Char>('0' + value % 10);
     return at + digits;
 }
 
@@ -39,14 +52,48 @@ void render(std::time_t second, RenderedSecond& rendered)
     tzset(); // localtime_r alone does not see a change of the time zone
     localtime_r(&second, &local);
 
-    char16_t* at = putNumber(rendered.text.data(), local.tm_mday, 2);
-    at = putNumber(put(at, u"/"), local.tm_mon + 1, 2);
-    at = putNumber(put(at, u"/"), local.tm_year + 1900, 4);
-    at = putNumber(put(at, u" "), local.tm_hour, 2);
-    at = putNumber(put(at, u":"), local.tm_min, 2);
-    at = putNumber(put(at, u":"), local.tm_sec, 2);
-    put(at, u",");
+    char* at = putNumber(rendered.text.data(), local.tm_mday, 2);
+    at = putNumber(put(at, '/'), local.tm_mon + 1, 2);
+    at = putNumber(put(at, '/'), local.tm_year + 1900, 4);
+    at = putNumber(put(at, ' '), local.tm_hour, 2);
+    at = putNumber(put(at, ':'), local.tm_min, 2);
+    at = putNumber(put(at, ':'), local.tm_sec, 2);
+    put(at, ',');
     rendered.second = second;
+}
+
+/// Puts the present time, 23 characters.
+template <typename Char>
+Char* putTime(Char* at)
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    RenderedSecond& rendered = renderedSecond;
+    if (now.tv_sec != rendered.second)
+        render(now.tv_sec, rendered);
+    return putNumber(put(at, rendered.text), static_cast<int>(now.tv_nsec / 1000000), 3);
+}
+
+/// Puts " <LEVEL> ", 9 characters.
+template <typename Char>
+Char* putTag(Char* at, LoggerLevel::LogLevel level)
+{
+    const std::u16string_view tag = LoggerKeys::tag(level);
+    at = put(put(at, ' '), '<');
+    for (std::size_t i = 0; i < LoggerKeys::TagLength; ++i)
+        at = put(at, static_cast<char>(tag[i]));
+    return put(put(at, '>'), ' ');
+}
+
+/// False if not all of `text` is ASCII, as most lines are. The compiler makes vectors of this loop.
+bool putAscii(char* at, QStringView text)
+{
+    char16_t bits = 0;
+    for (const QChar character : text) {
+        bits |= character.unicode();
+        *at++ = static_cast<char>(character.unicode());
+    }
+    return bits < 0x80;
 }
 
 } // namespace
@@ -58,17 +105,34 @@ void Logger::formatter(LoggerLevel::LogLevel level, const QString& msg, QString&
         formatter(level, copy, out);
         return;
     }
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != renderedSecond.second)
-        render(now.tv_sec, renderedSecond);
-
-    constexpr qsizetype headLength = 23 + 2 + 5 + 2; // date, " <", tag, "> "
-    out.resize(headLength + msg.size());
-    auto* at = reinterpret_cast<char16_t*>(out.data());
-    at = std::copy(renderedSecond.text.begin(), renderedSecond.text.end(), at);
-    at = putNumber(at, static_cast<int>(now.tv_nsec / 1000000), 3);
-    at = put(put(put(at, u" <"), LoggerKeys::tag(level)), u"> ");
+    out.resize(DefaultLine::HeadLength + msg.size());
+    char16_t* const at = putTag(putTime(reinterpret_cast<char16_t*>(out.data())), level);
     // Not utf16(): it reallocates a text that does not own its characters, even a const one.
     std::copy_n(reinterpret_cast<const char16_t*>(msg.constData()), msg.size(), at);
+}
+
+char* putUtf8(char* at, QStringView text)
+{
+    if (putAscii(at, text))
+        return at + text.size();
+    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+    char* const end = encoder.appendToBuffer(at, text);
+    return encoder.hasError() ? nullptr : end;
+}
+
+bool DefaultLine::set(LoggerLevel::LogLevel level, const QString& msg)
+{
+    if (msg.size() > LongestMessage)
+        return false;
+    char* const end = putUtf8(putTag(_bytes.data() + TimeLength, level), msg);
+    if (!end)
+        return false;
+    *end = '\n';
+    _size = end + 1 - _bytes.data();
+    return true;
+}
+
+void DefaultLine::setTime()
+{
+    putTime(_bytes.data());
 }

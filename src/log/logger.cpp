@@ -6,6 +6,7 @@
 #include "frame/failure_p.h"
 #include "frame/qtmessage_p.h"
 #include "log/loggerkeys_p.h"
+#include "log/logline_p.h"
 #include "log/logring_p.h"
 #include "log/ringname_p.h"
 
@@ -131,14 +132,23 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
 {
     if (level < filter())
         return;
+    DefaultLine ready; // most lines need the lock for their time and the file only
+    const bool isReady =
+        formatter() == orDefault(nullptr) && !isTeeEnabled() && ready.set(level, msg);
     RingLock lock(*_spRing);
     if (!lock.isHeld()) {
         showDegraded(formatter(), level, msg);
         return;
     }
+    if (isReady && _spRing->takes(ready.size(), _maxSize)) {
+        ready.setTime();
+        if (!_spRing->append(ready.bytes()))
+            showLostLine(lock, level, ready.text());
+        return;
+    }
     QString& line = _spRing->freshLine();
     formatter()(level, msg, line);
-    if (!_spRing->file || !_spRing->file->isOpen()) {
+    if (!_spRing->hasOpenFile()) {
         writeConsole(level, line);
         return;
     }
@@ -223,8 +233,7 @@ void Logger::disableTee()
 void Logger::close()
 {
     _spRing->exclusively("close", [this] {
-        if (_spRing->file && _spRing->file->isOpen())
-            _spRing->file->close();
+        _spRing->closeFile();
         _spRing->closeStream();
     });
 }
@@ -284,32 +293,38 @@ void Logger::raiseOpenFailure(const char* key, unsigned int index) const
 /// A line that does not reach the file is shown with a marker, unless the tee has shown it already.
 void Logger::writeToFile(RingLock& lock, LoggerLevel::LogLevel level, QString& line, bool isTeed)
 {
-    const auto showLostLine = [&] {
-        const QString lost = line + QStringLiteral(" [>>]");
-        lock.release(); // other writers do not wait for the message handler
+    const auto showUnlessTeed = [&] {
         if (!isTeed)
-            writeConsole(level, lost);
+            showLostLine(lock, level, line);
+        lock.release();
     };
     try {
         if (!appendToFile(level, line))
-            showLostLine();
+            showUnlessTeed();
     } catch (const Exception& e) {
-        showLostLine();
+        showUnlessTeed();
         throw Exception(e);
     } catch (...) {
-        showLostLine();
+        showUnlessTeed();
         Failure::raise("void Logger::writeTrace(LogLevel, const QString&)",
                        QStringLiteral("catch(...) ?"));
     }
+}
+
+/// Shows a line that the file did not take.
+void Logger::showLostLine(RingLock& lock, LoggerLevel::LogLevel level, const QString& line) const
+{
+    const QString lost = line + QStringLiteral(" [>>]");
+    lock.release(); // other writers do not wait for the message handler
+    writeConsole(level, lost);
 }
 
 /// False if the file did not take the line. After a rotation that leaves no file the line is shown
 /// with that reason, and the result is true.
 bool Logger::appendToFile(LoggerLevel::LogLevel level, QString& line)
 {
-    const QByteArray& bytes = _spRing->encoded(line);
-    const qint64 size = bytes.size() + (_spRing->endsInsideLine ? 1 : 0);
-    if (_spRing->isTooOldOrReaches(size, _maxSize))
+    const QByteArrayView bytes = _spRing->encoded(line);
+    if (_spRing->isTooOldOrReaches(_spRing->bytesFor(bytes.size()), _maxSize))
         _spRing->last = rotation(_spRing->last);
     if (_spRing->file)
         return _spRing->append(bytes);

@@ -115,6 +115,8 @@ constexpr bool areRowsComplete()
 }
 static_assert(areRowsComplete(), "every level needs a row, with a name in every column");
 
+inline constexpr std::size_t TagLength = Levels[0].tag.size();
+
 constexpr std::u16string_view tag(LoggerLevel::LogLevel level)
 {
     return Levels[rowOf(level)].tag;

@@ -71,7 +71,7 @@ unsigned int Logger::rotation(unsigned int last)
 {
     if (!_spFileName)
         return NoFileName;
-    std::shared_ptr<QFile> before = std::exchange(_spRing->file, nullptr);
+    std::shared_ptr<QFile> before = _spRing->takeFile();
     if (last < _kept - 1)
         return startRingFile(last + 1, std::move(before), NextNotCreated);
     const unsigned int status = shiftRing();

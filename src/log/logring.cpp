@@ -2,16 +2,17 @@
 // SPDX-License-Identifier: MIT
 
 #include "frame/failure_p.h"
+#include "log/logline_p.h"
 #include "log/logring_p.h"
 
 #include <QDateTime>
-#include <QStringConverter>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <limits>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,10 +22,10 @@ namespace {
 // A buffer that a long line made larger than this is freed instead of kept.
 constexpr qsizetype KeptBufferSize = 65536;
 
-qint64 millisecondsNow()
+qint64 milliseconds(clockid_t clock)
 {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(clock, &now);
     return static_cast<qint64>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
@@ -60,17 +61,31 @@ QString systemText(int error)
 void Logger::Ring::setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays)
 {
     file = std::move(opened);
+    _descriptor = file->handle();
     endsInsideLine = false;
     _tooOldAt = tooOldAt(*file, timeoutDays);
     _processLimit = processLimit();
 }
 
+std::shared_ptr<QFile> Logger::Ring::takeFile()
+{
+    _descriptor = -1;
+    return std::exchange(file, nullptr);
+}
+
+void Logger::Ring::closeFile()
+{
+    _descriptor = -1;
+    if (file)
+        file->close();
+}
+
 qint64 Logger::Ring::size() const
 {
-    if (!file->isOpen())
+    if (!hasOpenFile())
         return file->size();
     // Cheaper than fstat. It moves the position, which does not matter: every write appends.
-    const off_t end = lseek(file->handle(), 0, SEEK_END);
+    const off_t end = lseek(_descriptor, 0, SEEK_END);
     return end < 0 ? 0 : end;
 }
 
@@ -78,7 +93,15 @@ bool Logger::Ring::isTooOldOrReaches(qint64 extraBytes, quint64 maxSize) const
 {
     if (!file)
         return false;
-    return millisecondsNow() >= _tooOldAt || static_cast<quint64>(size() + extraBytes) >= maxSize;
+    return isTooOld() || static_cast<quint64>(size() + extraBytes) >= maxSize;
+}
+
+bool Logger::Ring::isTooOld() const
+{
+    // The coarse clock costs a quarter of the exact one and is some milliseconds late.
+    constexpr qint64 mostLate = 1000;
+    return milliseconds(CLOCK_REALTIME_COARSE) >= _tooOldAt - mostLate &&
+           milliseconds(CLOCK_REALTIME) >= _tooOldAt;
 }
 
 QString& Logger::Ring::freshLine()
@@ -89,43 +112,43 @@ QString& Logger::Ring::freshLine()
     return _line;
 }
 
-const QByteArray& Logger::Ring::encoded(const QString& line)
+QByteArrayView Logger::Ring::encoded(const QString& line)
 {
     if (_bytes.capacity() > KeptBufferSize)
         _bytes = QByteArray();
-    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
-    _bytes.resize(encoder.requiredSpace(line.size()) + 1);
-    char* end = encoder.appendToBuffer(_bytes.data(), line);
-    if (encoder.hasError()) { // a lone surrogate, which the encoder and QString replace differently
+    const qsizetype most = 3 * line.size() + 1;
+    if (_bytes.size() < most)
+        _bytes.resize(most); // and stays so long: what follows the line does not matter
+    char* const begin = _bytes.data();
+    char* const end = putUtf8(begin, line);
+    if (!end) { // a lone surrogate, which the encoder and QString replace differently
         _bytes = line.toUtf8() + '\n';
         return _bytes;
     }
-    *end++ = '\n';
-    _bytes.resize(end - _bytes.constData());
-    return _bytes;
+    *end = '\n';
+    return {begin, end + 1 - begin};
 }
 
-bool Logger::Ring::append(const QByteArray& line)
+bool Logger::Ring::append(QByteArrayView line)
 {
-    if (exceedsProcessLimit(line.size() + (endsInsideLine ? 1 : 0)))
+    if (exceedsProcessLimit(bytesFor(line.size())))
         return false;
     if (endsInsideLine && !writeAll("\n", 1))
         return false;
-    return writeAll(line.constData(), line.size());
+    return writeAll(line.data(), line.size());
 }
 
 void Logger::Ring::duplicate()
 {
-    const int descriptor = file->handle();
     if (streamIsOpen) {
         // A caller may hold the stream: it stays, and its descriptor changes files. What it still
         // buffers was written for the file before.
         std::fflush(stream);
-        if (dup3(descriptor, fileno(stream), O_CLOEXEC) < 0)
+        if (dup3(_descriptor, fileno(stream), O_CLOEXEC) < 0)
             raiseDuplicationFailure(errno);
         return;
     }
-    const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    const int copy = fcntl(_descriptor, F_DUPFD_CLOEXEC, 0);
     if (copy < 0)
         raiseDuplicationFailure(errno);
     stream = fdopen(copy, "r+");
@@ -179,7 +202,7 @@ bool Logger::Ring::exceedsProcessLimit(qint64 extraBytes)
 bool Logger::Ring::writeAll(const char* data, qint64 length)
 {
     while (length > 0) {
-        const ssize_t written = write(file->handle(), data, static_cast<size_t>(length));
+        const ssize_t written = write(_descriptor, data, static_cast<size_t>(length));
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)

@@ -7,6 +7,7 @@
 #include "kez/logger.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QFile>
 #include <QMutex>
 #include <QString>
@@ -24,15 +25,16 @@
 /// While one lives, its thread is inside the log: Logger::isWritingLine().
 class InsideLog {
 public:
-    InsideLog() { ++_depth; }
+    InsideLog() : _depth(_depthOfThread) { ++_depth; }
     ~InsideLog() { --_depth; }
     InsideLog(const InsideLog&) = delete;
     InsideLog& operator=(const InsideLog&) = delete;
 
-    static bool isThisThread() { return _depth > 0; }
+    static bool isThisThread() { return _depthOfThread > 0; }
 
 private:
-    static inline constinit thread_local int _depth = 0;
+    static inline constinit thread_local int _depthOfThread = 0;
+    int& _depth; // in a shared library, each look at the thread's variable is a call
 };
 
 /// The open end of a ring of log files. A logger and its copies share it, so that all of them
@@ -49,6 +51,14 @@ struct Logger::Ring {
     /// Makes `opened` the current file and learns what cannot change while it is open.
     void setFile(std::shared_ptr<QFile> opened, quint32 timeoutDays);
 
+    /// Leaves no current file. The result is still open.
+    std::shared_ptr<QFile> takeFile();
+
+    /// Keeps the file, closed.
+    void closeFile();
+
+    bool hasOpenFile() const { return _descriptor >= 0; }
+
     /// The file's size in the file system at this moment: others may append to it.
     qint64 size() const;
 
@@ -56,14 +66,23 @@ struct Logger::Ring {
     /// old as the age limit, or would reach `maxSize`.
     bool isTooOldOrReaches(qint64 extraBytes, quint64 maxSize) const;
 
+    /// Whether the current file is open and need not be left before a line of `size` bytes.
+    bool takes(qint64 size, quint64 maxSize) const
+    {
+        return hasOpenFile() && !isTooOldOrReaches(bytesFor(size), maxSize);
+    }
+
     /// An empty text to format a line into.
     QString& freshLine();
 
     /// `line` in UTF-8 with a line feed.
-    const QByteArray& encoded(const QString& line);
+    QByteArrayView encoded(const QString& line);
+
+    /// How many bytes append() adds to the file for a line of `size` bytes.
+    qint64 bytesFor(qint64 size) const { return size + (endsInsideLine ? 1 : 0); }
 
     /// Hands `line` to the kernel; false if the file system did not take all of it.
-    bool append(const QByteArray& line);
+    bool append(QByteArrayView line);
 
     /// Opens the stream. If it is open already, makes it write to the current file.
     void duplicate();
@@ -107,6 +126,7 @@ private:
 
     bool exceedsProcessLimit(qint64 extraBytes);
     bool writeAll(const char* data, qint64 length);
+    bool isTooOld() const;
 
     struct OpenedFilter {
         int banners = 0;
@@ -119,6 +139,7 @@ private:
     // no other thread stores or clears.
     std::atomic<std::thread::id> _holder{};
 
+    int _descriptor = -1; // of the file, while it is open
     qint64 _tooOldAt = 0; // milliseconds since the epoch
     rlim_t _processLimit = RLIM_INFINITY;
     QString _line;

@@ -11,6 +11,7 @@
 #include <kez/log.h>
 #include <kez/logger.h>
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QSemaphore>
@@ -182,6 +183,35 @@ private Q_SLOTS:
         if (maxSize < 5000)
             QVERIFY(ring.names().size() > 100);
         logger.closeDuplicatedHandle();
+    }
+
+    /// In the default format, of which most is made without the lock.
+    void linesAreInTheOrderOfTheirTimes()
+    {
+        constexpr int PerThread = 2000;
+        const LogRing ring;
+        Logger logger(ring.name(), 1 << 30, 1, Century, LoggerLevel::debug);
+        logger.disableTee();
+        const MessageCapture capture;
+        runThreads([&](int thread) {
+            for (int i = 0; i < PerThread; ++i)
+                logger.info(QString::fromUtf8(numberedLine(thread, i)));
+        });
+        const int head = int(strlen("dd/MM/yyyy HH:mm:ss,zzz <INFOR> "));
+        const QString pattern = QStringLiteral("dd/MM/yyyy HH:mm:ss,zzz");
+        QByteArrayList messages;
+        QDateTime last;
+        for (const QByteArray& line : ring.lines(0)) {
+            const QDateTime time =
+                QDateTime::fromString(QString::fromUtf8(line.left(pattern.size())), pattern);
+            QVERIFY2(time.isValid() && (!last.isValid() || time >= last), line.constData());
+            last = time;
+            messages.append(line.mid(head));
+        }
+        QStringList degraded = capture.texts();
+        for (QString& text : degraded)
+            text.remove(Deadlock.size(), head);
+        QCOMPARE(disorderIn(messages, degraded, PerThread), QString());
     }
 
     void smallRingKeepsTheNewestLinesWhole()

@@ -32,6 +32,9 @@ namespace LibcFaults {
 /// The time of the real-time clocks in nanoseconds since 1970; 0 for the true time.
 inline std::atomic<qint64> clock{0};
 
+/// How many nanoseconds the coarse clock is late, while `clock` is set.
+inline std::atomic<qint64> coarseDelay{0};
+
 /// The error that the function returns; 0 for the true result.
 inline std::atomic<int> createError{0};
 inline std::atomic<int> listError{0}; // of any directory
@@ -56,8 +59,9 @@ inline std::atomic<int> failingWrites{-1};
 inline std::atomic<int> shortWrites{0};
 inline std::atomic<size_t> writeLimit{0};
 
-/// Number of calls of write on ring files, and of renames.
+/// Number of calls of write and lseek on ring files, and of renames.
 inline std::atomic<int> writes{0};
+inline std::atomic<int> seeks{0};
 inline std::atomic<int> renames{0};
 
 /// How many times this thread went to sleep in one of Qt's locks.
@@ -68,7 +72,7 @@ inline std::atomic<bool> noBirthTime{false};
 
 inline void reset()
 {
-    clock = 0;
+    clock = coarseDelay = 0;
     createError = listError = renameError = unlinkError = fdopenError = writeError = 0;
     soundCreations = 0;
     refusing = Refusing::Always;
@@ -76,7 +80,7 @@ inline void reset()
     failingWrites = -1;
     writeLimit = 0;
     shortWrites = 0;
-    writes = renames = 0;
+    writes = seeks = renames = 0;
     waits = 0;
     noBirthTime = false;
 }
@@ -247,6 +251,17 @@ ssize_t write(int fd, const void* bytes, size_t size)
     return original(fd, bytes, size);
 }
 
+#define KEZ_INTERPOSE_LSEEK(name)                                                                  \
+    off_t name(int fd, off_t offset, int from) noexcept                                            \
+    {                                                                                              \
+        static const auto original = interposed<off_t (*)(int, off_t, int)>(#name);                \
+        if (LibcFaults::isRingFile(fd))                                                            \
+            ++LibcFaults::seeks;                                                                   \
+        return original(fd, offset, from);                                                         \
+    }
+KEZ_INTERPOSE_LSEEK(lseek)
+KEZ_INTERPOSE_LSEEK(lseek64)
+
 int statx(int directory, const char* path, int flags, unsigned int mask,
           struct statx* result) noexcept
 {
@@ -263,9 +278,11 @@ int statx(int directory, const char* path, int flags, unsigned int mask,
 int clock_gettime(clockid_t id, struct timespec* result) noexcept
 {
     static const auto original = interposed<int (*)(clockid_t, struct timespec*)>("clock_gettime");
-    const qint64 now = LibcFaults::clock;
+    qint64 now = LibcFaults::clock;
     if (now == 0 || (id != CLOCK_REALTIME && id != CLOCK_REALTIME_COARSE))
         return original(id, result);
+    if (id == CLOCK_REALTIME_COARSE)
+        now -= LibcFaults::coarseDelay;
     result->tv_sec = now / 1000000000;
     result->tv_nsec = now % 1000000000;
     return 0;
