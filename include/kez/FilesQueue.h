@@ -25,6 +25,7 @@ class OpenQueueDirectory;
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
+class RescanPace;
 
 /// Turns a directory into a queue of work files that several consumers share.
 ///
@@ -46,7 +47,10 @@ class QTimer;
 /// one.
 ///
 /// The queue is built in one thread, moved to another thread, and started there through
-/// onProcess(). A re-scan costs time linear in the number of files.
+/// onProcess(). A re-scan costs time linear in the number of files. The first change after a quiet
+/// moment is scanned at once. While changes keep coming, the next re-scan waits until three times
+/// the duration of the last one has passed (a minute at most), and covers all of them. The timer and
+/// calls of onDirectoryChanged() do not wait.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
@@ -179,6 +183,8 @@ private:
     KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
     KEZ_HIDDEN void appendEntry(FileEntry* entry, const ListedFileIdentity& identity);
     KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
+    KEZ_HIDDEN bool isCalledByWatch() const;
+    KEZ_HIDDEN void rescanAndAnnounce();
     KEZ_HIDDEN std::optional<Changes> rescan();
     KEZ_HIDDEN std::optional<OpenQueueDirectory> openWatchedDirectory();
     KEZ_HIDDEN bool watch(const std::optional<std::pair<quint64, quint64>>& directory);
@@ -209,4 +215,7 @@ private:
     // Device and inode of the directory that the watch is on, or was refused for.
     std::pair<quint64, quint64> _watched;
     bool _isWatching = false;
+
+    RescanPace* _pace = nullptr;  // of the watch's re-scans; null before onProcess()
+    bool _isServingWatch = false; // during a re-scan that the watch started
 };

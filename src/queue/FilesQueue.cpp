@@ -9,8 +9,10 @@
 #include "queue/queuelisting_p.h"
 #include "queue/queuerescan_p.h"
 #include "queue/queuetrace_p.h"
+#include "queue/rescanpace_p.h"
 
 #include <QFileSystemWatcher>
+#include <QScopedValueRollback>
 #include <QThread>
 #include <QTimer>
 
@@ -230,11 +232,15 @@ void FilesQueue::onProcess()
     _watcher = new QFileSystemWatcher(this);
     _watched = {};
     watch(directoryIdentity(_directory));
+    if (!_pace)
+        _pace = new RescanPace(this, [this] { rescanAndAnnounce(); });
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
-    // Only the timer's own thread can stop it, and another thread may destroy the queue.
+    // Only the timers' own thread can stop them, and another thread may destroy the queue.
     connect(thread(), &QThread::finished, this, [this, started = thread()] {
-        if (thread() == started)
-            disableScrutationMode();
+        if (thread() != started)
+            return;
+        disableScrutationMode();
+        _pace->stop();
     });
     enableScrutationMode();
 }
@@ -248,8 +254,28 @@ void FilesQueue::onQuit()
 
 void FilesQueue::onDirectoryChanged()
 {
+    const bool isFromWatch = isCalledByWatch();
+    if (isFromWatch && _pace->holdBack(RescanPace::Clock::now()))
+        return;
+    const QScopedValueRollback<bool> serving(_isServingWatch, _isServingWatch || isFromWatch);
+    rescanAndAnnounce();
+}
+
+/// Not if a slot of another object calls during a re-scan that the watch has started: sender() is
+/// still the watch then.
+bool FilesQueue::isCalledByWatch() const
+{
+    const QObject* const caller = _isServingWatch ? nullptr : sender();
+    return caller && caller->parent() == this && qobject_cast<const QFileSystemWatcher*>(caller);
+}
+
+void FilesQueue::rescanAndAnnounce()
+{
     const Locker locker(*this);
+    const auto start = RescanPace::Clock::now();
     const std::optional<Changes> changes = rescan();
+    if (_pace)
+        _pace->noteRescan(start, RescanPace::Clock::now(), changes.has_value());
     if (!changes)
         return;
     if (!changes->appended.isEmpty() || !changes->deleted.isEmpty())
