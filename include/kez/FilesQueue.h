@@ -8,7 +8,6 @@
 #include "kez_global.h"
 
 #include <QDir>
-#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QObject>
@@ -16,15 +15,16 @@
 #include <QString>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
 class ListedFileIdentity;
 class OpenQueueDirectory;
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
+class QueueIndex;
 class RescanPace;
 
 /// Turns a directory into a queue of work files that several consumers share.
@@ -49,8 +49,8 @@ class RescanPace;
 /// The queue is built in one thread, moved to another thread, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files. The first change after a quiet
 /// moment is scanned at once. While changes keep coming, the next re-scan waits until three times
-/// the duration of the last one has passed (a minute at most), and covers all of them. The timer and
-/// calls of onDirectoryChanged() do not wait.
+/// the duration of the last one has passed (a minute at most), and covers all of them. The timer
+/// and calls of onDirectoryChanged() do not wait.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
@@ -181,7 +181,6 @@ private:
     class KEZ_HIDDEN Rescan;
 
     KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
-    KEZ_HIDDEN void appendEntry(FileEntry* entry, const ListedFileIdentity& identity);
     KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
     KEZ_HIDDEN bool isCalledByWatch() const;
     KEZ_HIDDEN void rescanAndAnnounce();
@@ -199,15 +198,13 @@ private:
     QMutex _lock;
 
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
-    QHash<QString, int> _positions; // of the entries, by file name
+    std::unique_ptr<QueueIndex> _index; // of the entries, by file name
 
     QString _directory; // absolute, for the system
 
     // The consumers while they live, by position. ConsumerEntry is public and cannot hold a
     // QPointer.
     QList<QPointer<ConsumerAncestor>> _living;
-
-    std::vector<ListedFileIdentity> _identities; // of the entries' files, by position
 
     // Changes that queueUpdated() must still announce: the files appended, the files deleted.
     QList<std::pair<QList<QString>, QList<QString>>> _unannounced;
