@@ -5,8 +5,8 @@
 
 #include "kez_global.h"
 
-#include <QList>
 #include <QString>
+#include <QVarLengthArray>
 
 /// One file that waits in a FilesQueue, with one flag per consumer, which is set once that consumer
 /// has taken the file up. The flag at a position belongs to the consumer at that position of the
@@ -42,5 +42,5 @@ private:
     KEZ_HIDDEN bool isFlag(int index) const;
 
     QString _fileName;
-    QList<bool> _uptakeFlags;
+    QVarLengthArray<bool, 16> _uptakeFlags; // few queues have more consumers
 };

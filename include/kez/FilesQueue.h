@@ -8,7 +8,6 @@
 #include "kez_global.h"
 
 #include <QDir>
-#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QObject>
@@ -16,15 +15,17 @@
 #include <QString>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <utility>
-#include <vector>
 
 class ListedFileIdentity;
 class OpenQueueDirectory;
 class QFileSystemWatcher;
 class QJsonArray;
 class QTimer;
+class QueueIndex;
+class RescanPace;
 
 /// Turns a directory into a queue of work files that several consumers share.
 ///
@@ -46,7 +47,10 @@ class QTimer;
 /// one.
 ///
 /// The queue is built in one thread, moved to another thread, and started there through
-/// onProcess(). A re-scan costs time linear in the number of files.
+/// onProcess(). A re-scan costs time linear in the number of files. The first change after a quiet
+/// moment is scanned at once. While changes keep coming, the next re-scan waits until three times
+/// the duration of the last one has passed (a minute at most), and covers all of them. The timer
+/// and calls of onDirectoryChanged() do not wait.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
@@ -177,8 +181,9 @@ private:
     class KEZ_HIDDEN Rescan;
 
     KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
-    KEZ_HIDDEN void appendEntry(FileEntry* entry, const ListedFileIdentity& identity);
     KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
+    KEZ_HIDDEN bool isCalledByWatch() const;
+    KEZ_HIDDEN void rescanAndAnnounce();
     KEZ_HIDDEN std::optional<Changes> rescan();
     KEZ_HIDDEN std::optional<OpenQueueDirectory> openWatchedDirectory();
     KEZ_HIDDEN bool watch(const std::optional<std::pair<quint64, quint64>>& directory);
@@ -193,7 +198,7 @@ private:
     QMutex _lock;
 
     std::atomic<Qt::HANDLE> _lockHolder = nullptr;
-    QHash<QString, int> _positions; // of the entries, by file name
+    std::unique_ptr<QueueIndex> _index; // of the entries, by file name
 
     QString _directory; // absolute, for the system
 
@@ -201,12 +206,13 @@ private:
     // QPointer.
     QList<QPointer<ConsumerAncestor>> _living;
 
-    std::vector<ListedFileIdentity> _identities; // of the entries' files, by position
-
     // Changes that queueUpdated() must still announce: the files appended, the files deleted.
     QList<std::pair<QList<QString>, QList<QString>>> _unannounced;
 
     // Device and inode of the directory that the watch is on, or was refused for.
     std::pair<quint64, quint64> _watched;
     bool _isWatching = false;
+
+    RescanPace* _pace = nullptr;  // of the watch's re-scans; null before onProcess()
+    bool _isServingWatch = false; // during a re-scan that the watch started
 };

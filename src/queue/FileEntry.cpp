@@ -4,9 +4,13 @@
 #include "kez/FileEntry.h"
 #include "frame/failure_p.h"
 
+#include <algorithm>
+
 FileEntry::FileEntry(const QString& fileName, int count)
-    : _fileName(fileName), _uptakeFlags(qMax(count, 0), false)
-{}
+    : _fileName(fileName), _uptakeFlags(qMax(count, 0))
+{
+    std::fill(_uptakeFlags.begin(), _uptakeFlags.end(), false);
+}
 
 FileEntry::~FileEntry() = default;
 
@@ -29,7 +33,7 @@ bool FileEntry::isConsumed(int index) const
 
 bool FileEntry::allConsumed() const
 {
-    return !_uptakeFlags.contains(false);
+    return std::find(_uptakeFlags.begin(), _uptakeFlags.end(), false) == _uptakeFlags.end();
 }
 
 void FileEntry::appendConsumerFlag()

@@ -5,12 +5,15 @@
 #include "frame/directories_p.h"
 #include "frame/failure_p.h"
 #include "kez/exception.h"
-#include "queue/fileidentity_p.h"
+#include "queue/queueindex_p.h"
 #include "queue/queuelisting_p.h"
 #include "queue/queuerescan_p.h"
 #include "queue/queuetrace_p.h"
+#include "queue/rescanpace_p.h"
 
 #include <QFileSystemWatcher>
+#include <QHash>
+#include <QScopedValueRollback>
 #include <QThread>
 #include <QTimer>
 
@@ -89,7 +92,10 @@ private:
 
 FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, bool keep,
                        int interval, QObject* parent)
-    : QObject(parent), _scrutationInterval(interval), _directory(absolutePath(path))
+    : QObject(parent),
+      _scrutationInterval(interval),
+      _index(std::make_unique<QueueIndex>()),
+      _directory(absolutePath(path))
 {
     if (!isUsableDirectory(path) || !isUsableDirectory(_directory))
         raiseInvalidDirectory(path);
@@ -102,11 +108,16 @@ FilesQueue::FilesQueue(const QString& path, QList<ConsumerEntry> consumerList, b
     const auto listing = directory ? directory->list() : std::nullopt;
     if (!listing)
         raiseInvalidDirectory(path);
-    for (const ListedFile& file : listing->files) {
+    const std::vector<ListedFile> files = listing->sorted(listing->files);
+    if (keep) {
+        _entries.reserve(static_cast<qsizetype>(files.size()));
+        _index->reserve(files.size());
+    }
+    for (const ListedFile& file : files) {
         if (!keep && file.kind != ListedFile::Kind::Unknown)
-            directory->remove(file.name);
+            directory->remove(listing->nameOf(file).toString());
         else if (keep && file.kind == ListedFile::Kind::Regular)
-            appendFile(file.name, directory->identify(file, *listing));
+            appendFile(listing->nameOf(file).toString(), directory->identify(file, *listing));
     }
 }
 
@@ -116,7 +127,8 @@ FilesQueue::~FilesQueue()
         _watcher->deleteLater();
     if (_timer)
         _timer->deleteLater();
-    qDeleteAll(_entries);
+    for (FileEntry* const entry : std::as_const(_entries))
+        delete queuedFile(entry);
 }
 
 QDir FilesQueue::path() const
@@ -140,18 +152,18 @@ int FilesQueue::index(const QString& id) const
 
 int FilesQueue::fileIndex(const QString& fileName) const
 {
-    return _positions.value(fileName, -1);
+    const QueuedFile* const file = _index->find(fileName);
+    return file ? file->position : -1;
 }
 
 FileEntry* FilesQueue::entryFromFileName(const QString& fileName) const
 {
-    const int position = fileIndex(fileName);
-    return position < 0 ? nullptr : _entries.at(position);
+    return _index->find(fileName);
 }
 
 bool FilesQueue::existsFileEntry(const QString& fileName) const
 {
-    return _positions.contains(fileName);
+    return _index->find(fileName) != nullptr;
 }
 
 bool FilesQueue::isConsumedFromAll(const QString& fileName) const
@@ -230,11 +242,15 @@ void FilesQueue::onProcess()
     _watcher = new QFileSystemWatcher(this);
     _watched = {};
     watch(directoryIdentity(_directory));
+    if (!_pace)
+        _pace = new RescanPace(this, [this] { rescanAndAnnounce(); });
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
-    // Only the timer's own thread can stop it, and another thread may destroy the queue.
+    // Only the timers' own thread can stop them, and another thread may destroy the queue.
     connect(thread(), &QThread::finished, this, [this, started = thread()] {
-        if (thread() == started)
-            disableScrutationMode();
+        if (thread() != started)
+            return;
+        disableScrutationMode();
+        _pace->stop();
     });
     enableScrutationMode();
 }
@@ -248,8 +264,28 @@ void FilesQueue::onQuit()
 
 void FilesQueue::onDirectoryChanged()
 {
+    const bool isFromWatch = isCalledByWatch();
+    if (isFromWatch && _pace->holdBack(RescanPace::Clock::now()))
+        return;
+    const QScopedValueRollback<bool> serving(_isServingWatch, _isServingWatch || isFromWatch);
+    rescanAndAnnounce();
+}
+
+/// Not if a slot of another object calls during a re-scan that the watch has started: sender() is
+/// still the watch then.
+bool FilesQueue::isCalledByWatch() const
+{
+    const QObject* const caller = _isServingWatch ? nullptr : sender();
+    return caller && caller->parent() == this && qobject_cast<const QFileSystemWatcher*>(caller);
+}
+
+void FilesQueue::rescanAndAnnounce()
+{
     const Locker locker(*this);
+    const auto start = RescanPace::Clock::now();
     const std::optional<Changes> changes = rescan();
+    if (_pace)
+        _pace->noteRescan(start, RescanPace::Clock::now(), changes.has_value());
     if (!changes)
         return;
     if (!changes->appended.isEmpty() || !changes->deleted.isEmpty())
@@ -259,7 +295,7 @@ void FilesQueue::onDirectoryChanged()
     // are up to date by now, and that re-scan announces these changes before its own.
     trace(QStringLiteral("> directoryChanged : Répertoire de la file d'attente modifié "
                          "(%1 fichiers)"),
-          QString::number(changes->listedCount));
+          changes->listedCount);
     for (const QString& name : changes->refused)
         trace(QStringLiteral("onDirectoryChanged> Rejet du fichier %1..."), name);
     while (!_unannounced.isEmpty()) {
@@ -268,8 +304,8 @@ void FilesQueue::onDirectoryChanged()
     }
     trace(QStringLiteral("> directoryChanged : Ajoutés = %1, Supprimés = %2, consommés = %3, "
                          "taille de la file = %4"),
-          QString::number(changes->appended.size()), QString::number(changes->deleted.size()),
-          QString::number(changes->consumedCount), QString::number(_entries.size()));
+          changes->appended.size(), changes->deleted.size(), changes->consumedCount,
+          _entries.size());
 }
 
 void FilesQueue::onConsumed(const QString& id, const QString& fileName)
@@ -309,6 +345,7 @@ void FilesQueue::onRequestForFiles(const QString& id)
 QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
 {
     QList<QString> names;
+    names.reserve(_entries.size());
     for (const FileEntry* const entry : _entries) {
         if (!entry->isConsumed(consumer))
             names.append(entry->fileName());
@@ -316,16 +353,11 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     return names;
 }
 
-void FilesQueue::appendEntry(FileEntry* entry, const ListedFileIdentity& identity)
-{
-    _positions.insert(entry->fileName(), static_cast<int>(_entries.size()));
-    _entries.append(entry);
-    _identities.push_back(identity);
-}
-
 void FilesQueue::appendFile(const QString& name, const ListedFileIdentity& identity)
 {
-    appendEntry(new FileEntry(name, static_cast<int>(_consumers.size())), identity);
+    auto* const file = new QueuedFile(name, static_cast<int>(_consumers.size()), size(), identity);
+    _entries.append(file);
+    _index->insert(file);
 }
 
 /// Nothing if the directory cannot be listed at the moment.

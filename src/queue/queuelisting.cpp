@@ -73,23 +73,57 @@ std::optional<Kind> kindOf(int directory, const dirent& entry)
     return S_ISREG(status.st_mode) ? std::optional(Kind::Regular) : std::nullopt;
 }
 
-/// The file, unless the directory hides it from the queue.
-std::optional<ListedFile> listedFile(int directory, const dirent& entry)
+/// The kind of an entry, unless the directory hides it from the queue.
+std::optional<Kind> visibleKind(int directory, const dirent& entry)
 {
     if (entry.d_name[0] == '.')
         return std::nullopt;
-    std::optional<Kind> kind = kindOf(directory, entry);
+    const std::optional<Kind> kind = kindOf(directory, entry);
     if (kind && faccessat(directory, entry.d_name, R_OK | W_OK, 0) != 0)
-        kind = kindWithoutAnswer();
-    if (!kind)
-        return std::nullopt;
+        return kindWithoutAnswer();
+    return kind;
+}
+
+/// Like readdir(), with errno 0 at the end of the directory.
+const dirent* nextEntry(DIR* stream)
+{
+    errno = 0;
+    return readdir(stream);
+}
+
+/// Appends the text of a name. False if it is not UTF-8.
+bool appendName(QString& names, const char* name)
+{
     // A byte order mark at the beginning is part of the name.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless |
                                                      QStringDecoder::Flag::ConvertInitialBom);
-    QString name = decoder(QByteArrayView(entry.d_name, qsizetype(std::strlen(entry.d_name))));
-    if (decoder.hasError())
-        return std::nullopt;
-    return ListedFile{std::move(name), entry.d_ino, *kind};
+    const QByteArrayView bytes(name, static_cast<qsizetype>(std::strlen(name)));
+    const qsizetype start = names.size();
+    names.resize(start + decoder.requiredSpace(bytes.size()));
+    const QChar* const end = decoder.appendToBuffer(names.data() + start, bytes);
+    names.truncate(decoder.hasError() ? start : end - names.constData());
+    return !decoder.hasError();
+}
+
+/// The first four letters as one number of the same order.
+quint64 rankOf(QStringView name)
+{
+    quint64 rank = 0;
+    for (qsizetype i = 0; i < 4; ++i)
+        rank = rank << 16 | (i < name.size() ? name[i].unicode() : 0U);
+    return rank;
+}
+
+/// The number of letters with which every name begins.
+qsizetype sharedLetters(const QueueListing& listing, const std::vector<ListedFile>& files)
+{
+    QStringView shared = files.empty() ? QStringView() : listing.nameOf(files.front());
+    for (const ListedFile& file : files) {
+        const QStringView name = listing.nameOf(file);
+        const auto end = std::mismatch(shared.begin(), shared.end(), name.begin(), name.end());
+        shared.truncate(end.first - shared.begin());
+    }
+    return shared.size();
 }
 
 /// The state of a directory whose reading began at `start`.
@@ -123,10 +157,28 @@ FileIdentity identityIn(const struct statx& status, quint64 device)
 
 } // namespace
 
-qsizetype QueueListing::count() const
+std::vector<ListedFile> QueueListing::sorted(const std::vector<ListedFile>& unsorted) const
 {
-    return std::count_if(files.begin(), files.end(),
-                         [](const ListedFile& file) { return file.kind != Kind::Unknown; });
+    // The letters behind those that all names share decide most comparisons as one number.
+    struct Ranked {
+        quint64 rank;
+        const ListedFile* file;
+    };
+    const qsizetype shared = sharedLetters(*this, unsorted);
+    std::vector<Ranked> order;
+    order.reserve(unsorted.size());
+    for (const ListedFile& file : unsorted)
+        order.push_back({rankOf(nameOf(file).sliced(shared)), &file});
+    std::sort(order.begin(), order.end(), [this](const Ranked& a, const Ranked& b) {
+        return a.rank == b.rank ? nameOf(*a.file) < nameOf(*b.file) : a.rank < b.rank;
+    });
+    std::vector<ListedFile> result;
+    result.reserve(order.size());
+    for (const Ranked& next : order) {
+        if (result.empty() || nameOf(result.back()) != nameOf(*next.file))
+            result.push_back(*next.file);
+    }
+    return result;
 }
 
 std::optional<DirectoryIdentity> directoryIdentity(const QString& path)
@@ -168,24 +220,17 @@ std::optional<QueueListing> OpenQueueDirectory::list() const
         return listing;
     timespec start{};
     clock_gettime(CLOCK_REALTIME, &start);
-    errno = 0;
-    while (const dirent* const entry = readdir(_stream.get())) {
-        if (auto file = listedFile(descriptor(), *entry))
-            listing.files.append(*std::move(file));
-        errno = 0;
+    while (const dirent* const entry = nextEntry(_stream.get())) {
+        const std::optional<Kind> kind = visibleKind(descriptor(), *entry);
+        const qsizetype end = listing.names.size();
+        if (kind && appendName(listing.names, entry->d_name))
+            listing.files.push_back({end, listing.names.size() - end, entry->d_ino, *kind});
     }
     if (errno != 0)
         return std::nullopt;
     // Asked for after the reading, so that it is not older than a file that came meanwhile. This
     // loses nothing: consumers report a file only after its listing.
     listing.directory = stateOf(descriptor(), start.tv_sec);
-    std::sort(listing.files.begin(), listing.files.end(),
-              [](const ListedFile& a, const ListedFile& b) { return a.name < b.name; });
-    // A name may be read twice if it is renamed while the directory is read.
-    listing.files.erase(
-        std::unique(listing.files.begin(), listing.files.end(),
-                    [](const ListedFile& a, const ListedFile& b) { return a.name == b.name; }),
-        listing.files.end());
     return listing;
 }
 
@@ -199,7 +244,7 @@ ListedFileIdentity OpenQueueDirectory::identify(const ListedFile& file,
 {
     if (listing.directory.isSettled)
         return {file.inode, listing.directory};
-    return {file.inode, listing.directory, identityOf(systemName(file.name))};
+    return {file.inode, listing.directory, identityOf(systemName(listing.nameOf(file)))};
 }
 
 std::optional<FileIdentity> OpenQueueDirectory::removeKnown(const QString& name,
@@ -232,8 +277,8 @@ std::optional<FileIdentity> OpenQueueDirectory::identityOf(const QByteArray& pat
 }
 
 /// The name, relative to the descriptor; the path if the directory may be entered but not read.
-QByteArray OpenQueueDirectory::systemName(const QString& name) const
+QByteArray OpenQueueDirectory::systemName(QStringView name) const
 {
-    const QByteArray encoded = QFile::encodeName(name);
+    const QByteArray encoded = name.toUtf8();
     return _stream ? encoded : _path + '/' + encoded;
 }

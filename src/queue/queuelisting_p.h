@@ -6,16 +6,17 @@
 #include "queue/fileidentity_p.h"
 
 #include <QByteArray>
-#include <QList>
 #include <QString>
+#include <QStringView>
 
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include <dirent.h>
 
-/// A name that a queue's directory shows.
+/// A file that a queue's directory shows.
 struct ListedFile {
     enum class Kind {
         Regular,
@@ -23,17 +24,27 @@ struct ListedFile {
         Unknown, ///< the system cannot tell at the moment
     };
 
-    QString name;
+    qsizetype nameStart = 0;
+    qsizetype nameSize = 0;
     quint64 inode = 0; ///< of a link: its own
     Kind kind = Kind::Regular;
 };
 
+/// What a directory shows. Most files of a re-scan are known: their names only serve to find them,
+/// and get no text of their own.
 struct QueueListing {
-    QList<ListedFile> files;
-    DirectoryState directory;
+    QStringView nameOf(const ListedFile& file) const
+    {
+        return QStringView(names).sliced(file.nameStart, file.nameSize);
+    }
 
-    /// The number of files without those of unknown kind.
-    qsizetype count() const;
+    /// In the order of their names, each once.
+    std::vector<ListedFile> sorted(const std::vector<ListedFile>& unsorted) const;
+
+    /// In no order. A name may be read twice if it is renamed while the directory is read.
+    std::vector<ListedFile> files;
+    QString names; ///< all of them, one after the other
+    DirectoryState directory;
 };
 
 /// Device and inode of a directory.
@@ -51,9 +62,9 @@ public:
 
     std::optional<DirectoryIdentity> identity() const;
 
-    /// The readable and writable files in the order of their names, as QDir lists them with
-    /// Files | Readable | Writable: links to files are listed; hidden names, names that are not
-    /// UTF-8, directories, and fifos and the like are not, except behind a link.
+    /// The readable and writable files, as QDir lists them with Files | Readable | Writable: links
+    /// to files are listed; hidden names, names that are not UTF-8, directories, and fifos and the
+    /// like are not, except behind a link.
     ///
     /// QDir takes three system calls and a file information object for each file, again with every
     /// re-scan; this takes one call. Nothing if the reading fails. To be called once.
@@ -75,7 +86,7 @@ private:
 
     int descriptor() const;
     std::optional<FileIdentity> identityOf(const QByteArray& path) const;
-    QByteArray systemName(const QString& name) const;
+    QByteArray systemName(QStringView name) const;
 
     QByteArray _path;
     std::unique_ptr<DIR, int (*)(DIR*)> _stream;

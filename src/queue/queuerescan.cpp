@@ -1,9 +1,14 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "queue/listednames_p.h"
+#include "queue/queueindex_p.h"
 #include "queue/queuerescan_p.h"
 
+#include <algorithm>
 #include <utility>
+
+using Kind = ListedFile::Kind;
 
 FilesQueue::Rescan::Rescan(FilesQueue& queue, const OpenQueueDirectory& directory,
                            const QueueListing& listing)
@@ -12,88 +17,104 @@ FilesQueue::Rescan::Rescan(FilesQueue& queue, const OpenQueueDirectory& director
 
 FilesQueue::Changes FilesQueue::Rescan::apply()
 {
-    _changes.listedCount = _listing.count();
     matchListing();
     deleteConsumed();
     dropEntries();
     appendFiles();
+    std::sort(_changes.refused.begin(), _changes.refused.end());
     return std::move(_changes);
 }
 
 void FilesQueue::Rescan::matchListing()
 {
     const bool hasConsumers = !_queue._consumers.isEmpty();
-    _findings.reserve(_queue._identities.size());
-    for (const FileEntry* const entry : std::as_const(_queue._entries))
-        _findings.push_back({false, hasConsumers && entry->allConsumed()});
-
-    _positions.reserve(static_cast<size_t>(_listing.files.size()));
-    for (const ListedFile& file : _listing.files) {
-        const int position = _queue.fileIndex(file.name);
-        _positions.push_back(position);
-        if (position < 0)
+    ListedNames names(_listing, &QueuedFile::hashOf);
+    _findings.reserve(static_cast<size_t>(_queue._entries.size()));
+    for (FileEntry* const entry : std::as_const(_queue._entries)) {
+        QueuedFile& file = *queuedFile(entry);
+        const ListedFile* const listed = names.take(file.name, file.hash);
+        const bool isConsumed = hasConsumers && file.allConsumed();
+        _findings.push_back({listed, isConsumed});
+        if (!listed)
             continue;
-        const auto index = static_cast<size_t>(position);
-        _findings[index].isListed = true;
-        if (_findings[index].isConsumed)
+        noteKind(*listed);
+        if (isConsumed)
             continue;
-        ListedFileIdentity& identity = _queue._identities[index];
-        if (identity.isReplacedBy(file.inode))
-            identity = _directory.identify(file, _listing);
+        if (file.identity.isReplacedBy(listed->inode))
+            file.identity = _directory.identify(*listed, _listing);
         else
-            identity.showAgain(file.inode, _listing.directory);
+            file.identity.showAgain(listed->inode, _listing.directory);
     }
+    _others = names.rest();
+}
+
+void FilesQueue::Rescan::noteKind(const ListedFile& file)
+{
+    _changes.listedCount += file.kind != Kind::Unknown;
+    if (file.kind == Kind::Refused)
+        _changes.refused.append(_listing.nameOf(file).toString());
 }
 
 void FilesQueue::Rescan::deleteConsumed()
 {
-    for (int position = 0; position < _queue._entries.size(); ++position) {
-        const auto index = static_cast<size_t>(position);
-        const FileEntry* const entry = _queue._entries.at(position);
-        if (!_findings[index].isListed)
+    auto finding = _findings.cbegin();
+    for (FileEntry* const entry : std::as_const(_queue._entries)) {
+        if (!finding->listed)
             _changes.deleted.append(entry->fileName());
-        if (!_findings[index].isConsumed)
-            continue;
-        ++_changes.consumedCount;
-        if (const auto successor =
-                _directory.removeKnown(entry->fileName(), _queue._identities[index]))
-            _successors.insert(position, *successor);
+        if (finding->isConsumed)
+            deleteConsumed(*queuedFile(entry), *finding);
+        ++finding;
     }
+}
+
+void FilesQueue::Rescan::deleteConsumed(const QueuedFile& file, const Finding& finding)
+{
+    ++_changes.consumedCount;
+    const auto successor = _directory.removeKnown(file.fileName(), file.identity);
+    if (successor && finding.listed && finding.listed->kind == Kind::Regular)
+        _successors.push_back(
+            {file.fileName(), {finding.listed->inode, _listing.directory, successor}});
 }
 
 void FilesQueue::Rescan::dropEntries()
 {
     if (_changes.deleted.isEmpty() && _changes.consumedCount == 0)
         return;
+    QList<FileEntry*> staying;
     QList<FileEntry*> leaving;
-    const QList<FileEntry*> entries = std::exchange(_queue._entries, {});
-    const std::vector<ListedFileIdentity> identities = std::exchange(_queue._identities, {});
-    _queue._positions.clear();
-    for (int position = 0; position < entries.size(); ++position) {
-        const auto index = static_cast<size_t>(position);
-        FileEntry* const entry = entries.at(position);
-        if (_findings[index].isListed && !_findings[index].isConsumed)
-            _queue.appendEntry(entry, identities[index]);
-        else
-            leaving.append(entry);
+    auto finding = _findings.cbegin();
+    for (FileEntry* const entry : std::as_const(_queue._entries)) {
+        (finding->listed && !finding->isConsumed ? staying : leaving).append(entry);
+        ++finding;
     }
-    qDeleteAll(leaving);
+    _queue._index->assign(staying);
+    for (FileEntry* const entry : std::as_const(leaving))
+        delete queuedFile(entry);
+    int position = 0;
+    for (FileEntry* const entry : std::as_const(staying))
+        queuedFile(entry)->position = position++;
+    _queue._entries = std::move(staying);
 }
 
 void FilesQueue::Rescan::appendFiles()
 {
-    auto position = _positions.cbegin();
-    for (const ListedFile& file : _listing.files) {
-        const int previous = *position++;
-        if (file.kind == ListedFile::Kind::Refused)
-            _changes.refused.append(file.name);
-        const bool isNew = previous < 0 || _successors.contains(previous);
-        if (!isNew || file.kind != ListedFile::Kind::Regular)
-            continue;
-        _queue.appendFile(file.name, previous < 0
-                                         ? _directory.identify(file, _listing)
-                                         : ListedFileIdentity(file.inode, _listing.directory,
-                                                              _successors.value(previous)));
-        _changes.appended.append(file.name);
+    std::sort(_successors.begin(), _successors.end(),
+              [](const Successor& a, const Successor& b) { return a.name < b.name; });
+    auto successor = _successors.cbegin();
+    for (const ListedFile& file : _listing.sorted(_others)) {
+        const QString name = _listing.nameOf(file).toString();
+        for (; successor != _successors.cend() && successor->name < name; ++successor)
+            appendFile(successor->name, successor->identity);
+        noteKind(file);
+        if (file.kind == Kind::Regular)
+            appendFile(name, _directory.identify(file, _listing));
     }
+    for (; successor != _successors.cend(); ++successor)
+        appendFile(successor->name, successor->identity);
+}
+
+void FilesQueue::Rescan::appendFile(const QString& name, const ListedFileIdentity& identity)
+{
+    _queue.appendFile(name, identity);
+    _changes.appended.append(name);
 }

@@ -6,7 +6,6 @@
 #include "kez/FilesQueue.h"
 #include "queue/queuelisting_p.h"
 
-#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -33,20 +32,29 @@ public:
 private:
     /// About an entry. The two do not depend on each other.
     struct Finding {
-        bool isListed = false;
+        const ListedFile* listed = nullptr; // null if the directory does not show the name
         bool isConsumed = false;
     };
 
+    /// Another file with the name of a consumed entry.
+    struct Successor {
+        QString name;
+        ListedFileIdentity identity;
+    };
+
     void matchListing();
+    void noteKind(const ListedFile& file);
     void deleteConsumed();
+    void deleteConsumed(const QueuedFile& file, const Finding& finding);
     void dropEntries();
     void appendFiles();
+    void appendFile(const QString& name, const ListedFileIdentity& identity);
 
     FilesQueue& _queue;
     const OpenQueueDirectory& _directory;
     const QueueListing& _listing;
-    std::vector<Finding> _findings;       // by position of the entry
-    std::vector<int> _positions;          // of the listed files' entries; -1: has none
-    QHash<int, FileIdentity> _successors; // other files with the names of consumed entries
+    std::vector<Finding> _findings;  // by position of the entry
+    std::vector<ListedFile> _others; // that have no entry
+    std::vector<Successor> _successors;
     Changes _changes;
 };

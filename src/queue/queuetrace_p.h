@@ -26,6 +26,15 @@ inline void reportLost(const QString& reason) noexcept
     }
 }
 
+inline const QString& shown(const QString& text)
+{
+    return text;
+}
+inline QString shown(qsizetype number)
+{
+    return QString::number(number);
+}
+
 /// Writes a trace at debug level; its text is composed only if the log's filter lets it pass. It
 /// does not throw, even if the application's formatter does: a queue's work does not depend on its
 /// traces.
@@ -35,7 +44,7 @@ void trace(const QString& text, const Arguments&... arguments) noexcept
     try {
         Log* const log = Log::getInstance();
         if (log->filter() <= LoggerLevel::debug)
-            log->debug(Failure::completed(text, arguments...));
+            log->debug(Failure::completed(text, shown(arguments)...));
     } catch (const Exception& e) {
         reportLost(e.detail());
     } catch (const std::exception& e) {
