@@ -5,6 +5,7 @@
 
 #include "kez_global.h"
 
+#include <QList>
 #include <QString>
 #include <QVarLengthArray>
 

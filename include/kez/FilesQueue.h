@@ -8,6 +8,7 @@
 #include "kez_global.h"
 
 #include <QDir>
+#include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QObject>
@@ -18,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 class ListedFileIdentity;
 class OpenQueueDirectory;

@@ -6,9 +6,11 @@
 #include "kez_global.h"
 #include "properties.h"
 
+#include <QList>
 #include <QString>
 #include <QXmlStreamAttributes>
 
+#include <atomic>
 #include <memory>
 #include <utility>
 #include <variant>
@@ -20,7 +22,7 @@ class XmlTreeBuilder;
 
 /// One element of an XML tree: a name, attributes, a text, child elements and its parent.
 ///
-/// *Threads*: one thread at a time for the whole tree.
+/// *Threads*: one thread at a time for the whole tree, also for what only reads.
 /// *Owns*: shares its attributes, its children **and its parent**. A tree that was built by hand
 /// with parents therefore stays in memory until clearChildren() is called on its root, while no
 /// other pointer to its elements is left. A local variable is such a pointer:
@@ -120,6 +122,8 @@ private:
     KEZ_HIDDEN static std::shared_ptr<XmlElement>
     handedOut(const std::shared_ptr<XmlElement>& element);
     KEZ_HIDDEN void linkTo(std::shared_ptr<XmlElement> parent);
+    KEZ_HIDDEN static void uncountLink(const std::shared_ptr<XmlElement>& parent);
+    KEZ_HIDDEN void setSelf(const std::shared_ptr<XmlElement>& self);
     KEZ_HIDDEN static bool isHeldElsewhere(const std::shared_ptr<XmlElement>& element);
     KEZ_HIDDEN static void letGo(Children elements);
     KEZ_HIDDEN static void release(Links links);
@@ -143,8 +147,9 @@ private:
     std::weak_ptr<XmlElement> _self;
 
     /// How many parent links to the element share the owner of `_self`, so that clearChildren() can
-    /// tell them from other holders; and whether the link to the parent is counted there.
-    int _linkCount = 0;
+    /// tell them from other holders; and whether the link to the parent is counted there. Elements
+    /// that were taken out of a tree may be released in several threads.
+    std::atomic<int> _linkCount = 0;
     bool _isCounted = false;
 
     /// Whether the read tree keeps the element until the tree is freed, even without a parent.

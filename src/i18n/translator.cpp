@@ -23,7 +23,7 @@ bool isBundleKey(QStringView key, QStringView module, QStringView lang)
 {
     const qsizetype dot = module.size();
     return key.size() == dot + 1 + lang.size() && key[dot] == QLatin1Char('.') &&
-           isSame(key.first(dot), module) && isSame(key.sliced(dot + 1), lang);
+           Hashing::isSame(key.first(dot), module) && Hashing::isSame(key.sliced(dot + 1), lang);
 }
 
 } // namespace
@@ -89,7 +89,7 @@ QString Translator::string(const QString& key) const
 {
     const TextKey wanted(key);
     for (const auto& bundle : _bundles) {
-        if (!isSame(bundle->_lang, _defaultLang))
+        if (!Hashing::isSame(bundle->_lang, _defaultLang))
             continue;
         if (const QString* const text = bundle->find(wanted))
             return *text;

@@ -2,12 +2,10 @@
 // SPDX-License-Identifier: MIT
 
 #include "kez/defaultuidverifier.h"
+#include "frame/hashing_p.h"
 
 #include <QByteArrayView>
 #include <QSet>
-#include <QtEndian>
-
-#include <algorithm>
 
 namespace {
 
@@ -18,17 +16,9 @@ struct UidBytes {
     friend bool operator==(UidBytes left, UidBytes right) { return left.bytes == right.bytes; }
 };
 
-/// Word by word. Qt's hash of a short byte array uses the widest registers: on some processors this
-/// makes it, and what follows it, several times slower. The seed is the random one of the set, so
-/// nobody can choose identifiers that collide.
-size_t qHash(UidBytes uid, size_t seed) noexcept
+size_t qHash(UidBytes uid) noexcept
 {
-    QByteArrayView rest = uid.bytes;
-    for (; rest.size() >= qsizetype{sizeof(quint64)}; rest = rest.sliced(sizeof(quint64)))
-        seed = ::qHash(qFromUnaligned<quint64>(rest.data()), seed);
-    quint64 last = 0;
-    std::copy(rest.begin(), rest.end(), reinterpret_cast<char*>(&last));
-    return rest.isEmpty() ? seed : ::qHash(last, seed);
+    return Hashing::hashOf(uid.bytes);
 }
 
 } // namespace

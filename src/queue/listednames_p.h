@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "frame/hashing_p.h"
 #include "queue/queuelisting_p.h"
 
 #include <QStringView>
@@ -22,7 +23,7 @@ public:
     ListedNames(const QueueListing& listing, Hash hashOf)
         : _listing(listing),
           _isTaken(listing.files.size()),
-          _places(placesFor(listing.files.size()))
+          _places(Hashing::placesFor(listing.files.size()))
     {
         for (size_t i = 0; i < listing.files.size(); ++i)
             insert(hashOf(listing.nameOf(listing.files[i])), static_cast<quint32>(i));
@@ -57,25 +58,14 @@ private:
         quint32 file = None;
     };
 
-    /// A power of two, with places that stay free so that every search ends soon.
-    static size_t placesFor(size_t files)
-    {
-        size_t places = 16;
-        while (places / 4 * 3 < files)
-            places *= 2;
-        return places;
-    }
-
     /// Where the name is, or the free place where it would be.
     size_t placeOf(QStringView name, size_t hash) const
     {
         const auto part = static_cast<quint32>(hash);
-        for (size_t i = hash;; ++i) {
-            const Place& place = _places[i & (_places.size() - 1)];
-            if (place.file == None ||
-                (place.hash == part && _listing.nameOf(_listing.files[place.file]) == name))
-                return i & (_places.size() - 1);
-        }
+        return Hashing::search(_places, hash, [&](const Place& place) {
+            return place.file == None ||
+                   (place.hash == part && _listing.nameOf(_listing.files[place.file]) == name);
+        });
     }
 
     void insert(size_t hash, quint32 file)

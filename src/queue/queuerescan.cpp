@@ -28,7 +28,7 @@ FilesQueue::Changes FilesQueue::Rescan::apply()
 void FilesQueue::Rescan::matchListing()
 {
     const bool hasConsumers = !_queue._consumers.isEmpty();
-    ListedNames names(_listing, &QueuedFile::hashOf);
+    ListedNames names(_listing, [](QStringView name) { return Hashing::hashOf(name); });
     _findings.reserve(static_cast<size_t>(_queue._entries.size()));
     for (FileEntry* const entry : std::as_const(_queue._entries)) {
         QueuedFile& file = *queuedFile(entry);

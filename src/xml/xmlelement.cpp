@@ -21,7 +21,7 @@ struct XmlElement::Links {
     {
         children.clear(); // `parent` is a counted link until they are gone
         if (parent && isCounted)
-            --parent->_linkCount;
+            uncountLink(parent);
     }
 
     std::shared_ptr<XmlElement> parent;
@@ -47,13 +47,13 @@ XmlElement::XmlElement(const QString& name, std::shared_ptr<XmlElement> parent) 
 
 XmlElement::~XmlElement()
 {
-    // The usual case in a tree that is freed: other elements are linked to the parent, and there are
-    // no children.
+    // The usual case in a tree that is freed: other elements are linked to the parent, and there
+    // are no children.
     const bool isLastLink = _isCounted ? _parent->_linkCount == 1 : _parent.use_count() == 1;
     if (isLastLink || !_children.empty())
         release({std::move(_parent), _isCounted, std::move(_children)});
     else if (_isCounted)
-        --_parent->_linkCount;
+        uncountLink(_parent);
 }
 
 QString XmlElement::name() const
@@ -194,8 +194,11 @@ void XmlElement::addChild(std::shared_ptr<XmlElement> child)
 
 void XmlElement::clearChildren()
 {
+    const std::shared_ptr<XmlTree> tree = _tree.lock();
+    if (tree)
+        tree->makeRoomFor(_children.size());
     Children removed = std::exchange(_children, {});
-    if (const std::shared_ptr<XmlTree> tree = _tree.lock())
+    if (tree)
         tree->keep(std::move(removed));
     else
         letGo(std::move(removed));
@@ -207,10 +210,11 @@ std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
     if (!child)
         return child;
     const auto place = _children.begin() + index;
-    std::shared_ptr<XmlElement> removed = std::move(*place);
+    if (const std::shared_ptr<XmlTree> tree = _tree.lock()) {
+        tree->makeRoomFor(1);
+        tree->keep({*place});
+    }
     _children.erase(place);
-    if (const std::shared_ptr<XmlTree> tree = _tree.lock())
-        tree->keep({std::move(removed)});
     return child;
 }
 
@@ -226,22 +230,38 @@ std::shared_ptr<XmlElement> XmlElement::handedOut(const std::shared_ptr<XmlEleme
 void XmlElement::linkTo(std::shared_ptr<XmlElement> parent)
 {
     _parent = std::move(parent);
-    if (_parent.use_count() == 0)
+    if (!_parent || _parent.use_count() == 0)
         return;
     if (haveSameOwner(_parent, _parent->_tree))
         return;
     if (_parent->_linkCount == 0 && _parent->_tree.expired())
-        _parent->_self = _parent;
+        _parent->setSelf(_parent);
     _isCounted = haveSameOwner(_parent, _parent->_self);
     if (_isCounted)
         ++_parent->_linkCount;
+}
+
+/// To be called before a counted link goes.
+void XmlElement::uncountLink(const std::shared_ptr<XmlElement>& parent)
+{
+    if (!haveSameOwner(parent, parent->_self)) // links of another owner are counted since
+        return;
+    if (--parent->_linkCount == 0 && parent->_tree.expired())
+        parent->_self.reset(); // it keeps the owner's deleter, which may hold the element
+}
+
+void XmlElement::setSelf(const std::shared_ptr<XmlElement>& self)
+{
+    if (!haveSameOwner(self, _self))
+        _linkCount = 0;
+    _self = self;
 }
 
 /// Whether anything except `element` and parent links holds the element.
 bool XmlElement::isHeldElsewhere(const std::shared_ptr<XmlElement>& element)
 {
     const bool areCounted = haveSameOwner(element, element->_self);
-    return element.use_count() > 1 + (areCounted ? element->_linkCount : 0);
+    return element.use_count() > 1 + (areCounted ? element->_linkCount.load() : 0);
 }
 
 /// Releases the elements, and the children of those that nobody else holds. If an element is in the

@@ -41,6 +41,8 @@ public:
     QString take()
     {
         _text.truncate(_end - _begin);
+        if (_text.capacity() > 2 * _text.size())
+            _text.squeeze();
         return std::move(_text);
     }
 

@@ -46,7 +46,7 @@ void XmlTree::adopt(const std::shared_ptr<XmlTree>& tree,
         const std::shared_ptr<XmlElement> next = std::move(pending.back());
         pending.pop_back();
         next->_tree = tree;
-        next->_self = next;
+        next->setSelf(next);
         next->_isKept = false;
         if (haveSameOwner(next->_parent, tree))
             next->linkTo(direct(next->_parent));
@@ -62,6 +62,12 @@ void XmlTree::adopt(const std::shared_ptr<XmlTree>& tree,
 std::shared_ptr<XmlElement> XmlTree::direct(const std::shared_ptr<XmlElement>& element)
 {
     return element->_tree.expired() ? element : element->_self.lock();
+}
+
+void XmlTree::makeRoomFor(size_t count)
+{
+    if (count > _tops.capacity() - _tops.size())
+        _tops.reserve(std::max(_tops.size() + count, 2 * _tops.size()));
 }
 
 void XmlTree::keep(Elements removed)

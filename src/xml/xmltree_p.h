@@ -52,6 +52,9 @@ public:
     /// The pointer that the links inside the element's tree use; `element` itself if it is in none.
     static std::shared_ptr<XmlElement> direct(const std::shared_ptr<XmlElement>& element);
 
+    /// After this, keep() does not fail for that many elements.
+    void makeRoomFor(size_t count);
+
     /// Keeps what was taken out of an element of the tree: a pointer that was handed out owns the
     /// tree and not the element that it points to. Elements of other trees are released.
     void keep(Elements removed);

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "frame/hashing_p.h"
 #include "xml/prologue_p.h"
 #include "xml/xmltreebuilder_p.h"
 
@@ -53,7 +54,7 @@ void XmlTreeBuilder::start(const QXmlStreamReader& reader)
         _root = element.get();
     }
     element->_tree = _tree;
-    element->_self = element;
+    element->setSelf(element);
     if (_current)
         _current->_children.push_back(element);
     else
@@ -75,10 +76,7 @@ void XmlTreeBuilder::setAttributes(const QXmlStreamReader& reader)
 
 const QString& XmlTreeBuilder::name(QStringView read)
 {
-    size_t hash = 0; // qHash() takes longer for a few characters
-    for (const QChar c : read)
-        hash = hash * 31 + c.unicode();
-    QString& known = _names[hash % _names.size()];
+    QString& known = _names[Hashing::hashOf(read) % _names.size()];
     if (known.isNull() || known != read)
         known = read.toString();
     return known;

@@ -76,7 +76,6 @@ std::function<void()> lookUp(int times, const std::function<QString(const Transl
 
 const QString Key = QStringLiteral("PropertyNotFound");
 const QString Module = QStringLiteral("kez");
-const QString French = QStringLiteral("fr_FR");
 
 std::function<void()> failures(int times)
 {
@@ -233,7 +232,8 @@ const std::map<QString, Prepare> Operations{
      }},
     {"a text by key, module and language",
      [](int times) {
-         return lookUp(times, [](const Translator& t) { return t.string(Key, Module, French); });
+         const QString lang = Translator::getInstance()->defaultLang();
+         return lookUp(times, [lang](const Translator& t) { return t.string(Key, Module, lang); });
      }},
     {"a failure, thrown and caught", failures},
     {"a line read by `Properties`",

@@ -40,6 +40,11 @@ public:
     QList<FileEntry*> list;
 };
 
+size_t hashOf(QStringView name)
+{
+    return Hashing::hashOf(name);
+}
+
 /// Names that differ in their letters, their lengths and nothing else that counts.
 QString randomName(QRandomGenerator& random)
 {
@@ -183,7 +188,7 @@ void QueueIndexTest::entryKnowsItsOwnName()
     for (int i = 0; i < 100; ++i) {
         QCOMPARE(files[size_t(i)]->name.toString(), QString::number(i));
         QCOMPARE(files[size_t(i)]->fileName(), QString::number(i));
-        QCOMPARE(files[size_t(i)]->hash, QueuedFile::hashOf(QString::number(i)));
+        QCOMPARE(files[size_t(i)]->hash, hashOf(QString::number(i)));
     }
 }
 
@@ -212,7 +217,7 @@ void QueueIndexTest::namesSpreadOverTheTable()
         QSet<size_t> low;
         QSet<size_t> all;
         for (int i = 0; i < Count; ++i) {
-            const size_t hash = QueuedFile::hashOf(pattern.arg(i, 6, 10, QLatin1Char('0')));
+            const size_t hash = hashOf(pattern.arg(i, 6, 10, QLatin1Char('0')));
             low.insert(hash % (16 * Count));
             all.insert(hash);
         }
@@ -264,8 +269,8 @@ void QueueIndexTest::randomListingsAreSortedAsQtSorts()
 void QueueIndexTest::emptyListingHasNoNames()
 {
     const QueueListing listing;
-    ListedNames names(listing, &QueuedFile::hashOf);
-    QVERIFY(!names.take(u"a", QueuedFile::hashOf(u"a")));
+    ListedNames names(listing, &hashOf);
+    QVERIFY(!names.take(u"a", hashOf(u"a")));
     QVERIFY(names.rest().empty());
 }
 
@@ -279,14 +284,14 @@ void QueueIndexTest::namesAreTakenOnce_data()
 void QueueIndexTest::namesAreTakenOnce()
 {
     QFETCH(bool, isOneHash);
-    size_t (*const hashOf)(QStringView) = isOneHash ? &sameHash : &QueuedFile::hashOf;
+    size_t (*const hash)(QStringView) = isOneHash ? &sameHash : &hashOf;
     const QueueListing listing = listingOf({"a", "b", "a", "d", "b", "a", "e"});
-    ListedNames names(listing, hashOf);
-    const ListedFile* const a = names.take(u"a", hashOf(u"a"));
+    ListedNames names(listing, hash);
+    const ListedFile* const a = names.take(u"a", hash(u"a"));
     QCOMPARE(a, &listing.files.front());
-    QVERIFY(!names.take(u"a", hashOf(u"a")));
-    QVERIFY(!names.take(u"c", hashOf(u"c")));
-    QVERIFY(names.take(u"e", hashOf(u"e")));
+    QVERIFY(!names.take(u"a", hash(u"a")));
+    QVERIFY(!names.take(u"c", hash(u"c")));
+    QVERIFY(names.take(u"e", hash(u"e")));
     QCOMPARE(namesOf(listing, names.rest()), QStringList({"b", "d"}));
 }
 
@@ -299,7 +304,7 @@ void QueueIndexTest::randomNamesAreTakenAsFromAMap()
         for (int i = 0; i < count; ++i)
             listed.append(randomName(random));
         const QueueListing listing = listingOf(listed);
-        ListedNames names(listing, &QueuedFile::hashOf);
+        ListedNames names(listing, &hashOf);
         QMap<QString, quint64> expected;
         for (const ListedFile& file : listing.files) {
             const QString name = listing.nameOf(file).toString();
@@ -308,7 +313,7 @@ void QueueIndexTest::randomNamesAreTakenAsFromAMap()
         }
         for (int i = 0; i < 100; ++i) {
             const QString name = randomName(random);
-            const ListedFile* const file = names.take(name, QueuedFile::hashOf(name));
+            const ListedFile* const file = names.take(name, hashOf(name));
             QCOMPARE(file ? file->inode : 0, expected.take(name));
         }
         QStringList rest = namesOf(listing, names.rest());
