@@ -70,6 +70,13 @@ public:
             deliver(name);
     }
 
+    /// Afterwards the directory is the same, but has just changed.
+    void change() const
+    {
+        deliver(QStringLiteral("change"));
+        ::unlink(pathOf(QStringLiteral("change")).constData());
+    }
+
 private:
     QTemporaryDir _directory;
 };
@@ -86,6 +93,16 @@ const Directory& settledDirectory(qint64 count)
         std::this_thread::sleep_for(std::chrono::seconds(5));
     }
     return *directory;
+}
+
+const Directory& changingDirectory(qint64 count)
+{
+    static std::map<qint64, Directory> directories;
+    const bool isNew = !directories.contains(count);
+    const Directory& directory = directories[count];
+    if (isNew)
+        directory.deliverAll(numberedNames(count));
+    return directory;
 }
 
 // The system calls of a queue, and nothing else.
@@ -107,6 +124,18 @@ void forEachFile(const Stream& stream, Action action)
             ::faccessat(descriptor, entry->d_name, R_OK | W_OK, 0) == 0)
             action(descriptor, static_cast<const char*>(entry->d_name));
     }
+}
+
+bool askForBirth(int directory, const char* name)
+{
+    struct statx status {};
+    return ::statx(directory, name, AT_SYMLINK_NOFOLLOW, STATX_TYPE | STATX_INO | STATX_BTIME,
+                   &status) == 0;
+}
+
+std::unique_ptr<FilesQueue> builtQueue(const QString& path)
+{
+    return std::make_unique<FilesQueue>(path, QList<ConsumerEntry>{{"1", nullptr}}, true, 0);
 }
 
 void countItems(State& state)
@@ -171,11 +200,8 @@ void queueBuilt(State& state)
 {
     const QString path = settledDirectory(state.range(0)).path();
     for (auto _ : state) {
-        std::unique_ptr<FilesQueue> queue;
-        timeAlone(state, [&] {
-            queue =
-                std::make_unique<FilesQueue>(path, QList<ConsumerEntry>{{"1", nullptr}}, true, 0);
-        });
+        std::unique_ptr<FilesQueue> queue; // its end does not count
+        timeAlone(state, [&] { queue = builtQueue(path); });
     }
     countItems(state);
 }
@@ -190,6 +216,36 @@ void queueBuiltAlone(State& state)
 
 BENCHMARK(queueBuilt)->Name("QueueBuilt/kez")->Arg(100000)->UseManualTime();
 BENCHMARK(queueBuiltAlone)->Name("QueueBuilt/limit_system_calls")->Arg(100000)->UseManualTime();
+
+// The same in a directory that has changed a moment ago. The queue then asks when each file was
+// born.
+
+void queueBuiltAmidChanges(State& state)
+{
+    const Directory& directory = changingDirectory(state.range(0));
+    for (auto _ : state) {
+        directory.change();
+        std::unique_ptr<FilesQueue> queue;
+        timeAlone(state, [&] { queue = builtQueue(directory.path()); });
+    }
+    countItems(state);
+}
+
+void queueBuiltAmidChangesAlone(State& state)
+{
+    const Directory& directory = changingDirectory(state.range(0));
+    for (auto _ : state) {
+        directory.change();
+        timeAlone(state, [&] { forEachFile(openStream(directory.path()), askForBirth); });
+    }
+    countItems(state);
+}
+
+BENCHMARK(queueBuiltAmidChanges)->Name("QueueBuiltAmidChanges/kez")->Arg(100000)->UseManualTime();
+BENCHMARK(queueBuiltAmidChangesAlone)
+    ->Name("QueueBuiltAmidChanges/limit_system_calls")
+    ->Arg(100000)
+    ->UseManualTime();
 
 // A re-scan that deletes every file.
 
@@ -214,9 +270,7 @@ void deleteAlone(const QString& path, const std::vector<std::string>& names)
     const Stream stream = openStream(path);
     forEachFile(stream, [](int, const char*) {});
     for (const std::string& name : names) {
-        struct statx status {};
-        if (::statx(::dirfd(stream.get()), name.c_str(), AT_SYMLINK_NOFOLLOW,
-                    STATX_TYPE | STATX_INO | STATX_BTIME, &status) == 0)
+        if (askForBirth(::dirfd(stream.get()), name.c_str()))
             ::unlinkat(::dirfd(stream.get()), name.c_str(), 0);
     }
 }

@@ -40,6 +40,7 @@ public:
     void disableUptakeFlag(int index);
 
 private:
+    friend struct QueuedFile;
     KEZ_HIDDEN bool isFlag(int index) const;
 
     QString _fileName;

@@ -347,8 +347,9 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
     QList<QString> names;
     names.reserve(_entries.size());
     for (const FileEntry* const entry : _entries) {
-        if (!entry->isConsumed(consumer))
-            names.append(entry->fileName());
+        const QueuedFile& file = *queuedFile(entry);
+        if (!file.isConsumedBy(consumer))
+            names.append(file.text());
     }
     return names;
 }

@@ -19,6 +19,10 @@ struct QueuedFile : FileEntry {
           identity(file)
     {}
 
+    // As the base class's functions, for loops over all entries: inline, for an index in range.
+    bool isConsumedBy(int consumer) const { return _uptakeFlags[consumer]; }
+    const QString& text() const { return _fileName; }
+
     const QStringView name; ///< the entry's own text, without a copy
     const size_t hash;      ///< of the name
     int position;           ///< in the queue
@@ -29,4 +33,8 @@ struct QueuedFile : FileEntry {
 inline QueuedFile* queuedFile(FileEntry* entry)
 {
     return static_cast<QueuedFile*>(entry);
+}
+inline const QueuedFile* queuedFile(const FileEntry* entry)
+{
+    return static_cast<const QueuedFile*>(entry);
 }
