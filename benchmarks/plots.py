@@ -19,6 +19,7 @@ END = "<!-- end of what ./bench --plot writes -->\n"
 TEXT = "#7a828c"
 OWN = "#2f81f7"
 LIMIT = "#9aa3ad"
+BAR_OF_PEER = "#c7903a"
 PEERS = ["#d29922", "#a371f7", "#3fb950", "#db61a2", "#e5534b"]
 
 pyplot.rcParams.update({
@@ -57,12 +58,11 @@ def shown_name(contender):
     return contender.replace("_", " ")
 
 
-def colours_for(contenders):
-    peers = iter(PEERS * 3)
-    return {
-        name: OWN if name == "kez" else LIMIT if name.startswith("limit") else next(peers)
-        for name in contenders
-    }
+def colours_for(contenders, peers):
+    """{contender: colour}; `peers` are the colours that the other libraries share out."""
+    others = [name for name in contenders if name != "kez" and not name.startswith("limit")]
+    colours = {name: peers[i % len(peers)] for i, name in enumerate(others)}
+    return {name: OWN if name == "kez" else colours.get(name, LIMIT) for name in contenders}
 
 
 def save(figure, directory, name):
@@ -77,7 +77,7 @@ def draw_bars(measurements, case, title, directory, name):
     if not times:
         return None
     order = sorted(times, key=times.get, reverse=True)
-    colours = colours_for(contenders)
+    colours = colours_for(contenders, [BAR_OF_PEER])
     figure, axes = pyplot.subplots(figsize=(7, 0.42 * len(order) + 0.9))
     bars = axes.barh([shown_name(name) for name in order], [times[name] for name in order],
                      color=[colours[name] for name in order], height=0.62)
@@ -90,14 +90,25 @@ def draw_bars(measurements, case, title, directory, name):
     return name
 
 
+def decades(sizes):
+    """Of the sizes, those that are at least five times the one before: their texts have room."""
+    shown = []
+    for size in sorted(sizes):
+        if not shown or size >= 5 * shown[-1]:
+            shown.append(size)
+    return shown
+
+
 def draw_growth(axes, measurements, case, title):
     contenders = contenders_of(case, measurements)
-    colours = colours_for(contenders)
+    colours = colours_for(contenders, PEERS)
+    sizes = set()
     for contender, found in contenders.items():
         points = [(int(size), measurement.time / 1000) for size, measurement in found
                   if size.isdigit()]
         if not points:
             continue
+        sizes.update(size for size, _ in points)
         axes.plot(*zip(*sorted(points)), marker="o", markersize=4, linewidth=1.8,
                   color=colours[contender], label=shown_name(contender),
                   linestyle="--" if contender.startswith("limit") else "-")
@@ -105,13 +116,14 @@ def draw_growth(axes, measurements, case, title):
     axes.set_ylim(bottom=0)
     axes.set_title(title)
     axes.grid(True, axis="y")
+    axes.xaxis.set_minor_locator(ticker.NullLocator())
+    axes.set_xticks(decades(sizes))
     axes.xaxis.set_major_formatter(ticker.FuncFormatter(lambda size, _: f"{size:,.0f}"))
-    axes.xaxis.set_minor_formatter(ticker.NullFormatter())
     if axes.get_legend_handles_labels()[0]:
         axes.legend(fontsize=9)
 
 
-def draw_growths(measurements, cases, label, directory, name):
+def draw_growths(measurements, cases, label, item, directory, name):
     shown = [(case, title) for case, title in cases if contenders_of(case, measurements)]
     if not shown:
         return None
@@ -119,7 +131,7 @@ def draw_growths(measurements, cases, label, directory, name):
     for place, (case, title) in zip(axes[0], shown):
         draw_growth(place, measurements, case, title)
         place.set_xlabel(label)
-    axes[0][0].set_ylabel("microseconds an item")
+    axes[0][0].set_ylabel(f"microseconds {item}")
     figure.tight_layout(w_pad=3)
     save(figure, directory, name)
     return name
@@ -134,9 +146,9 @@ def write(measurements, table, circumstances, directory):
     draw_growths(measurements,
                  [("RescanKnown", "Re-scan of known files"),
                   ("Arrivals", "Arrivals: made, handled by two consumers, deleted")],
-                 "files", directory, "queue")
+                 "files", "a file", directory, "queue")
     draw_growths(measurements, [("XmlRead", "XML read into a tree"), ("XmlWrite", "XML written")],
-                 "elements", directory, "xml")
+                 "characters of the document", "an element", directory, "xml")
     page = directory.with_suffix(".md")
     before, rest = page.read_text().split(BEGIN)
     after = rest.split(END)[1]
