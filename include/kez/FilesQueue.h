@@ -8,7 +8,7 @@
 #include "kez_global.h"
 
 #include <QDir>
-#include <QHash>
+#include <QHash> // not used here any more, but programs may rely on it; so with <vector>
 #include <QList>
 #include <QMutex>
 #include <QObject>
@@ -50,9 +50,11 @@ class RescanPace;
 ///
 /// The queue is built in one thread, moved to another thread, and started there through
 /// onProcess(). A re-scan costs time linear in the number of files. The first change after a quiet
-/// moment is scanned at once. While changes keep coming, the next re-scan waits until three times
-/// the duration of the last one has passed (a minute at most), and covers all of them. The timer
-/// and calls of onDirectoryChanged() do not wait.
+/// moment is scanned at once. A change that comes soon after a re-scan waits until three times the
+/// duration of that re-scan has passed (a minute at most; the slots of queueUpdated() do not
+/// count), and the next re-scan covers all the changes until then. The timer and calls of
+/// onDirectoryChanged() do not wait. A change that waits when the queue's thread ends is left to
+/// the next change or tick, as are those that come later.
 ///
 /// Consumers belong in the queue's thread, for two reasons. Every answer to a request reaches every
 /// consumer, and a consumer knows its own only because the answer comes during its request. If a
@@ -184,7 +186,6 @@ private:
 
     KEZ_HIDDEN QList<QString> filesNotConsumedBy(int consumer) const;
     KEZ_HIDDEN void appendFile(const QString& name, const ListedFileIdentity& identity);
-    KEZ_HIDDEN bool isCalledByWatch() const;
     KEZ_HIDDEN void rescanAndAnnounce();
     KEZ_HIDDEN std::optional<Changes> rescan();
     KEZ_HIDDEN std::optional<OpenQueueDirectory> openWatchedDirectory();
@@ -216,5 +217,5 @@ private:
     bool _isWatching = false;
 
     RescanPace* _pace = nullptr;  // of the watch's re-scans; null before onProcess()
-    bool _isServingWatch = false; // during a re-scan that the watch started
+    bool _isWatchCalling = false; // for the next call of onDirectoryChanged()
 };

@@ -8,7 +8,7 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QSet>
+#include <QSet> // not used here any more, but programs may rely on it
 
 #include <memory>
 

@@ -76,5 +76,5 @@ private:
     QString _module;
     QString _lang;
     Dictionnary _texts;                      // shares its data with no other
-    std::unique_ptr<const TextIndex> _index; // of _texts; none if nothing was loaded
+    std::unique_ptr<const TextIndex> _index; // of _texts; may be none if it is empty
 };

@@ -6,7 +6,7 @@
 #include "kez_global.h"
 #include "properties.h"
 
-#include <QList>
+#include <QList> // not used here any more, but programs may rely on it
 #include <QString>
 #include <QXmlStreamAttributes>
 

@@ -25,13 +25,17 @@ inline quint64 folded(quint64 left, quint64 right)
     const Product product = static_cast<Product>(left) * right;
     return static_cast<quint64>(product) ^ static_cast<quint64>(product >> 64);
 #else
-    const quint64 product = left * right;
-    return product ^ product >> 32;
+    constexpr quint64 Low = 0xffffffff;
+    const quint64 low = (left & Low) * (right & Low);
+    const quint64 middle = (left >> 32) * (right & Low) + (low >> 32);
+    const quint64 crossed = (left & Low) * (right >> 32) + (middle & Low);
+    const quint64 high = (left >> 32) * (right >> 32) + (middle >> 32) + (crossed >> 32);
+    return high ^ (crossed << 32 | (low & Low));
 #endif
 }
 
-/// Another number in every process: whoever chooses keys does not know which have the same hash.
-/// It stays even if the application sets the seed of Qt's hashes.
+/// Another number in every process, unless QT_HASH_SEED is set: whoever chooses keys does not know
+/// which have the same hash. It stays if the application sets the seed of Qt's hashes.
 inline quint64 processSecret()
 {
     static const quint64 secret = 0x9e3779b97f4a7c15 ^ QHashSeed::globalSeed();

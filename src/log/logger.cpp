@@ -140,7 +140,8 @@ void Logger::writeTrace(LoggerLevel::LogLevel level, const QString& msg)
         showDegraded(formatter(), level, msg);
         return;
     }
-    if (isReady && _spRing->takes(ready.size(), _maxSize)) {
+    // The tee may have been enabled while the line waited.
+    if (isReady && !isTeeEnabled() && _spRing->takes(ready.size(), _maxSize)) {
         ready.setTime();
         if (!_spRing->append(ready.bytes()))
             showLostLine(lock, level, ready.text());

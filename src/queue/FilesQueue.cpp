@@ -13,7 +13,6 @@
 
 #include <QFileSystemWatcher>
 #include <QHash>
-#include <QScopedValueRollback>
 #include <QThread>
 #include <QTimer>
 
@@ -244,6 +243,9 @@ void FilesQueue::onProcess()
     watch(directoryIdentity(_directory));
     if (!_pace)
         _pace = new RescanPace(this, [this] { rescanAndAnnounce(); });
+    // In this order: the first slot tells the calls of the watch from all others.
+    connect(_watcher, &QFileSystemWatcher::directoryChanged, this,
+            [this] { _isWatchCalling = true; });
     connect(_watcher, &QFileSystemWatcher::directoryChanged, this, &FilesQueue::onDirectoryChanged);
     // Only the timers' own thread can stop them, and another thread may destroy the queue.
     connect(thread(), &QThread::finished, this, [this, started = thread()] {
@@ -264,19 +266,9 @@ void FilesQueue::onQuit()
 
 void FilesQueue::onDirectoryChanged()
 {
-    const bool isFromWatch = isCalledByWatch();
-    if (isFromWatch && _pace->holdBack(RescanPace::Clock::now()))
-        return;
-    const QScopedValueRollback<bool> serving(_isServingWatch, _isServingWatch || isFromWatch);
-    rescanAndAnnounce();
-}
-
-/// Not if a slot of another object calls during a re-scan that the watch has started: sender() is
-/// still the watch then.
-bool FilesQueue::isCalledByWatch() const
-{
-    const QObject* const caller = _isServingWatch ? nullptr : sender();
-    return caller && caller->parent() == this && qobject_cast<const QFileSystemWatcher*>(caller);
+    const bool isFromWatch = std::exchange(_isWatchCalling, false);
+    if (!isFromWatch || !_pace->holdBack(RescanPace::Clock::now()))
+        rescanAndAnnounce();
 }
 
 void FilesQueue::rescanAndAnnounce()
@@ -351,6 +343,8 @@ QList<QString> FilesQueue::filesNotConsumedBy(int consumer) const
         if (!file.isConsumedBy(consumer))
             names.append(file.text());
     }
+    if (names.size() < _entries.size() / 2)
+        names.squeeze();
     return names;
 }
 

@@ -13,19 +13,22 @@
 struct QueuedFile : FileEntry {
     QueuedFile(const QString& fileName, int consumers, int place, const ListedFileIdentity& file)
         : FileEntry(fileName, consumers),
-          name(this->fileName()),
+          name(fileName),
           hash(Hashing::hashOf(name)),
           position(place),
           identity(file)
     {}
 
-    // As the base class's functions, for loops over all entries: inline, for an index in range.
-    bool isConsumedBy(int consumer) const { return _uptakeFlags[consumer]; }
+    // As the base class's functions, but inline, for loops over all entries.
+    bool isConsumedBy(int consumer) const
+    {
+        return consumer < _uptakeFlags.size() ? _uptakeFlags[consumer] : isConsumed(consumer);
+    }
     const QString& text() const { return _fileName; }
 
-    const QStringView name; ///< the entry's own text, without a copy
-    const size_t hash;      ///< of the name
-    int position;           ///< in the queue
+    const QString name; ///< stays if the application assigns another entry
+    const size_t hash;  ///< of the name
+    int position;       ///< in the queue
     ListedFileIdentity identity;
 };
 

@@ -47,11 +47,11 @@ public:
     /// Forgets all others.
     void assign(const QList<FileEntry*>& entries)
     {
-        _places.clear();
-        _count = 0;
-        reserve(static_cast<size_t>(entries.size()));
+        QueueIndex index;
+        index.reserve(static_cast<size_t>(entries.size()));
         for (FileEntry* const entry : entries)
-            insert(queuedFile(entry));
+            index.insert(queuedFile(entry));
+        *this = std::move(index);
     }
 
 private:

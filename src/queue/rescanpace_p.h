@@ -14,7 +14,8 @@
 ///
 /// The first change after a quiet moment is scanned at once. While changes keep coming, each
 /// re-scan waits until three times the duration of the last one has passed since that one ended,
-/// and covers all the changes until then: re-scans take at most a quarter of the thread's time.
+/// and covers all the changes until then: re-scans take at most a quarter of the thread's time,
+/// apart from the traces and slots of the application.
 ///
 /// It is a child of the queue, so that its timer goes with the queue to another thread.
 class RescanPace : public QObject {

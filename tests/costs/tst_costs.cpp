@@ -195,7 +195,7 @@ std::function<void()> elementsRead(int elements)
 {
     const QString text = document(elements);
     return [text] {
-        static std::shared_ptr<SimpleDom> dom; // released by nobody: only reading counts
+        static std::shared_ptr<SimpleDom> dom; // only reading counts: this one is released later
         dom = std::make_shared<SimpleDom>(text);
     };
 }
@@ -319,12 +319,12 @@ private Q_SLOTS:
         QFETCH(const double, allocations);
         const Prepare& prepare = Operations.at(QTest::currentDataTag());
 
-        if (Allocations::AreCounted) {
-            const double counted =
-                (allocationsOf(prepare, 2 * Items) - allocationsOf(prepare, Items)) / Items;
-            QVERIFY2(isStatedWell(allocations, counted),
-                     qPrintable(QStringLiteral("%1 allocations").arg(counted)));
-        }
+        if (!Allocations::AreCounted)
+            QSKIP("The sanitizer makes calls of its own.");
+        const double allocated =
+            (allocationsOf(prepare, 2 * Items) - allocationsOf(prepare, Items)) / Items;
+        QVERIFY2(isStatedWell(allocations, allocated),
+                 qPrintable(QStringLiteral("%1 allocations").arg(allocated)));
         const auto fewer = SystemCalls::count([&] { return prepare(Items); });
         const auto more = SystemCalls::count([&] { return prepare(2 * Items); });
         if (!fewer || !more)

@@ -350,6 +350,26 @@ private Q_SLOTS:
         QCOMPARE(written, shown);
     }
 
+    void teeThatIsEnabledWhileALineWaitsCounts()
+    {
+        const LogRing ring;
+        Logger logger(ring.name(), 0, 0, Century, LoggerLevel::info, blockingFormatter);
+        logger.disableTee();
+        Log copy(logger);
+        copy.setFormatter(nullptr);
+        const MessageCapture capture;
+        std::thread holder([&] { logger.info(QStringLiteral("block")); });
+        s_inFormatter.acquire();
+        std::thread writer([&] { copy.info(QStringLiteral("waits")); });
+        QThread::msleep(50); // shorter than the limited wait
+        copy.enableTee();
+        s_goOn.release();
+        holder.join();
+        writer.join();
+        QVERIFY2(ring.bytes(0).endsWith("waits [Tee]\n"), ring.bytes(0).constData());
+        QCOMPARE(capture.messages().size(), 1);
+    }
+
     void busyLoggerSendsTheLineToTheDebugOutput_data()
     {
         QTest::addColumn<int>("level");

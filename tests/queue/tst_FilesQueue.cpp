@@ -325,6 +325,7 @@ private Q_SLOTS:
     void filesWithoutPermissionNeverEnter();
     void hiddenFileEntersWhenRenamed();
     void strangeNames_data();
+    void entryThatIsAssignedStaysInTheQueue();
     void strangeNames();
     void namesThatAreNotUtf8LeaveTheOthersAlone();
     void strangeDirectory_data();
@@ -951,6 +952,22 @@ void FilesQueueTest::strangeNames_data()
     QTest::newRow("longest") << QString(255, QLatin1Char('x'));
     QTest::newRow("only a dot inside") << QStringLiteral("a.");
     QTest::newRow("backup") << QStringLiteral("a~");
+}
+
+void FilesQueueTest::entryThatIsAssignedStaysInTheQueue()
+{
+    const TraceLog traces;
+    const QueueDirectory directory;
+    const QString name = QStringLiteral("a-name-that-has-memory-of-its-own");
+    QVERIFY(directory.create(name));
+    FilesQueue queue(directory.path(), {{"c", nullptr}}, true, 0);
+    queue.onConsumed("c", name);
+    *queue.entryFromFileName(name) = FileEntry(QString(name.constData(), name.size()), 1);
+    QVERIFY(queue.existsFileEntry(name));
+    const QSignalSpy updated(&queue, &FilesQueue::queueUpdated);
+    queue.onDirectoryChanged();
+    QCOMPARE(updated.size(), 0);
+    QVERIFY(!queue.isConsumedFromAll(name));
 }
 
 void FilesQueueTest::strangeNames()

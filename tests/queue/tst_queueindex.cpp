@@ -186,7 +186,7 @@ void QueueIndexTest::entryKnowsItsOwnName()
         name[0] = QLatin1Char('x'); // its text is another one from now on
     }
     for (int i = 0; i < 100; ++i) {
-        QCOMPARE(files[size_t(i)]->name.toString(), QString::number(i));
+        QCOMPARE(files[size_t(i)]->name, QString::number(i));
         QCOMPARE(files[size_t(i)]->fileName(), QString::number(i));
         QCOMPARE(files[size_t(i)]->hash, hashOf(QString::number(i)));
     }

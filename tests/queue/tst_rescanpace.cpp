@@ -127,6 +127,7 @@ private Q_SLOTS:
     void callFromAnotherObjectIsNotHeld();
     void callFromASlotIsNotHeld_data();
     void callFromASlotIsNotHeld();
+    void changeInANestedEventLoopIsHeld();
     void tickIsNotHeld();
     void directCallCoversAHeldChange();
     void failedDirectCallLeavesAHeldChange();
@@ -408,6 +409,23 @@ void RescanPaceTest::callFromASlotIsNotHeld()
     holdChanges(paced.queue);
     QVERIFY(paced.hold("b"));
     QVERIFY(!paced.queue.existsFileEntry("b"));
+}
+
+void RescanPaceTest::changeInANestedEventLoopIsHeld()
+{
+    PacedQueue paced;
+    bool isHeld = false;
+    bool isCallHeld = true;
+    connect(&paced.queue, &FilesQueue::queueUpdated, this, [&] {
+        disconnect(&paced.queue, &FilesQueue::queueUpdated, this, nullptr);
+        holdChanges(paced.queue);
+        isHeld = paced.hold("b") && !paced.queue.existsFileEntry("b");
+        paced.queue.onDirectoryChanged();
+        isCallHeld = !paced.queue.existsFileEntry("b");
+    });
+    QVERIFY(paced.directory.deliver("a"));
+    QTRY_VERIFY(!isCallHeld);
+    QVERIFY(isHeld);
 }
 
 void RescanPaceTest::tickIsNotHeld()

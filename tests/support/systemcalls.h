@@ -36,10 +36,12 @@ inline std::optional<long> count(const std::function<std::function<void()>()>& p
     if (child == 0) {
         if (ptrace(PTRACE_TRACEME, 0, 0, 0) != 0)
             _exit(1);
-        const auto action = prepare();
-        raise(SIGSTOP);
-        action();
-        raise(SIGSTOP);
+        {
+            const auto action = prepare();
+            raise(SIGSTOP);
+            action();
+            raise(SIGSTOP);
+        } // and what the action holds, such as directories, is removed
         _exit(0);
     }
     int status = 0;
@@ -51,7 +53,7 @@ inline std::optional<long> count(const std::function<std::function<void()>()>& p
     for (; signal == SystemCallStop; signal = nextStop(child))
         ++stops;
     const bool isWhole = signal == SIGSTOP;
-    kill(child, SIGKILL);
+    ptrace(PTRACE_DETACH, child, 0, 0);
     waitpid(child, &status, 0);
     if (!isWhole)
         return std::nullopt;
