@@ -324,8 +324,8 @@ private Q_SLOTS:
     void rejectionComesAmongTheAdditions();
     void filesWithoutPermissionNeverEnter();
     void hiddenFileEntersWhenRenamed();
-    void strangeNames_data();
     void entryThatIsAssignedStaysInTheQueue();
+    void strangeNames_data();
     void strangeNames();
     void namesThatAreNotUtf8LeaveTheOthersAlone();
     void strangeDirectory_data();
