@@ -123,9 +123,9 @@ qsizetype splitIntoLines(const QString& path)
 
 constexpr qint64 Many = 100'000;
 
-void growing(benchmark::internal::Benchmark* benchmark)
+void growing(benchmark::internal::Benchmark* registered)
 {
-    benchmark->RangeMultiplier(10)->Range(1000, Many);
+    registered->RangeMultiplier(10)->Range(1000, Many);
 }
 
 // READ(name, texts, order, function)

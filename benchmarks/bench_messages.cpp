@@ -4,8 +4,8 @@
 // Message texts by key, and the texts of failures, compared with Qt's and the C library's ways.
 
 #include "frame/failure_p.h"
+#include "harness/catalogues.h"
 #include "support/bundledirectory.h"
-#include "support/catalogues.h"
 #include "support/language.h"
 
 #include <kez/translator.h>

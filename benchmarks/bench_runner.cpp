@@ -189,9 +189,9 @@ void process(benchmark::State& state, Process processFiles, const Work& work)
     state.SetItemsProcessed(state.iterations() * count);
 }
 
-void settings(benchmark::internal::Benchmark* benchmark)
+void settings(benchmark::internal::Benchmark* registered)
 {
-    benchmark->Arg(20000)->Iterations(1)->UseManualTime();
+    registered->Arg(20000)->Iterations(1)->UseManualTime();
 }
 
 BENCHMARK_CAPTURE(process, runnerReads, runHandlers, readFile)

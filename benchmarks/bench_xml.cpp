@@ -7,7 +7,7 @@
 
 #include <kez/simpledom.h>
 
-#include "support/stopwatch.h"
+#include "harness/stopwatch.h"
 
 #include <benchmark/benchmark.h>
 

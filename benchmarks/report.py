@@ -70,7 +70,7 @@ def load(paths):
             if record["run_type"] != "iteration":
                 continue
             if record.get("error_occurred"):
-                sys.exit(f"{record['run_name']}: {record['error_message']}")
+                raise Unusable(f"{path}: {record['run_name']}: {record['error_message']}")
             name = SUFFIXES.sub("", record["run_name"])
             if "/" not in name:
                 raise Unusable(f"{path}: {name}: a benchmark is named CASE/CONTENDER")
@@ -101,7 +101,7 @@ def read_results(path):
 
 
 def position_in_file(record):
-    return record["family_index"], record["per_family_instance_index"]
+    return record.get("family_index", 0), record.get("per_family_instance_index", 0)
 
 
 def split(name):
@@ -155,7 +155,7 @@ class Target:
     def __init__(self, line):
         self.case, self.other, ratio = line.split()
         self.ratio = float(ratio)
-        if not 0 < self.ratio < math.inf:
+        if not 0 < self.ratio < math.inf or "/" not in self.case:
             raise ValueError(ratio)
 
     def verdict(self, measurements):
@@ -191,10 +191,16 @@ def read_targets(path):
 
 
 def check(path, measurements):
-    """Prints a line for each target; returns whether all that were measured are met."""
-    verdicts = [target.verdict(measurements) for target in read_targets(path)]
+    """Prints a line for each target of a measured case, and how many others there are; returns
+    whether all that were measured are met."""
+    cases = {split(name)[0] for name in measurements}
+    targets = read_targets(path)
+    asked = [target for target in targets if split(target.case)[0] in cases]
+    verdicts = [target.verdict(measurements) for target in asked]
     for _, text in verdicts:
         print(text)
+    if len(asked) < len(targets):
+        print(f"{len(targets) - len(asked)} targets are of cases that were not run")
     met = sum(isMet is True for isMet, _ in verdicts)
     print(f"{met} of {sum(isMet is not None for isMet, _ in verdicts)} targets are met")
     return met > 0 and all(isMet is not False for isMet, _ in verdicts)

@@ -4,6 +4,7 @@
 #include "kez/properties.h"
 #include "config/entries_p.h"
 #include "config/propertiesreader_p.h"
+#include "frame/ascii_p.h"
 #include "frame/failure_p.h"
 #include "frame/unshared_p.h"
 
@@ -28,17 +29,6 @@ namespace {
 constexpr const char* SaveSignature =
     "void Properties::saveProperties(const QString&, QMap<QString,QString>&, bool)";
 
-/// Narrows each character and returns all of their bits together.
-char16_t narrow(QStringView text, char* out)
-{
-    char16_t bits = 0;
-    for (const QChar character : text) {
-        bits |= character.unicode();
-        *out++ = static_cast<char>(character.unicode());
-    }
-    return bits;
-}
-
 QString lineOf(const QString& key, const QString& value)
 {
     return key + QLatin1Char('=') + value;
@@ -57,17 +47,15 @@ public:
     }
 
 private:
-    /// Nearly every line is ASCII, and then needs neither the encoder nor new memory. False for
-    /// another one.
+    /// Without the encoder and new memory. False if the line is not ASCII.
     bool encodeAscii(const QString& key, const QString& value)
     {
         _line.resize(key.size() + 1 + value.size() + 1);
         char* const line = _line.data();
         char* const equals = line + key.size();
-        const char16_t bits = narrow(key, line) | narrow(value, equals + 1);
         *equals = '=';
         line[_line.size() - 1] = '\n';
-        return bits < 0x80;
+        return putAscii(line, key) && putAscii(equals + 1, value);
     }
 
     QFile& _file;

@@ -1,6 +1,7 @@
 // SPDX-FileCopyrightText: 2026 Vandrel
 // SPDX-License-Identifier: MIT
 
+#include "frame/ascii_p.h"
 #include "kez/logger.h"
 #include "log/loggerkeys_p.h"
 #include "log/logline_p.h"
@@ -83,17 +84,6 @@ Char* putTag(Char* at, LoggerLevel::LogLevel level)
     for (std::size_t i = 0; i < LoggerKeys::TagLength; ++i)
         at = put(at, static_cast<char>(tag[i]));
     return put(put(at, '>'), ' ');
-}
-
-/// False if not all of `text` is ASCII, as most lines are. The compiler makes vectors of this loop.
-bool putAscii(char* at, QStringView text)
-{
-    char16_t bits = 0;
-    for (const QChar character : text) {
-        bits |= character.unicode();
-        *at++ = static_cast<char>(character.unicode());
-    }
-    return bits < 0x80;
 }
 
 } // namespace

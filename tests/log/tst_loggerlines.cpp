@@ -73,6 +73,16 @@ qint64 now()
     return QDateTime::currentMSecsSinceEpoch() * Msec;
 }
 
+/// Writes a line of which the file takes the first `taken` bytes.
+void tearLine(Logger& logger, size_t taken)
+{
+    LibcFaults::writeLimit = taken;
+    LibcFaults::shortWrites = 1;
+    LibcFaults::writeError = ENOSPC;
+    logger.info(QStringLiteral("torn"));
+    LibcFaults::writeError = 0;
+}
+
 void ownFormatter(Level level, const QString& msg, QString& out)
 {
     Logger::formatter(level, msg, out);
@@ -252,11 +262,7 @@ private Q_SLOTS:
         const LogRing ring;
         QuietLogger logger(ring);
         const MessageCapture capture;
-        LibcFaults::writeLimit = 4;
-        LibcFaults::shortWrites = 1;
-        LibcFaults::writeError = ENOSPC;
-        logger.info(QStringLiteral("torn"));
-        LibcFaults::writeError = 0;
+        tearLine(logger, 4);
         logger.info(QStringLiteral("next"));
         const QByteArray next = lineOf(LoggerLevel::info, QStringLiteral("next")).toUtf8() + '\n';
         QCOMPARE(ring.bytes(0), next.left(4) + '\n' + next);
@@ -269,11 +275,7 @@ private Q_SLOTS:
         const QByteArray next = lineOf(LoggerLevel::info, QStringLiteral("next")).toUtf8() + '\n';
         QuietLogger logger(ring, quint64(4 + 1 + next.size()));
         const MessageCapture capture;
-        LibcFaults::writeLimit = 4;
-        LibcFaults::shortWrites = 1;
-        LibcFaults::writeError = ENOSPC;
-        logger.info(QStringLiteral("torn"));
-        LibcFaults::writeError = 0;
+        tearLine(logger, 4);
         logger.info(QStringLiteral("next"));
         QCOMPARE(ring.bytes(0), next.left(4));
         QCOMPARE(ring.bytes(1), next);

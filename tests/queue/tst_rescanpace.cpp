@@ -59,6 +59,17 @@ void endPause(const FilesQueue& queue)
     endPause(paceOf(queue));
 }
 
+/// The pace of a queue, which counts the re-scans for changes that were held back.
+struct CountingPace {
+    /// A re-scan of that duration has just ended.
+    explicit CountingPace(Clock::duration rescan) { pace.noteRescan(now - rescan, now, true); }
+
+    QObject queue;
+    int rescans = 0;
+    RescanPace pace{&queue, [this] { ++rescans; }};
+    const Clock::time_point now = Clock::now();
+};
+
 /// A queue that processes, in this thread, and the number of its re-scans.
 class PacedQueue {
 public:
@@ -183,11 +194,8 @@ void RescanPaceTest::pauseHasAnEnd()
 
 void RescanPaceTest::heldChangeIsScannedOnce()
 {
-    QObject queue;
-    int rescans = 0;
-    RescanPace pace(&queue, [&] { ++rescans; });
-    const auto now = Clock::now();
-    pace.noteRescan(now - 2ms, now, true);
+    CountingPace counting(2ms);
+    auto& [queue, rescans, pace, now] = counting;
     for (int i = 0; i < 100; ++i)
         QVERIFY(pace.holdBack(now));
     QCOMPARE(rescans, 0);
@@ -200,11 +208,8 @@ void RescanPaceTest::heldChangeIsScannedOnce()
 
 void RescanPaceTest::listingCoversAHeldChange()
 {
-    QObject queue;
-    int rescans = 0;
-    RescanPace pace(&queue, [&] { ++rescans; });
-    const auto now = Clock::now();
-    pace.noteRescan(now - 2ms, now, true);
+    CountingPace counting(2ms);
+    auto& [queue, rescans, pace, now] = counting;
     QVERIFY(pace.holdBack(now));
     pace.noteRescan(now, now, true);
     QVERIFY(!pace.isChangeHeld());
@@ -214,11 +219,8 @@ void RescanPaceTest::listingCoversAHeldChange()
 
 void RescanPaceTest::failedListingDoesNotCoverAHeldChange()
 {
-    QObject queue;
-    int rescans = 0;
-    RescanPace pace(&queue, [&] { ++rescans; });
-    const auto now = Clock::now();
-    pace.noteRescan(now - 2ms, now, true);
+    CountingPace counting(2ms);
+    auto& [queue, rescans, pace, now] = counting;
     QVERIFY(pace.holdBack(now));
     pace.noteRescan(now, now, false);
     QTRY_COMPARE(rescans, 1);
@@ -226,11 +228,8 @@ void RescanPaceTest::failedListingDoesNotCoverAHeldChange()
 
 void RescanPaceTest::shorterRescanShortensThePause()
 {
-    QObject queue;
-    int rescans = 0;
-    RescanPace pace(&queue, [&] { ++rescans; });
-    const auto now = Clock::now();
-    pace.noteRescan(now - VeryLong, now, true);
+    CountingPace counting(VeryLong);
+    auto& [queue, rescans, pace, now] = counting;
     QVERIFY(pace.holdBack(now));
     pace.noteRescan(now - 1ms, now, true);
     QVERIFY(pace.holdBack(now));
@@ -239,11 +238,8 @@ void RescanPaceTest::shorterRescanShortensThePause()
 
 void RescanPaceTest::earlyTimerWaitsAgain()
 {
-    QObject queue;
-    int rescans = 0;
-    RescanPace pace(&queue, [&] { ++rescans; });
-    const auto now = Clock::now();
-    pace.noteRescan(now - VeryLong, now, true);
+    CountingPace counting(VeryLong);
+    auto& [queue, rescans, pace, now] = counting;
     QVERIFY(pace.holdBack(now));
     QTimerEvent event(0);
     QCoreApplication::sendEvent(&pace, &event);
