@@ -210,10 +210,8 @@ std::shared_ptr<XmlElement> XmlElement::removeChild(int index)
     if (!child)
         return child;
     const auto place = _children.begin() + index;
-    if (const std::shared_ptr<XmlTree> tree = _tree.lock()) {
-        tree->makeRoomFor(1);
+    if (const std::shared_ptr<XmlTree> tree = _tree.lock())
         tree->keep({*place});
-    }
     _children.erase(place);
     return child;
 }

@@ -75,8 +75,8 @@ void XmlTree::keep(Elements removed)
     for (std::shared_ptr<XmlElement>& element : removed) {
         if (element->_isKept || element->_tree.lock().get() != this)
             continue;
-        element->_isKept = true;
         _tops.push_back(std::move(element));
+        _tops.back()->_isKept = true;
     }
 }
 
