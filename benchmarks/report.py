@@ -78,7 +78,7 @@ def load(paths):
             files_of[name] = file
     # As they are registered: the repetitions run in random order.
     order = sorted(records, key=lambda name: (files_of[name], position_in_file(records[name][0])))
-    return {name: Measurement(records[name]) for name in order}, context
+    return {name: Measurement(records[name]) for name in by_case(order)}, context
 
 
 def read_text(path):
@@ -108,6 +108,16 @@ def split(name):
     """Case, contender, size; the size may be missing."""
     case, contender, *size = name.split("/")
     return case, contender, "/".join(size)
+
+
+def by_case(names):
+    """The contenders of a case one below the other, by size; what is first of a kind leads."""
+    cases, sizes = {}, {}
+    for name in names:
+        case, _, size = split(name)
+        cases.setdefault(case, len(cases))
+        sizes.setdefault((case, size), len(sizes))
+    return sorted(names, key=lambda name: (cases[split(name)[0]], sizes[split(name)[::2]]))
 
 
 def shown_time(nanoseconds):
@@ -145,7 +155,8 @@ def processor():
 
 def circumstances(context):
     return (f"{processor()}, {context['num_cpus']} processors, Linux {platform.release()}, "
-            f"Qt {context.get('qt', '?')}, {context['date'][:10]}")
+            f"Qt {context.get('qt', '?')}, {context.get('peers', 'no peers')}, "
+            f"{context['date'][:10]}")
 
 
 class Target:

@@ -13,6 +13,7 @@ int main(int argc, char* argv[])
     Log::initInstance()->setFilter(LoggerLevel::info); // debug traces are off, as in a service
 
     benchmark::AddCustomContext("qt", qVersion());
+    benchmark::AddCustomContext("peers", PEERS);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 2;

@@ -78,8 +78,8 @@ class ReportTest(unittest.TestCase):
         rows = self.rows(self.results(
             record("A/kez/10", 10), record("A/kez/100", 30, 1),
             record("A/peer/10", 40, 2), record("A/peer/100", 60, 3)))
-        self.assertEqual([row[4] for row in rows], ["", "", "0.25", "0.50"])
-        self.assertEqual([row[1] for row in rows], ["10", "100", "10", "100"])
+        self.assertEqual([row[4] for row in rows], ["", "0.25", "", "0.50"])
+        self.assertEqual([row[1] for row in rows], ["10", "10", "100", "100"])
 
     def test_a_contender_alone_has_no_ratio(self):
         self.assertEqual(self.rows(self.results(record("A/peer", 5))),
@@ -122,6 +122,14 @@ class ReportTest(unittest.TestCase):
         first = self.results(record("B/kez", 1, 1), record("A/kez", 1, 0), record("B/kez", 1, 1))
         second = self.results(record("C/kez", 1, 5), name="second.json")
         self.assertEqual([row[0] for row in self.rows(second, first)], ["C", "A", "B"])
+
+    def test_contenders_of_a_case_and_size_stand_together(self):
+        results = self.results(
+            *(record(name, 10, family_index=index)
+              for index, name in enumerate(("A/kez/1", "A/kez/2", "B/kez", "A/peer/2", "B/peer"))))
+        self.assertEqual([row[:3] for row in self.rows(results)],
+                         [["A", "1", "kez"], ["A", "2", "kez"], ["A", "2", "peer"],
+                          ["B", "", "kez"], ["B", "", "peer"]])
 
     def test_a_benchmark_that_failed_is_named(self):
         self.assert_unusable("A/kez: no disk", self.results(
