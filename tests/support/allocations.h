@@ -22,8 +22,14 @@ namespace Allocations {
 
 inline std::atomic<long> count{0};
 
-/// Whether this thread gets no memory.
+/// Whether this thread gets no memory, after `granted` more requests.
 inline thread_local bool areRefused = false;
+inline thread_local int granted = 0;
+
+inline bool isRefused()
+{
+    return areRefused && --granted < 0;
+}
 
 /// In bytes; set it to 0 to begin again.
 inline std::atomic<std::size_t> largest{0};
@@ -53,19 +59,19 @@ void* __libc_realloc(void*, size_t);
 void* malloc(size_t size)
 {
     Allocations::note(size);
-    return Allocations::areRefused ? nullptr : __libc_malloc(size);
+    return Allocations::isRefused() ? nullptr : __libc_malloc(size);
 }
 
 void* calloc(size_t count, size_t size)
 {
     Allocations::note(count * size);
-    return Allocations::areRefused ? nullptr : __libc_calloc(count, size);
+    return Allocations::isRefused() ? nullptr : __libc_calloc(count, size);
 }
 
 void* realloc(void* block, size_t size)
 {
     Allocations::note(size);
-    return Allocations::areRefused ? nullptr : __libc_realloc(block, size);
+    return Allocations::isRefused() ? nullptr : __libc_realloc(block, size);
 }
 }
 #endif

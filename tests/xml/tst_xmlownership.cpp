@@ -31,11 +31,12 @@ Element addedChild(const Element& parent, const char* name)
     return child;
 }
 
-/// Whether the action fails for want of memory.
+/// Whether the action fails for want of memory, after `granted` requests.
 template <typename Action>
-bool failsWithoutMemory(Action action)
+bool failsWithoutMemory(Action action, int granted = 0)
 {
     bool hasFailed = false;
+    Allocations::granted = granted;
     Allocations::areRefused = true;
     try {
         action();
@@ -150,6 +151,30 @@ private Q_SLOTS:
         QCOMPARE(root->toString(-1), QStringLiteral("<a><b/><c/><d/><e/><f/></a>"));
         root->clearChildren();
         QCOMPARE(held.back()->name(), QStringLiteral("f"));
+    }
+
+    /// An element of a read tree lives as long as the tree, also if its removal had to be repeated.
+    void removalThatFailsHalfwayCanBeRepeated()
+    {
+        if (!Allocations::AreCounted)
+            QSKIP("The sanitizer has the functions that would refuse.");
+        bool hasFailed = true;
+        for (int granted = 0; hasFailed; ++granted) {
+            const SimpleDom dom(QStringLiteral("<a><b/></a>"));
+            const Element root = dom.root();
+            bool isReleased = false;
+            root->childAt(0)->addChild(Element(new XmlElement(QStringLiteral("below"), nullptr),
+                                               [&isReleased](XmlElement* below) {
+                                                   isReleased = true;
+                                                   delete below;
+                                               }));
+            hasFailed = failsWithoutMemory([&root] { root->removeChild(0); }, granted);
+            QCOMPARE(root->chidrenCount(), hasFailed ? 1 : 0);
+            root->removeChild(0);
+            QCOMPARE(root->chidrenCount(), 0);
+            QVERIFY(!isReleased);
+            QVERIFY(hasFailed || granted > 1); // it failed at each of its requests
+        }
     }
 };
 
