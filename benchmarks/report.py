@@ -101,7 +101,7 @@ def read_results(path):
 
 
 def position_in_file(record):
-    return record.get("family_index", 0), record.get("per_family_instance_index", 0)
+    return record["family_index"], record["per_family_instance_index"]
 
 
 def split(name):
@@ -155,7 +155,7 @@ def processor():
 
 def circumstances(context):
     return (f"{processor()}, {context['num_cpus']} processors, Linux {platform.release()}, "
-            f"Qt {context.get('qt', '?')}, {context.get('peers', 'no peers')}, "
+            f"Qt {context.get('qt', '?')}, {context.get('peers') or 'no peers'}, "
             f"{context['date'][:10]}")
 
 
@@ -211,7 +211,7 @@ def check(path, measurements):
     for _, text in verdicts:
         print(text)
     if len(asked) < len(targets):
-        print(f"{len(targets) - len(asked)} targets are of cases that were not run")
+        print(f"targets of cases that were not run: {len(targets) - len(asked)}")
     met = sum(isMet is True for isMet, _ in verdicts)
     print(f"{met} of {sum(isMet is not None for isMet, _ in verdicts)} targets are met")
     return met > 0 and all(isMet is not False for isMet, _ in verdicts)

@@ -37,8 +37,8 @@ class ReportTest(unittest.TestCase):
         path.write_text(text)
         return path
 
-    def results(self, *records, name="results.json"):
-        context = {"num_cpus": 2, "date": "2026-11-22T01:02:03+00:00", "qt": "6.4.2"}
+    def results(self, *records, name="results.json", **more):
+        context = {"num_cpus": 2, "date": "2026-11-22T01:02:03+00:00", "qt": "6.4.2", **more}
         return self.written(name, json.dumps({"context": context, "benchmarks": records}))
 
     def run_report(self, *arguments):
@@ -135,6 +135,13 @@ class ReportTest(unittest.TestCase):
         self.assert_unusable("A/kez: no disk", self.results(
             record("A/kez", 0, error_occurred=True, error_message="no disk")))
 
+    def test_the_circumstances_name_the_peers(self):
+        for peers, shown in (("spdlog 1.10", "spdlog 1.10"), ("", "no peers")):
+            with self.subTest(peers):
+                done = self.run_report(self.results(record("A/kez", 10), peers=peers))
+                self.assertTrue(done.stdout.splitlines()[0].endswith(
+                    f", Qt 6.4.2, {shown}, 2026-11-22"), done.stdout)
+
     # The targets
 
     def test_a_target_is_met_up_to_its_ratio(self):
@@ -158,7 +165,7 @@ class ReportTest(unittest.TestCase):
 
     def test_targets_of_which_none_was_measured_are_not_met(self):
         code, lines = self.check("B/kez B/peer 0.5", record("A/kez", 10))
-        self.assertEqual((code, lines), (1, ["1 targets are of cases that were not run",
+        self.assertEqual((code, lines), (1, ["targets of cases that were not run: 1",
                                              "0 of 0 targets are met"]))
 
     def test_counters_and_numbers_can_be_compared(self):
