@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    /// Without the encoder and new memory. False if the line is not ASCII.
+    /// Needs neither the encoder nor new memory. False if the line is not ASCII.
     bool encodeAscii(const QString& key, const QString& value)
     {
         _line.resize(key.size() + 1 + value.size() + 1);
